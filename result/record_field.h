@@ -1,0 +1,27 @@
+// The hierarchy sort's own fields in records, read and written by record number through the pool.
+
+#pragma once
+
+#include <cstdint>
+
+#include "service/bytes.h"
+#include "service/sort_job.h"
+#include "storage/record_address.h"
+
+namespace tvsort {
+
+// The i32 at `fieldOffset` of a record; 0 after an error of the pool.
+inline std::int32_t readField(SortJob& job, std::int32_t recordNumber, std::uint32_t fieldOffset) {
+    const std::uint32_t place = addressRecord(job, recordNumber);
+    return failed(job) ? 0 : loadI32(recordAt(job, place) + fieldOffset);
+}
+
+inline void writeField(SortJob& job, std::int32_t recordNumber, std::uint32_t fieldOffset,
+                       std::int32_t value) {
+    const HeldRecord record = locateRecord(job, recordNumber);
+    if (failed(job)) return;
+    storeAs(recordAt(job, record.offset) + fieldOffset, value);
+    markDirty(job, record.frameIndex);
+}
+
+}  // namespace tvsort

@@ -1,0 +1,99 @@
+#include "result/sibling_ranking.h"
+
+#include "keys/record_precedes.h"
+#include "result/hierarchy_sort.h"
+#include "result/record_field.h"
+
+namespace tvsort {
+
+namespace {
+
+// Ends a list. Record numbers count from 1.
+constexpr std::int32_t kNoRecord = 0;
+// One pending list for each bit of a count of siblings.
+constexpr int kPendingListsMax = 31;
+
+std::int32_t nextSibling(SortJob& job, std::int32_t sibling) {
+    return readField(job, sibling, kOutputPositionOffset);
+}
+
+void setNextSibling(SortJob& job, std::int32_t sibling, std::int32_t next) {
+    writeField(job, sibling, kOutputPositionOffset, next);
+}
+
+// A list that grows at its end.
+struct GrowingList {
+    std::int32_t head = kNoRecord;
+    std::int32_t tail = kNoRecord;
+
+    void append(SortJob& job, std::int32_t sibling) {
+        if (head == kNoRecord) {
+            head = sibling;
+        } else {
+            setNextSibling(job, tail, sibling);
+        }
+        tail = sibling;
+    }
+};
+
+// Merges two ordered lists; siblings of the earlier one come first among equals.
+std::int32_t mergeLists(SortJob& job, std::int32_t earlier, std::int32_t later) {
+    GrowingList merged;
+    while (earlier != kNoRecord && later != kNoRecord && !failed(job)) {
+        std::int32_t& taken = siblingPrecedes(job, later, earlier) ? later : earlier;
+        const std::int32_t sibling = taken;
+        taken = nextSibling(job, sibling);
+        merged.append(job, sibling);
+    }
+    merged.append(job, earlier != kNoRecord ? earlier : later);
+    return merged.head;
+}
+
+// Sorts the run and answers the head of its list.
+std::int32_t sortSiblings(SortJob& job, const SiblingRun& run) {
+    std::int32_t pending[kPendingListsMax] = {};
+    std::int32_t sibling = run.first;
+    while (sibling <= run.last && !failed(job)) {
+        const std::int32_t following = sibling + readField(job, sibling, kSubtreeSizeOffset);
+        setNextSibling(job, sibling, kNoRecord);
+        std::int32_t list = sibling;
+        int bit = 0;
+        for (; pending[bit] != kNoRecord; ++bit) {
+            list = mergeLists(job, pending[bit], list);
+            pending[bit] = kNoRecord;
+        }
+        pending[bit] = list;
+        sibling = following;
+    }
+    std::int32_t sorted = kNoRecord;
+    for (const std::int32_t list : pending) {
+        if (list == kNoRecord) continue;
+        sorted = sorted == kNoRecord ? list : mergeLists(job, list, sorted);
+    }
+    return sorted;
+}
+
+}  // namespace
+
+bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNumber) {
+    const HeldRecord left = locateRecord(job, leftNumber);
+    if (failed(job)) return false;
+    pinFrame(job, left.frameIndex);
+    const std::uint32_t right = addressRecord(job, rightNumber);
+    unpinFrame(job, left.frameIndex);
+    return !failed(job) && recordPrecedes(job, left.offset, right);
+}
+
+void rankSiblings(SortJob& job, const SiblingRun& run) {
+    std::int32_t sibling = sortSiblings(job, run);
+    std::int32_t recordsBefore = 0;
+    while (sibling != kNoRecord && !failed(job)) {
+        const std::int32_t following = nextSibling(job, sibling);
+        const std::int32_t subtreeSize = readField(job, sibling, kSubtreeSizeOffset);
+        writeField(job, sibling, kOutputPositionOffset, recordsBefore);
+        recordsBefore += subtreeSize;
+        sibling = following;
+    }
+}
+
+}  // namespace tvsort

@@ -1,0 +1,26 @@
+// Ranks a complete run of siblings by the key list.
+//
+// The siblings are found one behind the other's subtree. They are sorted as linked lists, whose
+// links stand in their own `outputPosition` fields, by merging lists of equal length bottom-up (D.
+// E. Knuth, The Art of Computer Programming, volume 3, section 5.2.4, algorithm L, with a list of
+// each power of two pending instead of passes): k siblings cost about k log2(k) comparisons. Equal
+// siblings keep their order, and every two siblings that end up next to one another have been
+// compared, so what a comparison can complain about is found.
+
+#pragma once
+
+#include <cstdint>
+
+#include "service/sort_job.h"
+
+namespace tvsort {
+
+// Ranks the run: afterwards the `outputPosition` of each sibling is the number of records in the
+// subtrees of those that come before it. Needs `subtreeSize` of every sibling. The pool and the
+// comparator raise their codes.
+void rankSiblings(SortJob& job, const SiblingRun& run);
+
+// Whether record `leftNumber` must stand before record `rightNumber`. False after an error.
+bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNumber);
+
+}  // namespace tvsort

@@ -1,0 +1,93 @@
+#include "service/key_list.h"
+
+#include "service/channel.h"
+
+namespace tvsort {
+
+namespace {
+
+KeyKind kindOf(const KeyDescriptor& key) {
+    return static_cast<KeyKind>(key.kindFlags & kKeyKindMask);
+}
+
+bool isSortKey(KeyKind kind) {
+    return kind == KeyKind::kDescending || kind == KeyKind::kAscending ||
+           kind == KeyKind::kAlsoDescending;
+}
+
+void splitKeys(SortJob& job) {
+    for (int i = 0; i < job.keyCount; ++i) {
+        job.keys[i].position = static_cast<std::uint8_t>(i + 1);
+        const KeyKind kind = kindOf(job.keys[i]);
+        if (isSortKey(kind)) {
+            job.keys[job.primaryKeyCount++] = job.keys[i];
+            continue;
+        }
+        if (kind == KeyKind::kNullIndicators) {
+            job.kind4Key = job.keys[i];
+            job.hasKind4Key = 1;
+        }
+        job.extraKeyCount += 1;
+    }
+    job.keyCount = job.primaryKeyCount;
+}
+
+// The sort key with the smallest order number above `orderNumber`, the first of several; null when
+// there is none.
+const KeyDescriptor* nextInOrder(const SortJob& job, int orderNumber) {
+    const KeyDescriptor* next = nullptr;
+    for (int i = 0; i < job.keyCount; ++i) {
+        const KeyDescriptor& key = job.keys[i];
+        if (key.orderNumber <= orderNumber) continue;
+        if (next == nullptr || key.orderNumber < next->orderNumber) next = &key;
+    }
+    return next;
+}
+
+void orderKeys(SortJob& job) {
+    int orderNumber = 0;
+    for (int place = 0; place < job.keyCount; ++place) {
+        const KeyDescriptor* const key = nextInOrder(job, orderNumber);
+        job.keyOrder[place] = key;
+        if (key == nullptr) {
+            raise(job, ErrorCode::kKeyOrder);
+            return;
+        }
+        job.keyPositions[place] = key->position;
+        orderNumber = key->orderNumber;
+    }
+}
+
+}  // namespace
+
+void takeKeyList(SortJob& job) {
+    if (job.keyCount > kKeysMax) {
+        raise(job, ErrorCode::kTooManyKeys);
+        return;
+    }
+    copyFromMessage(job, sizeof(SortRequest), job.keys, job.keyCount * sizeof(KeyDescriptor));
+    job.hasKind4Key = 0;
+    job.extraKeyCount = 0;
+    job.primaryKeyCount = 0;
+    if (job.keyCount == 0) {
+        raise(job, ErrorCode::kNoKeys);
+        return;
+    }
+    if (job.sortMode == SortMode::kHierarchy) {
+        job.keys[0].kindFlags = static_cast<std::uint8_t>(KeyKind::kIgnored);
+    }
+    splitKeys(job);
+    orderKeys(job);
+}
+
+void takeItems(SortJob& job) {
+    const std::size_t countOffset =
+        itemCountOffset(std::size_t{job.primaryKeyCount} + job.extraKeyCount);
+    job.itemCount = 0;
+    if (messageBytes(job) == countOffset) return;
+    copyFromMessage(job, countOffset, &job.itemCount, sizeof job.itemCount);
+    copyFromMessage(job, countOffset + sizeof job.itemCount, job.items,
+                    job.itemCount * sizeof(ByteWeightTable));
+}
+
+}  // namespace tvsort

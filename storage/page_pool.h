@@ -1,0 +1,67 @@
+// The buffer cache over the work file: page frames in the slot, each holding one block.
+//
+// When a request arrives the server has laid blocks 1 to min(fileBlocks, frameCount) into frames 0
+// onward; the rest of the data set is in the work file. A block is found through a hash chain, and
+// a ring of all frames in use keeps them in order of use:
+//
+//      mruFrame, the hand: used last
+//          |        next                 prev <- ... -> next
+//          v
+//     +-> [3] -> [0] -> [1] -> [2] --+       frames 0 to 3 after set-up: 3 was filled last,
+//     |           ^                  |       0 is the least recently used
+//     +-----------|------------------+
+//                 least recently used
+//
+// A frame that is used again moves right behind the hand and becomes the hand. A full pool reuses
+// the hand itself when it is not pinned, else the least recently used frame that is not.
+//
+// Pins: a caller that keeps a place in one frame while it asks for another block pins the first
+// frame. At most four frames are pinned at a time (sort/partition.h), so five are enough.
+//
+// The module alone writes the descriptors' links, `framesInUse` and the hash table; `dirty` and
+// `pinned` are set by whoever changes or holds a frame's records. Descriptors and hash table stand
+// in memory that the server shares: `clearHashTable` and `initPool` run before each use and take
+// nothing from what they find there but the dirty flags.
+
+#pragma once
+
+#include <cstdint>
+
+#include "service/sort_job.h"
+
+namespace tvsort {
+
+// What `initPool` does with the dirty flags that it finds.
+enum class DirtyFlags : bool { kSet, kKeep };
+
+inline std::int32_t hashBucket(const SortJob& job, std::int32_t block) {
+    return block % (job.hashBlocks * job.framesPerBlock);
+}
+
+// Puts `frame` at the head of the bucket's chain.
+void linkFrame(SortJob& job, std::int32_t bucket, std::int32_t frame);
+
+// Takes `frame` out of the bucket's chain, if it is there.
+void unlinkFrame(SortJob& job, std::int32_t bucket, std::int32_t frame);
+
+// Empties the buckets that the blocks of a data set of `blockCount` blocks can use.
+void clearHashTable(SortJob& job, std::int32_t blockCount);
+
+// Lays blocks 1 to `frames` into frames 0 to `frames` - 1, unpinned. Needs an empty hash table and
+// at most `frameCount` frames; `framesInUse` and `mruFrame` are the caller's to set.
+void initPool(SortJob& job, std::int32_t frames, DirtyFlags dirtyFlags);
+
+// Moves a frame of the ring right behind the hand and makes it the hand.
+void moveToHand(SortJob& job, std::int32_t frame);
+
+// Finds a frame for `wantedBlock`, which no frame holds and whose bucket is `bucket`, and reads the
+// block into it; `currentFrame` and `mruFrame` name the frame. Raises 1409 when no frame can be
+// reused (nothing has changed then), 1403 when its old block cannot be written (it keeps that
+// block) and 1402 when the wanted block cannot be read.
+void bringInBlock(SortJob& job, std::int32_t bucket);
+
+// Writes every dirty frame to its block, in frame order, unless the whole data set lives in the
+// frames. False after a write failure (1403): that frame and those behind it stay as they are.
+bool flushPool(SortJob& job);
+
+}  // namespace tvsort
