@@ -38,9 +38,9 @@ bool recordsFitBlocks(const SortJob& job) {
 bool keysFitRecord(const SortJob& job) {
     for (int k = 0; k < job.keyCount; ++k) {
         const KeyDescriptor& key = job.keys[k];
-        if (key.fieldOffset + keyFieldBytes(key.dataType, key.fieldLength) > job.recordLength) {
-            return false;
-        }
+        // A key that reads nothing, of a skipped type or without length, may stand anywhere.
+        const std::uint32_t fieldBytes = keyFieldBytes(key.dataType, key.fieldLength);
+        if (fieldBytes > 0 && key.fieldOffset + fieldBytes > job.recordLength) return false;
         // Of the null indicators the comparators read those of the sort keys and, in sort mode 9,
         // those of request keys before them.
         if (job.hasKind4Key != 0 && job.kind4Key.fieldOffset + key.position > job.recordLength) {

@@ -105,8 +105,8 @@ bool startUp(SortJob& job, int argumentCount, char** arguments) {
     if (argumentCount < kArgumentCountMin) return false;
     occupyStandardDescriptors();
     setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
-    if (!takeArguments(job, arguments)) return false;
     arrangeSignals();
+    if (!takeArguments(job, arguments)) return false;
     closeInheritedDescriptors(job.shmFd);
     loadCollation(job.directoryPrefix);
     return true;

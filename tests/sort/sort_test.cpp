@@ -1,0 +1,296 @@
+// The in-memory sort: order, permutation and the exact places of equal records, in pools of many
+// shapes.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "keys/record_precedes.h"
+#include "sort/distribution_sort.h"
+#include "sort/sort_driver.h"
+#include "tests/support/small_world.h"
+
+namespace tvsort::test {
+namespace {
+
+constexpr Geometry kSmallBlocks = {.blockPages = 1, .recordLength = kWorldRecordLength};
+
+std::vector<std::uint32_t> arrivals(const Records& records) {
+    std::vector<std::uint32_t> numbers;
+    for (const Bytes& record : records)
+        numbers.push_back(arrivalOf(record));
+    return numbers;
+}
+
+bool isOrdered(const Records& records, const std::vector<KeyDescriptor>& keys) {
+    return std::is_sorted(records.begin(), records.end(), [&](const Bytes& l, const Bytes& r) {
+        return compareByModel(l, r, keys) < 0;
+    });
+}
+
+bool isPermutation(Records left, Records right) {
+    std::sort(left.begin(), left.end());
+    std::sort(right.begin(), right.end());
+    return left == right;
+}
+
+TEST(SortDriver, OrdersRandomWorldsInPoolsOfEveryShape) {
+    struct Pool {
+        SlotLayout layout;
+        std::int32_t blockPages;
+    };
+    const Pool pools[] = {{{5, 1}, 1}, {{5, 2}, 1}, {{5, 2}, 2}, {{6, 3}, 2}, {{40, 1}, 1}};
+    for (std::uint32_t seed = 1; seed <= 60; ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        std::mt19937 random(seed);
+        const Pool& pool = pools[seed % 5];
+        const int count = 2 + static_cast<int>(random() % (seed % 3 == 0 ? 40 : 4000));
+        const Records records =
+            randomWorld(random, count, 1 + static_cast<int>(seed % 50), 3, true);
+        Geometry geometry = {.blockPages = pool.blockPages, .recordLength = kWorldRecordLength};
+        geometry.recordsPerBlock = static_cast<std::uint16_t>(1 + random() % 170);
+        const std::vector<KeyDescriptor> keys = randomKeys(random);
+        ServedJob served(pool.layout);
+        const Records sorted = served.sort(records, geometry, keys);
+        EXPECT_TRUE(isOrdered(sorted, keys));
+        EXPECT_TRUE(isPermutation(sorted, records));
+        EXPECT_EQ(served.job().partitionDepth, 0);
+        for (int frame = 0; frame < served.job().framesInUse; ++frame) {
+            EXPECT_EQ(served.job().pageDescriptors[frame].pinned, 0) << "frame " << frame;
+        }
+    }
+}
+
+// The pivots are the C library's unseeded sequence, and every exchange follows from the
+// comparisons: equal records have one place each. 130 records in two blocks, key number mod 7.
+TEST(SortDriver, EqualRecordsEndWherePivotsAndExchangesPutThem) {
+    Records records;
+    for (int i = 0; i < 130; ++i) {
+        Bytes record(kWorldRecordLength, 0);
+        storeAs(record.data(), i);
+        storeAs(record.data() + kKeyAOffset, static_cast<std::int16_t>(i % 7));
+        records.push_back(record);
+    }
+    srand(1);  // the state in which the C library starts
+    ServedJob served;
+    const Geometry geometry = {
+        .blockPages = 1, .recordsPerBlock = 65, .recordLength = kWorldRecordLength};
+    const auto key = ascendingKey(DataType::kInteger, kKeyAOffset, 2);
+    const std::vector<std::uint32_t> first = arrivals(served.sort(records, geometry, {key}));
+    const std::vector<std::uint32_t> second = arrivals(served.sort(records, geometry, {key}));
+    EXPECT_THAT(std::vector<std::uint32_t>(first.begin(), first.begin() + 19),
+                testing::ElementsAre(42, 91, 84, 35, 98, 49, 28, 105, 77, 21, 112, 56, 14, 119, 0,
+                                     63, 126, 7, 70));
+    EXPECT_THAT(std::vector<std::uint32_t>(second.begin(), second.begin() + 19),
+                testing::ElementsAre(126, 119, 112, 105, 98, 91, 84, 77, 70, 63, 56, 49, 42, 35, 28,
+                                     21, 7, 14, 0));  // the sequence has run on
+}
+
+TEST(SortDriver, TheStackRefusesMoreThanItHolds) {
+    ServedJob served;
+    SortJob& job = served.job();
+    for (int i = 0; i < 31; ++i)
+        pushRange(job, 1, 2);
+    EXPECT_EQ(job.errorCode, ErrorCode::kSuccess);
+    pushRange(job, 1, 2);
+    EXPECT_EQ(job.errorCode, ErrorCode::kPartitionStackFull);
+    job.partitionDepth = -1;
+    pushRange(job, 1, 2);
+    EXPECT_EQ(job.errorCode, ErrorCode::kPartitionDepthNegative);
+}
+
+// Tolerant floats are not transitive, and NaN ties with everything under a descending key: there is
+// no order to check, but no record is lost and the sort ends.
+TEST(SortDriver, IntransitiveComparisonsLoseNoRecord) {
+    for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+        std::mt19937 random(seed);
+        Records records = randomWorld(random, 3000, 5, 3, false);
+        for (Bytes& record : records) {
+            const double value = random() % 10 == 0 ? std::numeric_limits<double>::quiet_NaN()
+                                                    : 1.0 + (random() % 64) * 0x1p-50;
+            storeAs(record.data() + kKeyAOffset, value);
+        }
+        ServedJob served;
+        for (const auto& key : {ascendingKey(DataType::kFloat, kKeyAOffset, 8),
+                                descendingKey(DataType::kFloat, kKeyAOffset, 8)}) {
+            EXPECT_TRUE(isPermutation(served.sort(records, kSmallBlocks, {key}), records))
+                << "seed " << seed;
+        }
+    }
+}
+
+TEST(SortDriver, AFailedRequestCostsTheNextOneNoFrame) {
+    std::mt19937 random(7);
+    Records records = randomWorld(random, 4000, 1000, 1, false);
+    const Records good = records;
+    storeAs<std::int16_t>(records[3999].data() + kKeyAOffset, 30000);  // a length beyond the field
+    ServedJob served;
+    for (int i = 0; i < 10; ++i) {
+        Request request = served.lay(records, kSmallBlocks);
+        request.keys = {ascendingKey(DataType::kString, kKeyAOffset, 6)};
+        EXPECT_EQ(served.ask(request).errorCode(), ErrorCode::kValueTooLong);
+    }
+    const auto keys = randomKeys(random);
+    EXPECT_TRUE(isOrdered(served.sort(good, kSmallBlocks, keys), keys));
+}
+
+// Decides by the frames alone which method runs: 120 blocks of data fit into both pools.
+const SlotLayout kRoomForTwice = {320, 1};
+const SlotLayout kRoomForOnce = {130, 1};
+
+TEST(DistributionSort, RunsFromTheVeryFrameAndRecordOn) {
+    struct Case {
+        std::int32_t frames, records;
+        bool applies;
+    };
+    const Case cases[] = {{559, 10000, true}, {558, 10000, false}, {559, 9999, false}};
+    for (const Case& c : cases) {
+        ServedJob served({c.frames, 1});
+        Records records(static_cast<std::size_t>(c.records), Bytes(100, 0));
+        Request request = served.lay(records, {.blockPages = 1, .recordLength = 100});
+        request.head.fileBlocks = 250;
+        request.keys = {ascendingKey(DataType::kInteger, 0, 4)};
+        ASSERT_EQ(served.ask(request).errorCode(), ErrorCode::kSuccess);
+        EXPECT_EQ(distributionSortApplies(served.job()), c.applies);
+    }
+}
+
+TEST(DistributionSort, GivesTheStableOrderAndAgreesWithTheQuicksort) {
+    for (std::uint32_t seed = 1; seed <= 24; ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        std::mt19937 random(seed);
+        Records records = randomWorld(random, 10000 + static_cast<int>(random() % 9000),
+                                      seed % 2 == 0 ? 5 : 20000, 4, true);
+        const std::vector<KeyDescriptor> keys = randomKeys(random);
+        const SortMode mode = seed % 3 == 0 ? SortMode::kUnique : SortMode::kOrder;
+        ServedJob roomy(kRoomForTwice);
+        const Records distributed = roomy.sort(records, kSmallBlocks, keys, mode);
+        EXPECT_TRUE(distributionSortApplies(roomy.job()));
+        std::stable_sort(records.begin(), records.end(), [&](const Bytes& l, const Bytes& r) {
+            return compareByModel(l, r, keys) < 0;
+        });
+        EXPECT_EQ(distributed, records);
+
+        ServedJob tight(kRoomForOnce);
+        const Records quicksorted = tight.sort(distributed, kSmallBlocks, keys, mode);
+        EXPECT_TRUE(isOrdered(quicksorted, keys));
+        EXPECT_TRUE(isPermutation(quicksorted, records));
+    }
+}
+
+// Keys of each type it knows, at odd and even offsets, against the comparator of the quicksort.
+TEST(DistributionSort, OrdersEveryTypeAsTheComparatorDoes) {
+    struct Case {
+        DataType type;
+        std::uint16_t offset, length;
+    };
+    const Case cases[] = {
+        {DataType::kInteger, 5, 2}, {DataType::kInteger, 6, 4},     {DataType::kInteger, 7, 8},
+        {DataType::kInteger, 6, 3}, {DataType::kBytes, 5, 5},       {DataType::kBytes, 6, 5},
+        {DataType::kBytes, 7, 1},   {DataType::kString, 5, 9},      {DataType::kString, 6, 8},
+        {DataType::kDecimal, 5, 0}, {DataType::kAlsoDecimal, 6, 0},
+    };
+    std::mt19937 random(42);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "type " << int(c.type) << " at " << c.offset);
+        Records records(10007, Bytes(24, 0));
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            Byte* const field = records[i].data() + c.offset;
+            storeAs(records[i].data(), static_cast<std::uint32_t>(i));
+            const std::uint32_t size = std::max(
+                keyFieldBytes(static_cast<std::uint8_t>(c.type), c.length), std::uint32_t{1});
+            for (std::uint32_t b = 0; b < size; ++b)
+                field[b] = static_cast<Byte>(random() % 5 * 63);
+            if (c.type == DataType::kString) {
+                const auto length = static_cast<std::int16_t>(random() % (c.length - 1U));
+                storeAs(field, length);
+                std::fill(field + 2 + length, field + c.length, Byte{0});
+            }
+            if (size == 16) {
+                for (int b = 1; b < 16; ++b)
+                    field[b] = static_cast<Byte>(random() % 40 / 39);
+                field[0] = static_cast<Byte>(1 + random() % 2);
+            }
+        }
+        for (const auto& key : {ascendingKey(c.type, c.offset, c.length),
+                                descendingKey(c.type, c.offset, c.length)}) {
+            ServedJob roomy({320, 1});
+            const Records sorted = roomy.sort(records, kSmallBlocks, {key});
+            ASSERT_TRUE(distributionSortApplies(roomy.job()));
+            ServedJob comparing;
+            comparing.sort({sorted[0], sorted[1]}, kSmallBlocks, {key});
+            for (std::size_t i = 1; i < sorted.size(); ++i) {
+                std::copy(sorted[i - 1].begin(), sorted[i - 1].end(), comparing.frames());
+                std::copy(sorted[i].begin(), sorted[i].end(), comparing.frames() + 24);
+                ASSERT_FALSE(recordPrecedes(comparing.job(), 24, 0)) << "record " << i;
+                if (!recordPrecedes(comparing.job(), 0, 24)) {
+                    ASSERT_LT(arrivalOf(sorted[i - 1]), arrivalOf(sorted[i])) << "not stable";
+                }
+            }
+            EXPECT_TRUE(isPermutation(sorted, records));
+        }
+    }
+}
+
+TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirCode) {
+    struct Case {
+        const char* what;
+        DataType type;
+        std::vector<Byte> field;  // of one record; the others are zero
+        bool ascending;
+        ErrorCode code;
+        bool applies;
+    };
+    const auto good = ErrorCode::kSuccess;
+    const Case cases[] = {
+        {"bytes behind a value", DataType::kString, {1, 0, 'a', 'b', 0, 0}, true, good, false},
+        {"a length beyond the content", DataType::kString, {5, 0}, true, good, false},
+        {"a negative length", DataType::kString, {0xff, 0xff}, true, good, false},
+        {"a length beyond the field",
+         DataType::kString,
+         {7, 0},
+         true,
+         ErrorCode::kValueTooLong,
+         false},
+        {"a digit above 99", DataType::kDecimal, {1, 100}, true, ErrorCode::kDecimalInvalid, true},
+        {"the same descending", DataType::kDecimal, {1, 100}, false, good, true},
+        {"a zero with a digit", DataType::kDecimal, {0, 1}, true, ErrorCode::kDecimalInvalid, true},
+        {"an unknown class", DataType::kDecimal, {5}, false, ErrorCode::kDecimalInvalid, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Records records(10000, Bytes(24, 0));
+        std::copy(c.field.begin(), c.field.end(), records[5000].begin() + 6);
+        ServedJob served(kRoomForTwice);
+        Request request = served.lay(records, kSmallBlocks);
+        request.keys = {c.ascending ? ascendingKey(c.type, 6, 6) : descendingKey(c.type, 6, 6)};
+        EXPECT_EQ(served.ask(request).errorCode(), c.code);
+        if (c.applies) continue;
+        served.lay(records, kSmallBlocks);
+        EXPECT_FALSE(distributionSortApplies(served.job()));
+    }
+}
+
+TEST(DistributionSort, KeepsTheUniqueCheck) {
+    std::mt19937 random(3);
+    Records records = randomWorld(random, 10000, 20000, 1, false);
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        storeAs(records[i].data() + 6, static_cast<std::uint32_t>(i));
+        storeAs(records[i].data() + 10, std::uint32_t{3});
+    }
+    const std::vector<KeyDescriptor> keys = {ascendingKey(DataType::kBytes, 6, 4, 1),
+                                             ascendingKey(DataType::kInteger, 10, 4, 2)};
+    ServedJob served(kRoomForTwice);
+    served.sort(records, kSmallBlocks, keys, SortMode::kUnique);
+    storeAs(records[77].data() + 6, std::uint32_t{9999});
+    storeAs(records[77].data() + 10, std::uint32_t{4});
+    Request request = served.lay(records, kSmallBlocks);
+    request.keys = keys;
+    request.head.sortMode = 8;
+    EXPECT_EQ(served.ask(request).errorCode(), ErrorCode::kNotUnique);
+}
+
+}  // namespace
+}  // namespace tvsort::test
