@@ -58,7 +58,8 @@ void loadCollation(const char* directoryPrefix) {
     const int length = snprintf(path, sizeof path, "%stavucs%s", directoryPrefix, instance);
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof path) return;
 
-    const int fd = open(path, O_RDONLY);
+    // Non-blocking: a FIFO of that name must not hold up the start.
+    const int fd = open(path, O_RDONLY | O_NONBLOCK);
     if (fd < 0) return;
     std::size_t fileBytes = 0;
     const Byte* const file = mapFile(fd, fileBytes);

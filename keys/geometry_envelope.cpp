@@ -171,6 +171,9 @@ struct OpenCollection {
     Envelope envelope;
 };
 
+// Those that are open, from the outermost: static, because deep nesting would take 145 KB of stack.
+OpenCollection open[kCollectionDepthMax];
+
 // The header and, but for a collection, the body of the next geometry. `type` is the one that the
 // value carries when it comes as kGeometryTypeOfValue.
 bool readSimple(Reader& reader, std::uint8_t& type, Envelope& envelope) {
@@ -183,7 +186,6 @@ bool readSimple(Reader& reader, std::uint8_t& type, Envelope& envelope) {
 
 // The collection's members, and theirs, depth first; what is open stands on a stack.
 bool readCollection(Reader& reader, Envelope& envelope) {
-    OpenCollection open[kCollectionDepthMax];
     int depth = 0;
     std::uint8_t type = kCollection;
     for (;;) {

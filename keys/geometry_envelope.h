@@ -42,12 +42,13 @@ static_assert(sizeof(Envelope) == 32 && std::is_trivially_copyable_v<Envelope>);
 // As a key's geometry type: read the type from the value.
 inline constexpr std::uint8_t kGeometryTypeOfValue = 255;
 
-// Collections inside collections, this many levels deep; a value with more is unreadable.
-inline constexpr int kCollectionDepthMax = 128;
+// Collections inside collections, this many levels deep, are followed: more than any value can
+// hold, whose length is at most 32767 bytes of which a level takes at least 9.
+inline constexpr int kCollectionDepthMax = 32767 / 9 + 1;
 
 // Reads the geometry of type `type` that starts at byte `position` of the `length` bytes at
 // `value`, moves `position` behind it and fills `envelope`. False when the geometry would reach
-// beyond `length` or nests too deep; position and envelope are then not to be used.
+// beyond `length`; position and envelope are then not to be used.
 bool geometryEnvelope(std::uint8_t type, const Byte* value, std::uint32_t length,
                       std::uint32_t& position, Envelope& envelope);
 

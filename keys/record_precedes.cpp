@@ -9,12 +9,13 @@ namespace tvsort {
 
 namespace {
 
-// Whether the left record has a null among the keys that stand before the last key in the request.
+// Whether an indicator is set for any key that stands before the last key in the request, sort key
+// or not. Any value but 0 excuses the record here.
 bool hasEarlierNull(const SortJob& job, const Byte* left) {
     if (job.hasKind4Key == 0) return false;
     const Byte* const indicators = left + job.kind4Key.fieldOffset;
     const Byte* const last = indicators + job.keyPositions[job.keyCount - 1] - 1;
-    return std::find(indicators, last, kNullIndicator) != last;
+    return std::any_of(indicators, last, [](Byte indicator) { return indicator != 0; });
 }
 
 // The unique check of sort modes 8 and 9. The records differ in the last key only: that is an error

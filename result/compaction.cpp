@@ -128,9 +128,10 @@ bool writeSurvivors(SortJob& job, ChunkWalk& walk, std::int32_t blocks) {
     return true;
 }
 
+// Nothing survives an error of the comparator.
 Survivors markAndCompact(SortJob& job, const ChunkWalk& walk) {
     markDuplicates(job, walk.reference, walk.start, walk.last);
-    return compactRecords(job, walk.last);
+    return failed(job) ? Survivors{} : compactRecords(job, walk.last);
 }
 
 // Moves the last block of survivors, `partial` records, to block slot 0 and makes its last record
