@@ -20,26 +20,29 @@ std::int32_t readLevel(SortJob& job, std::int32_t recordNumber) {
     return readField(job, recordNumber, job.keys[0].fieldOffset - kHierarchyLevelBytes);
 }
 
-// The subtree of the newest sibling of `level` ends before record `nextRecord`. It is compared with
-// the first sibling of its run at once, though it is ranked only when the run is complete: a value
-// that cannot be compared is reported when its record has come, whatever the records behind it
-// hold.
 void completeSubtree(SortJob& job, std::int32_t level, std::int32_t nextRecord) {
-    const SiblingRun& run = job.groupTable[level];
-    writeField(job, run.last, kSubtreeSizeOffset, nextRecord - run.last);
-    if (!failed(job) && run.last != run.first) siblingPrecedes(job, run.last, run.first);
+    const std::int32_t newest = job.groupTable[level].last;
+    writeField(job, newest, kSubtreeSizeOffset, nextRecord - newest);
 }
 
 // Completes the subtrees that end before record `nextRecord`, from the deepest level up to `level`,
-// and ranks the runs that are complete with them: those below `lastOpenLevel`.
+// and ranks the runs that are complete with them: those below `lastOpenLevel`. After an error
+// `groupTableTop` is the level at which it was met.
 void closeLevels(SortJob& job, std::int32_t level, std::int32_t lastOpenLevel,
                  std::int32_t nextRecord) {
-    for (std::int32_t open = job.groupTableTop; open >= level; --open) {
-        completeSubtree(job, open, nextRecord);
+    for (; job.groupTableTop >= level; --job.groupTableTop) {
+        completeSubtree(job, job.groupTableTop, nextRecord);
         if (failed(job)) return;
-        if (open > lastOpenLevel) rankSiblings(job, job.groupTable[open]);
-        if (failed(job)) return;
+        if (job.groupTableTop > lastOpenLevel) {
+            rankSiblings(job, job.groupTable[job.groupTableTop]);
+            if (failed(job)) return;
+        }
     }
+}
+
+bool isForestLevel(const SortJob& job, std::int32_t level) {
+    // The level of the record before is the deepest one open.
+    return level >= kRootLevel && level <= kHierarchyLevelMax && level <= job.groupTableTop + 1;
 }
 
 // The first walk.
@@ -48,18 +51,54 @@ void measureAndRank(SortJob& job) {
     for (std::int32_t n = 1; n <= job.recordCount; ++n) {
         const std::int32_t level = readLevel(job, n);
         if (failed(job)) return;
-        // The level of the record before is the deepest one open.
-        if (level < kRootLevel || level > kHierarchyLevelMax || level > job.groupTableTop + 1) {
+        if (!isForestLevel(job, level)) {
             raise(job, ErrorCode::kHierarchyInvalid);
             return;
         }
+        const bool opensRun = level > job.groupTableTop;
         closeLevels(job, level, level, n);
         if (failed(job)) return;
-        if (level > job.groupTableTop) job.groupTable[level].first = n;
+        if (opensRun) job.groupTable[level].first = n;
         job.groupTable[level].last = n;
         job.groupTableTop = level;
     }
     closeLevels(job, kRootLevel, kRootLevel - 1, job.recordCount + 1);
+}
+
+// The siblings of the open run at `level` whose subtrees are complete; none where `last` is 0.
+SiblingRun completeSiblings(SortJob& job, std::int32_t level, bool newestIsComplete) {
+    SiblingRun run = job.groupTable[level];
+    if (newestIsComplete) return run;
+    const std::int32_t newest = run.last;
+    run.last = 0;
+    for (std::int32_t n = run.first; n < newest && !failed(job);) {
+        run.last = n;
+        n += readField(job, n, kSubtreeSizeOffset);
+    }
+    return run;
+}
+
+bool isPoolError(ErrorCode code) {
+    return code == ErrorCode::kWorkFileRead || code == ErrorCode::kWorkFileWrite ||
+           code == ErrorCode::kNoFreeFrame;
+}
+
+// Runs are ranked when they are complete, which is later than a sibling's own end: where something
+// fails in between, a value that cannot be compared has its turn first. Reports what comparing each
+// sibling at its end would have met: in the open runs, from the roots down, then the error at hand.
+void settleError(SortJob& job) {
+    const ErrorCode atHand = job.errorCode;
+    if (isPoolError(atHand)) return;
+    const bool levelRefused = atHand == ErrorCode::kHierarchyInvalid;
+    for (std::int32_t level = kRootLevel; level <= job.groupTableTop; ++level) {
+        job.errorCode = ErrorCode::kSuccess;
+        const bool newestIsComplete = level == job.groupTableTop && !levelRefused;
+        const SiblingRun run = completeSiblings(job, level, newestIsComplete);
+        if (run.last == 0) continue;
+        job.errorCode = firstComplaint(job, run);
+        if (failed(job)) return;
+    }
+    job.errorCode = atHand;
 }
 
 // The second walk: a record's place is its parent's, one for the parent itself, and the records of
@@ -111,7 +150,10 @@ void applyPermutation(SortJob& job) {
 void sortHierarchy(SortJob& job) {
     job.currentFrame = 0;
     measureAndRank(job);
-    if (failed(job)) return;
+    if (failed(job)) {
+        settleError(job);
+        return;
+    }
     propagatePositions(job);
     if (failed(job)) return;
     applyPermutation(job);

@@ -21,6 +21,20 @@ void setNextSibling(SortJob& job, std::int32_t sibling, std::int32_t next) {
     writeField(job, sibling, kOutputPositionOffset, next);
 }
 
+// Whether record `leftNumber` must stand before record `rightNumber`. False after an error.
+bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNumber) {
+    const HeldRecord left = locateRecord(job, leftNumber);
+    if (failed(job)) return false;
+    pinFrame(job, left.frameIndex);
+    const std::uint32_t right = addressRecord(job, rightNumber);
+    unpinFrame(job, left.frameIndex);
+    return !failed(job) && recordPrecedes(job, left.offset, right);
+}
+
+std::int32_t siblingBehind(SortJob& job, std::int32_t sibling) {
+    return sibling + readField(job, sibling, kSubtreeSizeOffset);
+}
+
 // A list that grows at its end.
 struct GrowingList {
     std::int32_t head = kNoRecord;
@@ -54,7 +68,7 @@ std::int32_t sortSiblings(SortJob& job, const SiblingRun& run) {
     std::int32_t pending[kPendingListsMax] = {};
     std::int32_t sibling = run.first;
     while (sibling <= run.last && !failed(job)) {
-        const std::int32_t following = sibling + readField(job, sibling, kSubtreeSizeOffset);
+        const std::int32_t following = siblingBehind(job, sibling);
         setNextSibling(job, sibling, kNoRecord);
         std::int32_t list = sibling;
         int bit = 0;
@@ -73,16 +87,30 @@ std::int32_t sortSiblings(SortJob& job, const SiblingRun& run) {
     return sorted;
 }
 
-}  // namespace
-
-bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNumber) {
-    const HeldRecord left = locateRecord(job, leftNumber);
-    if (failed(job)) return false;
-    pinFrame(job, left.frameIndex);
-    const std::uint32_t right = addressRecord(job, rightNumber);
-    unpinFrame(job, left.frameIndex);
-    return !failed(job) && recordPrecedes(job, left.offset, right);
+// Sibling number `number` of the run, from 1. After an error some sibling or other.
+std::int32_t siblingOfNumber(SortJob& job, const SiblingRun& run, std::int32_t number) {
+    std::int32_t sibling = run.first;
+    for (std::int32_t n = 1; n < number; ++n)
+        sibling = siblingBehind(job, sibling);
+    return sibling;
 }
+
+std::int32_t countSiblings(SortJob& job, const SiblingRun& run) {
+    std::int32_t count = 1;
+    for (std::int32_t sibling = run.first; sibling < run.last && !failed(job); ++count) {
+        sibling = siblingBehind(job, sibling);
+    }
+    return count;
+}
+
+// Whether the first `count` siblings of the run can all be compared with one another.
+bool areComparable(SortJob& job, const SiblingRun& run, std::int32_t count) {
+    job.errorCode = ErrorCode::kSuccess;
+    sortSiblings(job, {run.first, siblingOfNumber(job, run, count)});
+    return !failed(job);
+}
+
+}  // namespace
 
 void rankSiblings(SortJob& job, const SiblingRun& run) {
     std::int32_t sibling = sortSiblings(job, run);
@@ -94,6 +122,33 @@ void rankSiblings(SortJob& job, const SiblingRun& run) {
         recordsBefore += subtreeSize;
         sibling = following;
     }
+}
+
+ErrorCode firstComplaint(SortJob& job, const SiblingRun& run) {
+    job.errorCode = ErrorCode::kSuccess;
+    std::int32_t count = countSiblings(job, run);
+    if (areComparable(job, run, count)) return ErrorCode::kSuccess;
+    // More siblings have no fewer complaints: find the fewest that have one.
+    std::int32_t comparable = 1;
+    while (count - comparable > 1) {
+        const std::int32_t middle = comparable + (count - comparable) / 2;
+        if (areComparable(job, run, middle)) {
+            comparable = middle;
+        } else {
+            count = middle;
+        }
+    }
+    job.errorCode = ErrorCode::kSuccess;
+    const std::int32_t culprit = siblingOfNumber(job, run, count);
+    ErrorCode complaint = ErrorCode::kSuccess;
+    std::int32_t sibling = run.first;
+    for (std::int32_t n = 1; n < count; ++n) {
+        siblingPrecedes(job, culprit, sibling);
+        if (failed(job)) complaint = job.errorCode;
+        job.errorCode = ErrorCode::kSuccess;
+        sibling = siblingBehind(job, sibling);
+    }
+    return complaint;
 }
 
 }  // namespace tvsort

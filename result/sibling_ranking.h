@@ -5,7 +5,8 @@
 // E. Knuth, The Art of Computer Programming, volume 3, section 5.2.4, algorithm L, with a list of
 // each power of two pending instead of passes): k siblings cost about k log2(k) comparisons. Equal
 // siblings keep their order, and every two siblings that end up next to one another have been
-// compared, so what a comparison can complain about is found.
+// compared, so a value that cannot be compared is found. Which of several such values is reported
+// is decided as if every pair had been compared in order of arrival (`firstComplaint`).
 
 #pragma once
 
@@ -20,7 +21,9 @@ namespace tvsort {
 // comparator raise their codes.
 void rankSiblings(SortJob& job, const SiblingRun& run);
 
-// Whether record `leftNumber` must stand before record `rightNumber`. False after an error.
-bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNumber);
+// What comparing each sibling, when it is complete, with every earlier one meets first in the run:
+// the code of the last complaint about the first sibling that there is one about, or kSuccess. For
+// a request that has failed already; the codes and the links of the run are spent.
+ErrorCode firstComplaint(SortJob& job, const SiblingRun& run);
 
 }  // namespace tvsort
