@@ -65,14 +65,19 @@ void takeKeyList(SortJob& job) {
         raise(job, ErrorCode::kTooManyKeys);
         return;
     }
-    copyFromMessage(job, sizeof(SortRequest), job.keys, job.keyCount * sizeof(KeyDescriptor));
-    job.hasKind4Key = 0;
-    job.extraKeyCount = 0;
-    job.primaryKeyCount = 0;
     if (job.keyCount == 0) {
         raise(job, ErrorCode::kNoKeys);
         return;
     }
+    // What stands in the buffer behind a message is an earlier one's.
+    if (messageBytes(job) < itemCountOffset(job.keyCount)) {
+        raise(job, ErrorCode::kRequestContradictory);
+        return;
+    }
+    copyFromMessage(job, sizeof(SortRequest), job.keys, job.keyCount * sizeof(KeyDescriptor));
+    job.hasKind4Key = 0;
+    job.extraKeyCount = 0;
+    job.primaryKeyCount = 0;
     if (job.sortMode == SortMode::kHierarchy) {
         job.keys[0].kindFlags = static_cast<std::uint8_t>(KeyKind::kIgnored);
     }

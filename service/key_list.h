@@ -13,8 +13,9 @@ namespace tvsort {
 // sort mode 7 the first descriptor is no sort key, whatever its kind. A request of which no
 // descriptor is a sort key goes on with `keyCount` 0.
 //
-// Raises 137 for more than 100 descriptors, 1410 for none at all, and 1408 when the order numbers
-// do not give each sort key its own place.
+// Raises 137 for more than 100 descriptors, 1410 for none at all, 1406 for a message that ends
+// before its descriptors do, and 1408 when the order numbers do not give each sort key its own
+// place.
 void takeKeyList(SortJob& job);
 
 // Copies the request's byte-weight tables into `items`. Needs a checked request.

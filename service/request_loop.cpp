@@ -119,7 +119,11 @@ void serveRequest(SortJob& job) {
     job.errorCode = ErrorCode::kSuccess;
     // Without a work file no request has been taken yet: there is nothing to reload.
     std::int32_t requestFileBlocks = 0;
-    if (receiveMessage(job)) {
+    if (!receiveMessage(job)) {
+        // 1401 is to be reported.
+    } else if (messageBytes(job) < sizeof(SortRequest)) {
+        raise(job, ErrorCode::kRequestContradictory);
+    } else {
         const auto request = loadAs<SortRequest>(job.message);
         requestFileBlocks = request.fileBlocks;
         takeGeometry(job, request);

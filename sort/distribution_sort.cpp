@@ -8,6 +8,8 @@
 #include "keys/null_indicator.h"
 #include "keys/record_precedes.h"
 #include "sort/counting_pass.h"
+#include "sort/entry_sort.h"
+#include "sort/normalized_key.h"
 #include "storage/record_address.h"
 
 namespace tvsort {
@@ -162,18 +164,6 @@ constexpr DecimalClass kAscendingClasses[kDecimalClasses] = {
     DecimalClass::kLowest, DecimalClass::kNegative, DecimalClass::kZero, DecimalClass::kPositive,
     DecimalClass::kHighest};
 
-// The class that a decimal is distributed by. Under descending keys an invalid digit has no code to
-// be reported with, and the value goes where its class byte says; an unknown class byte goes
-// nowhere.
-DecimalClass distributedClass(const Byte* value, bool ascending) {
-    const DecimalClass valueClass = decimalClass(value);
-    if (valueClass != DecimalClass::kInvalid || ascending ||
-        value[0] > static_cast<Byte>(DecimalClass::kHighest)) {
-        return valueClass;
-    }
-    return static_cast<DecimalClass>(value[0]);
-}
-
 // Where the records of each class begin, by DecimalClass.
 struct ClassPlaces {
     std::uint32_t start[kDecimalClasses];
@@ -322,20 +312,9 @@ void checkUniqueness(SortJob& job) {
     }
 }
 
-}  // namespace
-
-bool distributionSortApplies(const SortJob& job) {
-    return job.recordCount >= kDistributionRecordsMin && fitsWithItsDouble(job) &&
-           keysAreDistributable(job);
-}
-
-void distributionSort(SortJob& job) {
+// The plain way: whole records move in every pass.
+void sortByRecordPasses(SortJob& job, Byte* scratchArea, Byte* counters) {
     packRecords(job);
-    const std::size_t dataBytes = static_cast<std::size_t>(job.fileBlocks) * frameBytes(job);
-    const std::size_t recordBytes =
-        static_cast<std::size_t>(job.recordCount) * std::size_t{job.recordLength};
-    Byte* const scratchArea = job.frameArea + dataBytes;
-    Byte* const counters = scratchArea + ((recordBytes + 3) & ~std::size_t{3});
     RecordArrays arrays = {job.frameArea, scratchArea, reinterpret_cast<std::uint32_t*>(counters),
                            static_cast<std::uint32_t>(job.recordCount), job.recordLength};
     if (job.modeFlag != 0) {
@@ -347,7 +326,27 @@ void distributionSort(SortJob& job) {
         if (failed(job)) return;
     }
     spreadRecords(job, arrays.source);
-    checkUniqueness(job);
+}
+
+}  // namespace
+
+bool distributionSortApplies(const SortJob& job) {
+    return job.recordCount >= kDistributionRecordsMin && fitsWithItsDouble(job) &&
+           keysAreDistributable(job);
+}
+
+void distributionSort(SortJob& job) {
+    const std::size_t dataBytes = static_cast<std::size_t>(job.fileBlocks) * frameBytes(job);
+    const std::size_t recordBytes =
+        static_cast<std::size_t>(job.recordCount) * std::size_t{job.recordLength};
+    Byte* const scratchArea = job.frameArea + dataBytes;
+    Byte* const counters = scratchArea + ((recordBytes + 3) & ~std::size_t{3});
+    if (entriesFit(job)) {
+        sortByEntries(job, scratchArea);
+    } else {
+        sortByRecordPasses(job, scratchArea, counters);
+    }
+    if (!failed(job)) checkUniqueness(job);
 }
 
 }  // namespace tvsort

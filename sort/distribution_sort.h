@@ -1,19 +1,24 @@
 // The distribution sort: orders a large data set that fits into the frames without comparing
-// records, by stable counting passes over the digits of its keys, the least significant first.
+// records, by stable passes over the digits of its keys.
 //
 // Regions, from `frameArea`, with F the bytes of a frame, N records of L bytes:
 //
-//     0                                 data area     frames with the blocks of the data set; after
-//                                                     packing the N records back to back
-//     fileBlocks x F                    scratch area  N x L bytes, a second array of records
+//     0                                 data area     the frames with the blocks of the data set
+//     fileBlocks x F                    scratch area  N x L bytes
 //     + N x L, rounded up to 4          counters      262144 bytes
 //
-// The frames behind the data set hold no block, so they are free for this use. A pass moves the
-// records from one area to the other, and the two change roles. Keys are taken from the last one to
-// the first, and every step keeps the order of what it does not separate: records that are equal in
-// every key stay in the order in which they arrived.
+// The frames behind the data set hold no block, so they are free for this use. Two ways lead to the
+// same bytes:
 //
-// Nulls are split off once per key and the key's passes run over the other records only:
+//     sort/entry_sort.h   records of 32 bytes and more: passes over small entries of key digits and
+//                         place, then each record moves once
+//     here                smaller records, and very long keys: passes over whole records
+//
+// The passes over whole records are the plain rule. The records are packed back to back, and each
+// pass moves them from one area to the other. Keys are taken from the last one to the first, and
+// every step keeps the order of what it does not separate: records that are equal in every key stay
+// in the order in which they arrived. Nulls are split off once per key and the key's passes run
+// over the other records only:
 //
 //     source   | values, in passes          | nulls |
 //     then     | values in order            | nulls |   or   | nulls | values in order |

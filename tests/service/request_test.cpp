@@ -165,6 +165,10 @@ TEST(RequestCheck, MessagesShorterThanTheirPartsAreRefused) {
     EXPECT_EQ(cutTo(97), ErrorCode::kRequestContradictory);
     EXPECT_EQ(cutTo(96), ErrorCode::kSuccess);  // ends right after the descriptors: no items
     EXPECT_EQ(cutTo(95), ErrorCode::kRequestContradictory);
+    EXPECT_EQ(cutTo(84),
+              ErrorCode::kRequestContradictory);  // what the buffer still holds is no key
+    EXPECT_EQ(cutTo(83), ErrorCode::kRequestContradictory);
+    EXPECT_EQ(cutTo(24), ErrorCode::kRequestContradictory);
 }
 
 TEST(Messages, ItemsAcrossTheBufferBorderAreReadAndFrameZeroStays) {
