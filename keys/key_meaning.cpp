@@ -118,6 +118,8 @@ void resolveKeyRules(SortJob& job) {
         rule.fieldOffset = key.fieldOffset;
         rule.fieldLength = key.fieldLength;
         rule.nullOffset = std::uint32_t{job.kind4Key.fieldOffset} + job.keyPositions[k] - 1;
+        rule.contentBytes = std::max(
+            0, job.recordLength - key.fieldOffset - static_cast<std::int32_t>(kLengthPrefixBytes));
         rule.weights = weights;
 
         const bool checkedForUniqueness =

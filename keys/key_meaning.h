@@ -92,12 +92,13 @@ struct KeyRule {
     std::uint16_t fieldOffset;  // bytes from the record's start
     std::uint16_t fieldLength;  // bytes
     std::uint32_t nullOffset;   // bytes from the record's start to the null indicator, if there
+    std::int32_t contentBytes;  // prefixed values: what the record holds behind the length
     const Byte* weights;        // 256 weights, or null
 };
 
 // The bytes of a record that a key of this descriptor needs at its field offset. Prefixed values
-// may state lengths up to `fieldLength` and so reach two bytes beyond what is demanded here: the
-// slot always holds those bytes (records and the pivot's copy end before the page descriptors do).
+// may state lengths up to `fieldLength`, two bytes more than the field has behind the length; their
+// content ends with the record (`contentBytes`).
 std::uint32_t keyFieldBytes(std::uint8_t dataType, std::uint16_t fieldLength);
 
 // Fills `job.keyRules` from `keyOrder`, `keyPositions`, `kind4Key`, `items` and `sortMode`.

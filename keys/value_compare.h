@@ -2,9 +2,8 @@
 //
 // `compareValues` knows values only: no direction, no nulls, no error codes. What the two
 // comparators make of its answer, and where they differ on purpose, is theirs to say
-// (keys/record_precedes.h, keys/records_differ.h). It copies nothing and reads each value where it
-// lies. It never reads outside the field, but for prefixed values whose stated length reaches two
-// bytes beyond it (keyFieldBytes says why the slot holds those bytes).
+// (keys/record_precedes.h, keys/records_differ.h). It copies nothing, reads each value where it
+// lies and never reads outside its record.
 
 #pragma once
 
@@ -79,27 +78,29 @@ inline ValueOrder compareUnits(const Byte* left, const Byte* right, std::int32_t
     return ValueOrder::kEqual;
 }
 
-// The content of two length-prefixed values. A stored length of 0 or less has no content, and the
-// lengths alone decide.
+// Two length-prefixed values. A stored length of 0 or less has no content, and the lengths alone
+// decide. A length may state more than the record holds: the content ends with the record.
 struct PrefixedValues {
     std::int32_t leftLength;
     std::int32_t rightLength;
     const Byte* left;
     const Byte* right;
+    std::int32_t contentBytes;
 
-    PrefixedValues(const Byte* leftField, const Byte* rightField)
+    PrefixedValues(const KeyRule& rule, const Byte* leftField, const Byte* rightField)
         : leftLength(loadI16(leftField)),
           rightLength(loadI16(rightField)),
           left(leftField + kLengthPrefixBytes),
-          right(rightField + kLengthPrefixBytes) {}
+          right(rightField + kLengthPrefixBytes),
+          contentBytes(rule.contentBytes) {}
 
     bool exceed(std::uint16_t fieldLength) const {
         return std::max(leftLength, rightLength) > std::int32_t{fieldLength};
     }
+    std::int32_t leftBytes() const { return std::clamp(leftLength, 0, contentBytes); }
+    std::int32_t rightBytes() const { return std::clamp(rightLength, 0, contentBytes); }
     // Bytes that both values have.
-    std::int32_t commonBytes() const {
-        return std::max<std::int32_t>(std::min(leftLength, rightLength), 0);
-    }
+    std::int32_t commonBytes() const { return std::min(leftBytes(), rightBytes()); }
 };
 
 inline ValueOrder compareStrings(const PrefixedValues& values) {
@@ -123,21 +124,21 @@ inline ValueOrder compareUnitStrings(const PrefixedValues& values) {
 }
 
 inline ValueOrder compareCollatedStrings(const PrefixedValues& values) {
-    return orderOf(collateCompare(*collationTable, values.left, std::max(values.leftLength, 0) / 2,
-                                  values.right, std::max(values.rightLength, 0) / 2, false));
+    return orderOf(collateCompare(*collationTable, values.left, values.leftBytes() / 2,
+                                  values.right, values.rightBytes() / 2, false));
 }
 
 inline ValueOrder compareGeometries(const PrefixedValues& values, const KeyRule& rule) {
     int order = 0;
     const bool readable =
-        compareGeometryKeys(rule.geometryType, rule.storedEnvelope, values.left, values.leftLength,
-                            values.right, values.rightLength, order);
+        compareGeometryKeys(rule.geometryType, rule.storedEnvelope, values.left, values.leftBytes(),
+                            values.right, values.rightBytes(), order);
     return readable ? orderOf(order) : ValueOrder::kUnreadableGeometry;
 }
 
 // Types 8, 9 and 12. Their lengths are checked before anything else.
 inline ValueOrder comparePrefixed(const KeyRule& rule, const Byte* left, const Byte* right) {
-    const PrefixedValues values(left, right);
+    const PrefixedValues values(rule, left, right);
     if (values.exceed(rule.fieldLength)) return ValueOrder::kTooLong;
     switch (rule.comparison) {
         case Comparison::kWeightedString:

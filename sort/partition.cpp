@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "keys/record_precedes.h"
+#include "sort/leading_digits.h"
 
 namespace tvsort {
 
@@ -17,6 +18,7 @@ constexpr std::int32_t kRandomPivotDistance = 100;
 struct Partition {
     HeldRange& held;
     std::uint32_t pivot;  // place of the pivot's copy
+    DigitWindow window;   // of the pivot
     std::int32_t iLast;   // last record of i's block
     std::int32_t jFirst;  // first record of j's block
 };
@@ -80,10 +82,31 @@ bool stepDown(SortJob& job, Partition& partition) {
     return crossBlock(job, partition.held, j, partition.held.i);
 }
 
+// Whether record i comes before the pivot.
+template <LeadingKind kind>
+bool precedesPivot(SortJob& job, const Partition& partition) {
+    const std::uint32_t i = partition.held.i.offset;
+    const Side side = sideOf<kind>(job, recordAt(job, i), partition.window);
+    if (side == Side::kUndecided) return recordPrecedes(job, i, partition.pivot);
+    job.compareState = 1;
+    return side == Side::kBefore;
+}
+
+// Whether the pivot comes before record j.
+template <LeadingKind kind>
+bool pivotPrecedes(SortJob& job, const Partition& partition) {
+    const std::uint32_t j = partition.held.j.offset;
+    const Side side = sideOf<kind>(job, recordAt(job, j), partition.window);
+    if (side == Side::kUndecided) return recordPrecedes(job, partition.pivot, j);
+    job.compareState = 1;
+    return side == Side::kBehind;
+}
+
 // Moves i up to the first record that does not precede the pivot.
+template <LeadingKind kind>
 bool scanUp(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (recordPrecedes(job, held.i.offset, partition.pivot)) {
+    while (precedesPivot<kind>(job, partition)) {
         if (held.i.recordNumber == held.high.recordNumber) break;
         if (!stepUp(job, partition)) return false;
     }
@@ -91,9 +114,10 @@ bool scanUp(SortJob& job, Partition& partition) {
 }
 
 // Moves j down to the first record that the pivot does not precede.
+template <LeadingKind kind>
 bool scanDown(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (recordPrecedes(job, partition.pivot, held.j.offset)) {
+    while (pivotPrecedes<kind>(job, partition)) {
         if (held.j.recordNumber == held.low.recordNumber) break;
         if (!stepDown(job, partition)) return false;
     }
@@ -119,29 +143,35 @@ bool copyPivot(SortJob& job, const Partition& partition) {
     return true;
 }
 
+// The two scans and the exchanges, from both ends to where they meet.
+template <LeadingKind kind>
+void movePast(SortJob& job, Partition& partition, Byte* scratch) {
+    HeldRange& held = partition.held;
+    partition.window = digitWindow<kind>(job, recordAt(job, partition.pivot));
+    do {
+        if (!scanUp<kind>(job, partition)) return;
+        if (!scanDown<kind>(job, partition)) return;
+        if (held.i.recordNumber < held.j.recordNumber) exchange(job, held.i, held.j, scratch);
+        if (held.i.recordNumber <= held.j.recordNumber) {
+            // The cursors may pass each other by one, but leave the data set for no comparison.
+            if (held.i.recordNumber != job.recordCount && !stepUp(job, partition)) return;
+            if (held.j.recordNumber != 1 && !stepDown(job, partition)) return;
+        }
+        if (failed(job)) return;
+    } while (held.i.recordNumber <= held.j.recordNumber);
+}
+
 }  // namespace
 
 void partitionRange(SortJob& job, HeldRange& held, Byte* scratch) {
-    Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), 0, 0};
+    Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), {}, 0, 0};
     if (!copyPivot(job, partition)) return;
     held.i = held.low;
     held.j = held.high;
     partition.iLast = lastRecordOfBlock(job, blockOfRecord(job, held.i.recordNumber));
     partition.jFirst = firstRecordOfBlock(job, blockOfRecord(job, held.j.recordNumber));
-    do {
-        if (!scanUp(job, partition)) return;
-        if (!scanDown(job, partition)) return;
-        if (held.i.recordNumber < held.j.recordNumber) exchange(job, held.i, held.j, scratch);
-        if (held.i.recordNumber <= held.j.recordNumber) {
-            // The cursors may pass each other by one, but never the numbers there are.
-            if (held.i.recordNumber != std::numeric_limits<std::int32_t>::max() &&
-                !stepUp(job, partition)) {
-                return;
-            }
-            if (held.j.recordNumber != 1 && !stepDown(job, partition)) return;
-        }
-        if (failed(job)) return;
-    } while (held.i.recordNumber <= held.j.recordNumber);
+    withLeadingKind(leadingKind(job),
+                    [&]<LeadingKind kind>() { movePast<kind>(job, partition, scratch); });
 }
 
 void unpinUnlessHeld(SortJob& job, const HeldRecord& released, const HeldRecord& first,

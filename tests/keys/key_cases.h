@@ -24,6 +24,7 @@ class KeyCases {
     void setKeys(std::initializer_list<KeyDescriptor> keys) {
         SortJob& job = served_.job();
         job.keyCount = 0;
+        job.recordLength = kRightPlace;
         for (const KeyDescriptor& key : keys) {
             job.keys[job.keyCount] = key;
             job.keyOrder[job.keyCount] = &job.keys[job.keyCount];
