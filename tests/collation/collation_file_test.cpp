@@ -86,7 +86,8 @@ TEST_F(CollationLoading, PagesMayStartAtAnyByteAndOverlap) {
     CollationBytes bytes;
     bytes.setWeight(u'b', 3);
     bytes.file().push_back(0);
-    // b's page, read from its second byte on. Before b, whose flags are 0, stands 00 0a 00 00 ff ff.
+    // b's page, read from its second byte on. Before b, whose flags are 0, stands 00 0a 00 00 ff
+    // ff.
     bytes.setPage(0x30, 2049);
     ASSERT_TRUE(isPutInForce(bytes.file()));
     EXPECT_EQ(unitWeight(*collationTable, u'b'), 3);

@@ -113,7 +113,9 @@ TEST(SetOperation, CountsUpToSixtyFourTags) {
         const Answer answer = served.ask(request);
         EXPECT_EQ(answer.errorCode(),
                   tags == 64 ? ErrorCode::kSuccess : ErrorCode::kTooManyOperands);
-        if (tags == 64) EXPECT_EQ(served.result(answer), Records{records[0]});
+        if (tags == 64) {
+            EXPECT_EQ(served.result(answer), Records{records[0]});
+        }
     }
 }
 

@@ -36,6 +36,10 @@ bool isPermutation(Records left, Records right) {
     return left == right;
 }
 
+int below(std::mt19937& random, unsigned bound) {
+    return static_cast<int>(random() % bound);
+}
+
 TEST(SortDriver, OrdersRandomWorldsInPoolsOfEveryShape) {
     struct Pool {
         SlotLayout layout;
@@ -109,7 +113,7 @@ TEST(SortDriver, IntransitiveComparisonsLoseNoRecord) {
         Records records = randomWorld(random, 3000, 5, 3, false);
         for (Bytes& record : records) {
             const double value = random() % 10 == 0 ? std::numeric_limits<double>::quiet_NaN()
-                                                    : 1.0 + (random() % 64) * 0x1p-50;
+                                                    : 1.0 + below(random, 64) * 0x1p-50;
             storeAs(record.data() + kKeyAOffset, value);
         }
         ServedJob served;
@@ -161,13 +165,14 @@ TEST(LeadingDigits, GiveThePlacesAndCodesOfTheComparator) {
                 storeAs(field,
                         static_cast<std::int16_t>(random() % 500 == 0 ? 13 : random() % 14 - 1));
             }
-            if (c.type == DataType::kDecimal) field[0] = random() % 2000 == 0 ? 7 : random() % 3;
+            if (c.type == DataType::kDecimal)
+                field[0] = static_cast<Byte>(random() % 2000 == 0 ? 7 : random() % 3);
             const double value = random() % 20 == 0
                                      ? std::numeric_limits<double>::infinity()
-                                     : (random() % 5 - 2.0) * (1 + random() % 9 * 0x1p-49);
+                                     : (below(random, 5) - 2) * (1 + below(random, 9) * 0x1p-49);
             if (c.type == DataType::kFloat && c.length == 8) storeAs(field, value);
             if (c.type == DataType::kFloat && c.length == 4) {
-                storeAs(field, static_cast<float>(value) * (1 + random() % 9 * 0x1p-20F));
+                storeAs(field, static_cast<float>(value * (1 + below(random, 9) * 0x1p-20)));
             }
         }
         const Geometry geometry = {

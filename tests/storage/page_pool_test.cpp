@@ -155,7 +155,9 @@ TEST_F(PagePool, RandomAccessesFindTheirBlocksWithPinsInPlace) {
         const std::uint32_t place = addressRecord(job_, record);
         ASSERT_EQ(job_.errorCode, ErrorCode::kSuccess);
         ASSERT_EQ(job_.frameArea[place], (record - 1) / 10 + 1) << "step " << step;
-        if (pinned >= 0) ASSERT_NE(descriptor(pinned).pinned, 0);
+        if (pinned >= 0) {
+            ASSERT_NE(descriptor(pinned).pinned, 0);
+        }
         if (state % 5 == 0) {
             if (pinned >= 0) unpinFrame(job_, pinned);
             pinned = job_.currentFrame;

@@ -1,0 +1,41 @@
+// The workloads by name: records, keys, order, and the peers that sort them.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "bench/peers.h"
+#include "bench/random.h"
+#include "host/request_builder.h"
+#include "service/bytes.h"
+
+namespace tvsort::bench {
+
+enum class Arrangement : std::uint8_t { kRandom, kSorted, kReversed, kAllEqual };
+
+struct Workload {
+    std::string name;
+    Arrangement arrangement;
+    std::uint16_t recordLength;
+    host::RequestBuilder request;
+    void (*fill)(Byte* record, std::uint64_t number, Random& random);
+    bool (*precedes)(const Byte* left, const Byte* right);
+    std::vector<Peer> peers;
+};
+
+// Those that all tables show.
+std::vector<Workload> workloads();
+
+// Pairs of neighbours that differ in what lets a fast path work.
+std::vector<Workload> fastPathWorkloads();
+
+// Lines of text, which other programs sort too.
+Workload textLines();
+
+// `recordCount` records, the same ones in every run.
+std::vector<Byte> makeRecords(const Workload& workload, std::size_t recordCount);
+
+}  // namespace tvsort::bench

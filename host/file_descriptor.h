@@ -1,0 +1,38 @@
+// A descriptor of the operating system that closes itself.
+
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace tvsort::host {
+
+class FileDescriptor {
+  public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int number) : number_(number) {}
+    ~FileDescriptor() { close(); }
+    FileDescriptor(FileDescriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        if (this != &other) {
+            close();
+            number_ = std::exchange(other.number_, -1);
+        }
+        return *this;
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    // -1 when none is held, which poll(2) passes over.
+    int number() const { return number_; }
+    bool isOpen() const { return number_ >= 0; }
+    void close() {
+        if (number_ >= 0) ::close(std::exchange(number_, -1));
+    }
+
+  private:
+    int number_ = -1;
+};
+
+}  // namespace tvsort::host

@@ -1,0 +1,242 @@
+#include "host/sort_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string_view>
+
+namespace tvsort::host {
+
+namespace {
+
+constexpr std::size_t kOutputTextBytesMax = 65536;
+
+std::string_view variableName(std::string_view assignment) {
+    return assignment.substr(0, assignment.find('='));
+}
+
+// This process's environment with the given assignments in it.
+std::vector<std::string> mergedEnvironment(const std::vector<std::string>& assignments) {
+    std::vector<std::string> merged(assignments);
+    for (char** own = environ; *own != nullptr; ++own) {
+        bool replaced = false;
+        for (const std::string& assignment : assignments) {
+            replaced = replaced || variableName(assignment) == variableName(*own);
+        }
+        if (!replaced) merged.emplace_back(*own);
+    }
+    return merged;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+// What a process finds open, and the state of its signals.
+class SpawnSettings {
+  public:
+    SpawnSettings(int output, int sharedDescriptor) {
+        posix_spawn_file_actions_init(&actions_);
+        posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
+        if (sharedDescriptor >= 0) {
+            // Onto itself: that clears the mark that would close it.
+            posix_spawn_file_actions_adddup2(&actions_, sharedDescriptor, sharedDescriptor);
+        }
+        sigset_t signals;
+        posix_spawnattr_init(&attributes_);
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&attributes_, &signals);
+        sigfillset(&signals);
+        posix_spawnattr_setsigdefault(&attributes_, &signals);
+        posix_spawnattr_setpgroup(&attributes_, 0);
+        posix_spawnattr_setflags(
+            &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    }
+    ~SpawnSettings() {
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    const posix_spawn_file_actions_t* actions() const { return &actions_; }
+    const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+  private:
+    posix_spawn_file_actions_t actions_;
+    posix_spawnattr_t attributes_;
+};
+
+double secondsOf(const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+// The number behind `name` in a file of "name: number" lines; 0 when there is none.
+std::int64_t numberIn(const std::string& path, const std::string& name) {
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with(name + ":")) return std::atoll(line.c_str() + name.size() + 1);
+    }
+    return 0;
+}
+
+// Control characters would spoil the line that the text becomes a part of.
+std::string printable(const std::string& text) {
+    const std::size_t end = text.find_last_not_of(" \n");
+    std::string result;
+    for (const char character : text.substr(0, end == std::string::npos ? 0 : end + 1)) {
+        result += static_cast<unsigned char>(character) < ' ' ? ' ' : character;
+    }
+    return result.substr(std::min(result.find_first_not_of(' '), result.size()));
+}
+
+}  // namespace
+
+SortProcess::SortProcess(const ProcessStart& start) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        throw systemFailure("cannot make a pipe for the sort process", errno,
+                            "close other files or raise the limit of open files");
+    }
+    output_ = FileDescriptor(ends[0]);
+    const FileDescriptor writeEnd(ends[1]);
+    fcntl(output_.number(), F_SETFL, O_NONBLOCK);
+
+    std::vector<std::string> arguments = {start.program.string()};
+    arguments.insert(arguments.end(), start.arguments.begin(), start.arguments.end());
+    std::vector<std::string> environment = mergedEnvironment(start.environment);
+    const SpawnSettings settings(writeEnd.number(), start.sharedDescriptor);
+    const int error =
+        posix_spawnp(&id_, arguments[0].c_str(), settings.actions(), settings.attributes(),
+                     pointersTo(arguments).data(), pointersTo(environment).data());
+    if (error != 0) {
+        throw systemFailure("cannot start the sort process " + start.program.string(), error,
+                            "name the built tvsort program");
+    }
+}
+
+SortProcess::~SortProcess() {
+    kill();
+}
+
+bool SortProcess::hasEnded() {
+    return reap(WNOHANG);
+}
+
+bool SortProcess::reap(int waitOptions) {
+    if (waitStatus_.has_value()) return true;
+    int status = 0;
+    rusage usage = {};
+    const pid_t reaped = wait4(id_, &status, waitOptions, &usage);
+    // In a host that ignores SIGCHLD the system reaps: the process has ended, nobody knows how.
+    const bool unknown = reaped < 0 && errno == ECHILD;
+    if (reaped != id_ && !unknown) return false;
+    waitStatus_ = status;
+    finalUsage_.peakBytes = std::int64_t{usage.ru_maxrss} * 1024;
+    finalUsage_.userSeconds = secondsOf(usage.ru_utime);
+    finalUsage_.systemSeconds = secondsOf(usage.ru_stime);
+    return true;
+}
+
+bool SortProcess::waitForEnd(Timeout timeout, const WhileWaiting& whileWaiting) {
+    return waitFor(-1, 0, Deadline(timeout), whileWaiting) == WaitOutcome::kProcessEnded;
+}
+
+void SortProcess::sendSignal(int signalNumber) {
+    // Not reaped yet, so the id is still this process's own.
+    if (!hasEnded()) ::kill(id_, signalNumber);
+}
+
+void SortProcess::kill() {
+    sendSignal(SIGKILL);
+    while (!reap(0) && errno == EINTR)
+        continue;
+}
+
+WaitOutcome SortProcess::waitFor(int descriptor, short events, const Deadline& deadline,
+                                 const WhileWaiting& whileWaiting) {
+    for (;;) {
+        // Asked for before the poll: what the process sent in its last moments is then ready.
+        const bool ended = hasEnded();
+        // Between the end of its output and its end lie moments only.
+        const int slice = output_.isOpen() ? deadline.sliceMilliseconds() : 1;
+        pollfd polled[] = {{descriptor, events, 0}, {ended ? -1 : output_.number(), POLLIN, 0}};
+        const int ready = poll(polled, std::size(polled), ended ? 0 : slice);
+        if (ready < 0 && errno != EINTR) {
+            throw systemFailure("cannot wait for the sort process", errno);
+        }
+        if (ready > 0 && polled[0].revents != 0) return WaitOutcome::kReady;
+        if (ended) return WaitOutcome::kProcessEnded;
+        if (ready > 0) readOutput();
+        if (whileWaiting) whileWaiting();
+        if (deadline.hasPassed()) return WaitOutcome::kTimedOut;
+    }
+}
+
+void SortProcess::readOutput() {
+    char piece[4096];
+    while (output_.isOpen()) {
+        const ssize_t moved = read(output_.number(), piece, sizeof piece);
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved < 0 && errno == EAGAIN) return;
+        if (moved <= 0) {
+            output_.close();
+            return;
+        }
+        const std::size_t room = kOutputTextBytesMax - outputText_.size();
+        outputText_.append(piece, std::min(room, static_cast<std::size_t>(moved)));
+    }
+}
+
+const std::string& SortProcess::outputText() {
+    readOutput();
+    return outputText_;
+}
+
+std::string SortProcess::describeEnd() {
+    const int status = waitStatus_.value();
+    std::string text = WIFSIGNALED(status)
+                           ? "was ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
+                                 strsignal(WTERMSIG(status)) + ")"
+                           : "ended with status " + std::to_string(WEXITSTATUS(status));
+    const std::string words = printable(outputText());
+    text += words.empty() ? " without a word" : ", saying \"" + words + "\"";
+    return text;
+}
+
+ProcessUsage SortProcess::usage() const {
+    if (waitStatus_.has_value()) return finalUsage_;
+    const std::string directory = "/proc/" + std::to_string(id_);
+    ProcessUsage usage;
+    usage.peakBytes = numberIn(directory + "/status", "VmHWM") * 1024;
+    usage.readBytes = numberIn(directory + "/io", "rchar");
+    usage.writtenBytes = numberIn(directory + "/io", "wchar");
+    usage.readCalls = numberIn(directory + "/io", "syscr");
+    usage.writeCalls = numberIn(directory + "/io", "syscw");
+    return usage;
+}
+
+HostError processDied(SortProcess& process, int slotNumber, const std::string& when,
+                      const std::string& advice) {
+    return {FailureKind::kProcessDied, "the sort process of slot " + std::to_string(slotNumber) +
+                                           " (process " + std::to_string(process.id()) + ") " +
+                                           process.describeEnd() + " while " + when + "; " +
+                                           advice};
+}
+
+}  // namespace tvsort::host

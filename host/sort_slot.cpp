@@ -1,0 +1,165 @@
+#include "host/sort_slot.h"
+
+#include <poll.h>
+
+#include "host/error_text.h"
+#include "host/host_error.h"
+
+namespace tvsort::host {
+
+namespace {
+
+constexpr char kStartAdvice[] = "check that the program is tvsort, and what it says";
+
+bool namesVariable(const std::string& directoryName) {
+    return directoryName != "SY00" && directoryName != "TEMP" && !directoryName.empty();
+}
+
+}  // namespace
+
+void checkAnswer(const SortReply& reply) {
+    if (reply.errorCode == 0) return;
+    throw HostError(FailureKind::kAnsweredWithError,
+                    "the sort process answered with " + describeAnswer(reply),
+                    static_cast<ErrorCode>(reply.errorCode), reply.osError);
+}
+
+void SortResult::read(const RecordSink& sink) const {
+    slot->read(geometry, reply.recordCount, sink);
+}
+
+SortSlot::SortSlot(const ServerOptions& options, const SlotMemory& memory, ServerSocket& socket,
+                   const std::filesystem::path& workDirectory, int slotNumber)
+    : options_(options),
+      memory_(memory),
+      socket_(socket),
+      workDirectory_(workDirectory),
+      slotNumber_(slotNumber),
+      workFile_(workDirectory, slotNumber) {}
+
+SortSlot::~SortSlot() {
+    try {
+        stop();
+    } catch (...) {
+        // Whoever is told of a failure here is gone; the process's destructor kills what still
+        // runs.
+        connection_.reset();
+    }
+}
+
+ProcessStart SortSlot::processStart() const {
+    ProcessStart start;
+    start.program =
+        options_.launcher.empty() ? options_.processPath.string() : options_.launcher[0];
+    if (!options_.launcher.empty()) {
+        start.arguments.assign(options_.launcher.begin() + 1, options_.launcher.end());
+        start.arguments.push_back(options_.processPath.string());
+    }
+    const std::string prefix =
+        options_.directoryPrefix.empty() ? workDirectory_.string() + "/" : options_.directoryPrefix;
+    for (const std::string& argument :
+         {std::to_string(options_.memoryPages), std::to_string(slotNumber_),
+          std::to_string(memory_.descriptor()), prefix, std::to_string(options_.pagesPerBlock)}) {
+        start.arguments.push_back(argument);
+    }
+    start.environment = options_.environment;
+    start.environment.push_back("TAVRIN_TMP=" + socket_.path().parent_path().string());
+    start.environment.push_back("TAVRIN_MBX=" + std::to_string(options_.instance));
+    if (namesVariable(options_.workDirectoryName)) {
+        start.environment.push_back(options_.workDirectoryName + "=" + workDirectory_.string());
+    }
+    start.sharedDescriptor = memory_.descriptor();
+    return start;
+}
+
+FileDescriptor SortSlot::acceptProcess() {
+    const Deadline deadline(options_.startTimeout);
+    const std::string purpose = "it was to connect at " + socket_.path().string();
+    for (;;) {
+        const WaitOutcome outcome =
+            process_->waitFor(socket_.descriptor(), POLLIN, deadline, options_.whileWaiting);
+        if (outcome == WaitOutcome::kProcessEnded) {
+            throw processDied(*process_, slotNumber_, purpose, kStartAdvice);
+        }
+        if (outcome == WaitOutcome::kTimedOut) {
+            throw HostError(FailureKind::kTimedOut,
+                            "the sort process " + options_.processPath.string() + " (process " +
+                                std::to_string(process_->id()) + ") let the time run out while " +
+                                purpose + "; " + kStartAdvice);
+        }
+        FileDescriptor accepted = socket_.acceptWaiting();
+        if (accepted.isOpen()) return accepted;
+    }
+}
+
+SortReply SortSlot::startUnanswered() {
+    stop();
+    process_ = std::make_unique<SortProcess>(processStart());
+    connection_ = std::make_unique<Connection>(acceptProcess(), *process_, slotNumber_,
+                                               options_.whileWaiting);
+    return connection_->receiveReply(options_.startTimeout);
+}
+
+void SortSlot::start() {
+    startUnanswered();
+    connection_->sendAnswer(options_.workDirectoryName, options_.startTimeout);
+}
+
+void SortSlot::stop() {
+    if (process_ == nullptr) return;
+    const bool idle = connection_ != nullptr && !replyPending_ && !process_->hasEnded();
+    replyPending_ = false;
+    if (idle) {
+        try {
+            connection_->sendShutdown(options_.stopTimeout);
+            process_->waitForEnd(options_.stopTimeout);
+        } catch (const HostError&) {
+            // It ended before it could be told, or does not listen: both are over with the kill.
+        }
+    }
+    connection_.reset();
+    process_.reset();
+}
+
+LoadedData SortSlot::load(const Geometry& geometry, const RecordSource& source) {
+    return loadRecords(memory_, slotNumber_, workFile_, geometry, source);
+}
+
+SortReply SortSlot::ask(const RequestBuilder& request, const Geometry& geometry,
+                        const Extent& extent) {
+    serial_ += 1;
+    const std::vector<Byte> message = request.build(geometry, extent, serial_);
+    replyPending_ = true;
+    connection().send(message, options_.startTimeout);
+    const SortReply reply = connection().receiveReplyTo(serial_, options_.requestTimeout);
+    replyPending_ = false;
+    return reply;
+}
+
+void SortSlot::read(const Geometry& geometry, std::int32_t recordCount,
+                    const RecordSink& sink) const {
+    readRecords(memory_, slotNumber_, workFile_, geometry, recordCount, sink);
+}
+
+SortResult SortSlot::sort(const RequestBuilder& request, const Geometry& geometry,
+                          const RecordSource& source) {
+    SortResult result;
+    result.loaded = load(geometry, source);
+    result.geometry = geometry;
+    result.slot = this;
+    result.reply = ask(request, geometry, result.loaded.extent);
+    checkAnswer(result.reply);
+    return result;
+}
+
+SortProcess& SortSlot::process() {
+    if (process_ == nullptr) throw badUse("the slot has no process; start it first");
+    return *process_;
+}
+
+Connection& SortSlot::connection() {
+    if (connection_ == nullptr) throw badUse("the slot has no process; start it first");
+    return *connection_;
+}
+
+}  // namespace tvsort::host

@@ -1,0 +1,314 @@
+// The built process from outside: start-up, channel, and what it costs the operating system.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <random>
+#include <sstream>
+
+#include "host/sort_server.h"
+#include "service/slot_layout.h"
+
+namespace tvsort::host {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr Timeout kSoon{20000};
+constexpr std::uint16_t kRecordBytes = 64;
+
+ServerOptions optionsFor(std::int32_t memoryPages, std::int32_t pagesPerBlock, int slots = 1) {
+    ServerOptions options;
+    options.processPath = TVSORT_PROGRAM;
+    options.memoryPages = memoryPages;
+    options.pagesPerBlock = pagesPerBlock;
+    options.slotCount = slots;
+    options.requestTimeout = kSoon;
+    return options;
+}
+
+// The numbers 0 to `count` - 1, shuffled, at the start of records.
+std::vector<Byte> shuffledRecords(std::size_t count) {
+    std::vector<std::int32_t> numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    std::shuffle(numbers.begin(), numbers.end(), std::mt19937(7));
+    std::vector<Byte> records(count * kRecordBytes, 0x5a);
+    for (std::size_t i = 0; i < count; ++i)
+        storeAs(&records[i * kRecordBytes], numbers[i]);
+    return records;
+}
+
+RecordSource sourceOf(const std::vector<Byte>& records) {
+    return [&records, next = std::size_t{0}](Byte* target, std::size_t recordsMax) mutable {
+        const std::size_t count = std::min(recordsMax, (records.size() - next) / kRecordBytes);
+        std::copy_n(records.begin() + static_cast<std::ptrdiff_t>(next), count * kRecordBytes,
+                    target);
+        next += count * kRecordBytes;
+        return count;
+    };
+}
+
+RequestBuilder byNumber() {
+    RequestBuilder request;
+    request.addKey(ascendingKey(DataType::kInteger, 0, 4));
+    return request;
+}
+
+// Sorts the numbers and checks them all.
+void expectSorts(SortSlot& slot, std::size_t count) {
+    const std::vector<Byte> records = shuffledRecords(count);
+    const auto result = slot.sort(byNumber(), chooseGeometry(kRecordBytes, 1), sourceOf(records));
+    std::int32_t expected = 0;
+    result.read([&expected](const Byte* record, std::size_t here) {
+        for (std::size_t i = 0; i < here; ++i) {
+            ASSERT_EQ(loadI32(record + i * kRecordBytes), expected++);
+        }
+    });
+    EXPECT_EQ(expected, static_cast<std::int32_t>(count));
+}
+
+struct Ended {
+    int status;
+    std::string text;
+};
+
+Ended runToEnd(const std::vector<std::string>& arguments) {
+    SortProcess process({.program = TVSORT_PROGRAM, .arguments = arguments, .environment = {}});
+    EXPECT_TRUE(process.waitForEnd(kSoon));
+    return {process.waitStatus().value_or(-1), process.outputText()};
+}
+
+TEST(StartUp, ArgumentsThatCannotBeUsedAreRefusedWithStatusZero) {
+    constexpr char kLine[] =
+        " Bad sorting process arguments (only %s memory pages, %s pages per block)\n";
+    struct Case {
+        std::vector<std::string> arguments;
+        const char* pages;
+        const char* perBlock;
+    };
+    const Case cases[] = {
+        {{"39", "1", "5", "/tmp/", "8"}, "39", "8"},
+        {{"39", "1", "5", "/tmp/", "0x8"}, "39", "8"},
+        {{"39", "1", "5", "/tmp/", "010"}, "39", "8"},
+        {{"40x", "1", "5", "/tmp/", "8"}, "40", "8"},
+        {{"", "1", "5", "/tmp/", "8"}, "0", "8"},
+        {{"40", "0", "5", "/tmp/", "8"}, "40", "8"},
+        {{"40", "65536", "5", "/tmp/", "8"}, "40", "8"},
+        {{"40", "1", "five", "/tmp/", "8"}, "40", "8"},
+        {{"40", "1", "5", "/tmp/", "0"}, "40", "0"},
+        {{"40", "1", "5", "/tmp/", "-8"}, "40", "-8"},
+        {{"99999999999", "1", "5", "/tmp/", "8"}, "2147483647", "8"},
+        {{"1048576", "1", "5", "/tmp/", "1"}, "1048576", "1"},  // positions beyond 32 bits
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        char line[120];
+        std::snprintf(line, sizeof line, kLine, c.pages, c.perBlock);
+        const Ended ended = runToEnd(c.arguments);
+        EXPECT_EQ(ended.status, 0);
+        EXPECT_EQ(ended.text, line);
+    }
+    EXPECT_EQ(runToEnd({"40", "1", "5", "/tmp/"}).text, "");
+}
+
+TEST(StartUp, AnObjectTooShortForTheSlotIsNotMapped) {
+    const int object = memfd_create("short", 0);
+    ASSERT_EQ(ftruncate(object, SlotLayout{5, 8}.slotBytes() - 4096), 0);
+    SortProcess process({.program = TVSORT_PROGRAM,
+                         .arguments = {"40", "1", std::to_string(object), "/tmp/", "8"},
+                         .environment = {},
+                         .sharedDescriptor = object});
+    EXPECT_TRUE(process.waitForEnd(kSoon));
+    EXPECT_EQ(process.waitStatus(), 0);
+    EXPECT_EQ(process.outputText(), " TVSORT 1  -- can't map shm object. Errno 6");
+    close(object);
+}
+
+TEST(StartUp, SocketsThatCannotBeReachedAreNamedByTheSystemError) {
+    const int object = memfd_create("slot", 0);
+    ASSERT_EQ(ftruncate(object, SlotLayout{5, 8}.slotBytes()), 0);
+    struct Case {
+        std::string directory;
+        int systemError;
+    };
+    const Case cases[] = {
+        {"/tmp/no-such-directory", ENOENT},
+        {"/" + std::string(90, 'x'), ENAMETOOLONG},  // 108 characters with the socket's name
+        {"/" + std::string(88, 'x'), ENOENT},
+    };
+    for (const Case& c : cases) {
+        SortProcess process({.program = TVSORT_PROGRAM,
+                             .arguments = {"40", "1", std::to_string(object), "/tmp/", "8"},
+                             .environment = {"TAVRIN_TMP=" + c.directory, "TAVRIN_MBX=7"},
+                             .sharedDescriptor = object});
+        EXPECT_TRUE(process.waitForEnd(kSoon));
+        EXPECT_EQ(process.waitStatus(), 0);
+        EXPECT_EQ(process.outputText(),
+                  "Tavrin Sort: can't connect to tavrin " + std::to_string(c.systemError) + "\n");
+    }
+    close(object);
+}
+
+TEST(Channel, MessagesOfImpossibleLengthEndTheProcessWithStatusZero) {
+    for (const std::uint32_t length : {0U, 3U, 4U, 65529U, 0xffffffffU}) {
+        SortServer server(optionsFor(40, 8));
+        SortSlot& slot = server.slot(1);
+        Byte word[4];
+        storeAs(word, length);
+        slot.connection().send(word, kSoon);
+        EXPECT_TRUE(slot.process().waitForEnd(kSoon));
+        EXPECT_EQ(slot.process().waitStatus(), 0);
+        EXPECT_EQ(slot.process().outputText(),
+                  std::string("WARNING: TVSORT - too ") + (length > 5 ? "long" : "short") +
+                      " message received - " + std::to_string(static_cast<int>(length)) +
+                      " size. \n");
+    }
+}
+
+TEST(Channel, AMessageInSingleBytesAndOneOfTheLargestSizeAreServed) {
+    SortServer server(optionsFor(40, 8));
+    SortSlot& slot = server.slot(1);
+    const std::vector<Byte> records = shuffledRecords(3);
+    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    std::vector<Byte> message = byNumber().build(geometry, loaded.extent);
+    for (const Byte byte : message)
+        slot.connection().send({&byte, 1}, kSoon);
+    EXPECT_EQ(slot.connection().receiveReply(kSoon).errorCode, 0U);
+    slot.load(geometry, sourceOf(records));
+    message.resize(65528, 0xcc);  // what follows the items is not looked at
+    storeAs(message.data(), std::uint32_t{65528});
+    slot.connection().send(message, kSoon);
+    EXPECT_EQ(slot.connection().receiveReply(kSoon).errorCode, 0U);
+}
+
+TEST(Channel, ShutdownEndsTheProcessEvenAsTheAnswerToItsHello) {
+    SortServer server(optionsFor(40, 8), Processes::kLeave);
+    SortSlot& slot = server.slot(1);
+    const SortReply hello = slot.startUnanswered();
+    EXPECT_EQ(hello.errorCode, 0U);
+    EXPECT_EQ(hello.processId, slot.process().id());
+    slot.connection().sendShutdown(kSoon);
+    EXPECT_TRUE(slot.process().waitForEnd(kSoon));
+    EXPECT_EQ(slot.process().waitStatus(), 0);
+}
+
+TEST(Channel, AServerThatHangsUpEndsTheProcessWithStatusZero) {
+    SortServer server(optionsFor(40, 8));
+    SortSlot& slot = server.slot(1);
+    slot.connection().close();
+    EXPECT_TRUE(slot.process().waitForEnd(kSoon));
+    EXPECT_EQ(slot.process().waitStatus(), 0);
+
+    // With the reply still to come.
+    slot.start();
+    const std::vector<Byte> records = shuffledRecords(100000);
+    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    slot.connection().send(byNumber().build(geometry, loaded.extent), kSoon);
+    slot.connection().close();
+    EXPECT_TRUE(slot.process().waitForEnd(kSoon));
+    EXPECT_EQ(slot.process().waitStatus(), 0);
+    EXPECT_THAT(slot.process().outputText(), HasSubstr(" TVSORT -- send msg error : 32\n"));
+}
+
+TEST(Channel, AWorkFileThatDoesNotOpenIsReportedAndTriedAgain) {
+    ServerOptions options = optionsFor(40, 8);
+    SortServer server(options, Processes::kLeave);
+    SortSlot& slot = server.slot(1);
+    slot.startUnanswered();
+    slot.connection().sendAnswer("NONE", kSoon);  // the prefix has no work file
+    std::filesystem::rename(slot.workFile().path(), slot.workFile().path().string() + ".away");
+    const std::vector<Byte> records = shuffledRecords(10);
+    std::filesystem::rename(slot.workFile().path().string() + ".away", slot.workFile().path());
+    expectSorts(slot, 10);
+}
+
+TEST(Slots, SeveralProcessesServeTheirOwn) {
+    SortServer server(optionsFor(40, 8, 3));
+    for (const std::size_t count : {2000U, 20000U, 50U}) {
+        for (int number = 1; number <= 3; ++number)
+            expectSorts(server.slot(number), count + number);
+    }
+    EXPECT_NE(server.slot(1).process().id(), server.slot(2).process().id());
+}
+
+TEST(Slots, AKilledProcessIsReportedAndReplaced) {
+    SortServer server(optionsFor(5, 1));
+    SortSlot& slot = server.slot(1);
+    slot.process().sendSignal(SIGKILL);
+    try {
+        expectSorts(slot, 5000);
+        FAIL() << "nobody noticed";
+    } catch (const HostError& error) {
+        EXPECT_EQ(error.kind(), FailureKind::kProcessDied);
+        EXPECT_THAT(error.what(), HasSubstr("signal 9"));
+    }
+    slot.start();
+    expectSorts(slot, 5000);
+}
+
+TEST(Cost, ARequestInMemoryCostsThreeCallsAndNoByteOfTheWorkFile) {
+    SortServer server(optionsFor(4000, 8));
+    SortSlot& slot = server.slot(1);
+    expectSorts(slot, 100);
+    const ProcessUsage before = slot.process().usage();
+    expectSorts(slot, 20000);
+    const ProcessUsage after = slot.process().usage();
+    // The length word, the rest of the request, the reply.
+    EXPECT_EQ(after.readCalls - before.readCalls, 2);
+    EXPECT_EQ(after.writeCalls - before.writeCalls, 1);
+    EXPECT_EQ(after.readBytes - before.readBytes, 98);
+    EXPECT_EQ(after.writtenBytes - before.writtenBytes, 80);
+    EXPECT_EQ(std::filesystem::file_size(slot.workFile().path()), 0U);
+}
+
+TEST(Cost, ADiskThatIsFullIsAnErrorAndNeverAMissingRecord) {
+    ServerOptions options = optionsFor(5, 1);
+    SortServer server(options, Processes::kLeave);
+    SortSlot& slot = server.slot(1);
+    slot.start();
+    const rlimit small = {64 * 4096, 64 * 4096};
+    ASSERT_EQ(prlimit(slot.process().id(), RLIMIT_FSIZE, &small, nullptr), 0);
+    try {
+        expectSorts(slot, 10000);
+        FAIL() << "answered 0 with a full disk";
+    } catch (const HostError& error) {
+        EXPECT_EQ(error.errorCode(), ErrorCode::kWorkFileWrite);
+        EXPECT_EQ(error.systemError(), EFBIG);
+    }
+    expectSorts(slot, 3000);  // 47 blocks fit
+}
+
+TEST(Cost, NoHeapIsUsedFromStartToShutdown) {
+    const std::filesystem::path log =
+        std::filesystem::temp_directory_path() / ("tvsort-valgrind-" + std::to_string(getpid()));
+    if (std::system("valgrind --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "no valgrind";
+    if (std::strstr(TVSORT_PROGRAM, "sanitize") != nullptr) GTEST_SKIP() << "has its own heap";
+    {
+        ServerOptions options = optionsFor(40, 8);
+        options.launcher = {"valgrind", "--log-file=" + log.string(), "--error-exitcode=9"};
+        SortServer server(options);
+        for (const std::size_t count : {10U, 5000U, 20000U})
+            expectSorts(server.slot(1), count);
+        server.slot(1).stop();
+    }
+    std::stringstream text;
+    text << std::ifstream(log).rdbuf();
+    std::filesystem::remove(log);
+    EXPECT_THAT(text.str(), HasSubstr("total heap usage: 0 allocs, 0 frees"));
+    EXPECT_THAT(text.str(), HasSubstr("ERROR SUMMARY: 0 errors"));
+}
+
+}  // namespace
+}  // namespace tvsort::host

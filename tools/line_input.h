@@ -1,0 +1,36 @@
+// Text lines out of an input, whatever their length.
+
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "service/bytes.h"
+#include "tools/input_file.h"
+
+namespace tvsort::tools {
+
+class LineInput {
+  public:
+    // Needs the input as long as it reads.
+    explicit LineInput(InputFile& input);
+
+    // The next line without its newline, which the last one may lack, or false at the end. The
+    // view is good until the next call.
+    bool next(std::string_view& line);
+    // Number of the line that `next` gave last, from 1.
+    std::int64_t lineNumber() const { return lineNumber_; }
+
+  private:
+    bool readMore();
+
+    InputFile& input_;
+    std::vector<Byte> buffer_;
+    std::size_t begin_ = 0;  // of what has not been given yet
+    std::size_t end_ = 0;
+    bool inputEnded_ = false;
+    std::int64_t lineNumber_ = 0;
+};
+
+}  // namespace tvsort::tools

@@ -1,0 +1,63 @@
+// tvsort-host: the server's side of the sort process on a command line.
+//
+// Results go to standard output or a file, words to standard error. Every way out but the end of a
+// successful command is an exception, so that nothing stays behind.
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "host/host_error.h"
+#include "tools/interrupt.h"
+#include "tools/subcommands.h"
+
+namespace {
+
+int fail(const char* text) {
+    fmt::print(stderr, "tvsort-host: {}\n", text);
+    return tvsort::tools::kStatusFailure;
+}
+
+std::string describeParseError(const CLI::App*, const CLI::Error& error) {
+    return fmt::format("tvsort-host: {}; --help lists the options\n", error.what());
+}
+
+int run(int argumentCount, char** arguments) {
+    using namespace tvsort::tools;
+    int exitStatus = kStatusSuccess;
+    CLI::App app("Sorts files through the sort process of the TAVRIN database server.",
+                 "tvsort-host");
+    app.set_version_flag("--version", TVSORT_VERSION);
+    app.require_subcommand(1);
+    app.failure_message(describeParseError);
+    app.footer("Exit status: 0 success, 1 verify found a file not in order, 2 failure.");
+    for (const AddSubcommand addSubcommand : kSubcommands)
+        addSubcommand(app, exitStatus);
+    try {
+        app.parse(argumentCount, arguments);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kStatusSuccess : kStatusFailure;
+    }
+    return exitStatus;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    tvsort::tools::catchInterrupts();
+    try {
+        return run(argumentCount, arguments);
+    } catch (const tvsort::tools::Interrupted& interrupted) {
+        fmt::print(stderr, "tvsort-host: interrupted by signal {}; no output file was changed\n",
+                   interrupted.signalNumber());
+        return tvsort::tools::kStatusInterrupted + interrupted.signalNumber();
+    } catch (const std::bad_alloc&) {
+        return fail("out of memory; ask for less with --memory");
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+}

@@ -1,0 +1,40 @@
+// A sort's way from its inputs to its output, in the user's records.
+//
+// What the two kinds of input, fixed-length records and text lines, have in common: how long a
+// record is, how it is ordered, where records come from and where they go.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/data_set.h"
+#include "host/request_builder.h"
+#include "tools/input_file.h"
+#include "tools/mode_options.h"
+#include "tools/operand_input.h"
+#include "tools/outline_level.h"
+#include "tools/output_file.h"
+#include "tools/record_options.h"
+
+namespace tvsort::tools {
+
+struct RecordFlow {
+    std::uint16_t recordLength = 0;
+    host::RequestBuilder request;
+    std::vector<Operand> operands;  // one for each input
+    host::RecordSink sink;
+    LevelReader readLevel;  // for a hierarchy only
+};
+
+// Fixed-length records as the options describe them. Inputs and output are needed as long as the
+// flow is used.
+RecordFlow fixedRecords(const RecordOptions& options, const ModeOptions& mode,
+                        std::vector<InputFile>& inputs, OutputFile& output);
+
+// Text lines, laid into records that hold the longest one of all inputs. The inputs are read to
+// their ends and rewound, so they must be regular files.
+RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs, OutputFile& output);
+
+}  // namespace tvsort::tools

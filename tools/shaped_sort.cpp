@@ -1,0 +1,139 @@
+#include "tools/shaped_sort.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "host/host_error.h"
+#include "tools/equal_records.h"
+#include "tools/framed_source.h"
+#include "tools/group_output.h"
+#include "tools/set_combination.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+FrameKind frameKindOf(Operation operation) {
+    return operation == Operation::kHierarchy ? FrameKind::kLevelled : FrameKind::kNumbered;
+}
+
+}  // namespace
+
+ShapedSort::ShapedSort(Setting setting, RecordFlow flow, OutputFile& output)
+    : setting_(std::move(setting)),
+      operation_(operationOf(setting_.mode)),
+      flow_(std::move(flow)),
+      output_(output),
+      input_(flow_.operands, setting_.lines ? "line" : "record") {
+    if (operation_ == Operation::kOrder) return;
+    frame_.emplace(frameKindOf(operation_), flow_.request, flow_.recordLength, nameOf(operation_));
+}
+
+std::uint16_t ShapedSort::recordLength() const {
+    return frame_.has_value() ? frame_->recordLength() : flow_.recordLength;
+}
+
+SortStats ShapedSort::run(const SortOnce& sortOnce) {
+    switch (operation_) {
+        case Operation::kOrder:
+            return sortPlain(sortOnce);
+        case Operation::kDistinct:
+            return sortDistinct(sortOnce);
+        case Operation::kGroups:
+            return sortGroups(sortOnce);
+        case Operation::kIntersect:
+        case Operation::kExcept:
+            return combineSets(sortOnce);
+        case Operation::kUnique:
+            return sortUnique(sortOnce);
+        case Operation::kHierarchy:
+            return sortHierarchy(sortOnce);
+    }
+    return {};
+}
+
+SortStats ShapedSort::sortPlain(const SortOnce& sortOnce) {
+    flow_.request.setLimit(setting_.mode.limitCount.value_or(0));
+    const auto source = [this](Byte* target, std::size_t recordsMax) {
+        return input_.read(target, recordsMax);
+    };
+    return sortOnce(flow_.request, source, flow_.sink);
+}
+
+SortStats ShapedSort::sortDistinct(const SortOnce& sortOnce) {
+    return sortOnce(framedRequest(), numberedRecords(), unframed());
+}
+
+SortStats ShapedSort::sortGroups(const SortOnce& sortOnce) {
+    GroupOutput groups(setting_.mode.groups == kCountGroups ? GroupForm::kCount : GroupForm::kMark,
+                       setting_.lines ? RecordForm::kLines : RecordForm::kRecords,
+                       flow_.recordLength, flow_.sink, output_);
+    const auto sink = [&](const Byte* records, std::size_t recordCount) {
+        for (std::size_t i = 0; i < recordCount; ++i) {
+            const Byte* const framed = records + i * frame_->recordLength();
+            groups.take(frame_->recordOf(framed), frame_->endsGroup(framed));
+        }
+    };
+    const SortStats stats = sortOnce(framedRequest(), numberedRecords(), sink);
+    groups.finish();
+    return stats;
+}
+
+SortStats ShapedSort::combineSets(const SortOnce& sortOnce) {
+    const SetCombination combination = {*frame_, sortModeOf(setting_.mode, hasNulls()),
+                                        flow_.operands, setting_.tempDirectory};
+    return combine(combination, sortOnce,
+                   [&](const Byte* framed) { flow_.sink(frame_->recordOf(framed), 1); });
+}
+
+SortStats ShapedSort::sortUnique(const SortOnce& sortOnce) {
+    try {
+        return sortOnce(framedRequest(), numberedRecords(), unframed());
+    } catch (const host::HostError& error) {
+        if (error.errorCode() == ErrorCode::kNotUnique) throwIfEqualRecordsAreFound(sortOnce);
+        throw;
+    }
+}
+
+SortStats ShapedSort::sortHierarchy(const SortOnce& sortOnce) {
+    return sortOnce(framedRequest(), levelledSource(input_, *frame_, flow_.readLevel), unframed());
+}
+
+host::RequestBuilder ShapedSort::framedRequest() const {
+    host::RequestBuilder request = frame_->request();
+    request.setMode(sortModeOf(setting_.mode, hasNulls()));
+    request.setLimit(setting_.mode.limitCount.value_or(0));
+    return request;
+}
+
+host::RecordSource ShapedSort::numberedRecords() {
+    return numberedSource(input_, *frame_, kFirstOperand, nextNumber_);
+}
+
+host::RecordSink ShapedSort::unframed() const {
+    return [this](const Byte* records, std::size_t recordCount) {
+        for (std::size_t i = 0; i < recordCount; ++i) {
+            flow_.sink(frame_->recordOf(records + i * frame_->recordLength()), 1);
+        }
+    };
+}
+
+// The process's code does not say which records are equal, so they are grouped to find out.
+void ShapedSort::throwIfEqualRecordsAreFound(const SortOnce& sortOnce) {
+    flow_ = setting_.restartFlow();
+    input_ = OperandInput(flow_.operands, setting_.lines ? "line" : "record");
+    nextNumber_ = 1;
+    const bool distinct = sortModeOf(setting_.mode, hasNulls()) == SortMode::kUniqueUnlessNull;
+    const auto equal = findEqualRecords(*frame_, distinct ? Nulls::kDistinct : Nulls::kEqual,
+                                        numberedRecords(), sortOnce);
+    if (!equal.has_value()) return;
+    throw host::HostError(
+        host::FailureKind::kAnsweredWithError,
+        fmt::format("not unique: {} and {} {}; remove one of them, or sort without --unique",
+                    input_.placeOf(equal->firstNumber), input_.placeOf(equal->secondNumber),
+                    setting_.lines ? "are equal" : "have equal keys"),
+        ErrorCode::kNotUnique);
+}
+
+}  // namespace tvsort::tools

@@ -1,0 +1,33 @@
+// The subcommands of tvsort-host.
+//
+// Each adds itself to the command line: its options, its help, and what it does when it is chosen.
+// It answers by `exitStatus` and throws on failure; main turns what it throws into words.
+
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <array>
+
+namespace tvsort::tools {
+
+// 0 is for success only.
+inline constexpr int kStatusSuccess = 0;
+// `verify`: the file is not in order.
+inline constexpr int kStatusNotInOrder = 1;
+// Bad options, and everything that failed.
+inline constexpr int kStatusFailure = 2;
+// And the signal's number: interrupted.
+inline constexpr int kStatusInterrupted = 128;
+
+void addSortCommand(CLI::App& app, int& exitStatus);
+void addVerifyCommand(CLI::App& app, int& exitStatus);
+void addGenerateCommand(CLI::App& app, int& exitStatus);
+
+using AddSubcommand = void (*)(CLI::App& app, int& exitStatus);
+inline constexpr std::array<AddSubcommand, 3> kSubcommands = {
+    addSortCommand,
+    addVerifyCommand,
+    addGenerateCommand,
+};
+
+}  // namespace tvsort::tools
