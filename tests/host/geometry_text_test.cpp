@@ -60,7 +60,7 @@ class RandomGeometry {
     std::string line() {
         return orEmpty([this] {
             std::string text = "(" + point();
-            for (unsigned more = random_() % 5 + 1; more > 0; --more)
+            for (auto more = random_() % 5 + 1; more > 0; --more)
                 text += ", " + point();
             return text + ")";
         });

@@ -223,14 +223,16 @@ TEST(Channel, AServerThatHangsUpEndsTheProcessWithStatusZero) {
 }
 
 TEST(Channel, AWorkFileThatDoesNotOpenIsReportedAndTriedAgain) {
-    ServerOptions options = optionsFor(40, 8);
-    SortServer server(options, Processes::kLeave);
+    SortServer server(optionsFor(40, 8), Processes::kLeave);
     SortSlot& slot = server.slot(1);
+    const std::filesystem::path path = slot.workFile().path();
+    std::filesystem::rename(path, path.string() + ".away");
     slot.startUnanswered();
-    slot.connection().sendAnswer("NONE", kSoon);  // the prefix has no work file
-    std::filesystem::rename(slot.workFile().path(), slot.workFile().path().string() + ".away");
-    const std::vector<Byte> records = shuffledRecords(10);
-    std::filesystem::rename(slot.workFile().path().string() + ".away", slot.workFile().path());
+    slot.connection().sendAnswer("TEMP", kSoon);
+    const SortReply refused = slot.connection().receiveReply(kSoon);
+    EXPECT_EQ(refused.errorCode, static_cast<std::uint32_t>(ErrorCode::kWorkFileOpen));
+    EXPECT_EQ(refused.osError, ENOENT);
+    std::filesystem::rename(path.string() + ".away", path);
     expectSorts(slot, 10);
 }
 
