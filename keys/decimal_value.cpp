@@ -1,7 +1,5 @@
 #include "keys/decimal_value.h"
 
-#include <compare>
-
 namespace tvsort {
 
 namespace {
@@ -16,7 +14,9 @@ struct Magnitude {
     std::uint64_t low;   // bytes 1 to 7
 
     bool operator==(const Magnitude&) const = default;
-    auto operator<=>(const Magnitude&) const = default;
+    bool isBelow(const Magnitude& other) const {
+        return high != other.high ? high < other.high : low < other.low;
+    }
 };
 
 Magnitude magnitudeOf(const Byte* value) {
@@ -36,7 +36,7 @@ DecimalOrder compareMagnitudes(const Byte* left, const Byte* right) {
     const Magnitude leftMagnitude = magnitudeOf(left);
     const Magnitude rightMagnitude = magnitudeOf(right);
     if (leftMagnitude == rightMagnitude) return DecimalOrder::kEqual;
-    return leftMagnitude < rightMagnitude ? DecimalOrder::kSmaller : DecimalOrder::kLarger;
+    return leftMagnitude.isBelow(rightMagnitude) ? DecimalOrder::kSmaller : DecimalOrder::kLarger;
 }
 
 }  // namespace

@@ -44,7 +44,18 @@ std::uint16_t parseNumber(const std::string& text, const std::string& number, co
     return value;
 }
 
-void applyWord(const std::string& text, const std::string& word, KeyDescriptor& key) {
+const KeyType& typeNamed(const std::string& text, const std::string& name) {
+    const KeyType* const type = findKeyType(name);
+    if (type != nullptr) return *type;
+    std::string names;
+    for (const KeyType& known : keyTypes())
+        names += fmt::format(" {}", known.name);
+    badKey(text, fmt::format("there is no type \"{}\"; the types are{}", name, names));
+}
+
+}  // namespace
+
+bool applyKeyWord(const std::string& word, KeyDescriptor& key) {
     const auto setKind = [&key](KeyKind kind) {
         key.kindFlags = static_cast<std::uint8_t>((key.kindFlags & ~kKeyKindMask) |
                                                   static_cast<std::uint8_t>(kind));
@@ -58,20 +69,10 @@ void applyWord(const std::string& text, const std::string& word, KeyDescriptor& 
     } else if (word == "nulls-last") {
         key.kindFlags |= kNullsLastBit;
     } else {
-        badKey(text, fmt::format("\"{}\" is not known", word));
+        return false;
     }
+    return true;
 }
-
-const KeyType& typeNamed(const std::string& text, const std::string& name) {
-    const KeyType* const type = findKeyType(name);
-    if (type != nullptr) return *type;
-    std::string names;
-    for (const KeyType& known : keyTypes())
-        names += fmt::format(" {}", known.name);
-    badKey(text, fmt::format("there is no type \"{}\"; the types are{}", name, names));
-}
-
-}  // namespace
 
 KeyDescriptor parseKey(const std::string& text) {
     const std::vector<std::string> parts = splitAtColons(text);
@@ -94,8 +95,11 @@ KeyDescriptor parseKey(const std::string& text) {
     } else if (next < parts.size() && isNumber(parts[next])) {
         badKey(text, fmt::format("the length of type {} is given by the type", type.name));
     }
-    for (; next < parts.size(); ++next)
-        applyWord(text, parts[next], key);
+    for (; next < parts.size(); ++next) {
+        if (!applyKeyWord(parts[next], key)) {
+            badKey(text, fmt::format("\"{}\" is not known", parts[next]));
+        }
+    }
     return key;
 }
 

@@ -16,6 +16,10 @@ namespace tvsort::tools {
 // text and what is wrong with it.
 KeyDescriptor parseKey(const std::string& text);
 
+// Takes one of the words behind the colons: asc, desc, nulls-first, nulls-last. False when it is
+// none of them.
+bool applyKeyWord(const std::string& word, KeyDescriptor& key);
+
 // Bytes of the record that a key of `parseKey` takes from its offset on.
 std::uint32_t keyBytes(const KeyDescriptor& key);
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "host/host_error.h"
+#include "host/value_text.h"
 #include "tools/input_file.h"
 #include "tools/key_option.h"
 #include "tools/key_types.h"
@@ -45,6 +46,11 @@ void checkInsideRecord(const std::string& option, std::uint32_t end, std::uint16
 void addRecordOptions(CLI::App& command, RecordOptions& options) {
     command.add_flag("--lines", options.lines,
                      "Records are text lines, ordered by their bytes as LC_ALL=C sort does");
+    command.add_option(
+        "--as", options.as,
+        "Lines are values, ordered by what they mean: TYPE[:desc][:nulls-first|:nulls-last] with "
+        "one of the types " +
+            host::valueFormatNames() + "; an empty line is null where it can be no value");
     command.add_option("--record-length", options.recordLength, "Bytes per record, 1 to 65535")
         ->check(CLI::Range(1, 65535));
     command
@@ -66,6 +72,9 @@ void checkRecordOptions(const RecordOptions& options) {
         throw host::badUse(
             "--lines orders whole lines: leave --record-length, --key, --nulls and "
             "--weights out");
+    }
+    if (!options.lines && !options.as.empty()) {
+        throw host::badUse("--as says what text lines are; add --lines, or say --key instead");
     }
     if (options.lines) return;
     if (!options.recordLength.has_value()) {

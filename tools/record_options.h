@@ -2,7 +2,7 @@
 // share that deal with ordered files:
 //
 //     --record-length N --key TYPE:OFFSET... [--nulls OFFSET] [--weights FILE]
-//     --lines
+//     --lines [--as TYPE]
 
 #pragma once
 
@@ -18,6 +18,7 @@ namespace tvsort::tools {
 
 struct RecordOptions {
     bool lines = false;
+    std::string as;  // type of the values that the lines are; empty: they are ordered as bytes
     std::optional<std::uint16_t> recordLength;
     std::vector<std::string> keys;
     std::optional<std::uint16_t> nullsOffset;

@@ -13,6 +13,7 @@
 
 #include "host/host_error.h"
 #include "host/sort_server.h"
+#include "tools/collation_command.h"
 #include "tools/input_file.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
@@ -23,6 +24,7 @@
 #include "tools/sort_stats.h"
 #include "tools/spool.h"
 #include "tools/subcommands.h"
+#include "tools/value_line.h"
 
 namespace tvsort::tools {
 
@@ -165,7 +167,7 @@ std::int32_t defaultBlockPages(std::uint16_t recordLength, std::int64_t memoryPa
 
 void sortFile(const SortOptions& options) {
     checkRecordOptions(options.records);
-    const bool hasNulls = options.records.nullsOffset.has_value();
+    const bool hasNulls = options.records.nullsOffset.has_value() || !options.records.as.empty();
     checkModeOptions(options.mode, {options.inputs.size(), options.records.lines, hasNulls});
     std::vector<InputFile> inputs = openInputs(options.inputs);
     OutputFile output(options.output);
@@ -177,6 +179,9 @@ void sortFile(const SortOptions& options) {
         }
     }
     const auto flow = [&] {
+        if (!options.records.as.empty()) {
+            return valueLineRecords(options.records.as, options.mode, inputs, output);
+        }
         return options.records.lines ? lineRecords(options.mode, inputs, output)
                                      : fixedRecords(options.records, options.mode, inputs, output);
     };
@@ -185,9 +190,13 @@ void sortFile(const SortOptions& options) {
             input.rewind();
         return flow();
     };
+    RecordFlow records = flow();
+    const host::RequestBuilder request = records.request;
     ShapedSort sort({options.mode, options.records.lines, flowAgain, tempDirectoryOf(options)},
-                    flow(), output);
-    host::SortServer server(serverOptions(options, sort.recordLength(), progress));
+                    std::move(records), output);
+    host::ServerOptions processOptions = serverOptions(options, sort.recordLength(), progress);
+    const auto collation = putCollationInForce(options.collation, request, processOptions);
+    host::SortServer server(processOptions);
     const host::Geometry geometry =
         host::chooseGeometry(sort.recordLength(), server.options().pagesPerBlock);
     SortStats stats = sort.run([&](const host::RequestBuilder& request,
@@ -210,6 +219,10 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
     command.add_option("-o,--output", options->output, "File to write; standard output without it");
     addRecordOptions(command, options->records);
     addModeOptions(command, options->mode);
+    command.add_option(
+        "--collation", options->collation,
+        "Order of UCS-2 text: a file that tvsort-host collation wrote, or a language "
+        "such as fr, whose tertiary order is then used");
     command.add_option("--memory", options->memoryBytes, "Memory for the sort, such as 64M")
         ->transform(CLI::AsSizeValue(false))
         ->default_str("64M");

@@ -20,7 +20,8 @@ struct SortOptions {
     RecordOptions records;
     ModeOptions mode;
     std::vector<std::string> inputs;
-    std::string output;  // empty: standard output
+    std::string output;     // empty: standard output
+    std::string collation;  // file or locale; empty: UCS-2 keys compare by code unit
     std::uint64_t memoryBytes = std::uint64_t{64} * 1024 * 1024;
     std::optional<std::int32_t> blockPages;
     std::string tempDirectory;
@@ -29,7 +30,8 @@ struct SortOptions {
     std::string stats;  // empty, "text" or "json"
 };
 
-// Sorts as the options say, with words on standard error for --groups and --stats; throws when it cannot.
+// Sorts as the options say, with words on standard error for --groups and --stats; throws when it
+// cannot.
 void sortFile(const SortOptions& options);
 
 // Pages per block for records of this length where nobody has chosen: as large as a block can be

@@ -16,6 +16,7 @@
 #include "tools/progress.h"
 #include "tools/record_input.h"
 #include "tools/subcommands.h"
+#include "tools/value_line.h"
 
 namespace tvsort::tools {
 
@@ -61,6 +62,24 @@ void verifyLines(InputFile& input, Verifier& verifier) {
     }
 }
 
+// The largest values and lines that a record could hold, one at a time.
+constexpr ValueLineExtent kAnyLine = {host::kPrefixedValueBytesMax, 32763};
+
+void verifyValueLines(InputFile& input, const std::string& as, Verifier& verifier) {
+    const ValueLineType type = parseValueLineType(as);
+    const ValueLineRecord layout(type, kAnyLine);
+    const host::RecordOrder order(layout.request());
+    std::vector<Byte> previous(layout.recordLength());
+    std::vector<Byte> record(layout.recordLength());
+    ValueLineSource lines(type, layout, input);
+    while (lines.read(record.data(), 1) > 0) {
+        const std::string_view line = layout.lineOf(record.data());
+        verifier.take(reinterpret_cast<const Byte*>(line.data()), line.size(),
+                      [&] { return order.mayFollow(previous.data(), record.data()); });
+        previous.swap(record);
+    }
+}
+
 void verifyRecords(InputFile& input, const RecordOptions& options, Verifier& verifier) {
     const std::size_t recordLength = options.recordLength.value();
     const host::RecordOrder order(requestFor(options));
@@ -96,7 +115,9 @@ VerifyReport verifyFile(const VerifyOptions& options) {
     InputFile input(options.input);
     Verifier verifier;
     verifier.progress().begin("verifying " + input.displayName());
-    if (options.records.lines) {
+    if (!options.records.as.empty()) {
+        verifyValueLines(input, options.records.as, verifier);
+    } else if (options.records.lines) {
         verifyLines(input, verifier);
     } else {
         verifyRecords(input, options.records, verifier);

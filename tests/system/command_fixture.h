@@ -14,6 +14,10 @@
 
 namespace tvsort::test {
 
+// Ample, the smallest pool there is, and several pages per block.
+inline constexpr const char* kMemories[] = {"--memory 64M", "--memory 20K --block-pages 1",
+                                            "--memory 100K --block-pages 4"};
+
 struct Outcome {
     int status;
     std::string output;

@@ -1,10 +1,9 @@
-// The sort modes through the command: everything on the way is real, and what comes out is compared
-// with the plainest definition of each operation.
+// Distinct, groups, set operations and limit through the command, on random worlds, compared with
+// the plainest definition of each.
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <map>
 #include <random>
@@ -17,10 +16,6 @@ namespace tvsort::test {
 namespace {
 
 using testing::HasSubstr;
-
-// Ample, the smallest pool there is, and several frames per memory block.
-const char* const kMemories[] = {"--memory 64M", "--memory 20K --block-pages 1",
-                                 "--memory 100K --block-pages 4"};
 
 // A record or line, and what compares as it does, smaller first.
 struct Item {
@@ -101,7 +96,7 @@ std::string expectedOutput(const std::string& operation, Form form,
 const char* const kOperations[] = {"--distinct",        "--groups", "--groups=count", "--intersect",
                                    "--intersect --all", "--except", "--except --all"};
 
-class SortModes : public CommandTest {
+class SortWorlds : public CommandTest {
   protected:
     // Writes the operands as files a, b, c and has them combined in every way.
     void tryAll(const std::vector<Operand>& operands, Form form, const std::string& options) {
@@ -128,15 +123,15 @@ class SortModes : public CommandTest {
     }
 };
 
-TEST_F(SortModes, OfLinesGiveWhatTheirNamesSay) {
-    for (std::uint32_t seed = 1; seed <= 4; ++seed) {
+TEST_F(SortWorlds, OfLinesGiveWhatTheirNamesSay) {
+    for (std::uint32_t seed = 1; seed <= 3; ++seed) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         std::mt19937 random(seed);
         std::vector<Operand> operands(2 + seed % 2);
         for (Operand& operand : operands) {
             for (int i = 0; i < 5000; ++i) {
                 const std::string line = std::string(random() % 5, 'x') +
-                                         std::to_string(random() % (seed < 3 ? 4 : 1500));
+                                         std::to_string(random() % (seed == 1 ? 4 : 1500));
                 operand.push_back({{line.begin(), line.end()}, line + "\n"});
             }
         }
@@ -173,7 +168,7 @@ const Keys kKeys[] = {
      [](const Fields& f) { return std::vector{f.bIsNull ? 999 : -f.b}; }},
 };
 
-TEST_F(SortModes, OfRecordsKeepTheOrderOfReadingInEveryDirection) {
+TEST_F(SortWorlds, OfRecordsKeepTheOrderOfReadingInEveryDirection) {
     std::mt19937 random(17);
     for (const Keys& keys : kKeys) {
         std::vector<Operand> operands(3);
@@ -196,31 +191,7 @@ TEST_F(SortModes, OfRecordsKeepTheOrderOfReadingInEveryDirection) {
     }
 }
 
-TEST_F(SortModes, OfNextToNothingGiveNextToNothing) {
-    write("none", "");
-    write("x", "x\n");
-    write("y", "y\n");
-    const struct {
-        const char* words;
-        const char* output;
-    } cases[] = {
-        {"--intersect x none", ""},     {"--intersect none x", ""},
-        {"--intersect x x", "x\n"},     {"--intersect x y", ""},
-        {"--intersect x x none", ""},   {"--intersect --all none none", ""},
-        {"--except x none", "x\n"},     {"--except none x", ""},
-        {"--except x y none", "x\n"},   {"--except x x", ""},
-        {"--distinct none x", "x\n"},   {"--groups none", ""},
-        {"--groups=count x", "1\tx\n"}, {"--unique x", "x\n"},
-        {"--hierarchy x", "x\n"},
-    };
-    for (const auto& [words, output] : cases) {
-        const Outcome outcome = run(std::string("sort --lines ") + words);
-        EXPECT_EQ(outcome.status, 0) << words << outcome.errors;
-        EXPECT_EQ(outcome.output, output) << words;
-    }
-}
-
-TEST_F(SortModes, LimitKeepsTies) {
+TEST_F(SortWorlds, LimitKeepsTies) {
     std::string content;
     for (int i = 0; i < 9000; ++i)
         content += std::to_string(i * 7 % 10) + "\n";
@@ -231,163 +202,6 @@ TEST_F(SortModes, LimitKeepsTies) {
         for (int i = 0; i < 1800; ++i)
             expected += i < 900 ? "0\n" : "1\n";
         EXPECT_TRUE(outcome.output == expected) << outcome.errors;
-    }
-}
-
-TEST_F(SortModes, UniqueNamesTheRecordsThatAreNot) {
-    write("a", "pear\nfig\n");
-    write("b", "apple\nfig\nplum\n");
-    write("nulls", std::string("\1x\1y\0z", 6));
-    const struct {
-        const char* words;
-        int status;
-        const char* output;
-        const char* error;
-    } cases[] = {
-        {"--lines --unique a", 0, "fig\npear\n", ""},
-        {"--lines --unique --limit 1 a", 0, "fig\n", ""},
-        {"--lines --unique a b", 2, "", "not unique: line 2 of a and line 2 of b are equal"},
-        {"--lines --unique - <b", 0, "apple\nfig\nplum\n", ""},
-        {"--record-length 2 --key byte:1 --unique - <nulls", 0, "\1x\1y", ""},
-        {"--record-length 2 --key byte:0 --unique nulls", 2, "",
-         "not unique: record 1 of nulls and record 2 of nulls have equal keys"},
-        {"--record-length 2 --key byte:1 --nulls 0 --unique nulls", 0, "", ""},
-        {"--record-length 2 --key byte:1 --nulls 0 --unique=nulls-not-distinct - <nulls", 2, "",
-         "not unique: record 1 of standard input and record 2 of standard input"},
-    };
-    for (const auto& [words, status, output, error] : cases) {
-        for (const char* const memory : kMemories) {
-            const Outcome outcome = run(std::string("sort ") + words + " " + memory);
-            EXPECT_EQ(outcome.status, status) << words << outcome.errors;
-            EXPECT_THAT(outcome.output, testing::StartsWith(output)) << words;
-            EXPECT_THAT(outcome.errors, HasSubstr(error)) << words;
-        }
-    }
-}
-
-struct Node {
-    int key;
-    std::string line;
-    std::string record;
-    std::vector<Node> below;
-};
-
-// The plainest hierarchy sort: each record's children in order, and theirs behind them.
-void appendSorted(std::vector<Node>& nodes, std::string& lines, std::string& records) {
-    std::stable_sort(nodes.begin(), nodes.end(),
-                     [](const Node& left, const Node& right) { return left.key < right.key; });
-    for (Node& node : nodes) {
-        lines += node.line;
-        records += node.record;
-        appendSorted(node.below, lines, records);
-    }
-}
-
-TEST_F(SortModes, HierarchiesStayWholeAndHaveTheirSiblingsSorted) {
-    for (const std::uint32_t depthMax : {1U, 3U, 60U}) {
-        std::mt19937 random(depthMax);
-        std::string lines;
-        std::string records;
-        std::vector<Node> tree;
-        std::uint32_t level = 0;
-        for (std::int32_t i = 0; i < 9000; ++i) {
-            level = 1 + static_cast<std::uint32_t>(random() % std::min(level + 1, depthMax));
-            const int key = static_cast<int>(random() % 20);
-            // The key, descending, at 0, the level at 2, the place in the reading at 6.
-            Byte record[10] = {static_cast<Byte>(100 - key)};
-            storeAs(record + 2, static_cast<std::int32_t>(level));
-            storeAs(record + 6, i);
-            std::vector<Node>* siblings = &tree;
-            for (std::uint32_t above = 1; above < level; ++above)
-                siblings = &siblings->back().below;
-            const std::string line = std::string(level - 1, '\t') + static_cast<char>('a' + key);
-            siblings->push_back({key, line + "\n", {record, record + sizeof record}, {}});
-            lines += siblings->back().line;
-            records += siblings->back().record;
-        }
-        write("lines", lines);
-        write("records", records);
-        lines.clear();
-        records.clear();
-        appendSorted(tree, lines, records);
-        for (const std::string memory : kMemories) {
-            EXPECT_TRUE(run("sort --lines --hierarchy lines " + memory).output == lines);
-            EXPECT_TRUE(run("sort --record-length 10 --key byte:0:desc --hierarchy --level 2 "
-                            "records " +
-                            memory)
-                            .output == records);
-        }
-    }
-    write("spaces", "b\n  d\n  c\n    e\na\n");
-    EXPECT_EQ(run("sort --lines --hierarchy --indent 2 spaces").output, "a\nb\n  c\n    e\n  d\n");
-    // A tie is a sibling: the child of the last record is none.
-    write("ties", "b\n\ta\na\n\ta\n\ta\n");
-    EXPECT_EQ(run("sort --lines --hierarchy --limit 2 ties").output, "a\n\ta\n\ta\n");
-}
-
-TEST_F(SortModes, BigHierarchiesTakeSecondsWithTheSmallestPool) {
-    std::mt19937 random(5);
-    std::string roots;
-    std::string chain;
-    for (std::int32_t i = 1; i <= 100000; ++i) {
-        Byte record[8] = {1};
-        storeAs(record + 4, static_cast<std::uint32_t>(random()));
-        roots.append(record, record + sizeof record);
-        if (i > 4095) continue;
-        storeAs(record, i);
-        chain.append(record, record + sizeof record);
-    }
-    write("roots", roots);
-    write("chain", chain);
-    const std::string options =
-        "sort --record-length 8 --key bytes:4:4 --hierarchy --level 0 --timeout 60 "
-        "--memory 20K --block-pages 1 ";
-    EXPECT_EQ(run(options + "roots -o sorted").status, 0);
-    EXPECT_EQ(run("verify --record-length 8 --key bytes:4:4 sorted").status, 0);
-    EXPECT_TRUE(run(options + "chain").output == chain);
-}
-
-TEST_F(SortModes, WhatTheyDoNotHaveIsRefusedWithWhatTheyHave) {
-    write("a", "a\n");
-    write("spaces", "a\n  b\n");
-    write("deep", "a\n\t\tb\n");
-    write("record", std::string("\0\0\0\0", 4));
-    const struct {
-        const char* words;
-        const char* error;
-    } cases[] = {
-        {"--lines --distinct --groups a",
-         "--distinct and --groups exclude one another; choose one"},
-        {"--lines --distinct --limit 3 a",
-         "--limit does not go with --distinct; it goes with a plain sort, --unique and "
-         "--hierarchy"},
-        {"--lines --unique --all a",
-         "--all does not go with --unique; it goes with --intersect and --except"},
-        {"--lines --level 0 a", "--level does not go with a plain sort; it goes with --hierarchy"},
-        {"--lines --intersect a", "--intersect takes 2 inputs or more"},
-        {"--lines --except - - <a", "standard input (-) can be read once only"},
-        {"--lines --hierarchy --level 0 a", "--level is for fixed-length records"},
-        {"--lines --hierarchy --indent 0 a", "--indent 0: write tab, or the number of spaces"},
-        {"--lines --hierarchy spaces", "line 2 of spaces starts with a space"},
-        {"--lines --hierarchy --indent 4 spaces",
-         "line 2 of spaces starts with 2 spaces, which is no multiple of --indent 4"},
-        {"--lines --hierarchy a deep",
-         "line 2 of deep is on level 3 and the one before it on level 1"},
-        {"--record-length 4 --key bytes:0:4 --hierarchy record", "add --level OFFSET"},
-        {"--record-length 4 --key bytes:0:4 --hierarchy --level 1 record",
-         "--level 1 reaches byte 5"},
-        {"--record-length 4 --key bytes:0:4 --hierarchy --level 0 record",
-         "record 1 of record is on level 0, and levels go from 1 to 4095"},
-        {"--record-length 65535 --key byte:0 --distinct - </dev/null",
-         "--distinct adds 5 bytes to each record, which makes 65540 where a record can have 65535"},
-        {"--record-length 4 --key byte:0 --nulls 1 --unique --limit 1 record",
-         "--limit goes with --unique=nulls-not-distinct where there are nulls"},
-    };
-    for (const auto& [words, error] : cases) {
-        const Outcome outcome = run(std::string("sort ") + words);
-        EXPECT_EQ(outcome.status, 2) << words;
-        EXPECT_EQ(outcome.output, "") << words;
-        EXPECT_THAT(outcome.errors, HasSubstr(error)) << words;
     }
 }
 
