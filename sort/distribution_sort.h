@@ -10,22 +10,13 @@
 // The frames behind the data set hold no block, so they are free for this use. Two ways lead to the
 // same bytes:
 //
-//     sort/entry_sort.h   records of 32 bytes and more: passes over small entries of key digits and
-//                         place, then each record moves once
-//     here                smaller records, and very long keys: passes over whole records
+//     sort/entry_sort.h      records of 32 bytes and more: passes over small entries of key digits
+//                            and place, then each record moves once
+//     sort/record_passes.h   smaller records, and very long keys: passes over whole records
 //
-// The passes over whole records are the plain rule. The records are packed back to back, and each
-// pass moves them from one area to the other. Keys are taken from the last one to the first, and
-// every step keeps the order of what it does not separate: records that are equal in every key stay
-// in the order in which they arrived. Nulls are split off once per key and the key's passes run
-// over the other records only:
-//
-//     source   | values, in passes          | nulls |
-//     then     | values in order            | nulls |   or   | nulls | values in order |
-//
-// A decimal key is first distributed by class; then the positive and the negative values are put in
-// order of magnitude, each group in its own place. The order is everywhere the one that
-// `recordPrecedes` defines. What only comparing can tell is left to the quicksort.
+// Records that are equal in every key stay in the order in which they arrived. The order is
+// everywhere the one that `recordPrecedes` defines; what only comparing can tell is left to the
+// quicksort.
 
 #pragma once
 

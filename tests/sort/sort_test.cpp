@@ -218,9 +218,15 @@ TEST(SortDriver, ContentEndsWithTheRecord) {
     EXPECT_TRUE(served.workFile().empty());
 }
 
-// Decides by the frames alone which method runs: 120 blocks of data fit into both pools.
-const SlotLayout kRoomForTwice = {320, 1};
-const SlotLayout kRoomForOnce = {130, 1};
+// The frames alone decide which method runs: up to 190 blocks of data fit into both pools.
+const SlotLayout kRoomForTwice = {520, 1};
+const SlotLayout kRoomForOnce = {190, 1};
+
+// Records below 32 bytes are moved in every pass, longer ones are sorted as entries.
+void makeLonger(Records& records, std::size_t length) {
+    for (Bytes& record : records)
+        record.resize(length, 0xa5);
+}
 
 TEST(DistributionSort, RunsFromTheVeryFrameAndRecordOn) {
     struct Case {
@@ -245,10 +251,13 @@ TEST(DistributionSort, GivesTheStableOrderAndAgreesWithTheQuicksort) {
         std::mt19937 random(seed);
         Records records = randomWorld(random, 10000 + static_cast<int>(random() % 9000),
                                       seed % 2 == 0 ? 5 : 20000, 4, true);
+        Geometry geometry = kSmallBlocks;
+        if (seed % 4 < 2) geometry.recordLength = 40;
+        makeLonger(records, geometry.recordLength);
         const std::vector<KeyDescriptor> keys = randomKeys(random);
         const SortMode mode = seed % 3 == 0 ? SortMode::kUnique : SortMode::kOrder;
         ServedJob roomy(kRoomForTwice);
-        const Records distributed = roomy.sort(records, kSmallBlocks, keys, mode);
+        const Records distributed = roomy.sort(records, geometry, keys, mode);
         EXPECT_TRUE(distributionSortApplies(roomy.job()));
         std::stable_sort(records.begin(), records.end(), [&](const Bytes& l, const Bytes& r) {
             return compareByModel(l, r, keys) < 0;
@@ -256,62 +265,74 @@ TEST(DistributionSort, GivesTheStableOrderAndAgreesWithTheQuicksort) {
         EXPECT_EQ(distributed, records);
 
         ServedJob tight(kRoomForOnce);
-        const Records quicksorted = tight.sort(distributed, kSmallBlocks, keys, mode);
+        const Records quicksorted = tight.sort(distributed, geometry, keys, mode);
         EXPECT_TRUE(isOrdered(quicksorted, keys));
         EXPECT_TRUE(isPermutation(quicksorted, records));
     }
 }
 
-// Keys of each type it knows, at odd and even offsets, against the comparator of the quicksort.
+struct FieldCase {
+    DataType type;
+    std::uint16_t offset, length;
+};
+
+// A value of few distinct bytes, valid for its type.
+void fillField(std::mt19937& random, const FieldCase& c, Byte* field) {
+    const std::uint32_t bytes = keyFieldBytes(static_cast<std::uint8_t>(c.type), c.length);
+    const bool decimal = c.type == DataType::kDecimal || c.type == DataType::kAlsoDecimal;
+    for (std::uint32_t b = 0; b < bytes; ++b) {
+        field[b] = static_cast<Byte>(decimal ? below(random, 40) / 39 : below(random, 5) * 63);
+    }
+    if (decimal) field[0] = static_cast<Byte>(1 + below(random, 2));
+    if (c.type != DataType::kString) return;
+    const int length = below(random, c.length - 1U);
+    storeAs(field, static_cast<std::int16_t>(length));
+    std::fill(field + 2 + length, field + c.length, Byte{0});
+}
+
+// Whether neighbours are in the comparator's order, and equal ones in order of arrival.
+void expectStableOrder(const Records& sorted, const KeyDescriptor& key, std::uint16_t length) {
+    ServedJob comparing;
+    comparing.sort({sorted[0], sorted[1]}, {.recordLength = length}, {key});
+    for (std::size_t i = 1; i < sorted.size(); ++i) {
+        std::copy(sorted[i - 1].begin(), sorted[i - 1].end(), comparing.frames());
+        std::copy(sorted[i].begin(), sorted[i].end(), comparing.frames() + length);
+        ASSERT_FALSE(recordPrecedes(comparing.job(), length, 0)) << "record " << i;
+        if (!recordPrecedes(comparing.job(), 0, length)) {
+            ASSERT_LT(arrivalOf(sorted[i - 1]), arrivalOf(sorted[i])) << "not stable";
+        }
+    }
+}
+
+// Keys of each type it knows, at odd and even offsets, short and long, against the comparator of
+// the quicksort; as records in every pass and as entries.
 TEST(DistributionSort, OrdersEveryTypeAsTheComparatorDoes) {
-    struct Case {
-        DataType type;
-        std::uint16_t offset, length;
-    };
-    const Case cases[] = {
-        {DataType::kInteger, 5, 2}, {DataType::kInteger, 6, 4},     {DataType::kInteger, 7, 8},
-        {DataType::kInteger, 6, 3}, {DataType::kBytes, 5, 5},       {DataType::kBytes, 6, 5},
-        {DataType::kBytes, 7, 1},   {DataType::kString, 5, 9},      {DataType::kString, 6, 8},
-        {DataType::kDecimal, 5, 0}, {DataType::kAlsoDecimal, 6, 0},
+    const FieldCase cases[] = {
+        {DataType::kInteger, 5, 2}, {DataType::kInteger, 6, 4}, {DataType::kInteger, 7, 8},
+        {DataType::kInteger, 6, 3}, {DataType::kBytes, 5, 5},   {DataType::kBytes, 6, 5},
+        {DataType::kBytes, 7, 1},   {DataType::kString, 5, 9},  {DataType::kString, 6, 8},
+        {DataType::kDecimal, 5, 0}, {DataType::kBytes, 4, 36},  {DataType::kAlsoDecimal, 6, 0},
+        {DataType::kString, 5, 31},
     };
     std::mt19937 random(42);
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "type " << int(c.type) << " at " << c.offset);
-        Records records(10007, Bytes(24, 0));
-        for (std::size_t i = 0; i < records.size(); ++i) {
-            Byte* const field = records[i].data() + c.offset;
-            storeAs(records[i].data(), static_cast<std::uint32_t>(i));
-            const std::uint32_t size = std::max(
-                keyFieldBytes(static_cast<std::uint8_t>(c.type), c.length), std::uint32_t{1});
-            for (std::uint32_t b = 0; b < size; ++b)
-                field[b] = static_cast<Byte>(random() % 5 * 63);
-            if (c.type == DataType::kString) {
-                const auto length = static_cast<std::int16_t>(random() % (c.length - 1U));
-                storeAs(field, length);
-                std::fill(field + 2 + length, field + c.length, Byte{0});
+    for (const std::uint16_t recordLength : {std::uint16_t{24}, std::uint16_t{40}}) {
+        for (const FieldCase& c : cases) {
+            if (c.offset + c.length > recordLength) continue;
+            SCOPED_TRACE(testing::Message()
+                         << "type " << int(c.type) << " at " << c.offset << " of " << recordLength);
+            Records records(10007, Bytes(recordLength, 0));
+            for (std::size_t i = 0; i < records.size(); ++i) {
+                storeAs(records[i].data(), static_cast<std::uint32_t>(i));
+                fillField(random, c, records[i].data() + c.offset);
             }
-            if (size == 16) {
-                for (int b = 1; b < 16; ++b)
-                    field[b] = static_cast<Byte>(random() % 40 / 39);
-                field[0] = static_cast<Byte>(1 + random() % 2);
+            for (const auto& key : {ascendingKey(c.type, c.offset, c.length),
+                                    descendingKey(c.type, c.offset, c.length)}) {
+                ServedJob roomy(kRoomForTwice);
+                const Records sorted = roomy.sort(records, {.recordLength = recordLength}, {key});
+                ASSERT_TRUE(distributionSortApplies(roomy.job()));
+                expectStableOrder(sorted, key, recordLength);
+                EXPECT_TRUE(isPermutation(sorted, records));
             }
-        }
-        for (const auto& key : {ascendingKey(c.type, c.offset, c.length),
-                                descendingKey(c.type, c.offset, c.length)}) {
-            ServedJob roomy({320, 1});
-            const Records sorted = roomy.sort(records, kSmallBlocks, {key});
-            ASSERT_TRUE(distributionSortApplies(roomy.job()));
-            ServedJob comparing;
-            comparing.sort({sorted[0], sorted[1]}, kSmallBlocks, {key});
-            for (std::size_t i = 1; i < sorted.size(); ++i) {
-                std::copy(sorted[i - 1].begin(), sorted[i - 1].end(), comparing.frames());
-                std::copy(sorted[i].begin(), sorted[i].end(), comparing.frames() + 24);
-                ASSERT_FALSE(recordPrecedes(comparing.job(), 24, 0)) << "record " << i;
-                if (!recordPrecedes(comparing.job(), 0, 24)) {
-                    ASSERT_LT(arrivalOf(sorted[i - 1]), arrivalOf(sorted[i])) << "not stable";
-                }
-            }
-            EXPECT_TRUE(isPermutation(sorted, records));
         }
     }
 }
@@ -342,16 +363,19 @@ TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirC
         {"an unknown class", DataType::kDecimal, {5}, false, ErrorCode::kDecimalInvalid, true},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        Records records(10000, Bytes(24, 0));
-        std::copy(c.field.begin(), c.field.end(), records[5000].begin() + 6);
-        ServedJob served(kRoomForTwice);
-        Request request = served.lay(records, kSmallBlocks);
-        request.keys = {c.ascending ? ascendingKey(c.type, 6, 6) : descendingKey(c.type, 6, 6)};
-        EXPECT_EQ(served.ask(request).errorCode(), c.code);
-        if (c.applies) continue;
-        served.lay(records, kSmallBlocks);
-        EXPECT_FALSE(distributionSortApplies(served.job()));
+        for (const std::uint16_t recordLength : {std::uint16_t{24}, std::uint16_t{40}}) {
+            SCOPED_TRACE(testing::Message() << c.what << " in " << recordLength << " bytes");
+            const Geometry geometry = {.recordLength = recordLength};
+            Records records(10000, Bytes(recordLength, 0));
+            std::copy(c.field.begin(), c.field.end(), records[5000].begin() + 6);
+            ServedJob served(kRoomForTwice);
+            Request request = served.lay(records, geometry);
+            request.keys = {c.ascending ? ascendingKey(c.type, 6, 6) : descendingKey(c.type, 6, 6)};
+            EXPECT_EQ(served.ask(request).errorCode(), c.code);
+            if (c.applies) continue;
+            served.lay(records, geometry);
+            EXPECT_FALSE(distributionSortApplies(served.job()));
+        }
     }
 }
 
