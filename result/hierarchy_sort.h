@@ -15,15 +15,15 @@
 //
 // The last two are set by the process, whatever they arrive with. How it works:
 //
-//  1. One walk over the records finds where each subtree ends: `subtreeSize`. When a run of
-//  siblings
-//     is complete it is ranked (result/sibling_ranking.h), after which `outputPosition` of each
-//     sibling counts the records of the siblings' subtrees that come before its own.
-//  2. A second walk adds, from the roots down, each parent's place: `outputPosition` is final.
-//  3. The records move to their places along the cycles of the permutation.
+//     1. One walk over the records finds where each subtree ends: `subtreeSize`. A run of siblings
+//        is ranked when it is complete (result/sibling_ranking.h), after which `outputPosition` of
+//        each sibling counts the records of the siblings' subtrees that come before its own.
+//     2. A second walk adds, from the roots down, each parent's place: `outputPosition` is final.
+//     3. The records move to their places along the cycles of the permutation.
 //
-// The deepest open level and the newest sibling of each open level stand in `groupTableTop` and
-// `groupTable`.
+// In the first walk `groupTable` holds, for each level up to `groupTableTop`, the first and the newest
+// sibling of the run that is open there; in the second the place where the children of the record last
+// seen at the level begin.
 
 #pragma once
 
