@@ -21,9 +21,9 @@
 //     2. A second walk adds, from the roots down, each parent's place: `outputPosition` is final.
 //     3. The records move to their places along the cycles of the permutation.
 //
-// In the first walk `groupTable` holds, for each level up to `groupTableTop`, the first and the newest
-// sibling of the run that is open there; in the second the place where the children of the record last
-// seen at the level begin.
+// In the first walk `groupTable` holds, for each level up to `groupTableTop`, the first and the
+// newest sibling of the run that is open there; in the second the place where the children of the
+// record last seen at the level begin.
 
 #pragma once
 

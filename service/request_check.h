@@ -13,11 +13,11 @@
 //                                 the sort mode uses outside the record; in sort mode 7 a level
 //                                 that overlaps the fields that the sort writes
 //
-// Why no comparison reads beyond the slot: a record ends inside its block, a block inside its frame,
-// and frames and the pivot's copy inside the frame area. A key's field ends inside the record
-// (keyFieldBytes), and the content of a prefixed value with it (KeyRule::contentBytes). The digits of
-// sort/leading_digits.h are loaded eight bytes at a time, of which those behind the record's end do not
-// count; behind the frame area stand the page descriptors.
+// Why no comparison reads beyond the slot: a record ends inside its block, a block inside its
+// frame, and frames and the pivot's copy inside the frame area. A key's field ends inside the
+// record (keyFieldBytes), and the content of a prefixed value with it (KeyRule::contentBytes). The
+// digits of sort/leading_digits.h are loaded eight bytes at a time, of which those behind the
+// record's end do not count; behind the frame area stand the page descriptors.
 
 #pragma once
 

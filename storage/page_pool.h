@@ -18,11 +18,11 @@
 // Pins: a caller that keeps a place in one frame while it asks for another block pins the first
 // frame. At most four frames are pinned at a time (sort/partition.h), so five are enough.
 //
-// The module alone writes the descriptors' links and the hash table; `framesInUse` and `mruFrame` are
-// set by the request loop once per request and by the module afterwards; `dirty` and `pinned` are set
-// by whoever changes or holds a frame's records. Descriptors and hash table stand
-// in memory that the server shares: `clearHashTable` and `initPool` run before each use and take
-// nothing from what they find there but the dirty flags.
+// The module alone writes the descriptors' links and the hash table; `framesInUse` and `mruFrame`
+// are set by the request loop once per request and by the module afterwards; `dirty` and `pinned`
+// are set by whoever changes or holds a frame's records. Descriptors and hash table stand in memory
+// that the server shares: `clearHashTable` and `initPool` run before each use and take nothing from
+// what they find there but the dirty flags.
 
 #pragma once
 
