@@ -7,21 +7,11 @@
 #include <span>
 #include <vector>
 
+#include "bench/cost.h"
 #include "host/sort_server.h"
 #include "service/bytes.h"
 
 namespace tvsort::bench {
-
-struct Cost {
-    double wallSeconds = 0;
-    double cpuSeconds = 0;  // of the contender alone; 0 where nobody counted
-    std::int64_t readBytes = 0;
-    std::int64_t writtenBytes = 0;
-    std::int64_t readCalls = 0;
-    std::int64_t writeCalls = 0;
-
-    std::int64_t movedBytes() const { return readBytes + writtenBytes; }
-};
 
 class MeasuredProcess {
   public:
@@ -34,9 +24,6 @@ class MeasuredProcess {
     // an error code is thrown.
     Cost sort(const host::RequestBuilder& request, std::span<const Byte> records,
               std::span<Byte> result);
-
-    // Data blocks per frame.
-    double dataPerMemory(std::size_t recordCount) const;
 
   private:
     host::Geometry geometry_;

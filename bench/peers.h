@@ -13,7 +13,6 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <boost/sort/pdqsort/pdqsort.hpp>
 #include <cstddef>
 #include <cstring>
@@ -48,11 +47,13 @@ struct Peer {
 inline constexpr std::size_t kPrefetchDistance = 16;
 
 template <typename Rules>
-using RecordOf = std::array<Byte, Rules::kRecordLength>;
+struct RecordOf {
+    Byte bytes[Rules::kRecordLength];
+};
 
 template <typename Rules>
 bool recordPrecedes(const RecordOf<Rules>& left, const RecordOf<Rules>& right) {
-    return Rules::precedes(left.data(), right.data());
+    return Rules::precedes(left.bytes, right.bytes);
 }
 
 template <typename Rules>
@@ -93,7 +94,7 @@ const Byte* gather(PeerArrays& arrays, std::span<const Pair> order) {
     const auto target = recordsOf<Rules>(arrays.gathered);
     for (std::size_t i = 0; i < order.size(); ++i) {
         if (i + kPrefetchDistance < order.size()) {
-            const Byte* const ahead = source[order[i + kPrefetchDistance].number].data();
+            const Byte* const ahead = source[order[i + kPrefetchDistance].number].bytes;
             __builtin_prefetch(ahead);
             __builtin_prefetch(ahead + Rules::kRecordLength - 1);
         }
@@ -106,7 +107,7 @@ template <typename Rules>
 void makePairs(PeerArrays& arrays) {
     const auto records = recordsOf<Rules>(arrays.records);
     for (std::size_t i = 0; i < records.size(); ++i)
-        arrays.pairs[i] = {Rules::prefix(records[i].data()), static_cast<std::uint32_t>(i), 0};
+        arrays.pairs[i] = {Rules::prefix(records[i].bytes), static_cast<std::uint32_t>(i), 0};
 }
 
 // Orders the pairs whose prefixes are equal by the whole records.

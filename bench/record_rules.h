@@ -40,10 +40,10 @@ inline std::uint64_t loadBig64(const Byte* bytes) {
 // Puts the record's number and a filling that depends on it behind a key that ends at `keyEnd`.
 inline void fillBehindKey(Byte* record, std::uint16_t keyEnd, std::uint16_t recordLength,
                           std::uint64_t number) {
-    const std::uint16_t numberBytes = std::min<std::uint16_t>(recordLength - keyEnd, 8);
+    const std::size_t room = std::size_t{recordLength} - keyEnd;
+    const std::size_t numberBytes = std::min(room, sizeof number);
     std::memcpy(record + keyEnd, &number, numberBytes);
-    std::memset(record + keyEnd + numberBytes, static_cast<int>(number % 251),
-                static_cast<std::size_t>(recordLength - keyEnd - numberBytes));
+    std::memset(record + keyEnd + numberBytes, static_cast<int>(number % 251), room - numberBytes);
 }
 
 // A line of text: ten letters of key, a blank, the number in 20 digits, filling, and the line's

@@ -12,8 +12,8 @@ namespace tvsort::bench {
 namespace {
 
 template <typename MayFollow>
-void checkNeighbours(std::span<const Byte> result, std::size_t recordLength,
-                     const std::string& who, MayFollow mayFollow) {
+void checkNeighbours(std::span<const Byte> result, std::size_t recordLength, const std::string& who,
+                     MayFollow mayFollow) {
     for (std::size_t at = recordLength; at < result.size(); at += recordLength) {
         if (!mayFollow(result.data() + at - recordLength, result.data() + at)) {
             throw std::runtime_error(who + ": record " + std::to_string(at / recordLength + 1) +
@@ -42,16 +42,16 @@ void Verification::checkPermutation(std::span<const Byte> result, const std::str
 
 void Verification::checkSorted(std::span<const Byte> result, const std::string& who) const {
     checkPermutation(result, who);
-    checkNeighbours(
-        result, workload_.recordLength, who,
-        [&](const Byte* left, const Byte* right) { return !workload_.precedes(right, left); });
+    checkNeighbours(result, workload_.recordLength, who, [&](const Byte* left, const Byte* right) {
+        return !workload_.precedes(right, left);
+    });
 }
 
 void Verification::checkByRequest(std::span<const Byte> result, const std::string& who) const {
     const host::RecordOrder order(workload_.request);
-    checkNeighbours(
-        result, workload_.recordLength, who,
-        [&](const Byte* left, const Byte* right) { return order.mayFollow(left, right); });
+    checkNeighbours(result, workload_.recordLength, who, [&](const Byte* left, const Byte* right) {
+        return order.mayFollow(left, right);
+    });
 }
 
 }  // namespace tvsort::bench

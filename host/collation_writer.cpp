@@ -1,7 +1,6 @@
 #include "host/collation_writer.h"
 
 #include <algorithm>
-#include <map>
 #include <numeric>
 #include <unordered_map>
 
@@ -184,13 +183,19 @@ std::vector<Byte> pageBytes(std::uint32_t page, bool exact,
 void layFile(const std::vector<std::uint16_t>& weights, CollationFile& file) {
     file.bytes.assign(kCollationHeaderBytes + kCollationPageOffsetsBytes, 0);
     storeAs(file.bytes.data() + kCollationMagicOffset, kCollationMagic);
-    std::map<std::vector<Byte>, std::uint16_t> offsets;
+    std::vector<std::size_t> laid;  // offsets of the pages so far
     for (std::uint32_t page = 0; page < kUnitPageCount; ++page) {
         const std::vector<Byte> bytes = pageBytes(page, file.exactPages[page], weights);
-        const std::size_t end = file.bytes.size() - kCollationHeaderBytes;
-        const auto [shared, added] = offsets.emplace(bytes, static_cast<std::uint16_t>(end));
-        if (added) file.bytes.insert(file.bytes.end(), bytes.begin(), bytes.end());
-        storeAs(file.bytes.data() + kCollationHeaderBytes + 2 * page, shared->second);
+        auto offset = std::find_if(laid.begin(), laid.end(), [&](std::size_t other) {
+            return std::equal(bytes.begin(), bytes.end(),
+                              file.bytes.data() + kCollationHeaderBytes + other);
+        });
+        if (offset == laid.end()) {
+            offset = laid.insert(offset, file.bytes.size() - kCollationHeaderBytes);
+            file.bytes.insert(file.bytes.end(), bytes.begin(), bytes.end());
+        }
+        storeAs(file.bytes.data() + kCollationHeaderBytes + 2 * page,
+                static_cast<std::uint16_t>(*offset));
     }
 }
 

@@ -3,11 +3,14 @@
 // Results go to standard output or a file, words to standard error. Every way out but the end of a
 // successful command is an exception, so that nothing stays behind.
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <new>
 #include <string>
 
@@ -17,8 +20,22 @@
 
 namespace {
 
-int fail(const char* text) {
-    fmt::print(stderr, "tvsort-host: {}\n", text);
+// Into the place of a standard stream that the caller has closed a file would be opened, and words
+// meant for the stream would end up in it. Reading the input and writing the output go on failing.
+void occupyStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const int mode = stream == STDOUT_FILENO ? O_RDONLY : O_WRONLY;
+        if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", mode) < 0) return;
+    }
+}
+
+// Words that cannot be written do not change the status.
+void say(const std::string& text) {
+    std::fputs(("tvsort-host: " + text + "\n").c_str(), stderr);
+}
+
+int fail(const std::string& text) {
+    say(text);
     return tvsort::tools::kStatusFailure;
 }
 
@@ -40,7 +57,8 @@ int run(int argumentCount, char** arguments) {
     try {
         app.parse(argumentCount, arguments);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kStatusSuccess : kStatusFailure;
+        if (app.exit(error) != 0) return kStatusFailure;
+        return std::cout.flush() ? kStatusSuccess : fail("cannot write to standard output");
     }
     return exitStatus;
 }
@@ -48,12 +66,13 @@ int run(int argumentCount, char** arguments) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+    occupyStandardStreams();
     tvsort::tools::catchInterrupts();
     try {
         return run(argumentCount, arguments);
     } catch (const tvsort::tools::Interrupted& interrupted) {
-        fmt::print(stderr, "tvsort-host: interrupted by signal {}; no output file was changed\n",
-                   interrupted.signalNumber());
+        say(fmt::format("interrupted by signal {}; no output file was changed",
+                        interrupted.signalNumber()));
         return tvsort::tools::kStatusInterrupted + interrupted.signalNumber();
     } catch (const std::bad_alloc&) {
         return fail("out of memory; ask for less with --memory");

@@ -185,14 +185,14 @@ void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surrou
     checkTaken("--indent", !options.indent.empty(), &OperationRule::takesLevel, rule);
     checkInputs(rule, surroundings.inputCount);
     if (rule.takesLevel) checkHierarchy(options, surroundings.lines);
-    // Records with null keys tie there, but are told apart by their number, which would cut the
-    // tie.
-    if (options.limitCount.has_value() && surroundings.hasNulls &&
-        options.unique == kNullsDistinct) {
-        throw host::badUse(
-            "--limit goes with --unique=nulls-not-distinct where there are nulls; "
-            "for --unique=nulls-distinct leave it out");
-    }
+}
+
+void checkModeWithNulls(const ModeOptions& options) {
+    if (!options.limitCount.has_value() || options.unique != kNullsDistinct) return;
+    // Records with null keys would tie, but their numbers tell them apart, which cuts the tie.
+    throw host::badUse(
+        "--limit goes with --unique=nulls-not-distinct where keys can be null; with "
+        "--unique=nulls-distinct leave it out");
 }
 
 SortMode sortModeOf(const ModeOptions& options, bool hasNulls) {

@@ -63,8 +63,7 @@ inline constexpr char kIndentByTabs[] = "tab";
 // What the options must fit.
 struct ModeSurroundings {
     std::size_t inputCount;
-    bool lines;     // text lines, not fixed-length records
-    bool hasNulls;  // the keys have null indicators
+    bool lines;  // text lines, not fixed-length records
 };
 
 // Adds the options to a subcommand; they fill `options` when it is parsed.
@@ -79,7 +78,10 @@ std::string nameOf(Operation operation);
 // Throws when the options ask for what there is not, with what there is.
 void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surroundings);
 
-// How the process is to be asked. `hasNulls` as in ModeSurroundings.
+// Throws when the options cannot be met with keys that can be null.
+void checkModeWithNulls(const ModeOptions& options);
+
+// How the process is to be asked. `hasNulls`: the keys have null indicators.
 SortMode sortModeOf(const ModeOptions& options, bool hasNulls);
 
 }  // namespace tvsort::tools

@@ -26,6 +26,7 @@ ShapedSort::ShapedSort(Setting setting, RecordFlow flow, OutputFile& output)
       flow_(std::move(flow)),
       output_(output),
       input_(flow_.operands, setting_.lines ? "line" : "record") {
+    if (hasNulls()) checkModeWithNulls(setting_.mode);
     if (operation_ == Operation::kOrder) return;
     frame_.emplace(frameKindOf(operation_), flow_.request, flow_.recordLength, nameOf(operation_));
 }
@@ -130,9 +131,9 @@ void ShapedSort::throwIfEqualRecordsAreFound(const SortOnce& sortOnce) {
     if (!equal.has_value()) return;
     throw host::HostError(
         host::FailureKind::kAnsweredWithError,
-        fmt::format("not unique: {} and {} {}; remove one of them, or sort without --unique",
-                    input_.placeOf(equal->firstNumber), input_.placeOf(equal->secondNumber),
-                    setting_.lines ? "are equal" : "have equal keys"),
+        fmt::format("not unique: {} and {} have equal keys; remove one of them, or sort without "
+                    "--unique",
+                    input_.placeOf(equal->firstNumber), input_.placeOf(equal->secondNumber)),
         ErrorCode::kNotUnique);
 }
 

@@ -167,8 +167,7 @@ std::int32_t defaultBlockPages(std::uint16_t recordLength, std::int64_t memoryPa
 
 void sortFile(const SortOptions& options) {
     checkRecordOptions(options.records);
-    const bool hasNulls = options.records.nullsOffset.has_value() || !options.records.as.empty();
-    checkModeOptions(options.mode, {options.inputs.size(), options.records.lines, hasNulls});
+    checkModeOptions(options.mode, {options.inputs.size(), options.records.lines});
     std::vector<InputFile> inputs = openInputs(options.inputs);
     OutputFile output(options.output);
     Progress progress;
@@ -191,11 +190,11 @@ void sortFile(const SortOptions& options) {
         return flow();
     };
     RecordFlow records = flow();
-    const host::RequestBuilder request = records.request;
+    const host::RequestBuilder userRequest = records.request;
     ShapedSort sort({options.mode, options.records.lines, flowAgain, tempDirectoryOf(options)},
                     std::move(records), output);
     host::ServerOptions processOptions = serverOptions(options, sort.recordLength(), progress);
-    const auto collation = putCollationInForce(options.collation, request, processOptions);
+    const auto collation = putCollationInForce(options.collation, userRequest, processOptions);
     host::SortServer server(processOptions);
     const host::Geometry geometry =
         host::chooseGeometry(sort.recordLength(), server.options().pagesPerBlock);

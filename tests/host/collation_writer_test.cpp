@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "collation/collation_file.h"
 #include "collation/collation_table.h"
@@ -41,7 +42,7 @@ class Weights {
 
 TEST(CollationWriter, UnitsStandAsTheirLanguagesWantThem) {
     struct Case {
-        const char* locale;
+        std::string locale;
         CollationStrength strength;
         char16_t left, right;
         int order;
@@ -64,11 +65,14 @@ TEST(CollationWriter, UnitsStandAsTheirLanguagesWantThem) {
         {"th", kPrimary, u'z', u'ก', -1},       {"es", kPrimary, u'n', u'ñ', -1},
         {"et", kPrimary, u'z', u't', -1},       {"de_AT", kPrimary, u'ö', u'o', 0},
     };
+    std::optional<Weights> weights;
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.locale << ", case " << (&c - cases));
-        const Weights weights(c.locale, c.strength);
-        EXPECT_EQ(weights.compare(c.left, c.right), c.order);
-        EXPECT_EQ(weights.compare(c.right, c.left), -c.order);
+        if (&c == cases || c.locale != (&c)[-1].locale || c.strength != (&c)[-1].strength) {
+            weights.emplace(c.locale, c.strength);
+        }
+        EXPECT_EQ(weights->compare(c.left, c.right), c.order);
+        EXPECT_EQ(weights->compare(c.right, c.left), -c.order);
     }
 }
 

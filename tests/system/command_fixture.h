@@ -33,6 +33,8 @@ class CommandTest : public testing::Test {
     }
     ~CommandTest() override { std::filesystem::remove_all(folder_); }
 
+    const std::filesystem::path& folder() const { return folder_; }
+
     void write(const std::string& name, const std::string& content) const {
         std::ofstream(folder_ / name, std::ios::binary) << content;
     }
@@ -40,10 +42,10 @@ class CommandTest : public testing::Test {
         std::ifstream file(folder_ / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
-    // `tvsort-host` with these shell words; redirections are allowed among them.
+    // `tvsort-host` with these shell words; redirections among them hold.
     Outcome run(const std::string& words) const {
-        const std::string command = "cd '" + folder_.string() + "' && '" TVSORT_HOST_PROGRAM "' " +
-                                    words + " >.output 2>.errors";
+        const std::string command = "cd '" + folder_.string() +
+                                    "' && '" TVSORT_HOST_PROGRAM "' >.output 2>.errors " + words;
         const int status = std::system(command.c_str());
         return {WEXITSTATUS(status), read(".output"), read(".errors")};
     }

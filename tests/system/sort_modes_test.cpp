@@ -109,7 +109,7 @@ class SortWorlds : public CommandTest {
             write(name, content);
             names += " " + name;
         }
-        for (const char* const memory : kMemories) {
+        for (const std::string memory : kMemories) {
             for (const char* const operation : kOperations) {
                 SCOPED_TRACE(options + " " + operation + " " + memory);
                 const Outcome outcome = run("sort " + options + " " + operation + " " + memory +
@@ -196,7 +196,7 @@ TEST_F(SortWorlds, LimitKeepsTies) {
     for (int i = 0; i < 9000; ++i)
         content += std::to_string(i * 7 % 10) + "\n";
     write("digits", content);
-    for (const char* const memory : kMemories) {
+    for (const std::string memory : kMemories) {
         const Outcome outcome = run(std::string("sort --lines --limit 901 digits ") + memory);
         std::string expected;
         for (int i = 0; i < 1800; ++i)

@@ -1,0 +1,106 @@
+// tvsort_bench: the running process beside everybody else. Run it by scripts/bench.
+
+#include <fmt/core.h>
+#include <stdlib.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <map>
+
+#include "bench/sections.h"
+
+namespace {
+
+using namespace tvsort::bench;
+
+// By the name under which a part of the run can be asked for, in the order in which they run.
+const std::vector<std::pair<std::string, void (*)(const Options&)>> kSections = {
+    {"memory", showInMemory},        {"paths", showFastPaths}, {"spilling", showSpilling},
+    {"growth", showGrowth},          {"curve", showCurve},     {"requests", showSmallRequests},
+    {"programs", showOtherPrograms},
+};
+
+// Every part, quickly: the smallest count for which the distribution sort is taken, and small
+// blocks, so that little memory still holds several.
+void makeSmall(Options& options) {
+    options.small = true;
+    options.recordCount = 10'000;
+    options.rounds = 1;
+    options.blockPages = 1;
+}
+
+// Removed with all that is in it.
+class WorkFolder {
+  public:
+    explicit WorkFolder(const std::filesystem::path& parent) {
+        std::string name = (parent / "tvsort-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("cannot make a folder in " + parent.string() +
+                                     "; name another with --temp");
+        }
+        path_ = name;
+        // The database's user passes through it.
+        std::filesystem::permissions(path_, std::filesystem::perms(0755));
+    }
+    ~WorkFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+int runSections(Options options, const std::filesystem::path& tempDirectory,
+                const std::vector<std::string>& wanted) {
+    const WorkFolder folder(tempDirectory);
+    options.workDirectory = folder.path();
+    std::filesystem::create_directories(options.resultDirectory);
+    for (const auto& [name, show] : kSections) {
+        if (wanted.empty() || std::find(wanted.begin(), wanted.end(), name) != wanted.end()) {
+            show(options);
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    Options options;
+    bool small = false;
+    bool cpu = false;
+    std::vector<std::string> wanted;
+    std::filesystem::path tempDirectory = std::filesystem::temp_directory_path();
+    CLI::App app("Measures the sort process beside its peers");
+    app.add_option("--process", options.process, "the built tvsort")->required();
+    app.add_option("--results", options.resultDirectory, "folder for the tables' values")
+        ->required();
+    app.add_option("--records", options.recordCount, "records of a data set")
+        ->capture_default_str()
+        ->check(CLI::Range(10'000, 10'000'000));
+    app.add_option("--rounds", options.rounds)->capture_default_str()->check(CLI::Range(1, 1000));
+    app.add_option("--block-pages", options.blockPages, "pages of 4096 bytes per block")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 16));
+    app.add_option("--temp", tempDirectory, "folder for work files")->capture_default_str();
+    std::vector<std::string> names;
+    for (const auto& section : kSections)
+        names.push_back(section.first);
+    app.add_option("--section", wanted, "parts to run; all when none is named")
+        ->check(CLI::IsMember(names));
+    app.add_flag("--cpu", cpu, "print processor times, for a machine that is not idle");
+    app.add_flag("--small", small, "every part with little data; times then mean nothing");
+    CLI11_PARSE(app, argumentCount, arguments);
+    if (small) makeSmall(options);
+    if (cpu) options.clock = Clock::kCpu;
+    try {
+        return runSections(options, tempDirectory, wanted);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "tvsort_bench: {}\n", error.what());
+        return 1;
+    }
+}

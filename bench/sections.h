@@ -1,0 +1,31 @@
+// The tables of the benchmark, each printed and written when its part of the run is over.
+
+#pragma once
+
+#include "bench/contest.h"
+
+namespace tvsort::bench {
+
+// Every workload with room for the distribution sort, and just fitting, beside all peers.
+void showInMemory(const Options& options);
+
+// Data of 2, 8 and 20 times the memory: time beside std::sort with all the memory it wants, and
+// transfers.
+void showSpilling(const Options& options);
+
+// What the fast paths buy: workloads beside their neighbours that cannot take one.
+void showFastPaths(const Options& options);
+
+// N, 2N, 4N, 8N records in every situation.
+void showGrowth(const Options& options);
+
+// Data from a tenth of the memory to twenty times it.
+void showCurve(const Options& options);
+
+// Requests of 10 to 1000 records, where the conversation is most of the time.
+void showSmallRequests(const Options& options);
+
+// Data of 2 and 8 times the memory beside programs that sort more than their memory holds.
+void showOtherPrograms(const Options& options);
+
+}  // namespace tvsort::bench
