@@ -58,6 +58,7 @@ const std::vector<Bytes> kInvalid = {
     decimal(2, {{1, 100}}),
     decimal(1, {{15, 100}}),
     decimal(2, {{8, 128}, {1, 1}}),
+    decimal(1, {{8, 100}}),
     decimal(3, {{7, 100}}),
     decimal(4, {{1, 255}}),
 };
