@@ -85,11 +85,11 @@ void showInMemory(const Options& options) {
 }
 
 void showFastPaths(const Options& options) {
-    Table table = {
-        "fast-paths",
-        fmt::format("What fast paths buy, {} records: nanoseconds per record", options.recordCount),
-        {"workload", "with room", "just fitting", "data = 2 x memory"},
-        {}};
+    Table table = {"fast-paths",
+                   fmt::format("What fast paths buy, {} records: {}, nanoseconds per record",
+                               options.recordCount, nameOf(options.clock)),
+                   {"workload", "with room", "just fitting", "data = 2 x memory"},
+                   {}};
     for (const Workload& workload : fastPathWorkloads()) {
         std::vector<std::string> row = {workload.name};
         for (const Situation& situation : {withRoom(), justFitting(), dataOf(2)}) {

@@ -54,7 +54,7 @@ std::string icuLocaleName(const std::string& locale) {
     int32_t parsed = 0;
     uloc_forLanguageTag(locale.c_str(), name, sizeof name, &parsed, &status);
     const bool isTag = U_SUCCESS(status) && static_cast<std::size_t>(parsed) == locale.size();
-    const std::string icuName = isTag ? name : locale;
+    std::string icuName = isTag ? name : locale;
     if (locale.empty() || !isKnownLanguage(icuName)) {
         throw badUse("ICU knows no locale \"" + locale +
                      "\"; name one such as fr, de or de-u-co-phonebk, or root");

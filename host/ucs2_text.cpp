@@ -4,6 +4,7 @@
 #include <iconv.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -16,7 +17,7 @@ namespace {
 class Converter {
   public:
     Converter() : handle_(iconv_open("UCS-2LE", "UTF-8")) {
-        if (handle_ == iconv_t(-1)) {
+        if (reinterpret_cast<std::intptr_t>(handle_) == -1) {
             throw systemFailure("converting UTF-8 to UCS-2", errno,
                                 "the C library's character conversions are not installed");
         }

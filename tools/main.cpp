@@ -49,13 +49,16 @@ int run(int argumentCount, char** arguments) {
     CLI::App app("Sorts files through the sort process of the TAVRIN database server.",
                  "tvsort-host");
     app.set_version_flag("--version", TVSORT_VERSION);
-    app.require_subcommand(1);
+    // None is told apart below: a word that is no subcommand is then named as such.
+    app.require_subcommand(0, 1);
     app.failure_message(describeParseError);
     app.footer("Exit status: 0 success, 1 verify found a file not in order, 2 failure.");
     for (const AddSubcommand addSubcommand : kSubcommands)
         addSubcommand(app, exitStatus);
     try {
         app.parse(argumentCount, arguments);
+        if (app.get_subcommands().empty())
+            return fail("say what to do; --help lists the subcommands");
     } catch (const CLI::ParseError& error) {
         if (app.exit(error) != 0) return kStatusFailure;
         return std::cout.flush() ? kStatusSuccess : fail("cannot write to standard output");

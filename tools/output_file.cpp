@@ -110,6 +110,10 @@ void OutputFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
 void OutputFile::finish() {
     writeThrough(buffer_.data(), buffer_.size());
     buffer_.clear();
+    if (!file_.close()) {
+        throw host::systemFailure("cannot write " + displayName_, errno,
+                                  "make room there or choose another place");
+    }
     if (temporaryName_.empty()) return;
     if (rename(temporaryName_.c_str(), finalName_.c_str()) != 0) {
         throw host::systemFailure("cannot give the output its name " + finalName_, errno,

@@ -52,6 +52,7 @@ std::vector<std::vector<Operand>> othersByRequest(const SetCombination& combinat
     const std::vector<Operand> others(combination.operands.begin() + 1, combination.operands.end());
     if (!isIntersection(combination.mode)) return {others};
     std::vector<std::vector<Operand>> byRequest;
+    byRequest.reserve(others.size());
     for (const Operand& other : others)
         byRequest.push_back({other});
     return byRequest;

@@ -60,6 +60,7 @@ host::ServerOptions serverOptions(const SortOptions& options, std::uint16_t reco
     server.tempDirectory = tempDirectoryOf(options);
     if (options.timeoutSeconds.has_value()) {
         server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};
+        server.startTimeout = std::min(server.startTimeout, server.requestTimeout);
     }
     server.whileWaiting = [&progress] {
         throwIfInterrupted();
@@ -154,6 +155,11 @@ void report(const SortOptions& options, const SortStats& stats) {
     if (options.stats == "text") fmt::print(stderr, "{}", statsAsText(stats));
 }
 
+// The conversion of sizes would take a negative number for a very large one.
+std::string refuseNegative(const std::string& text) {
+    return text.starts_with('-') ? "must not be negative: " + text : std::string();
+}
+
 }  // namespace
 
 std::int32_t defaultBlockPages(std::uint16_t recordLength, std::int64_t memoryPages) {
@@ -224,6 +230,7 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
         "such as fr, whose tertiary order is then used");
     command.add_option("--memory", options->memoryBytes, "Memory for the sort, such as 64M")
         ->transform(CLI::AsSizeValue(false))
+        ->transform(CLI::Validator(refuseNegative, "", "NOT_NEGATIVE"))  // is asked first
         ->default_str("64M");
     command.add_option("--block-pages", options->blockPages, "Pages of 4096 bytes per block")
         ->check(CLI::Range(1, 1 << 20));

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <optional>
 
 #include "collation/collation_file.h"
@@ -122,6 +123,30 @@ TEST(CollationWriter, FilesHoldAllPagesTheyCanAndAreTrusted) {
     EXPECT_EQ(file.unmappedUnits, 0U);
     for (const int own : {0x3400, 0x4e00, 0x9fff, 0xa000, 0xac00, 0xd7a3, 0xd800, 0xf8ff}) {
         EXPECT_EQ(weights.of(static_cast<char16_t>(own)), own);
+    }
+}
+
+// A unit that weighs its own value occupies the number; others may weigh it only where ICU tells
+// them from an ideograph or syllable by their form alone.
+TEST(CollationWriter, UnitsThatIcuTellsApartAreNotMadeEqual) {
+    for (const CollationStrength strength : {kPrimary, kTertiary}) {
+        const CollationOrder order = collationOrder("root", strength);
+        const Weights weights("root", strength);
+        std::map<std::uint16_t, std::uint32_t> unitOfWeight;
+        std::uint32_t merged = 0;
+        for (const bool exact : {false, true}) {
+            for (std::uint32_t unit = 0; unit < 65536; ++unit) {
+                if (weights.file().exactPages[unit >> 8] != exact) continue;
+                const std::uint16_t weight = weights.of(static_cast<char16_t>(unit));
+                const std::uint32_t other = unitOfWeight.emplace(weight, unit).first->second;
+                if (order.places[unit] == order.places[other]) continue;
+                EXPECT_EQ(order.primaryPlaces[unit], order.primaryPlaces[other]);
+                EXPECT_NE(order.kinds[other], UnitKind::kOther) << std::hex << unit;
+                merged += 1;
+            }
+        }
+        EXPECT_EQ(merged, weights.file().mergedUnits);
+        EXPECT_EQ(merged, strength == kPrimary ? 0U : 414U);
     }
 }
 

@@ -67,6 +67,8 @@ const Case kCases[] = {
      "line 2 of spaces starts with 2 spaces, which is no multiple of --indent 4"},
     {"--lines --hierarchy x deep", "",
      "line 2 of deep is on level 3 and the one before it on level 1"},
+    {"--lines --hierarchy x indented", "",
+     "line 1 of indented is the first of its hierarchy and on level 2"},
     {"--record-length 4 --key byte:0 --hierarchy zeros", "", "add --level OFFSET"},
     {"--record-length 4 --key byte:0 --hierarchy --level 1 zeros", "", "--level 1 reaches byte 5"},
     {"--record-length 4 --key byte:0 --hierarchy --level 0 zeros", "",
@@ -89,6 +91,7 @@ TEST_F(SortModes, GiveWhatTheyAreAskedForOrSayWhatCanBe) {
     write("spaces", "b\n  d\n  c\n    e\na\n");
     write("ties", "b\n\ta\na\n\ta\n\ta\n");
     write("deep", "a\n\t\tb\n");
+    write("indented", "\ta\n");
     write("zeros", std::string(4, '\0'));
     for (const Case& c : kCases) {
         const Outcome outcome = run(std::string("sort ") + c.words);
@@ -167,6 +170,20 @@ TEST_F(SortModes, HierarchiesStayWholeAndHaveTheirSiblingsSorted) {
                             .output == records);
         }
     }
+}
+
+TEST_F(SortModes, HierarchiesOfRecordsKnowNullsAndTakeOnlySiblingsForTies) {
+    using std::string_literals::operator""s;
+    // Level, key and null indicator.
+    const std::string a = "\1\0\0\0a\0"s;
+    const std::string aBelow = "\2\0\0\0a\0"s;
+    const std::string null = "\1\0\0\0z\1"s;
+    write("records", a + aBelow + aBelow + null);
+    const std::string sort =
+        "sort --record-length 6 --hierarchy --level 0 --nulls 5 records --key ";
+    EXPECT_EQ(run(sort + "byte:4 --limit 1").output, a);
+    EXPECT_EQ(run(sort + "byte:4 --limit 2").output, a + aBelow + aBelow);
+    EXPECT_EQ(run(sort + "byte:4:nulls-first").output, null + a + aBelow + aBelow);
 }
 
 TEST_F(SortModes, BigHierarchiesTakeSecondsWithTheSmallestPool) {
