@@ -1,11 +1,11 @@
 // tvsort_bench: the running process beside everybody else. Run it by scripts/bench.
 
-#include <fmt/core.h>
 #include <stdlib.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
 #include <exception>
-#include <map>
 
 #include "bench/sections.h"
 
@@ -54,8 +54,8 @@ class WorkFolder {
     std::filesystem::path path_;
 };
 
-int runSections(Options options, const std::filesystem::path& tempDirectory,
-                const std::vector<std::string>& wanted) {
+void runSections(Options options, const std::filesystem::path& tempDirectory,
+                 const std::vector<std::string>& wanted) {
     const WorkFolder folder(tempDirectory);
     options.workDirectory = folder.path();
     std::filesystem::create_directories(options.resultDirectory);
@@ -64,12 +64,16 @@ int runSections(Options options, const std::filesystem::path& tempDirectory,
             show(options);
         }
     }
-    return 0;
 }
 
-}  // namespace
+std::vector<std::string> sectionNames() {
+    std::vector<std::string> names(kSections.size());
+    std::transform(kSections.begin(), kSections.end(), names.begin(),
+                   [](const auto& section) { return section.first; });
+    return names;
+}
 
-int main(int argumentCount, char** arguments) {
+int run(int argumentCount, char** arguments) {
     Options options;
     bool small = false;
     bool cpu = false;
@@ -87,20 +91,26 @@ int main(int argumentCount, char** arguments) {
         ->capture_default_str()
         ->check(CLI::Range(1, 16));
     app.add_option("--temp", tempDirectory, "folder for work files")->capture_default_str();
-    std::vector<std::string> names;
-    for (const auto& section : kSections)
-        names.push_back(section.first);
     app.add_option("--section", wanted, "parts to run; all when none is named")
-        ->check(CLI::IsMember(names));
+        ->check(CLI::IsMember(sectionNames()));
     app.add_flag("--cpu", cpu, "print processor times, for a machine that is not idle");
     app.add_flag("--small", small, "every part with little data; times then mean nothing");
     CLI11_PARSE(app, argumentCount, arguments);
     if (small) makeSmall(options);
     if (cpu) options.clock = Clock::kCpu;
+    runSections(options, tempDirectory, wanted);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
     try {
-        return runSections(options, tempDirectory, wanted);
+        return run(argumentCount, arguments);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "tvsort_bench: {}\n", error.what());
+        std::fputs("tvsort_bench: ", stderr);
+        std::fputs(error.what(), stderr);
+        std::fputs("\n", stderr);
         return 1;
     }
 }

@@ -116,15 +116,25 @@ inline std::uint64_t digitsOfDouble(double value) {
     return (bits & kSignBit) != 0 ? ~bits : bits | kSignBit;
 }
 
-// A valid decimal: three bits of class rank and the seven digits of the highest order.
+// A valid decimal: its class rank, how many digits it has, and the seven highest of them, so that
+// leading zeros take no room.
 inline std::uint64_t digitsOfDecimal(const Byte* field, DecimalClass valueClass) {
     constexpr std::uint64_t kRank[] = {2, 1, 3, 0, 4};
-    const std::uint64_t rank = kRank[static_cast<int>(valueClass)] << 56;
-    const std::uint64_t magnitude = loadAs<std::uint64_t>(field + 8) >> 8;
-    if (valueClass == DecimalClass::kPositive) return rank | magnitude;
-    if (valueClass == DecimalClass::kNegative)
-        return rank | (~magnitude & (~std::uint64_t{0} >> 8));
-    return rank;
+    constexpr int kRankShift = 60;
+    constexpr int kCountShift = 56;
+    const std::uint64_t rank = kRank[static_cast<int>(valueClass)] << kRankShift;
+    if (valueClass != DecimalClass::kPositive && valueClass != DecimalClass::kNegative) return rank;
+
+    const std::uint64_t high = loadAs<std::uint64_t>(field + 8);
+    const std::uint64_t low = loadAs<std::uint64_t>(field) & ~std::uint64_t{0xff};
+    const int zeroBytes = std::countl_zero(high != 0 ? high : low) / 8;
+    const int zeroBits = 8 * zeroBytes;
+    const std::uint64_t count = static_cast<std::uint64_t>((high != 0 ? 15 : 7) - zeroBytes);
+    std::uint64_t first = (high != 0 ? high : low) << zeroBits;
+    if (high != 0 && zeroBytes > 0) first |= low >> (64 - zeroBits);
+    const std::uint64_t magnitude = count << kCountShift | first >> 8;
+    constexpr std::uint64_t kMagnitudeBits = (std::uint64_t{1} << kRankShift) - 1;
+    return rank | (valueClass == DecimalClass::kPositive ? magnitude : magnitude ^ kMagnitudeBits);
 }
 
 template <LeadingKind kind>

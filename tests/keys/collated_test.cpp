@@ -142,8 +142,8 @@ TEST(CollatedText, KeysFollowTheTableInForce) {
         Verdict ascending;
     };
     const auto prefixedUnits = [](std::int16_t length, const std::u16string& string) {
-        const Bytes content = unitBytes(string);
-        return prefixed(length, std::string(content.begin(), content.end()));
+        std::u16string field(1, static_cast<char16_t>(length));
+        return unitBytes(field + string);
     };
     const Case keys[] = {
         {DataType::kUnits, unitBytes(u"cb"), unitBytes(u"ac"), Verdict::kLeftFirst},
