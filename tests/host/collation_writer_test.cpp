@@ -67,11 +67,13 @@ TEST(CollationWriter, UnitsStandAsTheirLanguagesWantThem) {
         {"et", kPrimary, u'z', u't', -1},       {"de_AT", kPrimary, u'ö', u'o', 0},
     };
     std::optional<Weights> weights;
+    const Case* previous = nullptr;
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.locale << ", case " << (&c - cases));
-        if (&c == cases || c.locale != (&c)[-1].locale || c.strength != (&c)[-1].strength) {
-            weights.emplace(c.locale, c.strength);
-        }
+        const bool another =
+            previous == nullptr || c.locale != previous->locale || c.strength != previous->strength;
+        if (another) weights.emplace(c.locale, c.strength);
+        previous = &c;
         EXPECT_EQ(weights->compare(c.left, c.right), c.order);
         EXPECT_EQ(weights->compare(c.right, c.left), -c.order);
     }

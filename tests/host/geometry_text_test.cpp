@@ -20,29 +20,34 @@ class RandomGeometry {
     std::string next(int depthMax) {
         switch (random_() % (depthMax > 0 ? 7 : 6)) {
             case 0:
-                return "POINT " + orEmpty([this] { return "(" + point() + ")"; });
+                return tagged("POINT",
+                              orEmpty([this] { return listOf(1, [this] { return point(); }); }));
             case 1:
-                return "LINESTRING " + line();
+                return tagged("LINESTRING", line());
             case 2:
-                return "POLYGON " + polygon();
+                return tagged("POLYGON", polygon());
             case 3:
-                return "MULTIPOINT " + several([this] { return "(" + point() + ")"; });
+                return tagged("MULTIPOINT",
+                              several([this] { return listOf(1, [this] { return point(); }); }));
             case 4:
-                return "MULTILINESTRING " + several([this] { return line(); });
+                return tagged("MULTILINESTRING", several([this] { return line(); }));
             case 5:
-                return "MULTIPOLYGON " + several([this] { return polygon(); });
+                return tagged("MULTIPOLYGON", several([this] { return polygon(); }));
             default:
-                return "GEOMETRYCOLLECTION " +
-                       several([this, depthMax] { return next(depthMax - 1); });
+                return tagged("GEOMETRYCOLLECTION", several([&] { return next(depthMax - 1); }));
         }
     }
 
   private:
-    double coordinate() { return std::uniform_real_distribution<double>(-1000, 1000)(random_); }
-    std::string point() {
-        char text[80];
-        std::snprintf(text, sizeof text, "%.17g %.17g", coordinate(), coordinate());
-        return text;
+    static std::string tagged(std::string type, const std::string& body) {
+        return type.append(" ").append(body);
+    }
+    template <typename Make>
+    static std::string listOf(std::size_t count, Make make) {
+        std::string text = "(";
+        for (; count > 1; --count)
+            text.append(make()).append(", ");
+        return text.append(make()).append(")");
     }
     template <typename Make>
     std::string orEmpty(Make make) {
@@ -50,28 +55,26 @@ class RandomGeometry {
     }
     template <typename Make>
     std::string several(Make make) {
-        return orEmpty([&] {
-            std::string text = "(" + make();
-            for (unsigned more = random_() % 4; more > 0; --more)
-                text += ", " + make();
-            return text + ")";
-        });
+        return orEmpty([&] { return listOf(random_() % 4 + 1, make); });
+    }
+
+    double coordinate() { return std::uniform_real_distribution<double>(-1000, 1000)(random_); }
+    std::string point() {
+        char text[80];
+        std::snprintf(text, sizeof text, "%.17g %.17g", coordinate(), coordinate());
+        return text;
     }
     std::string line() {
-        return orEmpty([this] {
-            std::string text = "(" + point();
-            for (auto more = random_() % 5 + 1; more > 0; --more)
-                text += ", " + point();
-            return text + ")";
-        });
+        return orEmpty([this] { return listOf(random_() % 5 + 2, [this] { return point(); }); });
     }
+    // Three points and the first one again.
     std::string ring() {
         const std::string first = point();
-        return "(" + first + ", " + point() + ", " + point() + ", " + first + ")";
+        int number = 0;
+        return listOf(4, [&] { return number++ % 3 == 0 ? first : point(); });
     }
     std::string polygon() {
-        return orEmpty(
-            [this] { return "(" + ring() + (random_() % 2 == 0 ? ", " + ring() : "") + ")"; });
+        return orEmpty([this] { return listOf(random_() % 2 + 1, [this] { return ring(); }); });
     }
 
     std::mt19937 random_;

@@ -79,8 +79,9 @@ Bytes bytesOf(const Value& value) {
 
 // A length-prefixed value; `length` states another length than the content's.
 inline Bytes prefixed(const std::string& content) {
-    Bytes bytes = bytesOf(static_cast<std::int16_t>(content.size()));
-    bytes.insert(bytes.end(), content.begin(), content.end());
+    Bytes bytes(sizeof(std::int16_t) + content.size());
+    storeAs(bytes.data(), static_cast<std::int16_t>(content.size()));
+    std::copy(content.begin(), content.end(), bytes.begin() + sizeof(std::int16_t));
     return bytes;
 }
 inline Bytes prefixed(std::int16_t length, const std::string& content) {

@@ -15,8 +15,9 @@ namespace {
 
 template <typename Value>
 void append(Bytes& bytes, const Value& value) {
-    const auto* const start = reinterpret_cast<const Byte*>(&value);
-    bytes.insert(bytes.end(), start, start + sizeof value);
+    const std::size_t start = bytes.size();
+    bytes.resize(start + sizeof value);
+    storeAs(bytes.data() + start, value);
 }
 
 KeyDescriptor keyOf(KeyKind kind, DataType type, std::uint16_t offset, std::uint16_t length,
