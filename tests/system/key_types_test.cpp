@@ -22,6 +22,10 @@ struct TypeCase {
     std::vector<const char*> texts;
 };
 
+void PrintTo(const TypeCase& type, std::ostream* stream) {
+    *stream << type.format << " as type " << int(type.dataType);
+}
+
 const TypeCase kTypes[] = {
     {"int16", DataType::kInteger, {"-32768", "-1", "0", "255", "256"}},
     {"int32", DataType::kInteger, {"-70000", "-1", "1", "2147483647"}},
