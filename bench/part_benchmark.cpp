@@ -102,22 +102,21 @@ void timePerRecord(benchmark::State& state, Prepare prepare, Work work) {
         Counter(kRecordCount, Counter::kIsIterationInvariantRate | Counter::kInvert);
 }
 
-void partitionOnce(SortJob& job, std::vector<Byte>& scratch) {
+void partitionOnce(SortJob& job) {
     HeldRange held = {};
     held.low = locateRecord(job, 1);
     pinFrame(job, held.low.frameIndex);
     held.high = locateRecord(job, job.recordCount);
     pinFrame(job, held.high.frameIndex);
-    partitionRange(job, held, scratch.data());
+    partitionRange(job, held);
     benchmark::DoNotOptimize(held);
 }
 
 void addPartitionRow(const Workload& workload) {
     const auto run = [workload](benchmark::State& state) {
         PartBed bed(workload);
-        std::vector<Byte> scratch(workload.recordLength);
         timePerRecord(
-            state, [&] { bed.restore(); }, [&] { partitionOnce(bed.job(), scratch); });
+            state, [&] { bed.restore(); }, [&] { partitionOnce(bed.job()); });
         if (bed.job().errorCode != ErrorCode::kSuccess) state.SkipWithError("a code was raised");
     };
     benchmark::RegisterBenchmark(("partition/" + workload.name).c_str(), run)->UseManualTime();

@@ -36,9 +36,61 @@ enum class DecimalOrder : std::int8_t {
     kInvalid = 5,  // at least one of the values is no decimal
 };
 
+// The digits of both halves as two numbers: byte 15 is the most significant, so a little-endian
+// load orders them as they are, and the class byte is masked out of the lower half.
+struct DecimalMagnitude {
+    std::uint64_t high;  // bytes 8 to 15
+    std::uint64_t low;   // bytes 1 to 7
+
+    bool operator==(const DecimalMagnitude&) const = default;
+    bool isZero() const { return (high | low) == 0; }
+    bool isBelow(const DecimalMagnitude& other) const {
+        return high != other.high ? high < other.high : low < other.low;
+    }
+};
+
+inline DecimalMagnitude decimalMagnitude(const Byte* value) {
+    return {loadAs<std::uint64_t>(value + 8), loadAs<std::uint64_t>(value) & ~std::uint64_t{0xff}};
+}
+
+// Whether one of eight bytes is above 99: exactly when its top bit is set or adding 28 sets it. The
+// sums stay inside their bytes because the top bits are taken out first.
+inline bool hasDigitAboveMax(std::uint64_t digits) {
+    constexpr std::uint64_t kTopBits = 0x8080808080808080;
+    constexpr std::uint64_t kToTopBit = 0x1c1c1c1c1c1c1c1c;
+    static_assert(0x80 - (kDecimalDigitMax + 1) == 0x1c);
+    return ((((digits & ~kTopBits) + kToTopBit) | digits) & kTopBits) != 0;
+}
+
+inline bool hasDigitAboveMax(const DecimalMagnitude& magnitude) {
+    return hasDigitAboveMax(magnitude.high) || hasDigitAboveMax(magnitude.low);
+}
+
 // The class of the 16 bytes at `value`. A zero written with a sign is a zero. A digit above 99, a
 // zero with digits and an unknown class byte are invalid.
-DecimalClass decimalClass(const Byte* value);
+inline DecimalClass decimalClass(const Byte* value) {
+    const DecimalMagnitude magnitude = decimalMagnitude(value);
+    if (hasDigitAboveMax(magnitude)) return DecimalClass::kInvalid;
+    const auto classByte = static_cast<DecimalClass>(value[0]);
+    switch (classByte) {
+        case DecimalClass::kZero:
+            return magnitude.isZero() ? DecimalClass::kZero : DecimalClass::kInvalid;
+        case DecimalClass::kNegative:
+        case DecimalClass::kPositive:
+            return magnitude.isZero() ? DecimalClass::kZero : classByte;
+        case DecimalClass::kLowest:
+        case DecimalClass::kHighest:
+            return classByte;
+        default:
+            return DecimalClass::kInvalid;
+    }
+}
+
+// The place of a class in the order of values, from 0. Not for the invalid one.
+inline std::uint8_t decimalClassRank(DecimalClass valueClass) {
+    constexpr std::uint8_t kRank[] = {2, 1, 3, 0, 4};
+    return kRank[static_cast<int>(valueClass)];
+}
 
 // How the left value stands to the right one, exactly: no rounding, no tolerance.
 DecimalOrder compareDecimals(const Byte* left, const Byte* right);

@@ -5,7 +5,9 @@
 #include <limits>
 
 #include "keys/record_precedes.h"
-#include "sort/leading_digits.h"
+#include "sort/block_scan.h"
+#include "sort/deciding_key.h"
+#include "sort/record_exchange.h"
 
 namespace tvsort {
 
@@ -18,7 +20,7 @@ constexpr std::int32_t kRandomPivotDistance = 100;
 struct Partition {
     HeldRange& held;
     std::uint32_t pivot;  // place of the pivot's copy
-    DigitWindow window;   // of the pivot
+    DecidingKey key;
     std::int32_t iLast;   // last record of i's block
     std::int32_t jFirst;  // first record of j's block
 };
@@ -83,30 +85,30 @@ bool stepDown(SortJob& job, Partition& partition) {
 }
 
 // Whether record i comes before the pivot.
-template <LeadingKind kind>
+template <LeadingKind kind, bool plain>
 bool precedesPivot(SortJob& job, const Partition& partition) {
     const std::uint32_t i = partition.held.i.offset;
-    const Side side = sideOf<kind>(job, recordAt(job, i), partition.window);
-    if (side == Side::kUndecided) return recordPrecedes(job, i, partition.pivot);
-    job.compareState = 1;
-    return side == Side::kBefore;
+    const Verdict verdict = judge<kind, plain>(partition.key, recordAt(job, i));
+    if (verdict.open != 0) return recordPrecedes(job, i, partition.pivot);
+    if (verdict.differs() != 0) job.compareState = 1;
+    return verdict.before != 0;
 }
 
 // Whether the pivot comes before record j.
-template <LeadingKind kind>
+template <LeadingKind kind, bool plain>
 bool pivotPrecedes(SortJob& job, const Partition& partition) {
     const std::uint32_t j = partition.held.j.offset;
-    const Side side = sideOf<kind>(job, recordAt(job, j), partition.window);
-    if (side == Side::kUndecided) return recordPrecedes(job, partition.pivot, j);
-    job.compareState = 1;
-    return side == Side::kBehind;
+    const Verdict verdict = judge<kind, plain>(partition.key, recordAt(job, j));
+    if (verdict.open != 0) return recordPrecedes(job, partition.pivot, j);
+    if (verdict.differs() != 0) job.compareState = 1;
+    return verdict.behind != 0;
 }
 
 // Moves i up to the first record that does not precede the pivot.
-template <LeadingKind kind>
+template <LeadingKind kind, bool plain>
 bool scanUp(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (precedesPivot<kind>(job, partition)) {
+    while (precedesPivot<kind, plain>(job, partition)) {
         if (held.i.recordNumber == held.high.recordNumber) break;
         if (!stepUp(job, partition)) return false;
     }
@@ -114,25 +116,14 @@ bool scanUp(SortJob& job, Partition& partition) {
 }
 
 // Moves j down to the first record that the pivot does not precede.
-template <LeadingKind kind>
+template <LeadingKind kind, bool plain>
 bool scanDown(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (pivotPrecedes<kind>(job, partition)) {
+    while (pivotPrecedes<kind, plain>(job, partition)) {
         if (held.j.recordNumber == held.low.recordNumber) break;
         if (!stepDown(job, partition)) return false;
     }
     return true;
-}
-
-void exchange(SortJob& job, const HeldRecord& i, const HeldRecord& j, Byte* scratch) {
-    const std::size_t recordLength = job.recordLength;
-    Byte* const iBytes = recordAt(job, i.offset);
-    Byte* const jBytes = recordAt(job, j.offset);
-    std::memcpy(scratch, iBytes, recordLength);
-    std::memcpy(iBytes, jBytes, recordLength);
-    std::memcpy(jBytes, scratch, recordLength);
-    markDirty(job, i.frameIndex);
-    markDirty(job, j.frameIndex);
 }
 
 // Copies the pivot record behind the frames. False when it could not be reached.
@@ -143,15 +134,31 @@ bool copyPivot(SortJob& job, const Partition& partition) {
     return true;
 }
 
-// The two scans and the exchanges, from both ends to where they meet.
-template <LeadingKind kind>
-void movePast(SortJob& job, Partition& partition, Byte* scratch) {
+// The two scans and the exchange of the records where they stop. False when a scan failed.
+template <LeadingKind kind, bool plain>
+bool scanAndExchange(SortJob& job, Partition& partition) {
+    const HeldRange& held = partition.held;
+    if (!scanUp<kind, plain>(job, partition)) return false;
+    if (!scanDown<kind, plain>(job, partition)) return false;
+    if (held.i.recordNumber < held.j.recordNumber) {
+        exchangeRecords(recordAt(job, held.i.offset), recordAt(job, held.j.offset),
+                        job.recordLength);
+        markDirty(job, held.i.frameIndex);
+        markDirty(job, held.j.frameIndex);
+    }
+    return true;
+}
+
+// Scans and exchanges, from both ends to where the cursors meet.
+template <LeadingKind kind, bool plain>
+void movePast(SortJob& job, Partition& partition) {
     HeldRange& held = partition.held;
-    partition.window = digitWindow<kind>(job, recordAt(job, partition.pivot));
     do {
-        if (!scanUp<kind>(job, partition)) return;
-        if (!scanDown<kind>(job, partition)) return;
-        if (held.i.recordNumber < held.j.recordNumber) exchange(job, held.i, held.j, scratch);
+        const BlockCursors cursors = {held.i, held.j, partition.iLast, partition.jFirst};
+        if (!exchangeInBlocks(job, partition.key, partition.pivot, cursors) &&
+            !scanAndExchange<kind, plain>(job, partition)) {
+            return;
+        }
         if (held.i.recordNumber <= held.j.recordNumber) {
             // The cursors may pass each other by one, but leave the data set for no comparison.
             if (held.i.recordNumber != job.recordCount && !stepUp(job, partition)) return;
@@ -163,15 +170,18 @@ void movePast(SortJob& job, Partition& partition, Byte* scratch) {
 
 }  // namespace
 
-void partitionRange(SortJob& job, HeldRange& held, Byte* scratch) {
+void partitionRange(SortJob& job, HeldRange& held) {
     Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), {}, 0, 0};
     if (!copyPivot(job, partition)) return;
     held.i = held.low;
     held.j = held.high;
     partition.iLast = lastRecordOfBlock(job, blockOfRecord(job, held.i.recordNumber));
     partition.jFirst = firstRecordOfBlock(job, blockOfRecord(job, held.j.recordNumber));
-    withLeadingKind(leadingKind(job),
-                    [&]<LeadingKind kind>() { movePast<kind>(job, partition, scratch); });
+    partition.key =
+        chooseDecidingKey(job, recordAt(job, partition.pivot), recordAt(job, held.low.offset),
+                          recordAt(job, held.high.offset));
+    withDecidingKey(partition.key,
+                    [&]<LeadingKind kind, bool plain>() { movePast<kind, plain>(job, partition); });
 }
 
 void unpinUnlessHeld(SortJob& job, const HeldRecord& released, const HeldRecord& first,

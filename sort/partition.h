@@ -33,9 +33,9 @@ struct HeldRange {
 
 // Partitions low to high, whose frames are pinned. Afterwards low to j do not come after the pivot
 // and i to high do not come before it, and the frames of all four are pinned; `compareState` has
-// become 1 unless all records equal the pivot. Changed frames are dirty. `scratch` holds one
-// record. The pool and the comparator raise their codes; what was moved until then stays moved.
-void partitionRange(SortJob& job, HeldRange& held, Byte* scratch);
+// become 1 unless all records equal the pivot. Changed frames are dirty. The pool and the
+// comparator raise their codes; what was moved until then stays moved.
+void partitionRange(SortJob& job, HeldRange& held);
 
 // Unpins `released`'s frame unless it is the frame of one of the others.
 void unpinUnlessHeld(SortJob& job, const HeldRecord& released, const HeldRecord& first,

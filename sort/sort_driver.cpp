@@ -5,14 +5,12 @@
 #include "sort/distribution_sort.h"
 #include "sort/partition.h"
 #include "sort/range_insertion.h"
+#include "sort/short_range.h"
 #include "storage/record_address.h"
 
 namespace tvsort {
 
 namespace {
-
-// A range whose ends lie this close together, in one block, is sorted by insertion.
-constexpr std::int32_t kInsertionDistance = 20;
 
 // Takes the top range off the stack. Raises 1405 for a depth that cannot be.
 RecordRange popRange(SortJob& job) {
@@ -57,18 +55,31 @@ void keepSmallerPart(SortJob& job, HeldRange& held) {
     }
 }
 
+// Sorts a short range in one block if its records differ enough.
+bool trySortingShort(SortJob& job, const HeldRange& held, Byte* scratch) {
+    if (!sortShortRange(job, held.low, held.high, scratch)) return false;
+    // A partition would have asked for the pivot's block: it becomes the one used last.
+    if (held.high.recordNumber - held.low.recordNumber >= kInsertionDistance)
+        addressRecord(job, held.low.recordNumber);
+    return true;
+}
+
 // Sorts one range, but for the parts that it leaves on the stack.
 void sortRange(SortJob& job, const RecordRange& range, Byte* scratch) {
     HeldRange held = {};
     if (!holdEnds(job, range, held)) return;
     while (held.low.recordNumber < held.high.recordNumber) {
+        const std::int32_t distance = held.high.recordNumber - held.low.recordNumber;
         const bool inOneBlock = held.low.frameIndex == held.high.frameIndex;
-        if (inOneBlock && held.high.recordNumber - held.low.recordNumber < kInsertionDistance) {
-            insertRange(job, held.low, held.high, scratch);
-            break;
+        if (inOneBlock && distance <= kShortRangeDistance) {
+            if (trySortingShort(job, held, scratch)) break;
+            if (distance < kInsertionDistance) {
+                insertRange(job, held.low, held.high, scratch);
+                break;
+            }
         }
         job.compareState = 0;
-        partitionRange(job, held, scratch);
+        partitionRange(job, held);
         if (failed(job)) return;
         if (job.compareState == 0) {
             // Every record equals the pivot: nothing is left to do in this range.

@@ -1,0 +1,136 @@
+#include "sort/short_range.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "sort/deciding_key.h"
+#include "sort/range_insertion.h"
+
+namespace tvsort {
+
+namespace {
+
+constexpr std::int32_t kEntriesMax = kShortRangeDistance + 1;
+// Runs of this length are sorted by counting, for each entry, those that come before it.
+constexpr std::int32_t kCountedRun = 8;
+
+struct Entry {
+    std::uint64_t digits;
+    std::uint64_t index;  // of the record in the range, from 0
+};
+
+// Sorts `count` entries, at most kCountedRun, from `source` to `target`.
+inline void sortByCounting(const Entry* source, Entry* target, std::int32_t count) {
+    std::int32_t before[kCountedRun] = {};
+    for (std::int32_t i = 1; i < count; ++i) {
+        for (std::int32_t k = 0; k < i; ++k) {
+            const bool behind = source[k].digits > source[i].digits;
+            before[k] += behind;
+            before[i] += !behind;
+        }
+    }
+    for (std::int32_t i = 0; i < count; ++i)
+        target[before[i]] = source[i];
+}
+
+// Merges `leftCount` entries with the `rightCount` that follow them. Each step takes one entry of
+// the two at the heads, by arithmetic instead of a branch.
+void mergeRuns(const Entry* source, std::int32_t leftCount, std::int32_t rightCount,
+               Entry* target) {
+    const Entry* left = source;
+    const Entry* const leftEnd = source + leftCount;
+    const Entry* right = leftEnd;
+    const Entry* const rightEnd = right + rightCount;
+    while (left != leftEnd && right != rightEnd) {
+        const bool takesRight = right->digits < left->digits;
+        const Entry* const head = takesRight ? right : left;
+        *target++ = *head;
+        right += takesRight;
+        left += !takesRight;
+    }
+    target = std::copy(left, leftEnd, target);
+    std::copy(right, rightEnd, target);
+}
+
+// Sorts the entries; `second` is of the same size. The result is in the array returned.
+Entry* sortEntries(Entry* entries, Entry* second, std::int32_t count) {
+    std::int32_t counted = 0;
+    for (; counted + kCountedRun <= count; counted += kCountedRun)
+        sortByCounting(entries + counted, second + counted, kCountedRun);
+    sortByCounting(entries + counted, second + counted, count - counted);
+    Entry* source = second;
+    Entry* target = entries;
+    for (std::int32_t run = kCountedRun; run < count; run *= 2) {
+        for (std::int32_t start = 0; start < count; start += 2 * run) {
+            const std::int32_t left = std::min(run, count - start);
+            mergeRuns(source + start, left, std::min(run, count - start - left), target + start);
+        }
+        std::swap(source, target);
+    }
+    return source;
+}
+
+// The entries of `count` records from `first` on. False when one has no digits.
+template <LeadingKind kind, bool plain>
+bool makeEntries(const DecidingKey& key, const Byte* first, std::uint32_t recordLength,
+                 std::int32_t count, Entry* entries) {
+    bool good = true;
+    for (std::int32_t i = 0; i < count; ++i, first += recordLength) {
+        std::uint64_t digits = 0;
+        good &= decidingDigits<kind, plain>(key, first, digits);
+        entries[i] = {digits, static_cast<std::uint64_t>(i)};
+    }
+    return good;
+}
+
+// Whether the digits tell all records apart: those of floats under the tolerant rule must be
+// further apart than values that count as equal.
+template <LeadingKind kind>
+bool areApart(const DecidingKey& key, const Entry* entries, std::int32_t count) {
+    bool apart = true;
+    for (std::int32_t i = 1; i < count; ++i)
+        apart &= entries[i].digits > alikeDigits<kind>(key, entries[i - 1].digits).high;
+    return apart;
+}
+
+// Moves each record once, by way of a copy of all.
+void placeRecords(Byte* first, std::uint32_t recordLength, const Entry* entries, std::int32_t count,
+                  Byte* copy) {
+    std::memcpy(copy, first, static_cast<std::size_t>(count) * recordLength);
+    for (std::int32_t i = 0; i < count; ++i)
+        std::memcpy(first + static_cast<std::size_t>(i) * recordLength,
+                    copy + entries[i].index * recordLength, recordLength);
+}
+
+bool isInPlace(const Entry* entries, std::int32_t count) {
+    bool inPlace = true;
+    for (std::int32_t i = 0; i < count; ++i)
+        inPlace &= entries[i].index == static_cast<std::uint64_t>(i);
+    return inPlace;
+}
+
+}  // namespace
+
+bool sortShortRange(SortJob& job, const HeldRecord& low, const HeldRecord& high, Byte* scratch) {
+    const bool isInserted = high.recordNumber - low.recordNumber < kInsertionDistance;
+    const std::uint32_t recordLength = job.recordLength;
+    const std::int32_t count = high.recordNumber - low.recordNumber + 1;
+    Byte* const first = recordAt(job, low.offset);
+    const Byte* const middle = first + static_cast<std::size_t>(count / 2) * recordLength;
+    const DecidingKey key = chooseDecidingKey(job, middle, first, recordAt(job, high.offset));
+    return withDecidingKey(key, [&]<LeadingKind kind, bool plain>() {
+        Entry entries[kEntriesMax];
+        Entry second[kEntriesMax];
+        if (!makeEntries<kind, plain>(key, first, recordLength, count, entries)) return false;
+        const Entry* const sorted = sortEntries(entries, second, count);
+        if (!(isInserted && key.isComplete) && !areApart<kind>(key, sorted, count)) return false;
+        if (!isInPlace(sorted, count)) {
+            placeRecords(first, recordLength, sorted, count, scratch);
+            markDirty(job, low.frameIndex);
+        }
+        return true;
+    });
+}
+
+}  // namespace tvsort
