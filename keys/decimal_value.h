@@ -53,17 +53,17 @@ inline DecimalMagnitude decimalMagnitude(const Byte* value) {
     return {loadAs<std::uint64_t>(value + 8), loadAs<std::uint64_t>(value) & ~std::uint64_t{0xff}};
 }
 
-// Whether one of eight bytes is above 99: exactly when its top bit is set or adding 28 sets it. The
-// sums stay inside their bytes because the top bits are taken out first.
-inline bool hasDigitAboveMax(std::uint64_t digits) {
+// The top bits of those of eight bytes that are above 99: a byte is exactly when its top bit is set
+// or adding 28 sets it. The sums stay inside their bytes because the top bits are taken out first.
+inline std::uint64_t digitsAboveMax(std::uint64_t digits) {
     constexpr std::uint64_t kTopBits = 0x8080808080808080;
     constexpr std::uint64_t kToTopBit = 0x1c1c1c1c1c1c1c1c;
     static_assert(0x80 - (kDecimalDigitMax + 1) == 0x1c);
-    return ((((digits & ~kTopBits) + kToTopBit) | digits) & kTopBits) != 0;
+    return (((digits & ~kTopBits) + kToTopBit) | digits) & kTopBits;
 }
 
 inline bool hasDigitAboveMax(const DecimalMagnitude& magnitude) {
-    return hasDigitAboveMax(magnitude.high) || hasDigitAboveMax(magnitude.low);
+    return (digitsAboveMax(magnitude.high) | digitsAboveMax(magnitude.low)) != 0;
 }
 
 // The class of the 16 bytes at `value`. A zero written with a sign is a zero. A digit above 99, a

@@ -36,6 +36,10 @@ struct AlikeWord {
     std::uint32_t offset;  // bytes from the record's start
     std::uint64_t mask;
     std::uint64_t value;
+
+    std::uint64_t differences(const Byte* record) const {
+        return (loadAs<std::uint64_t>(record + offset) & mask) ^ value;
+    }
 };
 
 struct DecidingKey {
@@ -96,11 +100,10 @@ inline bool decidingDigits(const DecidingKey& key, const Byte* record, std::uint
     bool good = ascendingDigits<kind>(key.source, record, digits);
     digits ^= key.turn;
     if constexpr (!plain) {
-        std::uint64_t differences = 0;
-        for (int i = 0; i < key.alikeWordCount; ++i) {
-            const AlikeWord& word = key.alikeWords[i];
-            differences |= (loadAs<std::uint64_t>(record + word.offset) & word.mask) ^ word.value;
-        }
+        // The first word has a mask of 0 when there is none.
+        std::uint64_t differences = key.alikeWords[0].differences(record);
+        for (int i = 1; i < key.alikeWordCount; ++i)
+            differences |= key.alikeWords[i].differences(record);
         good &= differences == 0;
         if (key.checksNulls) good &= record[key.nullOffset] != kNullIndicator;
     }

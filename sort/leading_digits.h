@@ -163,7 +163,7 @@ inline bool decimalDigits(const DigitSource& source, const Byte* record, std::ui
     const std::uint64_t beyond = (all.high & source.decimalsAbove) != 0 ? kDecimalMagnitude : 0;
     const std::uint64_t magnitude = loadAs<std::uint64_t>(record + source.offset) >> 8 | beyond;
     digits = sense.rank | ((magnitude ^ sense.turn) & sense.used);
-    return sense.isValid & !hasDigitAboveMax(all.low) & !hasDigitAboveMax(all.high);
+    return sense.isValid & ((digitsAboveMax(all.low) | digitsAboveMax(all.high)) == 0);
 }
 
 template <LeadingKind kind>
