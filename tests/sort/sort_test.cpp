@@ -140,62 +140,83 @@ TEST(SortDriver, AFailedRequestCostsTheNextOneNoFrame) {
     EXPECT_TRUE(isOrdered(served.sort(good, kSmallBlocks, keys), keys));
 }
 
-// A skipped key in front takes the comparisons away from the leading digits: both ways must make
-// the same exchanges and meet the same errors.
-TEST(LeadingDigits, GiveThePlacesAndCodesOfTheComparator) {
-    struct Case {
-        DataType type;
-        std::uint16_t length;
-    };
-    const Case cases[] = {
+struct LeadingCase {
+    DataType type;
+    std::uint16_t length;
+};
+
+// How much the values of a world have in common.
+enum class Likeness { kFewValues, kSharedPrefix, kAllDifferent };
+
+void fillLeadingField(std::mt19937& random, const LeadingCase& c, Likeness likeness, Byte* field) {
+    const int from = likeness == Likeness::kSharedPrefix && c.type != DataType::kDecimal ? 10 : 0;
+    std::fill_n(field, 18, Byte{2});
+    for (int b = from; b < 18; ++b)
+        field[b] = static_cast<Byte>(likeness == Likeness::kFewValues ? below(random, 3) * 49
+                                                                      : below(random, 100));
+    // Nulls, one in a hundred: the indicators of the two keys are the field's bytes 14 and 15.
+    // Those of the skipped key, which follow, stay unset.
+    for (int b = 16; b < 18; ++b)
+        field[b] |= 2;
+    if (c.type == DataType::kString) {
+        const int length = below(random, 500) == 0 ? c.length + 1 : below(random, c.length) - 1;
+        storeAs(field, static_cast<std::int16_t>(length));
+    }
+    if (c.type == DataType::kDecimal) {
+        std::fill(field + 16 - below(random, 9), field + 16, Byte{0});
+        field[0] = static_cast<Byte>(below(random, 2000) == 0 ? 7 : below(random, 3));
+    }
+    if (c.type != DataType::kFloat) return;
+    const double spread = likeness == Likeness::kFewValues ? 0x1p-49 : 0x1p-20;
+    double value = (below(random, 5) - 2) * (1 + below(random, 2000) % 9 * spread);
+    if (likeness == Likeness::kAllDifferent) value = below(random, 1 << 30) * 0x1p-15 - 9000;
+    if (below(random, 50) == 0) value = std::numeric_limits<double>::infinity();
+    if (c.length == 8) storeAs(field, value);
+    if (c.length == 4) storeAs(field, static_cast<float>(value));
+}
+
+// A skipped key in front takes the comparisons away from the digits: both ways must make the same
+// exchanges, ask for the same blocks and meet the same errors.
+TEST(DecidingKey, GivesThePlacesAndCodesOfTheComparator) {
+    const LeadingCase cases[] = {
         {DataType::kInteger, 2}, {DataType::kInteger, 4}, {DataType::kInteger, 8},
-        {DataType::kBytes, 3},   {DataType::kBytes, 11},  {DataType::kString, 12},
+        {DataType::kBytes, 3},   {DataType::kBytes, 17},  {DataType::kString, 18},
         {DataType::kFloat, 4},   {DataType::kFloat, 8},   {DataType::kDecimal, 16}};
     int errors = 0;
-    for (std::uint32_t seed = 1; seed <= 180; ++seed) {
+    for (std::uint32_t seed = 1; seed <= 216; ++seed) {
         std::mt19937 random(seed);
-        const Case& c = cases[seed % 9];
-        Records records = randomWorld(random, 300 + static_cast<int>(seed), 2, 1, true);
-        for (Bytes& record : records) {
-            Byte* const field = record.data() + 6;
-            for (int b = 0; b < 18 && c.type != DataType::kFloat; ++b) {
-                field[b] = static_cast<Byte>(random() % 3 * 49);
-            }
-            if (c.type == DataType::kString) {
-                storeAs(field,
-                        static_cast<std::int16_t>(random() % 500 == 0 ? 13 : random() % 14 - 1));
-            }
-            if (c.type == DataType::kDecimal)
-                field[0] = static_cast<Byte>(random() % 2000 == 0 ? 7 : random() % 3);
-            const double value = random() % 20 == 0
-                                     ? std::numeric_limits<double>::infinity()
-                                     : (below(random, 5) - 2) * (1 + below(random, 9) * 0x1p-49);
-            if (c.type == DataType::kFloat && c.length == 8) storeAs(field, value);
-            if (c.type == DataType::kFloat && c.length == 4) {
-                storeAs(field, static_cast<float>(value * (1 + below(random, 9) * 0x1p-20)));
-            }
-        }
+        const LeadingCase& c = cases[seed % 9];
+        const auto likeness = static_cast<Likeness>(seed / 9 % 3);
+        Records records = randomWorld(random, 300 + 8 * static_cast<int>(seed), 2, 1, true);
+        for (Bytes& record : records)
+            fillLeadingField(random, c, likeness, record.data() + 6);
         const Geometry geometry = {
-            .blockPages = 1, .recordsPerBlock = 30, .recordLength = kWorldRecordLength};
+            .blockPages = 1,
+            .recordsPerBlock = static_cast<std::uint16_t>(seed % 4 == 0 ? 30 : 120),
+            .recordLength = kWorldRecordLength};
         for (KeyDescriptor key :
              {ascendingKey(c.type, 6, c.length, 2), descendingKey(c.type, 6, c.length, 2)}) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << ", type " << int(c.type));
-            std::vector<KeyDescriptor> keys = {key};
-            if (seed % 2 == 0) keys.push_back(nullIndicators(kNullsOffset));
+            std::vector<KeyDescriptor> keys = {key, ascendingKey(DataType::kBytes, 4, 1, 3)};
+            if (seed % 5 == 0) keys.push_back(nullIndicators(kNullsOffset));
             std::vector<KeyDescriptor> plain = keys;
             plain.push_back(ascendingKey(DataType::kNone, 0, 0, 1));
             ErrorCode codes[2];
             Bytes frames[2];
+            Bytes files[2];
             for (int way = 0; way < 2; ++way) {
-                ServedJob served({20, 1});
+                const std::int32_t memoryFrames = seed % 4 == 1 ? 6 : 30;
+                ServedJob served({memoryFrames, 1});
                 Request request = served.lay(records, geometry);
                 request.keys = way == 0 ? keys : plain;
                 srand(seed);
                 codes[way] = served.ask(request).errorCode();
-                frames[way].assign(served.frames(), served.frames() + 20 * 4096);
+                frames[way].assign(served.frames(), served.frames() + memoryFrames * 4096);
+                files[way] = served.workFile();
             }
             EXPECT_EQ(codes[0], codes[1]);
             EXPECT_EQ(frames[0], frames[1]);
+            EXPECT_EQ(files[0], files[1]);
             errors += codes[0] == ErrorCode::kSuccess ? 0 : 1;
         }
     }
