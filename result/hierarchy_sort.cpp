@@ -1,6 +1,7 @@
 #include "result/hierarchy_sort.h"
 
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "result/record_field.h"
@@ -16,8 +17,8 @@ constexpr std::int32_t kRootLevel = 1;
 Byte heldRecord[kRecordBufferBytes];
 Byte displacedRecord[kRecordBufferBytes];
 
-std::int32_t readLevel(SortJob& job, std::int32_t recordNumber) {
-    return readField(job, recordNumber, job.keys[0].fieldOffset - kHierarchyLevelBytes);
+std::uint32_t levelOffset(const SortJob& job) {
+    return job.keys[0].fieldOffset - kHierarchyLevelBytes;
 }
 
 void completeSubtree(SortJob& job, std::int32_t level, std::int32_t nextRecord) {
@@ -49,7 +50,7 @@ bool isForestLevel(const SortJob& job, std::int32_t level) {
 void measureAndRank(SortJob& job) {
     job.groupTableTop = 0;
     for (std::int32_t n = 1; n <= job.recordCount; ++n) {
-        const std::int32_t level = readLevel(job, n);
+        const std::int32_t level = readField(job, n, levelOffset(job));
         if (failed(job)) return;
         if (!isForestLevel(job, level)) {
             raise(job, ErrorCode::kHierarchyInvalid);
@@ -73,7 +74,7 @@ SiblingRun completeSiblings(SortJob& job, std::int32_t level, bool newestIsCompl
     run.last = 0;
     for (std::int32_t n = run.first; n < newest && !failed(job);) {
         run.last = n;
-        n += readField(job, n, kSubtreeSizeOffset);
+        n += readFieldWithin(job, n, kSubtreeSizeOffset, 1, newest - n);
     }
     return run;
 }
@@ -107,22 +108,35 @@ void settleError(SortJob& job) {
 void propagatePositions(SortJob& job) {
     job.groupTable[kRootLevel - 1].first = 0;
     for (std::int32_t n = 1; n <= job.recordCount; ++n) {
-        const std::int32_t level = readLevel(job, n);
-        const std::int32_t amongSiblings = readField(job, n, kOutputPositionOffset);
+        const std::int32_t level =
+            readFieldWithin(job, n, levelOffset(job), kRootLevel, kHierarchyLevelMax);
+        const std::int32_t childrenBegin = job.groupTable[level - 1].first;
+        const std::int32_t amongSiblings =
+            readFieldWithin(job, n, kOutputPositionOffset, 0, job.recordCount - 1 - childrenBegin);
         if (failed(job)) return;
-        const std::int32_t position = job.groupTable[level - 1].first + amongSiblings;
+        const std::int32_t position = childrenBegin + amongSiblings;
         writeField(job, n, kOutputPositionOffset, position);
         job.groupTable[level].first = position + 1;
     }
 }
 
+// Positions count from 0; one that cannot be gives 0.
+std::int32_t positionToNumber(std::int32_t position) {
+    return position < 0 || position == std::numeric_limits<std::int32_t>::max() ? 0 : position + 1;
+}
+
 // Moves along the cycle that begins at position `start`: each record goes where its
-// `outputPosition` says, and the one that it displaces goes on.
-void followCycle(SortJob& job, std::int32_t start, std::int32_t target) {
+// `outputPosition` says, and the one that it displaces goes on. `movesLeft` counts down to 0 over
+// all cycles of a permutation, and no further: what goes beyond it is none.
+void followCycle(SortJob& job, std::int32_t start, std::int32_t target, std::int32_t& movesLeft) {
     Byte* held = heldRecord;
     Byte* displaced = displacedRecord;
     std::memcpy(held, recordAt(job, addressRecord(job, start)), job.recordLength);
-    for (;;) {
+    for (;; --movesLeft) {
+        if (target < 1 || target > job.recordCount || movesLeft == 0) {
+            raise(job, ErrorCode::kHierarchyInvalid);
+            return;
+        }
         const HeldRecord place = locateRecord(job, target);
         if (failed(job)) return;
         Byte* const record = recordAt(job, place.offset);
@@ -131,16 +145,17 @@ void followCycle(SortJob& job, std::int32_t start, std::int32_t target) {
         markDirty(job, place.frameIndex);
         if (target == start) return;
         std::swap(held, displaced);
-        target = loadI32(held + kOutputPositionOffset) + 1;
+        target = positionToNumber(loadI32(held + kOutputPositionOffset));
     }
 }
 
 // A record that has come to its place is found in place when its position's turn comes.
 void applyPermutation(SortJob& job) {
+    std::int32_t movesLeft = job.recordCount;
     for (std::int32_t n = 1; n <= job.recordCount; ++n) {
-        const std::int32_t target = readField(job, n, kOutputPositionOffset) + 1;
+        const std::int32_t target = positionToNumber(readField(job, n, kOutputPositionOffset));
         if (failed(job)) return;
-        if (target != n) followCycle(job, n, target);
+        if (target != n) followCycle(job, n, target, movesLeft);
         if (failed(job)) return;
     }
 }

@@ -39,8 +39,9 @@ inline constexpr std::uint32_t kHierarchyFieldsEnd = 12;
 inline constexpr std::uint32_t kHierarchyLevelBytes = 4;
 
 // Orders the data set. Raises 1412 for a level outside 1 to 4095, a first record that is no root
-// and a record more than one level deeper than the one before it; the pool and the comparator raise
-// their codes. Records do not move before the whole forest has been ranked.
+// and a record more than one level deeper than the one before it, and for fields that come back
+// from the work file as no forest has them; the pool and the comparator raise their codes. Records
+// do not move before the whole forest has been ranked.
 void sortHierarchy(SortJob& job);
 
 }  // namespace tvsort

@@ -16,6 +16,17 @@ inline std::int32_t readField(SortJob& job, std::int32_t recordNumber, std::uint
     return failed(job) ? 0 : loadI32(recordAt(job, place) + fieldOffset);
 }
 
+// The same for a field on which places and the end of loops depend: a value outside `least` to
+// `most` raises 1412, and the answer is `least`. The fields are the process's own, but where the
+// work file ends too early a frame keeps the bytes of another block, and those may be anything.
+inline std::int32_t readFieldWithin(SortJob& job, std::int32_t recordNumber,
+                                    std::uint32_t fieldOffset, std::int32_t least,
+                                    std::int32_t most) {
+    const std::int32_t value = readField(job, recordNumber, fieldOffset);
+    if (!failed(job) && (value < least || value > most)) raise(job, ErrorCode::kHierarchyInvalid);
+    return failed(job) ? least : value;
+}
+
 inline void writeField(SortJob& job, std::int32_t recordNumber, std::uint32_t fieldOffset,
                        std::int32_t value) {
     const HeldRecord record = locateRecord(job, recordNumber);

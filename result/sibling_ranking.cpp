@@ -14,7 +14,7 @@ constexpr std::int32_t kNoRecord = 0;
 constexpr int kPendingListsMax = 31;
 
 std::int32_t nextSibling(SortJob& job, std::int32_t sibling) {
-    return readField(job, sibling, kOutputPositionOffset);
+    return readFieldWithin(job, sibling, kOutputPositionOffset, kNoRecord, job.recordCount);
 }
 
 void setNextSibling(SortJob& job, std::int32_t sibling, std::int32_t next) {
@@ -31,8 +31,11 @@ bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNu
     return !failed(job) && recordPrecedes(job, left.offset, right);
 }
 
+// The same sibling after an error.
 std::int32_t siblingBehind(SortJob& job, std::int32_t sibling) {
-    return sibling + readField(job, sibling, kSubtreeSizeOffset);
+    const std::int32_t recordsLeft = job.recordCount - sibling + 1;
+    const std::int32_t size = readFieldWithin(job, sibling, kSubtreeSizeOffset, 1, recordsLeft);
+    return failed(job) ? sibling : sibling + size;
 }
 
 // A list that grows at its end.
@@ -53,10 +56,12 @@ struct GrowingList {
 // Merges two ordered lists; siblings of the earlier one come first among equals.
 std::int32_t mergeLists(SortJob& job, std::int32_t earlier, std::int32_t later) {
     GrowingList merged;
-    while (earlier != kNoRecord && later != kNoRecord && !failed(job)) {
-        std::int32_t& taken = siblingPrecedes(job, later, earlier) ? later : earlier;
-        const std::int32_t sibling = taken;
-        taken = nextSibling(job, sibling);
+    for (std::int32_t taken = 0; earlier != kNoRecord && later != kNoRecord; ++taken) {
+        if (taken == job.recordCount) raise(job, ErrorCode::kHierarchyInvalid);  // a ring of links
+        if (failed(job)) break;
+        std::int32_t& list = siblingPrecedes(job, later, earlier) ? later : earlier;
+        const std::int32_t sibling = list;
+        list = nextSibling(job, sibling);
         merged.append(job, sibling);
     }
     merged.append(job, earlier != kNoRecord ? earlier : later);
@@ -90,7 +95,7 @@ std::int32_t sortSiblings(SortJob& job, const SiblingRun& run) {
 // Sibling number `number` of the run, from 1. After an error some sibling or other.
 std::int32_t siblingOfNumber(SortJob& job, const SiblingRun& run, std::int32_t number) {
     std::int32_t sibling = run.first;
-    for (std::int32_t n = 1; n < number; ++n)
+    for (std::int32_t n = 1; n < number && !failed(job); ++n)
         sibling = siblingBehind(job, sibling);
     return sibling;
 }
@@ -117,7 +122,8 @@ void rankSiblings(SortJob& job, const SiblingRun& run) {
     std::int32_t recordsBefore = 0;
     while (sibling != kNoRecord && !failed(job)) {
         const std::int32_t following = nextSibling(job, sibling);
-        const std::int32_t subtreeSize = readField(job, sibling, kSubtreeSizeOffset);
+        const std::int32_t subtreeSize =
+            readFieldWithin(job, sibling, kSubtreeSizeOffset, 1, job.recordCount - recordsBefore);
         writeField(job, sibling, kOutputPositionOffset, recordsBefore);
         recordsBefore += subtreeSize;
         sibling = following;

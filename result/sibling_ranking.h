@@ -18,7 +18,7 @@ namespace tvsort {
 
 // Ranks the run: afterwards the `outputPosition` of each sibling is the number of records in the
 // subtrees of those that come before it. Needs `subtreeSize` of every sibling. The pool and the
-// comparator raise their codes.
+// comparator raise their codes, and links or sizes that do not come back as written raise 1412.
 void rankSiblings(SortJob& job, const SiblingRun& run);
 
 // What comparing each sibling, when it is complete, with every earlier one meets first in the run:

@@ -44,7 +44,8 @@ enum class ErrorCode : std::uint16_t {
     // A length-prefixed key value is longer than the key field's declared length.
     kValueTooLong = 1411,
     // Sort mode 7: a record's level is outside 1 to 4095 or more than one deeper than the record
-    // before it, or the first record is no root.
+    // before it, the first record is no root, or the sort's own fields come back from the work file
+    // as no hierarchy has them.
     kHierarchyInvalid = 1412,
 };
 
