@@ -1,0 +1,194 @@
+// Every call that a request makes on its work file goes wrong in every way, for every way of
+// shaping a result: the n-th call, for n = 1, 2, 3, ... until a request passes without a fault,
+// once alone and once with all calls behind it.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "service/slot_layout.h"
+#include "tests/fault/fault_injector.h"
+#include "tests/fault/shaped_case.h"
+
+namespace tvsort::test {
+namespace {
+
+constexpr host::Timeout kSoon{10000};
+constexpr Byte kServersByte = 0xa5;
+
+// What a request is to be answered with.
+struct Answer {
+    ErrorCode code;
+    int systemError;
+};
+
+bool operator==(const Answer& left, const Answer& right) {
+    return left.code == right.code && left.systemError == right.systemError;
+}
+
+std::ostream& operator<<(std::ostream& out, const Answer& answer) {
+    return out << "code " << static_cast<int>(answer.code) << ", system error "
+               << answer.systemError;
+}
+
+// What the server's own bytes hold where no system error is reported.
+constexpr int kUntouched = static_cast<int>(0xa5a5a5a5U);
+constexpr Answer kServed = {ErrorCode::kSuccess, kUntouched};
+
+// The call that `fault` strikes, and for a seek the call that it was made for, decide:
+//
+//     call     failing with error E   short count   count of 0
+//     seek     1402 or 1403, E
+//     read     1402, E                served        served: the file ends there
+//     write    1403, E                served        1403, ENOSPC
+Answer expectedAnswer(Call call, const Fault& fault) {
+    const bool writes = call == Call::kWriteFile;
+    if (fault.deed == Deed::kShort) return kServed;
+    if (fault.deed == Deed::kNothing) {
+        return writes ? Answer{ErrorCode::kWorkFileWrite, ENOSPC} : kServed;
+    }
+    return {writes ? ErrorCode::kWorkFileWrite : ErrorCode::kWorkFileRead, fault.systemError};
+}
+
+// For what the `number`th seek of a clean request was made.
+Call purposeOfSeek(const std::vector<Call>& calls, std::int32_t number) {
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        if (calls[i] == Call::kSeek && --number == 0) return calls.at(i + 1);
+    }
+    return Call::kReadFile;
+}
+
+class RequestFaults : public testing::TestWithParam<int> {
+  protected:
+    RequestFaults() : server_(options()), slot_(server_.slot(1)) {}
+
+    host::ServerOptions options() const {
+        host::ServerOptions options;
+        options.processPath = TVSORT_PROGRAM;
+        options.memoryPages = kSmallestMemoryPages;
+        options.pagesPerBlock = 1;
+        options.requestTimeout = kSoon;
+        options.environment = injector_.environment();
+        return options;
+    }
+
+    // One request with what is armed; all bytes that are the server's own are told apart.
+    SortReply ask(const ShapedCase& shaped) {
+        const host::LoadedData loaded = shaped.load(slot_, kTenRecordsPerPage);
+        std::vector<Byte> message = shaped.request().build(kTenRecordsPerPage, loaded.extent);
+        std::fill(message.begin() + 12, message.begin() + 20, kServersByte);
+        std::fill(message.begin() + 24, message.begin() + 60, kServersByte);
+        slot_.connection().send(message, kSoon);
+        const SortReply reply = slot_.connection().receiveReply(kSoon);
+        expectUntouched(message, reply);
+        expectPoolAtRest();
+        return reply;
+    }
+
+    static void expectUntouched(const std::vector<Byte>& message, const SortReply& reply) {
+        Byte bytes[sizeof reply];
+        std::memcpy(bytes, &reply, sizeof reply);
+        const auto same = [&](std::size_t from, std::size_t to) {
+            return std::equal(bytes + from, bytes + to,
+                              message.begin() + static_cast<std::ptrdiff_t>(from));
+        };
+        EXPECT_TRUE(same(12, 44) && same(48, 60) && same(78, sizeof reply));
+        EXPECT_TRUE(reply.errorCode == 0 || same(60, sizeof reply));
+    }
+
+    // Blocks 1 to 5 in frames 0 to 4, none of them pinned.
+    void expectPoolAtRest() const {
+        const Byte* const descriptors = server_.memory().slot(1).data() +
+                                        SlotLayout{kSmallestMemoryPages, 1}.pageDescriptorsOffset();
+        for (std::int32_t frame = 0; frame < kSmallestMemoryPages; ++frame) {
+            const auto descriptor = loadAs<PageDescriptor>(
+                descriptors + static_cast<std::size_t>(frame) * sizeof(PageDescriptor));
+            EXPECT_EQ(descriptor.pinned, 0) << "frame " << frame;
+            EXPECT_EQ(descriptor.block, frame + 1);
+        }
+    }
+
+    // Strikes the call from its first to its last; false when it was struck no more.
+    bool strike(const ShapedCase& shaped, Call call, std::int32_t number, std::int32_t times,
+                const Fault& fault) {
+        injector_.arm(call, number, times, fault);
+        const SortReply reply = ask(shaped);
+        const std::int32_t injected = injector_.injected();
+        faults_ += injected;
+        struckRequests_ += injected > 0 ? 1 : 0;
+        injector_.disarm();
+        const Answer answer = {static_cast<ErrorCode>(reply.errorCode), reply.osError};
+        const Call meant = call == Call::kSeek ? purposeOfSeek(cleanCalls_, number) : call;
+        const Answer expected = injected == 0 ? kServed : expectedAnswer(meant, fault);
+        // Records that the file did not give are whatever the frame held: no order can be expected,
+        // and levels may contradict one another.
+        const bool readsOldBytes =
+            injected > 0 && call == Call::kReadFile && fault.deed == Deed::kNothing;
+        if (readsOldBytes && answer.code == ErrorCode::kHierarchyInvalid) {
+            EXPECT_EQ(shaped.mode, SortMode::kHierarchy);
+        } else {
+            EXPECT_EQ(answer, expected);
+        }
+        if (expected == kServed && !readsOldBytes) {
+            shaped.expectResult(slot_, kTenRecordsPerPage, reply.recordCount);
+        }
+        return injected > 0;
+    }
+
+    // The n-th call for n = 1, 2, ..., until none is struck.
+    void strikeEach(const ShapedCase& shaped, Call call, std::int32_t times, const Fault& fault) {
+        for (std::int32_t number = 1;; ++number) {
+            SCOPED_TRACE(testing::Message() << shaped.name << ": " << fault.name << " in call "
+                                            << number << " of kind " << static_cast<int>(call)
+                                            << (times == 1 ? ", once" : ", for ever"));
+            bool struck = false;
+            try {
+                struck = strike(shaped, call, number, times, fault);
+                shaped.expectServed(slot_, kTenRecordsPerPage);
+            } catch (const host::HostError& error) {
+                ADD_FAILURE() << error.what();
+            }
+            if (!struck || HasFailure()) return;
+        }
+    }
+
+    FaultInjector injector_;
+    host::SortServer server_;
+    host::SortSlot& slot_;
+    std::vector<Call> cleanCalls_;
+    std::int64_t faults_ = 0;
+    int struckRequests_ = 0;
+};
+
+TEST_P(RequestFaults, AreAnsweredWithTheirCodeAndTheNextRequestIsServed) {
+    const ShapedCase shaped = shapedCases(1)[static_cast<std::size_t>(GetParam())];
+    injector_.disarm();
+    shaped.expectServed(slot_, kTenRecordsPerPage);
+    cleanCalls_ = injector_.fileCalls();
+    ASSERT_GT(cleanCalls_.size(), 20U) << "hardly spills";
+    for (const Call call : {Call::kSeek, Call::kReadFile, Call::kWriteFile}) {
+        for (const Fault& fault : call == Call::kSeek ? kFailures : kFailuresAndShortMoves) {
+            for (const std::int32_t times : {1, kForEver})
+                strikeEach(shaped, call, times, fault);
+        }
+    }
+    slot_.connection().sendShutdown(kSoon);
+    EXPECT_TRUE(slot_.process().waitForEnd(kSoon));
+    EXPECT_EQ(slot_.process().waitStatus(), 0);
+    std::printf("%s: %zu calls on the work file, %d requests struck by %lld faults\n", shaped.name,
+                cleanCalls_.size(), struckRequests_, static_cast<long long>(faults_));
+    RecordProperty("requestsStruck", struckRequests_);
+    RecordProperty("faultsInjected", std::to_string(faults_));
+    EXPECT_GT(struckRequests_, 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEveryShape, RequestFaults, testing::Range(0, 7),
+                         [](const testing::TestParamInfo<int>& shape) {
+                             return shapedCases(1)[static_cast<std::size_t>(shape.param)].name;
+                         });
+
+}  // namespace
+}  // namespace tvsort::test
