@@ -43,7 +43,7 @@ class FaultInjector {
     std::int32_t injected() const { return plan_->injected; }
     // The calls on files since it was armed.
     std::vector<Call> fileCalls() const { return {plan_->log, plan_->log + plan_->logCount}; }
-    // Since the process started.
+    // Of malloc, calloc and realloc, since the program was loaded.
     std::int64_t heapCalls() const { return plan_->heapCalls; }
 
   private:

@@ -51,7 +51,7 @@ struct FaultPlan {
     std::atomic<std::int32_t> injected;
     // Of `rand`, so that each armed request takes the same pivots, and so makes the same calls.
     std::atomic<std::uint32_t> randomState;
-    // Of malloc, calloc and realloc, since the plan was mapped.
+    // Of malloc, calloc and realloc, since the program was loaded.
     std::atomic<std::int64_t> heapCalls;
     // The calls on files since the plan was armed, in order.
     std::atomic<std::int32_t> logCount;
