@@ -1,11 +1,15 @@
 #include "tests/fault/fault_injector.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
+
+#include "host/file_descriptor.h"
+#include "host/private_directory.h"
 
 namespace tvsort::test {
 
@@ -19,11 +23,13 @@ const std::vector<Fault> kFailuresAndShortMoves = {
     {"EINTR", Deed::kFail, EINTR},      {"EAGAIN", Deed::kFail, EAGAIN},
     {"a short count", Deed::kShort, 0}, {"a count of 0", Deed::kNothing, 0}};
 
-FaultInjector::FaultInjector() : descriptor_(memfd_create("fault-plan", MFD_CLOEXEC)) {
+FaultInjector::FaultInjector()
+    : path_(host::defaultTempDirectory().string() + "/tvsort-fault-plan-XXXXXX") {
     void* start = MAP_FAILED;
-    if (descriptor_ >= 0 && ftruncate(descriptor_, sizeof(FaultPlan)) == 0) {
+    const host::FileDescriptor file(mkostemp(path_.data(), O_CLOEXEC));
+    if (file.isOpen() && ftruncate(file.number(), sizeof(FaultPlan)) == 0) {
         start =
-            mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_, 0);
+            mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, file.number(), 0);
     }
     if (start == MAP_FAILED) throw std::runtime_error("no memory for a fault plan");
     plan_ = static_cast<FaultPlan*>(start);
@@ -31,13 +37,11 @@ FaultInjector::FaultInjector() : descriptor_(memfd_create("fault-plan", MFD_CLOE
 
 FaultInjector::~FaultInjector() {
     munmap(plan_, sizeof(FaultPlan));
-    close(descriptor_);
+    unlink(path_.c_str());
 }
 
 std::vector<std::string> FaultInjector::environment() const {
-    return {"LD_PRELOAD=" TVSORT_FAULT_SHIM, std::string(kPlanVariable) + "=/proc/" +
-                                                 std::to_string(getpid()) + "/fd/" +
-                                                 std::to_string(descriptor_)};
+    return {"LD_PRELOAD=" TVSORT_FAULT_SHIM, std::string(kPlanVariable) + "=" + path_};
 }
 
 void FaultInjector::arm(Call call, std::int32_t first, std::int32_t times, const Fault& fault) {

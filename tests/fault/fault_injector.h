@@ -47,7 +47,7 @@ class FaultInjector {
     std::int64_t heapCalls() const { return plan_->heapCalls; }
 
   private:
-    int descriptor_;
+    std::string path_;  // of the file that is the plan's memory
     FaultPlan* plan_;
 };
 

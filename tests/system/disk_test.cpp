@@ -37,9 +37,12 @@ host::ServerOptions optionsFor(const std::filesystem::path& workDirectory) {
 // Mounts of its own for this process; as root of a user namespace where it is not root already.
 bool separateMounts() {
     const uid_t user = getuid();
+    const gid_t group = getgid();
     if (unshare(CLONE_NEWNS) != 0) {
         if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
         std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
     }
     return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }

@@ -43,7 +43,7 @@ constexpr std::int32_t kMemoryPages = 20;
 constexpr int kWarmUpRequests = 1000;
 constexpr int kStackKilobytes = 64;
 // Arguments, environment and the dynamic loader's own use included.
-constexpr std::int64_t kStackUsedKilobytesMax = 24;
+constexpr std::int64_t kStackUsedKilobytesMax = 40;
 
 int requestCount() {
     const char* const text = std::getenv("TVSORT_SOAK_REQUESTS");
