@@ -1,4 +1,5 @@
 // The hierarchy sort's own fields in records, read and written by record number through the pool.
+// After an error nothing is read or written: the error stays the one that is reported.
 
 #pragma once
 
@@ -10,8 +11,9 @@
 
 namespace tvsort {
 
-// The i32 at `fieldOffset` of a record; 0 after an error of the pool.
+// The i32 at `fieldOffset` of a record; 0 after an error.
 inline std::int32_t readField(SortJob& job, std::int32_t recordNumber, std::uint32_t fieldOffset) {
+    if (failed(job)) return 0;
     const std::uint32_t place = addressRecord(job, recordNumber);
     return failed(job) ? 0 : loadI32(recordAt(job, place) + fieldOffset);
 }
@@ -29,6 +31,7 @@ inline std::int32_t readFieldWithin(SortJob& job, std::int32_t recordNumber,
 
 inline void writeField(SortJob& job, std::int32_t recordNumber, std::uint32_t fieldOffset,
                        std::int32_t value) {
+    if (failed(job)) return;
     const HeldRecord record = locateRecord(job, recordNumber);
     if (failed(job)) return;
     storeAs(recordAt(job, record.offset) + fieldOffset, value);

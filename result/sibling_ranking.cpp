@@ -23,6 +23,7 @@ void setNextSibling(SortJob& job, std::int32_t sibling, std::int32_t next) {
 
 // Whether record `leftNumber` must stand before record `rightNumber`. False after an error.
 bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNumber) {
+    if (failed(job)) return false;
     const HeldRecord left = locateRecord(job, leftNumber);
     if (failed(job)) return false;
     pinFrame(job, left.frameIndex);
