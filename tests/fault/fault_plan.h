@@ -28,6 +28,7 @@ enum class Call : std::int32_t {
     kWriteFile,
     kReadSocket,
     kWriteSocket,
+    kAnyOnFile,  // in a plan: seeks, reads and writes of files together
 };
 
 // What a struck call does.

@@ -50,8 +50,10 @@ void logCall(Call call) {
 // Whether this call is one of those that go wrong; sets errno for those that fail.
 bool strikes(Call call) {
     if (plan == nullptr) return false;
-    if (call == Call::kSeek || call == Call::kReadFile || call == Call::kWriteFile) logCall(call);
-    if (plan->call != call) return false;
+    const bool onFile = call == Call::kSeek || call == Call::kReadFile || call == Call::kWriteFile;
+    if (onFile) logCall(call);
+    const Call planned = plan->call;
+    if (planned != call && !(onFile && planned == Call::kAnyOnFile)) return false;
     const std::int32_t number = ++plan->seen;
     if (number < plan->first || number > plan->last) return false;
     ++plan->injected;

@@ -53,12 +53,20 @@ Answer expectedAnswer(Call call, const Fault& fault) {
     return {writes ? ErrorCode::kWorkFileWrite : ErrorCode::kWorkFileRead, fault.systemError};
 }
 
-// For what the `number`th seek of a clean request was made.
-Call purposeOfSeek(const std::vector<Call>& calls, std::int32_t number) {
-    for (std::size_t i = 0; i < calls.size(); ++i) {
-        if (calls[i] == Call::kSeek && --number == 0) return calls.at(i + 1);
+// Where call number `number` of a kind stands among all.
+std::size_t placeOf(const std::vector<Call>& calls, Call call, std::int32_t number) {
+    std::size_t place = 0;
+    while (place < calls.size() &&
+           ((calls[place] != call && call != Call::kAnyOnFile) || --number > 0)) {
+        ++place;
     }
-    return Call::kReadFile;
+    return place;
+}
+
+// What the call at `place` of a clean request was made for: a seek for the call behind it.
+Call purposeOf(const std::vector<Call>& calls, std::size_t place) {
+    if (place < calls.size() && calls[place] == Call::kSeek) ++place;
+    return place < calls.size() ? calls[place] : Call::kReadFile;
 }
 
 class RequestFaults : public testing::TestWithParam<int> {
@@ -119,9 +127,10 @@ class RequestFaults : public testing::TestWithParam<int> {
         const std::int32_t injected = injector_.injected();
         faults_ += injected;
         struckRequests_ += injected > 0 ? 1 : 0;
+        const std::vector<Call> calls = injector_.fileCalls();
         injector_.disarm();
         const Answer answer = {static_cast<ErrorCode>(reply.errorCode), reply.osError};
-        const Call meant = call == Call::kSeek ? purposeOfSeek(cleanCalls_, number) : call;
+        const Call meant = purposeOf(cleanCalls_, placeOf(cleanCalls_, call, number));
         const Answer expected = injected == 0 ? kServed : expectedAnswer(meant, fault);
         // Records that the file did not give are whatever the frame held: no order can be expected,
         // and levels may contradict one another.
@@ -134,6 +143,13 @@ class RequestFaults : public testing::TestWithParam<int> {
         }
         if (expected == kServed && !readsOldBytes) {
             shaped.expectResult(slot_, kTenRecordsPerPage, reply.recordCount);
+        }
+        if (reply.errorCode != 0 && !readsOldBytes) {
+            // A failed request changes the file no more.
+            const std::size_t struck = placeOf(calls, call, number) + 1;
+            EXPECT_EQ(std::count(calls.begin() + static_cast<std::ptrdiff_t>(struck), calls.end(),
+                                 Call::kWriteFile),
+                      0);
         }
         return injected > 0;
     }
@@ -175,6 +191,9 @@ TEST_P(RequestFaults, AreAnsweredWithTheirCodeAndTheNextRequestIsServed) {
                 strikeEach(shaped, call, times, fault);
         }
     }
+    // From one call on, the file is gone: the first failure is the one that is reported.
+    for (const Fault& fault : kFailures)
+        strikeEach(shaped, Call::kAnyOnFile, kForEver, fault);
     slot_.connection().sendShutdown(kSoon);
     EXPECT_TRUE(slot_.process().waitForEnd(kSoon));
     EXPECT_EQ(slot_.process().waitStatus(), 0);
