@@ -24,6 +24,16 @@ constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
                               "choose a place that can be written");
 }
 
+[[noreturn]] void cannotName(const std::string& name, int systemError) {
+    throw host::systemFailure("cannot give the output its name " + name, systemError,
+                              "choose a name that can be written");
+}
+
+// Beside the final one.
+std::string hiddenNameFor(const std::filesystem::path& path, const std::string& ending) {
+    return (path.parent_path() / fmt::format(".{}.{}", path.filename().string(), ending)).string();
+}
+
 // The rights of the file that is replaced, or those that a new file gets.
 mode_t rightsFor(const std::string& finalName) {
     constexpr mode_t kRightsMask = 07777;
@@ -64,18 +74,34 @@ OutputFile::OutputFile(const std::string& name) : displayName_(name) {
 }
 
 OutputFile::~OutputFile() {
-    if (!temporaryName_.empty()) unlink(temporaryName_.c_str());
+    if (!hiddenName_.empty()) unlink(hiddenName_.c_str());
 }
 
 void OutputFile::openBeside(const std::string& finalName) {
     const std::filesystem::path path(finalName);
-    std::string pattern =
-        (path.parent_path() / fmt::format(".{}.XXXXXX", path.filename().string())).string();
-    file_ = host::FileDescriptor(mkostemp(pattern.data(), O_CLOEXEC));
-    if (!file_.isOpen()) cannotCreate(displayName_, errno);
-    temporaryName_ = pattern;
+    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
     finalName_ = finalName;
+    file_ = host::FileDescriptor(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    if (!file_.isOpen()) {
+        hiddenName_ = hiddenNameFor(path, "XXXXXX");
+        file_ = host::FileDescriptor(mkostemp(hiddenName_.data(), O_CLOEXEC));
+        if (!file_.isOpen()) {
+            hiddenName_.clear();
+            cannotCreate(displayName_, errno);
+        }
+    }
     if (fchmod(file_.number(), rightsFor(finalName)) != 0) cannotCreate(displayName_, errno);
+}
+
+// A nameless file can get a name, but not that of a file that is there: only renaming replaces one.
+void OutputFile::giveHiddenName() {
+    const std::string own = fmt::format("/proc/self/fd/{}", file_.number());
+    const std::string name = hiddenNameFor(finalName_, std::to_string(getpid()));
+    unlink(name.c_str());  // of a dead process that had this one's number
+    if (linkat(AT_FDCWD, own.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+        cannotName(finalName_, errno);
+    }
+    hiddenName_ = name;
 }
 
 void OutputFile::write(const Byte* bytes, std::size_t byteCount) {
@@ -110,16 +136,14 @@ void OutputFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
 void OutputFile::finish() {
     writeThrough(buffer_.data(), buffer_.size());
     buffer_.clear();
+    if (!finalName_.empty() && hiddenName_.empty()) giveHiddenName();
     if (!file_.close()) {
         throw host::systemFailure("cannot write " + displayName_, errno,
                                   "make room there or choose another place");
     }
-    if (temporaryName_.empty()) return;
-    if (rename(temporaryName_.c_str(), finalName_.c_str()) != 0) {
-        throw host::systemFailure("cannot give the output its name " + finalName_, errno,
-                                  "choose a name that can be written");
-    }
-    temporaryName_.clear();
+    if (finalName_.empty()) return;
+    if (rename(hiddenName_.c_str(), finalName_.c_str()) != 0) cannotName(finalName_, errno);
+    hiddenName_.clear();
 }
 
 }  // namespace tvsort::tools

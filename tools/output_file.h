@@ -1,8 +1,10 @@
 // The file or standard output that a command writes.
 //
-// A file comes into being under a name of its own beside the final one and gets the final name by
-// `finish`, when it is whole: nobody ever sees a half-written output, and an earlier file of that
-// name stays until then. Devices and pipes are written directly.
+// A file comes into being without a name in the folder of the final one and gets the final name by
+// `finish`, when it is whole: nobody ever sees a half-written output, an earlier file of that name
+// stays until then, and of a command that was killed nothing is left. Where the file system has no
+// nameless files, it has a hidden name of its own until then. Devices and pipes are written
+// directly.
 
 #pragma once
 
@@ -35,12 +37,13 @@ class OutputFile {
 
   private:
     void openBeside(const std::string& finalName);
+    void giveHiddenName();
     void writeThrough(const Byte* bytes, std::size_t byteCount);
 
     host::FileDescriptor file_;
     std::string displayName_;
-    std::string finalName_;      // empty where there is nothing to rename
-    std::string temporaryName_;  // empty once it is final
+    std::string finalName_;   // empty where there is nothing to rename
+    std::string hiddenName_;  // empty before it has one and once it is final
     std::vector<Byte> buffer_;
     std::int64_t writtenBytes_ = 0;
 };
