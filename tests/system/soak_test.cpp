@@ -38,16 +38,30 @@ constexpr int kRequestsDefault = 10000;
 #endif
 
 constexpr std::int32_t kPagesPerBlock = 4;
-constexpr std::int32_t kMemoryPages = 20;
-// Every page that requests can touch has been touched by then.
-constexpr int kWarmUpRequests = 1000;
 constexpr int kStackKilobytes = 64;
 // Arguments, environment and the dynamic loader's own use included.
 constexpr std::int64_t kStackUsedKilobytesMax = 40;
 
-int requestCount() {
+// What a process is given to do.
+struct Load {
+    const char* name;
+    std::int32_t memoryPages;
+    std::vector<std::int32_t> scales;  // hundreds of records
+    std::size_t recordLengthMax;
+    int requestsPerHundred;  // of the number that is asked for
+    // Every page that requests can touch has been touched by then.
+    int warmUpRequests;
+};
+
+// A pool that most data sets exceed, and one that holds them twice, so that those of 10000 records
+// and more are distributed.
+const Load kLoads[] = {{"Spilling", 20, {1, 2, 4}, 700, 100, 1000},
+                       {"Distributed", 256, {1, 100, 120}, 60, 10, 200}};
+
+int requestCount(const Load& load) {
     const char* const text = std::getenv("TVSORT_SOAK_REQUESTS");
-    return text == nullptr ? kRequestsDefault : std::atoi(text);
+    const int asked = text == nullptr ? kRequestsDefault : std::atoi(text);
+    return load.warmUpRequests + asked / 100 * load.requestsPerHundred;
 }
 
 // What the system knows of a running process.
@@ -81,10 +95,10 @@ class Proc {
     std::filesystem::path directory_;
 };
 
-host::ServerOptions optionsFor(const FaultInjector& counter) {
+host::ServerOptions optionsFor(const Load& load, const FaultInjector& counter) {
     host::ServerOptions options;
     options.processPath = TVSORT_PROGRAM;
-    options.memoryPages = kMemoryPages;
+    options.memoryPages = load.memoryPages;
     options.pagesPerBlock = kPagesPerBlock;
     options.requestTimeout = host::Timeout{20000};
     options.environment = counter.environment();
@@ -96,10 +110,13 @@ host::ServerOptions optionsFor(const FaultInjector& counter) {
     return options;
 }
 
-class Soak : public testing::Test {
+class Soak : public testing::TestWithParam<Load> {
   protected:
-    Soak() : server_(optionsFor(counter_)), slot_(server_.slot(1)), proc_(slot_.process().id()) {
-        for (const std::int32_t scale : {1, 2, 4}) {
+    Soak()
+        : server_(optionsFor(GetParam(), counter_)),
+          slot_(server_.slot(1)),
+          proc_(slot_.process().id()) {
+        for (const std::int32_t scale : GetParam().scales) {
             for (ShapedCase& shaped : shapedCases(scale))
                 cases_.push_back(std::move(shaped));
         }
@@ -108,7 +125,8 @@ class Soak : public testing::Test {
     // Any case, in records and blocks of any size; now and then one that is refused.
     void serveAny() {
         const ShapedCase& shaped = cases_[below(cases_.size())];
-        const auto recordLength = static_cast<std::uint16_t>(24 + below(700));
+        const auto recordLength =
+            static_cast<std::uint16_t>(24 + below(GetParam().recordLengthMax - 23));
         const auto blockPages = static_cast<std::int32_t>(1 + below(kPagesPerBlock));
         const host::Geometry geometry = host::chooseGeometry(recordLength, blockPages);
         if (below(20) == 0) {
@@ -128,18 +146,20 @@ class Soak : public testing::Test {
     std::vector<ShapedCase> cases_;
 };
 
-TEST_F(Soak, MemoryMappingsAndDescriptorsStayWhatTheyWere) {
-    for (int i = 0; i < kWarmUpRequests; ++i)
+TEST_P(Soak, MemoryMappingsAndDescriptorsStayWhatTheyWere) {
+    const int warmUp = GetParam().warmUpRequests;
+    const int requests = requestCount(GetParam());
+    for (int i = 0; i < warmUp; ++i)
         ASSERT_NO_FATAL_FAILURE(serveAny());
     const std::string mappings = proc_.text("maps");
     const auto descriptors = proc_.descriptors();
     const std::int64_t resident = proc_.residentKilobytes();
-    for (int i = kWarmUpRequests; i < requestCount(); ++i)
+    for (int i = warmUp; i < requests; ++i)
         ASSERT_NO_FATAL_FAILURE(serveAny());
     const std::int64_t stack = proc_.stackKilobytes();
-    std::printf("%d requests, %lld kB resident, %lld kB of stack\n", requestCount(),
+    std::printf("%d requests, %lld kB resident, %lld kB of stack\n", requests,
                 static_cast<long long>(resident), static_cast<long long>(stack));
-    RecordProperty("requests", requestCount());
+    RecordProperty("requests", requests);
     RecordProperty("residentKilobytes", std::to_string(resident));
     RecordProperty("stackKilobytes", std::to_string(stack));
 
@@ -154,6 +174,9 @@ TEST_F(Soak, MemoryMappingsAndDescriptorsStayWhatTheyWere) {
     EXPECT_GT(stack, 0);
     EXPECT_LE(stack, kStackUsedKilobytesMax);
 }
+
+INSTANTIATE_TEST_SUITE_P(OfLoads, Soak, testing::ValuesIn(kLoads),
+                         [](const auto& load) { return load.param.name; });
 
 // The count above would show a heap call.
 TEST(HeapCalls, OfAProgramThatMakesSomeAreCounted) {
