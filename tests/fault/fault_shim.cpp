@@ -35,7 +35,7 @@ __attribute__((constructor)) void mapPlan() {
         syscall(SYS_mmap, nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     syscall(SYS_close, fd);
     if (start == -1) _exit(125);
-    plan = reinterpret_cast<FaultPlan*>(start);
+    plan = reinterpret_cast<FaultPlan*>(start);  // NOLINT(performance-no-int-to-ptr)
     // What the loader and a program before this one took does not count.
     plan->heapCalls = 0;
 }
@@ -89,7 +89,7 @@ int open(const char* path, int flags, ...) {
 int fcntl(int fd, int command, ...) {
     va_list arguments;
     va_start(arguments, command);
-    const long argument = va_arg(arguments, long);
+    const long argument = va_arg(arguments, long);  // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(arguments);
     if (strikes(Call::kFcntl)) return -1;
     return static_cast<int>(syscall(SYS_fcntl, fd, command, argument));
@@ -113,7 +113,8 @@ int fstat(int fd, struct stat* status) noexcept {
 
 void* mmap(void* start, size_t bytes, int protection, int flags, int fd, off_t offset) noexcept {
     if (fd >= 0 && strikes(Call::kMmap)) return MAP_FAILED;
-    return reinterpret_cast<void*>(syscall(SYS_mmap, start, bytes, protection, flags, fd, offset));
+    const long result = syscall(SYS_mmap, start, bytes, protection, flags, fd, offset);
+    return reinterpret_cast<void*>(result);  // NOLINT(performance-no-int-to-ptr)
 }
 
 int socket(int domain, int type, int protocol) noexcept {

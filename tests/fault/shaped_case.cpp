@@ -18,6 +18,7 @@ constexpr std::uint16_t kFillerOffset = 20;
 // `count` rows with the keys 0, 0, .., 1, 1, ..., each `repeats` times, shuffled.
 std::vector<ShapedRow> shuffledRows(std::int32_t count, std::int32_t repeats) {
     std::vector<ShapedRow> rows;
+    rows.reserve(static_cast<std::size_t>(count));
     for (std::int32_t i = 0; i < count; ++i)
         rows.push_back({i / repeats});
     std::shuffle(rows.begin(), rows.end(), std::mt19937(7));

@@ -87,6 +87,7 @@ class KilledProcess : public testing::Test {
 TEST_F(KilledProcess, LeavesNothingThatDisturbsTheNextOne) {
     const std::vector<ShapedCase> cases = shapedCases(10);
     std::vector<microseconds> times;
+    times.reserve(cases.size());
     for (const ShapedCase& shaped : cases)
         times.push_back(timeOf(shaped));
     int beforeReply = 0;

@@ -53,6 +53,10 @@ struct Load {
     int warmUpRequests;
 };
 
+std::ostream& operator<<(std::ostream& out, const Load& load) {
+    return out << load.name;
+}
+
 // A pool that most data sets exceed, and one that holds them twice, so that those of 10000 records
 // and more are distributed.
 const Load kLoads[] = {{"Spilling", 20, {1, 2, 4}, 700, 100, 1000},
