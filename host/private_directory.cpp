@@ -17,7 +17,7 @@ namespace tvsort::host {
 
 namespace {
 
-constexpr char kNamePrefix[] = "tvsort-";
+constexpr char kNamePrefix[] = "tvsort-host-";
 
 FileDescriptor openDirectory(const std::filesystem::path& path) {
     return FileDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));

@@ -16,7 +16,7 @@ namespace tvsort::host {
 
 class PrivateDirectory {
   public:
-    // Makes a new directory "tvsort-XXXXXX" under `parent`, readable by its owner alone, and
+    // Makes a new directory "tvsort-host-XXXXXX" under `parent`, readable by its owner alone, and
     // removes those of this user's hosts that were killed.
     explicit PrivateDirectory(const std::filesystem::path& parent);
     ~PrivateDirectory();
@@ -32,7 +32,7 @@ class PrivateDirectory {
 };
 
 // Characters that a private directory's own name and the slash before it take.
-inline constexpr std::size_t kPrivateNameChars = sizeof "/tvsort-XXXXXX" - 1;
+inline constexpr std::size_t kPrivateNameChars = sizeof "/tvsort-host-XXXXXX" - 1;
 
 // `TMPDIR` where it is set, else "/tmp".
 std::filesystem::path defaultTempDirectory();
