@@ -141,23 +141,31 @@ void addAddressRow(const std::string& name, std::int32_t stride) {
     benchmark::RegisterBenchmark(("address/" + name).c_str(), run)->UseManualTime();
 }
 
-void addPassRow(const std::string& name, std::uint32_t recordLength, DigitKind kind) {
-    const auto run = [=](benchmark::State& state) {
-        bench::Random random(1);
-        std::vector<Byte> source(std::size_t{kRecordCount} * recordLength);
-        for (Byte& byte : source)
-            byte = static_cast<Byte>(random.next());
-        std::vector<Byte> target(source.size());
+// One pass of the distribution sort, to about a thousand buckets.
+void addPassRow(const Workload& workload) {
+    const auto run = [workload](benchmark::State& state) {
+        PartBed bed(workload);
+        bed.restore();
+        SortJob& job = bed.job();
+        const RecordArray source = {job.frameArea, kRecordCount, job.recordLength,
+                                    job.recordsPerBlock, frameBytes(job)};
+        std::vector<Byte> target(std::size_t{kRecordCount} * job.recordLength);
         std::vector<std::uint32_t> counters(kCounterCount);
+        const auto key = std::make_unique<NormalizedKey>();
+        const auto window = std::make_unique<KeyWindow>();
+        const auto buckets = std::make_unique<Buckets>();
+        describeKey(job, *key);
         const auto pass = [&] {
-            countingPass(counters.data(), source.data(), target.data(), kRecordCount, recordLength,
-                         0, kind, BucketOrder::kAscending);
+            WindowDigit digit = {};
+            countDigits(*key, kKeyStart, source, counters.data(), *window, digit);
+            makeBuckets(kRecordCount, digit, counters.data(), *buckets);
+            moveToBuckets(source, *window, digit, counters.data(), *buckets, target.data());
             benchmark::ClobberMemory();
         };
         timePerRecord(
             state, [] {}, pass);
     };
-    benchmark::RegisterBenchmark(("counting pass/" + name).c_str(), run)->UseManualTime();
+    benchmark::RegisterBenchmark(("counting pass/" + workload.name).c_str(), run)->UseManualTime();
 }
 
 }  // namespace
@@ -165,12 +173,11 @@ void addPassRow(const std::string& name, std::uint32_t recordLength, DigitKind k
 int main(int argumentCount, char** arguments) {
     benchmark::Initialize(&argumentCount, arguments);
     if (benchmark::ReportUnrecognizedArguments(argumentCount, arguments)) return 1;
-    addPassRow("byte of 16 bytes", 16, DigitKind::kByte);
-    addPassRow("word of 16 bytes", 16, DigitKind::kLittleWord);
-    addPassRow("byte of 100 bytes", 100, DigitKind::kByte);
-    addPassRow("word of 100 bytes", 100, DigitKind::kLittleWord);
     addAddressRow("within a block", 1);
     addAddressRow("another block each time", 500);
+    for (const Workload& workload : bench::workloads()) {
+        if (workload.name != "double in 32") addPassRow(workload);
+    }
     for (const Workload& workload : bench::fastPathWorkloads())
         addPartitionRow(workload);
     benchmark::RunSpecifiedBenchmarks();

@@ -1,37 +1,67 @@
-// One stable pass of a distribution sort: counts the digit of every record, gives each digit value
-// its place in the target, and moves the records there in source order (H. H. Seward, 1954; D. E.
-// Knuth, The Art of Computer Programming, volume 3, section 5.2, algorithm D).
+// The pass of the distribution sort that moves records: counts a digit of every record, gives each
+// digit value its place in the target, and moves the records there in source order (H. H. Seward,
+// 1954; D. E. Knuth, The Art of Computer Programming, volume 3, section 5.2, algorithm D).
 //
-// Digits of 16 bits halve the number of passes that 8 bits would need. A pass is skipped when all
-// records have the same digit, which spares the passes over bytes that carry no information.
+// The digit is the upper end of a window on the key (sort/key_window.h), up to 16 bits wide. So
+// many targets at once would be slow: each is a place in memory that has to be at hand.
+// Neighbouring digit values are therefore put together to about a thousand buckets of about equal
+// size, whatever the distribution of the keys:
+//
+//     records per digit value   0 3 9 4 0 0 85 1 2 ...
+//     buckets                   0 0 0 0 0 0  1 2 2 ...
+//
+// A value that is frequent has a bucket for itself.
 
 #pragma once
 
 #include <cstdint>
 
-#include "service/bytes.h"
+#include "sort/key_window.h"
+#include "sort/record_array.h"
 
 namespace tvsort {
 
-// How a digit lies in a record, at its offset.
-enum class DigitKind : std::uint8_t {
-    kByte,           // 256 buckets
-    kLittleWord,     // 65536 buckets, the low half first
-    kBigWord,        // 65536 buckets, the high half first
-    kSignedTopWord,  // kLittleWord, of a two's complement number: below 0 comes first
-};
-
-enum class BucketOrder : std::uint8_t { kDescending = 0, kAscending = 1 };
-
-inline constexpr std::uint32_t kCounterCount = 65536;
+inline constexpr std::uint32_t kDigitBitsMax = 16;
+inline constexpr std::uint32_t kCounterCount = std::uint32_t{1} << kDigitBitsMax;
 inline constexpr std::uint32_t kCounterTableBytes = kCounterCount * sizeof(std::uint32_t);
 
-// Moves `count` records of `stride` bytes from `source` to `target` in the order of their digits;
-// records with the same digit keep theirs. `counters` holds kCounterCount words of any content.
-// False when nothing had to move, because there are fewer than two records or all have one digit;
-// the target is then as it was.
-bool countingPass(std::uint32_t* counters, const Byte* source, Byte* target, std::uint32_t count,
-                  std::uint32_t stride, std::uint32_t digitOffset, DigitKind kind,
-                  BucketOrder order);
+// How many buckets a pass aims at. Two neighbours together hold more than a bucket is meant to, so
+// there are at most twice as many and one.
+inline constexpr std::uint32_t kBucketsWanted = 1024;
+inline constexpr std::uint32_t kBucketsMax = 2 * kBucketsWanted + 1;
+
+struct Bucket {
+    std::uint32_t
+        end;        // index of the record behind its last one; it begins where the last one ends
+    bool oneDigit;  // its records have the same digit
+};
+
+struct Buckets {
+    std::uint32_t count;
+    Bucket buckets[kBucketsMax];
+};
+
+// The pass's digit within its window.
+struct WindowDigit {
+    std::uint32_t bits;
+    std::uint32_t of(std::uint64_t window) const {
+        return static_cast<std::uint32_t>(window >> (64 - bits));
+    }
+};
+
+// Opens a window from `place` on in which records differ, and counts the digits that it shows.
+// `counters` holds kCounterCount words of any content. False when all records have the same key
+// from `place` on.
+bool countDigits(const NormalizedKey& key, const KeyPlace& place, const RecordArray& source,
+                 std::uint32_t* counters, KeyWindow& window, WindowDigit& digit);
+
+// Replaces each count by the number of the digit's bucket.
+void makeBuckets(std::uint32_t recordCount, const WindowDigit& digit, std::uint32_t* counters,
+                 Buckets& buckets);
+
+// Moves the records of `source` to their buckets in `target`, where they are packed. Records in one
+// bucket keep their order.
+void moveToBuckets(const RecordArray& source, const KeyWindow& window, const WindowDigit& digit,
+                   const std::uint32_t* counters, const Buckets& buckets, Byte* target);
 
 }  // namespace tvsort

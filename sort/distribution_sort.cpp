@@ -4,9 +4,9 @@
 
 #include "keys/null_indicator.h"
 #include "keys/record_precedes.h"
+#include "sort/arrival_order.h"
+#include "sort/bucket_sort.h"
 #include "sort/counting_pass.h"
-#include "sort/entry_sort.h"
-#include "sort/record_passes.h"
 #include "storage/record_address.h"
 
 namespace tvsort {
@@ -28,7 +28,7 @@ bool isDistributable(const KeyDescriptor& key) {
         case DataType::kBytes:
             return true;
         case DataType::kString:
-            return key.geometryType == kGeometryTypeNone;
+            return key.geometryType == kGeometryTypeNone && key.fieldLength >= kLengthPrefixBytes;
         default:
             return false;
     }
@@ -75,6 +75,134 @@ void checkUniqueness(SortJob& job) {
         recordPrecedes(job, placeInFrames(job, n), placeInFrames(job, n + 1));
     }
 }
+
+constexpr std::uint32_t kNoRange = ~std::uint32_t{0};
+// What the counter table, between two passes, has room for beside the bytes that align it.
+constexpr std::uint32_t kBucketEntriesMax = kCounterTableBytes / (2 * sizeof(Entry)) - 1;
+
+// Records of the scratch area, equal in the key before `place`, that are too many for one bucket.
+// The range is noted in its own part of the data area, which is free until the range is done.
+struct WaitingRange {
+    std::uint32_t begin;
+    std::uint32_t end;
+    std::uint32_t nextBegin;  // the range that waits behind it
+    KeyPlace place;
+};
+
+// The regions, and what there is to do.
+struct Distribution {
+    RecordArray data;
+    Byte* scratchArea;
+    std::uint32_t* counters;
+    EntryArrays entryArrays;
+    std::uint32_t waitingBegin;
+
+    Byte* scratchRecord(std::uint32_t index) const {
+        return scratchArea + std::size_t{index} * data.recordLength;
+    }
+    RecordArray scratchRecords(std::uint32_t begin, std::uint32_t end) const {
+        return packedRecords(scratchRecord(begin), end - begin, data.recordLength);
+    }
+};
+
+NormalizedKey normalizedKey;
+KeyWindow keyWindow;
+Buckets recordBuckets;
+
+RecordArray dataRecords(const SortJob& job) {
+    return {job.frameArea, static_cast<std::uint32_t>(job.recordCount), job.recordLength,
+            job.recordsPerBlock, frameBytes(job)};
+}
+
+Distribution layOut(const SortJob& job) {
+    const std::size_t dataBytes = static_cast<std::size_t>(job.fileBlocks) * frameBytes(job);
+    const std::size_t recordBytes =
+        static_cast<std::size_t>(job.recordCount) * std::size_t{job.recordLength};
+    Byte* const scratchArea = job.frameArea + dataBytes;
+    Byte* const counters = scratchArea + ((recordBytes + 3) & ~std::size_t{3});
+    const std::size_t misaligned = reinterpret_cast<std::uintptr_t>(counters) % alignof(Entry);
+    auto* const entries = reinterpret_cast<Entry*>(counters + misaligned);
+    return {dataRecords(job),
+            scratchArea,
+            reinterpret_cast<std::uint32_t*>(counters),
+            {entries, entries + kBucketEntriesMax},
+            kNoRange};
+}
+
+void letWait(Distribution& work, std::uint32_t begin, std::uint32_t end, const KeyPlace& place) {
+    storeAs<WaitingRange>(work.data.at(begin), {begin, end, work.waitingBegin, place});
+    work.waitingBegin = begin;
+}
+
+WaitingRange takeWaiting(Distribution& work) {
+    const auto range = loadAs<WaitingRange>(work.data.at(work.waitingBegin));
+    work.waitingBegin = range.nextBegin;
+    return range;
+}
+
+// Copies records of the scratch area, which are in order, to the data area.
+void returnRecords(const Distribution& work, std::uint32_t begin, std::uint32_t end) {
+    const Byte* source = work.scratchRecord(begin);
+    visitRecords(work.data, begin, end, [&](Byte* target) {
+        copyRecord(target, source, work.data.recordLength);
+        source += work.data.recordLength;
+    });
+}
+
+// Orders a bucket of the scratch area into the data area.
+void finishBucket(const Distribution& work, std::uint32_t begin, std::uint32_t end) {
+    const std::uint32_t recordLength = work.data.recordLength;
+    const Byte* const records = work.scratchRecord(begin);
+    orderBucket(normalizedKey, keyWindow, records, end - begin, recordLength, work.entryArrays);
+    const Entry* entry = work.entryArrays.entries;
+    visitRecords(work.data, begin, end, [&](Byte* target) {
+        copyRecord(target, records + std::size_t{entry->index} * recordLength, recordLength);
+        ++entry;
+    });
+}
+
+// What a pass has brought together, from record `base` of the scratch area on.
+void finishBuckets(Distribution& work, std::uint32_t base, const WindowDigit& digit) {
+    std::uint32_t begin = base;
+    for (std::uint32_t i = 0; i < recordBuckets.count; ++i) {
+        const Bucket& bucket = recordBuckets.buckets[i];
+        const std::uint32_t end = base + bucket.end;
+        const bool equalInWindow = bucket.oneDigit && keyWindow.width == digit.bits;
+        if (equalInWindow && keyWindow.endsKey) {
+            returnRecords(work, begin, end);
+        } else if (end - begin <= kBucketEntriesMax) {
+            finishBucket(work, begin, end);
+        } else {
+            letWait(work, begin, end, equalInWindow ? keyWindow.next : keyWindow.start);
+        }
+        begin = end;
+    }
+}
+
+// Distributes the data area to the scratch area.
+void distributeAll(Distribution& work) {
+    WindowDigit digit = {};
+    if (!countDigits(normalizedKey, kKeyStart, work.data, work.counters, keyWindow, digit)) return;
+    makeBuckets(work.data.count, digit, work.counters, recordBuckets);
+    moveToBuckets(work.data, keyWindow, digit, work.counters, recordBuckets, work.scratchArea);
+    finishBuckets(work, 0, digit);
+}
+
+// Distributes a range of the scratch area, by way of its part of the data area.
+void distributeRange(Distribution& work, const WaitingRange& range) {
+    const RecordArray source = work.scratchRecords(range.begin, range.end);
+    WindowDigit digit = {};
+    if (!countDigits(normalizedKey, range.place, source, work.counters, keyWindow, digit)) {
+        returnRecords(work, range.begin, range.end);
+        return;
+    }
+    Byte* const target = work.data.at(range.begin);
+    makeBuckets(source.count, digit, work.counters, recordBuckets);
+    moveToBuckets(source, keyWindow, digit, work.counters, recordBuckets, target);
+    std::memcpy(source.first, target, std::size_t{source.count} * source.recordLength);
+    finishBuckets(work, range.begin, digit);
+}
+
 }  // namespace
 
 bool distributionSortApplies(const SortJob& job) {
@@ -83,17 +211,18 @@ bool distributionSortApplies(const SortJob& job) {
 }
 
 void distributionSort(SortJob& job) {
-    const std::size_t dataBytes = static_cast<std::size_t>(job.fileBlocks) * frameBytes(job);
-    const std::size_t recordBytes =
-        static_cast<std::size_t>(job.recordCount) * std::size_t{job.recordLength};
-    Byte* const scratchArea = job.frameArea + dataBytes;
-    Byte* const counters = scratchArea + ((recordBytes + 3) & ~std::size_t{3});
-    if (entriesFit(job)) {
-        sortByEntries(job, scratchArea);
-    } else {
-        sortByRecordPasses(job, scratchArea, counters);
+    describeKey(job, normalizedKey);
+    if (!decimalsHavePlaces(job, normalizedKey)) {
+        raise(job, ErrorCode::kDecimalInvalid);
+        return;
     }
-    if (!failed(job)) checkUniqueness(job);
+    Distribution work = layOut(job);
+    if (!arriveInOrder(normalizedKey, work.data) && !reverseDescending(normalizedKey, work.data)) {
+        distributeAll(work);
+        while (work.waitingBegin != kNoRange)
+            distributeRange(work, takeWaiting(work));
+    }
+    checkUniqueness(job);
 }
 
 }  // namespace tvsort
