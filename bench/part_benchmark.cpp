@@ -152,14 +152,13 @@ void addPassRow(const Workload& workload) {
         std::vector<Byte> target(std::size_t{kRecordCount} * job.recordLength);
         std::vector<std::uint32_t> counters(kCounterCount);
         const auto key = std::make_unique<NormalizedKey>();
-        const auto window = std::make_unique<KeyWindow>();
+        const auto digit = std::make_unique<Digit>();
         const auto buckets = std::make_unique<Buckets>();
         describeKey(job, *key);
         const auto pass = [&] {
-            WindowDigit digit = {};
-            countDigits(*key, kKeyStart, source, counters.data(), *window, digit);
-            makeBuckets(kRecordCount, digit, counters.data(), *buckets);
-            moveToBuckets(source, *window, digit, counters.data(), *buckets, target.data());
+            countDigits(*key, kKeyStart, source, counters.data(), *digit);
+            makeBuckets(kRecordCount, *digit, counters.data(), *buckets);
+            moveToBuckets(source, *digit, counters.data(), *buckets, target.data());
             benchmark::ClobberMemory();
         };
         timePerRecord(

@@ -87,7 +87,7 @@ inline DecimalClass decimalClass(const Byte* value) {
 }
 
 // The place of a class in the order of values, from 0. Not for the invalid one.
-inline std::uint8_t decimalClassRank(DecimalClass valueClass) {
+constexpr std::uint8_t decimalClassRank(DecimalClass valueClass) {
     constexpr std::uint8_t kRank[] = {2, 1, 3, 0, 4};
     return kRank[static_cast<int>(valueClass)];
 }

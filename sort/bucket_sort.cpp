@@ -15,7 +15,7 @@ constexpr std::uint32_t kComparedEntriesMax = 8;
 constexpr std::uint32_t kUpperBitsMax = 12;
 
 std::uint32_t counters[std::size_t{1} << kUpperBitsMax];
-KeyWindow followingWindow;
+KeyWindow window;
 
 struct Bucket {
     const NormalizedKey& key;
@@ -102,7 +102,7 @@ void orderByDigits(Entry* entries, Entry* others, std::uint32_t count) {
 }
 
 // Ends the run of entries with equal digits, or leaves it open.
-bool settleRun(const Bucket& bucket, const KeyWindow& window, Entry* first, std::uint32_t count) {
+bool settleRun(const Bucket& bucket, Entry* first, std::uint32_t count) {
     for (std::uint32_t i = 0; i < count; ++i)
         first[i].openCount = 0;
     if (count == 1 || window.endsKey) return false;
@@ -118,15 +118,14 @@ bool settleRun(const Bucket& bucket, const KeyWindow& window, Entry* first, std:
 }
 
 // Orders an open run. Answers whether runs in it are still open.
-bool orderRun(const Bucket& bucket, const KeyWindow& window, Entry* first, Entry* others,
-              std::uint32_t count) {
+bool orderRun(const Bucket& bucket, Entry* first, Entry* others, std::uint32_t count) {
     orderByDigits(first, others, count);
     bool open = false;
     for (std::uint32_t begin = 0; begin < count;) {
         std::uint32_t end = begin + 1;
         while (end < count && first[end].digits == first[begin].digits)
             ++end;
-        if (settleRun(bucket, window, first + begin, end - begin)) open = true;
+        if (settleRun(bucket, first + begin, end - begin)) open = true;
         begin = end;
     }
     return open;
@@ -142,39 +141,61 @@ void visitOpenRuns(Entry* entries, std::uint32_t count, Visit visit) {
     }
 }
 
+// The window that a bucket or what is open of it is ordered by: wide enough to tell most records
+// apart.
+WindowFit fitOf(std::uint32_t count) {
+    constexpr std::uint32_t kBitsBeyondCount = 12;
+    return {kWindowBits, static_cast<std::uint32_t>(std::bit_width(count)) + kBitsBeyondCount,
+            false};
+}
+
 // Gives the entries of open runs the digits of the window that follows.
-void readOn(const Bucket& bucket, KeyWindow& window, Entry* entries) {
+void readOn(const Bucket& bucket, Entry* entries) {
     const KeyPlace place = window.next;
-    Differences differences = {};
-    openWindow(bucket.key, place, bucket.records, window);
+    const auto visitOpen = [&](auto visit) {
+        bool more = true;
+        visitOpenRuns(entries, bucket.count, [&](const Entry* first, std::uint32_t count) {
+            for (std::uint32_t i = 0; i < count && more; ++i)
+                more = visit(bucket.recordOf(first[i]));
+        });
+    };
+    fitWindow(bucket.key, place, fitOf(bucket.count), visitOpen, window);
+    const WindowReader reader = {window};
     visitOpenRuns(entries, bucket.count, [&](Entry* first, std::uint32_t count) {
         for (std::uint32_t i = 0; i < count; ++i)
-            addDifferences(window, bucket.recordOf(first[i]), differences);
+            first[i].digits = reader.readFitted(bucket.recordOf(first[i]));
     });
-    cutWindow(bucket.key, differences, window);
-    visitOpenRuns(entries, bucket.count, [&](Entry* first, std::uint32_t count) {
-        for (std::uint32_t i = 0; i < count; ++i)
-            first[i].digits = readWindow(window, bucket.recordOf(first[i]));
+}
+
+// The first round: all entries, by the window at `place`.
+void readAll(const Bucket& bucket, const KeyPlace& place, Entry* entries) {
+    const std::uint32_t recordLength = bucket.recordLength;
+    const auto visitAll = [&](auto visit) {
+        const Byte* record = bucket.records;
+        for (std::uint32_t i = 0; i < bucket.count; ++i, record += recordLength) {
+            if (!visit(record)) return;
+        }
+    };
+    fitWindow(bucket.key, place, fitOf(bucket.count), visitAll, window);
+    withReader(window, [&](const auto& reader) {
+        const Byte* record = bucket.records;
+        for (std::uint32_t i = 0; i < bucket.count; ++i, record += recordLength)
+            entries[i] = {reader.readFitted(record), i, 0};
     });
 }
 
 }  // namespace
 
-void orderBucket(const NormalizedKey& key, const KeyWindow& window, const Byte* records,
+void orderBucket(const NormalizedKey& key, const KeyPlace& place, const Byte* records,
                  std::uint32_t count, std::uint32_t recordLength, const EntryArrays& arrays) {
     const Bucket bucket = {key, records, count, recordLength};
-    const Byte* record = records;
-    for (std::uint32_t i = 0; i < count; ++i, record += recordLength)
-        arrays.entries[i] = {readWindow(window, record), i, 0};
-    if (!orderRun(bucket, window, arrays.entries, arrays.others, count)) return;
-
-    followingWindow = window;
-    bool open = true;
+    readAll(bucket, place, arrays.entries);
+    bool open = orderRun(bucket, arrays.entries, arrays.others, count);
     while (open) {
-        readOn(bucket, followingWindow, arrays.entries);
+        readOn(bucket, arrays.entries);
         open = false;
         visitOpenRuns(arrays.entries, count, [&](Entry* first, std::uint32_t runCount) {
-            if (orderRun(bucket, followingWindow, first, arrays.others, runCount)) open = true;
+            if (orderRun(bucket, first, arrays.others, runCount)) open = true;
         });
     }
 }

@@ -38,9 +38,9 @@ struct EntryArrays {
     Entry* others;
 };
 
-// Orders the `count` packed records at `records`, which differ in nothing that comes before
-// `window` in the key. Leaves their indexes in `arrays.entries`, in order; the records stay.
-void orderBucket(const NormalizedKey& key, const KeyWindow& window, const Byte* records,
+// Orders the `count` packed records at `records`, which are equal in the key before `place`. Leaves
+// their indexes in `arrays.entries`, in order; the records stay.
+void orderBucket(const NormalizedKey& key, const KeyPlace& place, const Byte* records,
                  std::uint32_t count, std::uint32_t recordLength, const EntryArrays& arrays);
 
 }  // namespace tvsort

@@ -30,10 +30,14 @@ inline constexpr std::uint32_t kCounterTableBytes = kCounterCount * sizeof(std::
 inline constexpr std::uint32_t kBucketsWanted = 1024;
 inline constexpr std::uint32_t kBucketsMax = 2 * kBucketsWanted + 1;
 
+struct Digit {
+    KeyWindow window;
+    bool fitsAll;  // the window fits every record
+};
+
 struct Bucket {
-    std::uint32_t
-        end;        // index of the record behind its last one; it begins where the last one ends
-    bool oneDigit;  // its records have the same digit
+    std::uint32_t end;  // index behind its last record; it begins where the last bucket ends
+    bool equal;         // its records have the same key up to where the digit ends
 };
 
 struct Buckets {
@@ -41,27 +45,19 @@ struct Buckets {
     Bucket buckets[kBucketsMax];
 };
 
-// The pass's digit within its window.
-struct WindowDigit {
-    std::uint32_t bits;
-    std::uint32_t of(std::uint64_t window) const {
-        return static_cast<std::uint32_t>(window >> (64 - bits));
-    }
-};
-
 // Opens a window from `place` on in which records differ, and counts the digits that it shows.
 // `counters` holds kCounterCount words of any content. False when all records have the same key
 // from `place` on.
 bool countDigits(const NormalizedKey& key, const KeyPlace& place, const RecordArray& source,
-                 std::uint32_t* counters, KeyWindow& window, WindowDigit& digit);
+                 std::uint32_t* counters, Digit& digit);
 
 // Replaces each count by the number of the digit's bucket.
-void makeBuckets(std::uint32_t recordCount, const WindowDigit& digit, std::uint32_t* counters,
+void makeBuckets(std::uint32_t recordCount, const Digit& digit, std::uint32_t* counters,
                  Buckets& buckets);
 
 // Moves the records of `source` to their buckets in `target`, where they are packed. Records in one
 // bucket keep their order.
-void moveToBuckets(const RecordArray& source, const KeyWindow& window, const WindowDigit& digit,
-                   const std::uint32_t* counters, const Buckets& buckets, Byte* target);
+void moveToBuckets(const RecordArray& source, const Digit& digit, const std::uint32_t* counters,
+                   const Buckets& buckets, Byte* target);
 
 }  // namespace tvsort

@@ -106,7 +106,7 @@ struct Distribution {
 };
 
 NormalizedKey normalizedKey;
-KeyWindow keyWindow;
+Digit keyDigit;
 Buckets recordBuckets;
 
 RecordArray dataRecords(const SortJob& job) {
@@ -150,10 +150,11 @@ void returnRecords(const Distribution& work, std::uint32_t begin, std::uint32_t 
 }
 
 // Orders a bucket of the scratch area into the data area.
-void finishBucket(const Distribution& work, std::uint32_t begin, std::uint32_t end) {
+void finishBucket(const Distribution& work, std::uint32_t begin, std::uint32_t end,
+                  const KeyPlace& place) {
     const std::uint32_t recordLength = work.data.recordLength;
     const Byte* const records = work.scratchRecord(begin);
-    orderBucket(normalizedKey, keyWindow, records, end - begin, recordLength, work.entryArrays);
+    orderBucket(normalizedKey, place, records, end - begin, recordLength, work.entryArrays);
     const Entry* entry = work.entryArrays.entries;
     visitRecords(work.data, begin, end, [&](Byte* target) {
         copyRecord(target, records + std::size_t{entry->index} * recordLength, recordLength);
@@ -162,18 +163,18 @@ void finishBucket(const Distribution& work, std::uint32_t begin, std::uint32_t e
 }
 
 // What a pass has brought together, from record `base` of the scratch area on.
-void finishBuckets(Distribution& work, std::uint32_t base, const WindowDigit& digit) {
+void finishBuckets(Distribution& work, std::uint32_t base) {
     std::uint32_t begin = base;
     for (std::uint32_t i = 0; i < recordBuckets.count; ++i) {
         const Bucket& bucket = recordBuckets.buckets[i];
         const std::uint32_t end = base + bucket.end;
-        const bool equalInWindow = bucket.oneDigit && keyWindow.width == digit.bits;
-        if (equalInWindow && keyWindow.endsKey) {
+        const KeyPlace& place = bucket.equal ? keyDigit.window.next : keyDigit.window.start;
+        if ((bucket.equal && keyDigit.window.endsKey) || end - begin == 1) {
             returnRecords(work, begin, end);
         } else if (end - begin <= kBucketEntriesMax) {
-            finishBucket(work, begin, end);
+            finishBucket(work, begin, end, place);
         } else {
-            letWait(work, begin, end, equalInWindow ? keyWindow.next : keyWindow.start);
+            letWait(work, begin, end, place);
         }
         begin = end;
     }
@@ -181,26 +182,24 @@ void finishBuckets(Distribution& work, std::uint32_t base, const WindowDigit& di
 
 // Distributes the data area to the scratch area.
 void distributeAll(Distribution& work) {
-    WindowDigit digit = {};
-    if (!countDigits(normalizedKey, kKeyStart, work.data, work.counters, keyWindow, digit)) return;
-    makeBuckets(work.data.count, digit, work.counters, recordBuckets);
-    moveToBuckets(work.data, keyWindow, digit, work.counters, recordBuckets, work.scratchArea);
-    finishBuckets(work, 0, digit);
+    if (!countDigits(normalizedKey, kKeyStart, work.data, work.counters, keyDigit)) return;
+    makeBuckets(work.data.count, keyDigit, work.counters, recordBuckets);
+    moveToBuckets(work.data, keyDigit, work.counters, recordBuckets, work.scratchArea);
+    finishBuckets(work, 0);
 }
 
 // Distributes a range of the scratch area, by way of its part of the data area.
 void distributeRange(Distribution& work, const WaitingRange& range) {
     const RecordArray source = work.scratchRecords(range.begin, range.end);
-    WindowDigit digit = {};
-    if (!countDigits(normalizedKey, range.place, source, work.counters, keyWindow, digit)) {
+    if (!countDigits(normalizedKey, range.place, source, work.counters, keyDigit)) {
         returnRecords(work, range.begin, range.end);
         return;
     }
     Byte* const target = work.data.at(range.begin);
-    makeBuckets(source.count, digit, work.counters, recordBuckets);
-    moveToBuckets(source, keyWindow, digit, work.counters, recordBuckets, target);
+    makeBuckets(source.count, keyDigit, work.counters, recordBuckets);
+    moveToBuckets(source, keyDigit, work.counters, recordBuckets, target);
     std::memcpy(source.first, target, std::size_t{source.count} * source.recordLength);
-    finishBuckets(work, range.begin, digit);
+    finishBuckets(work, range.begin);
 }
 
 }  // namespace

@@ -1,14 +1,12 @@
 #include "sort/key_window.h"
 
-#include <bit>
+#include <algorithm>
 
 namespace tvsort {
 
 namespace {
 
-constexpr std::uint32_t kWindowBits = 64;
-
-bool endsKey(const NormalizedKey& key, const KeyPlace& place) {
+bool isEnd(const NormalizedKey& key, const KeyPlace& place) {
     return place.segment == key.segmentCount;
 }
 
@@ -20,21 +18,24 @@ void stepToNextWord(const NormalizedKey& key, KeyPlace& place) {
     place.word = 0;
 }
 
-// The highest `count` bits of `bits`.
-std::uint64_t highestBits(std::uint64_t bits, std::uint32_t count) {
-    std::uint64_t rest = bits;
-    for (std::uint32_t i = 0; i < count; ++i)
-        rest &= ~(std::uint64_t{1} << (63 - std::countl_zero(rest)));
-    return bits & ~rest;
+std::uint32_t countOf(std::uint64_t bits) {
+    return static_cast<std::uint32_t>(std::popcount(bits));
 }
 
-// Sets the steps that bring the bits of `at.differs` together at the right end.
+// The highest `count` bits of `bits`.
+std::uint64_t highestBits(std::uint64_t bits, std::uint32_t count) {
+    while (countOf(bits) > count)
+        bits &= bits - 1;
+    return bits;
+}
+
+// Sets the steps that bring the taken bits together at the right end.
 void setMoves(WindowWord& at) {
     at.moveCount = 0;
     at.drop = 0;
-    if (at.differs == 0) return;
-    at.drop = static_cast<std::uint8_t>(std::countr_zero(at.differs));
-    const std::uint64_t bits = at.differs >> at.drop;
+    if (at.taken == 0) return;
+    at.drop = static_cast<std::uint8_t>(std::countr_zero(at.taken));
+    const std::uint64_t bits = at.taken >> at.drop;
     // Every bit moves by the number of gaps to its right, in step i by 2^i if that number has bit
     // i. The order of the bits stays, so the r-th of `bits` is always the r-th of `moved`.
     std::uint64_t moved = bits;
@@ -52,61 +53,59 @@ void setMoves(WindowWord& at) {
     }
 }
 
+// The words' shares stand side by side, the first one at the upper end.
+void setPlaces(KeyWindow& window) {
+    std::uint32_t behind = window.width;
+    for (std::uint32_t i = 0; i < window.wordCount; ++i) {
+        WindowWord& at = window.words[i];
+        behind -= countOf(at.taken);
+        at.place = static_cast<std::uint8_t>(std::min(behind, kWindowBits - 1));
+    }
+}
+
 }  // namespace
 
-void openWindow(const NormalizedKey& key, const KeyPlace& place, const Byte* first,
-                KeyWindow& window) {
+void openWindow(const NormalizedKey& key, const KeyPlace& place, KeyWindow& window) {
     window.wordCount = 0;
     window.width = 0;
-    KeyPlace next = place;
-    while (window.wordCount < kWindowWordsMax && !endsKey(key, next)) {
-        WindowWord& at = window.words[window.wordCount++];
-        at = {};
-        at.word = wordAt(key, next.segment, next.word);
-        at.covered = at.word.bits & next.openBits;
-        at.first = readWord(at.word, first);
-        stepToNextWord(key, next);
-    }
     window.start = place;
     window.next = place;
-    window.endsKey = endsKey(key, place);
+    window.endsKey = isEnd(key, place);
 }
 
-void cutWindow(const NormalizedKey& key, const Differences& differences, KeyWindow& window) {
-    const std::uint32_t wordsMax = window.wordCount;
-    window.wordCount = 0;
-    window.width = 0;
-    window.next = window.start;
-    while (window.wordCount < wordsMax && window.width < kWindowBits) {
-        const std::uint32_t room = kWindowBits - window.width;
-        WindowWord& at = window.words[window.wordCount];
-        const std::uint64_t open = at.word.bits & window.next.openBits;
-        const std::uint64_t varying = differences.bits[window.wordCount] & open;
-        at.differs = varying;
-        at.covered = open;
-        const bool overflows = static_cast<std::uint32_t>(std::popcount(varying)) > room;
-        if (overflows) {
-            at.differs = highestBits(varying, room);
-            at.covered = open & ~std::uint64_t{0} << std::countr_zero(at.differs);
-            window.next.openBits &= ~at.covered;
-        } else {
-            stepToNextWord(key, window.next);
-        }
-        setMoves(at);
-        window.width += static_cast<std::uint32_t>(std::popcount(at.differs));
-        at.place = at.differs == 0 ? std::uint8_t{0}
-                                   : static_cast<std::uint8_t>(kWindowBits - window.width);
-        window.wordCount += 1;
+bool nextWord(const NormalizedKey& key, const WindowFit& fit, KeyWindow& window,
+              std::uint64_t& openBits) {
+    if (window.endsKey || window.width >= fit.widthWanted || window.wordCount == kWindowWordsMax) {
+        return false;
     }
-    window.endsKey = endsKey(key, window.next);
+    WindowWord& at = window.words[window.wordCount];
+    at = {};
+    at.word = wordAt(key, window.next.segment, window.next.word);
+    openBits = at.word.bits & window.next.openBits;
+    return true;
 }
 
-bool windowMisses(const KeyWindow& window, const Differences& differences) {
-    for (std::uint32_t i = 0; i < window.wordCount; ++i) {
-        const WindowWord& at = window.words[i];
-        if ((differences.bits[i] & at.covered & ~at.differs) != 0) return true;
+void takeWord(const NormalizedKey& key, const WindowFit& fit, std::uint64_t differing,
+              std::uint64_t followers, KeyWindow& window) {
+    WindowWord& at = window.words[window.wordCount++];
+    const std::uint64_t open = at.word.bits & window.next.openBits;
+    const std::uint64_t telling = differing & ~followers;
+    std::uint64_t covered = open;
+    at.taken = highestBits(telling, fit.widthMax - window.width);
+    if (at.taken != telling) {
+        covered = open & ~std::uint64_t{0} << std::countr_zero(at.taken);
+        window.next.openBits &= ~covered;
+    } else {
+        stepToNextWord(key, window.next);
     }
-    return false;
+    at.constant = covered & ~differing;
+    at.followers = covered & followers;
+    at.topBit =
+        differing == 0 ? std::uint8_t{0} : static_cast<std::uint8_t>(std::bit_width(differing) - 1);
+    setMoves(at);
+    window.width += countOf(at.taken);
+    window.endsKey = isEnd(key, window.next);
+    setPlaces(window);
 }
 
 }  // namespace tvsort

@@ -98,12 +98,13 @@ inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh)
 
     const DecimalMagnitude magnitude = decimalMagnitude(value);
     auto valueClass = static_cast<DecimalClass>(value[0]);
-    const bool hasSign =
-        valueClass == DecimalClass::kNegative || valueClass == DecimalClass::kPositive;
-    if (hasSign && magnitude.isZero()) valueClass = DecimalClass::kZero;
-    const std::uint64_t rank = std::uint64_t{decimalClassRank(valueClass)} << kRankShift;
-    if (!hasSign || magnitude.isZero()) return isHigh ? rank : 0;
-
+    const bool isNumber = !magnitude.isZero() && (valueClass == DecimalClass::kNegative ||
+                                                  valueClass == DecimalClass::kPositive);
+    if (!isNumber) {
+        if (magnitude.isZero() && valueClass < DecimalClass::kLowest)
+            valueClass = DecimalClass::kZero;
+        return isHigh ? std::uint64_t{decimalClassRank(valueClass)} << kRankShift : 0;
+    }
     // The digits as one number of 128 bits, moved up to its first digit that is not 0.
     std::uint64_t high = magnitude.high;
     std::uint64_t low = magnitude.low;
@@ -119,9 +120,15 @@ inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh)
         low <<= zeroBits;
         count -= static_cast<std::uint64_t>(zeroBits / 8);
     }
-    const std::uint64_t negative = valueClass == DecimalClass::kNegative ? ~std::uint64_t{0} : 0;
+    // Without a branch: signs are as random as the values.
+    const std::uint64_t negative = 0 - std::uint64_t{valueClass == DecimalClass::kNegative};
     const std::uint64_t turn = kEachByte * digitTurn & negative;
     if (!isHigh) return (high << kCountShift | low >> 8) ^ turn;
+    constexpr std::uint64_t kPositiveRank = std::uint64_t{decimalClassRank(DecimalClass::kPositive)}
+                                            << kRankShift;
+    constexpr std::uint64_t kNegativeRank = std::uint64_t{decimalClassRank(DecimalClass::kNegative)}
+                                            << kRankShift;
+    const std::uint64_t rank = kPositiveRank ^ ((kPositiveRank ^ kNegativeRank) & negative);
     return rank |
            ((count << kCountShift ^ (kCountBits & negative)) | ((high >> 8 ^ turn) & kDigitBits));
 }
