@@ -101,11 +101,9 @@ void orderByDigits(Entry* entries, Entry* others, std::uint32_t count) {
     }
 }
 
-// Ends the run of entries with equal digits, or leaves it open.
+// Ends a run of entries with equal digits, or opens it for the next round. Answers whether it is
+// open.
 bool settleRun(const Bucket& bucket, Entry* first, std::uint32_t count) {
-    for (std::uint32_t i = 0; i < count; ++i)
-        first[i].openCount = 0;
-    if (count == 1 || window.endsKey) return false;
     if (count > kComparedEntriesMax) {
         first->openCount = count;
         return true;
@@ -119,14 +117,16 @@ bool settleRun(const Bucket& bucket, Entry* first, std::uint32_t count) {
 
 // Orders an open run. Answers whether runs in it are still open.
 bool orderRun(const Bucket& bucket, Entry* first, Entry* others, std::uint32_t count) {
+    first->openCount = 0;
     orderByDigits(first, others, count);
+    if (window.endsKey) return false;
     bool open = false;
-    for (std::uint32_t begin = 0; begin < count;) {
-        std::uint32_t end = begin + 1;
+    for (std::uint32_t end = 1; end < count; ++end) {
+        if (first[end].digits != first[end - 1].digits) continue;
+        const std::uint32_t begin = end - 1;
         while (end < count && first[end].digits == first[begin].digits)
             ++end;
         if (settleRun(bucket, first + begin, end - begin)) open = true;
-        begin = end;
     }
     return open;
 }

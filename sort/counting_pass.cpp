@@ -10,6 +10,7 @@ namespace {
 constexpr std::uint32_t kSampleRecords = 1024;
 // One record of so many may be unlike the sample. More, and the window says too little.
 constexpr std::uint32_t kMisfitShare = 16;
+constexpr std::uint32_t kReadAheadBytes = 1024;
 // No bucket is meant to be smaller: it would cost more than it spares.
 constexpr std::uint32_t kBucketRecordsMin = 256;
 
@@ -112,7 +113,11 @@ void moveToBuckets(const RecordArray& source, const Digit& digit, const std::uin
         visitRecords(source, 0, source.count, [&](const Byte* record) {
             const std::uint32_t bucket = counters[reader.read(record, misfits)];
             const std::size_t place = nextPlaces[bucket]++;
-            copyRecord(target + place * recordLength, record, recordLength);
+            Byte* const to = target + place * recordLength;
+            __builtin_prefetch(record + kReadAheadBytes);
+            __builtin_prefetch(to + recordLength, 1);
+            __builtin_prefetch(to + 2 * recordLength - 1, 1);
+            copyRecord(to, record, recordLength);
         });
     });
 }
