@@ -93,6 +93,10 @@ const Shape kShapes[] = {
      [](auto& random, int index, Byte* field) {
          if (index % kSampleStep != 0) field[20] = anyByte(random);
      }},
+    {"a sample of equal records, and few others",
+     [](auto& random, int index, Byte* field) {
+         if (index % (2 * kSampleStep) == 1) field[20] = anyByte(random);
+     }},
     {"bits that follow others, mostly",
      [](auto& random, int index, Byte* field) {
          const bool high = random() % 2 == 0;
