@@ -79,14 +79,13 @@ std::uint32_t exchangeDescending(const NormalizedKey& key, const RecordArray& re
     return pairs;
 }
 
-void reverseRange(const RecordArray& records, std::uint32_t begin, std::uint32_t end) {
+// Exchanges the first `pairs` pairs from both ends of a range.
+void exchangePairs(const RecordArray& records, std::uint32_t begin, std::uint32_t end,
+                   std::uint32_t pairs) {
     RecordCursor low(records, begin);
     RecordCursor high(records, end - 1);
-    for (std::uint32_t pairs = (end - begin) / 2; pairs > 0; --pairs) {
+    for (; pairs > 0; --pairs, low.stepUp(), high.stepDown())
         exchangeRecords(low.record(), high.record(), records.recordLength);
-        low.stepUp();
-        high.stepDown();
-    }
 }
 
 // Turns each run of equal records back to the order of their arrival.
@@ -95,16 +94,9 @@ void restoreRuns(const NormalizedKey& key, const RecordArray& records, const Equ
     for (std::uint32_t i = range.begin + 1; i <= range.end; ++i) {
         if (i < range.end && compareKeys(key, kKeyStart, records.at(i - 1), records.at(i)) == 0)
             continue;
-        if (i - begin > 1) reverseRange(records, begin, i);
+        if (i - begin > 1) exchangePairs(records, begin, i, (i - begin) / 2);
         begin = i;
     }
-}
-
-void exchangeBack(const RecordArray& records, std::uint32_t pairs) {
-    RecordCursor low(records, 0);
-    RecordCursor high(records, records.count - 1);
-    for (std::uint32_t i = 0; i < pairs; ++i, low.stepUp(), high.stepDown())
-        exchangeRecords(low.record(), high.record(), records.recordLength);
 }
 
 }  // namespace
@@ -124,7 +116,7 @@ bool reverseDescending(const NormalizedKey& key, const RecordArray& records) {
     EqualRange equal = {records.count, 0};
     const std::uint32_t exchanged = exchangeDescending(key, records, pairs, equal);
     if (exchanged < pairs) {
-        exchangeBack(records, exchanged);
+        exchangePairs(records, 0, records.count, exchanged);
         return false;
     }
     if (equal.begin < equal.end) restoreRuns(key, records, equal);

@@ -17,7 +17,7 @@ constexpr std::uint32_t kUpperBitsMax = 12;
 std::uint32_t counters[std::size_t{1} << kUpperBitsMax];
 KeyWindow window;
 
-struct Bucket {
+struct BucketRecords {
     const NormalizedKey& key;
     const Byte* records;
     std::uint32_t count;
@@ -103,7 +103,7 @@ void orderByDigits(Entry* entries, Entry* others, std::uint32_t count) {
 
 // Ends a run of entries with equal digits, or opens it for the next round. Answers whether it is
 // open.
-bool settleRun(const Bucket& bucket, Entry* first, std::uint32_t count) {
+bool settleRun(const BucketRecords& bucket, Entry* first, std::uint32_t count) {
     if (count > kComparedEntriesMax) {
         first->openCount = count;
         return true;
@@ -116,7 +116,7 @@ bool settleRun(const Bucket& bucket, Entry* first, std::uint32_t count) {
 }
 
 // Orders an open run. Answers whether runs in it are still open.
-bool orderRun(const Bucket& bucket, Entry* first, Entry* others, std::uint32_t count) {
+bool orderRun(const BucketRecords& bucket, Entry* first, Entry* others, std::uint32_t count) {
     first->openCount = 0;
     orderByDigits(first, others, count);
     if (window.endsKey) return false;
@@ -150,7 +150,7 @@ WindowFit fitOf(std::uint32_t count) {
 }
 
 // Gives the entries of open runs the digits of the window that follows.
-void readOn(const Bucket& bucket, Entry* entries) {
+void readOn(const BucketRecords& bucket, Entry* entries) {
     const KeyPlace place = window.next;
     const auto visitOpen = [&](auto visit) {
         bool more = true;
@@ -168,7 +168,7 @@ void readOn(const Bucket& bucket, Entry* entries) {
 }
 
 // The first round: all entries, by the window at `place`.
-void readAll(const Bucket& bucket, const KeyPlace& place, Entry* entries) {
+void readAll(const BucketRecords& bucket, const KeyPlace& place, Entry* entries) {
     const std::uint32_t recordLength = bucket.recordLength;
     const auto visitAll = [&](auto visit) {
         const Byte* record = bucket.records;
@@ -188,7 +188,7 @@ void readAll(const Bucket& bucket, const KeyPlace& place, Entry* entries) {
 
 void orderBucket(const NormalizedKey& key, const KeyPlace& place, const Byte* records,
                  std::uint32_t count, std::uint32_t recordLength, const EntryArrays& arrays) {
-    const Bucket bucket = {key, records, count, recordLength};
+    const BucketRecords bucket = {key, records, count, recordLength};
     readAll(bucket, place, arrays.entries);
     bool open = orderRun(bucket, arrays.entries, arrays.others, count);
     while (open) {

@@ -7,12 +7,21 @@
 //     fileBlocks x F                    scratch area  N x L bytes
 //     + N x L, rounded up to 4          counters      262144 bytes
 //
-// The frames behind the data set hold no block, so they are free for this use. Two ways lead to the
-// same bytes:
+// The frames behind the data set hold no block, so they are free for this use. What decides the
+// speed is how often records move between memory and cache, so each moves only twice:
 //
-//     sort/entry_sort.h      records of 32 bytes and more: passes over small entries of key digits
-//                            and place, then each record moves once
-//     sort/record_passes.h   smaller records, and very long keys: passes over whole records
+//     sort/arrival_order.h   records that arrive in order, or reversed, go another way
+//     sort/counting_pass.h   one pass brings all records to the scratch area, in about a thousand
+//                            buckets that follow one another in the order of the keys
+//     sort/bucket_sort.h     each bucket, small enough for the cache, is put in order by entries
+//                            that stand in the place of the counters
+//                            and its records are copied back, to their places in the data area
+//
+// A bucket that is too large is distributed once more: into its own part of the data area, packed,
+// and back as it is, in buckets. Both sorts read the key through windows (sort/key_window.h) on its
+// normalized form (sort/normalized_key.h). Each time a range is distributed its records agree in
+// more bits of the key, so the work is bounded by the key's length, as that of plain passes over
+// every digit is.
 //
 // Records that are equal in every key stay in the order in which they arrived. The order is
 // everywhere the one that `recordPrecedes` defines; what only comparing can tell is left to the
@@ -34,9 +43,9 @@ inline constexpr std::int32_t kDistributionRecordsMin = 10000;
 bool distributionSortApplies(const SortJob& job);
 
 // Sorts the data set in frames 0 to `fileBlocks` - 1. Marks no frame dirty and pins none. Needs
-// distributionSortApplies. Raises 1090 when it comes to a key with an unknown decimal class, or an
-// invalid decimal under an ascending key, and leaves the records wherever they are; 903 when sort
-// mode 8 or 9 finds two records that its unique check refuses.
+// distributionSortApplies. Raises 1090, before any record has moved, when there is a decimal of an
+// unknown class, or an invalid one under an ascending key; 903 when sort mode 8 or 9 finds two
+// records that its unique check refuses.
 void distributionSort(SortJob& job);
 
 }  // namespace tvsort

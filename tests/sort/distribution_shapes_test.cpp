@@ -24,6 +24,11 @@ Byte anyByte(std::mt19937& random) {
     return static_cast<Byte>(random());
 }
 
+// As bytes whose order is the numbers'.
+void storeNumber(Byte* field, int number) {
+    storeAs(field, __builtin_bswap32(static_cast<std::uint32_t>(number)));
+}
+
 Records numberedRecords(std::size_t count, std::uint16_t length) {
     Records records(count, Bytes(length, 0));
     for (std::size_t i = 0; i < count; ++i)
@@ -110,19 +115,16 @@ const Shape kShapes[] = {
          storeAs(field + 20, value * 0x9e3779b9);
          field[41] = anyByte(random) % 2;
      }},
-    {"in order",
-     [](auto&, int index, Byte* field) { storeAs(field, __builtin_bswap32(index / 3)); }},
+    {"in order", [](auto&, int index, Byte* field) { storeNumber(field, index / 3); }},
     {"in order but for the last",
      [](auto&, int index, Byte* field) {
-         storeAs(field, __builtin_bswap32(index == kRecordCount - 1 ? 5 : index));
+         storeNumber(field, index == kRecordCount - 1 ? 5 : index);
      }},
     {"descending, with runs",
-     [](auto&, int index, Byte* field) {
-         storeAs(field, __builtin_bswap32(kRecordCount - index / 3));
-     }},
+     [](auto&, int index, Byte* field) { storeNumber(field, kRecordCount - index / 3); }},
     {"descending but for the middle",
      [](auto&, int index, Byte* field) {
-         storeAs(field, __builtin_bswap32(kRecordCount - index + index % 10000 / 9990 * 20));
+         storeNumber(field, kRecordCount - index + index % 10000 / 9990 * 20);
      }},
 };
 
@@ -167,8 +169,8 @@ TEST(DistributionSort, OrdersRecordsByManyKeysOfAllTypesAndNulls) {
             fillDecimal(random, record.data() + 16);
             const auto length = static_cast<std::uint16_t>(random() % 9);
             storeAs(record.data() + 32, length);
-            for (int i = 0; i < length; ++i)
-                record[static_cast<std::size_t>(34 + i)] = static_cast<Byte>(random() % 2);
+            for (std::size_t i = 0; i < length; ++i)
+                record[34 + i] = static_cast<Byte>(random() % 2);
             for (std::size_t i = 43; i < 46; ++i)
                 record[i] = static_cast<Byte>(random() % 4);
             for (std::size_t i = 46; i < 51; ++i)

@@ -243,7 +243,6 @@ TEST(SortDriver, ContentEndsWithTheRecord) {
 const SlotLayout kRoomForTwice = {520, 1};
 const SlotLayout kRoomForOnce = {190, 1};
 
-// Records below 32 bytes are moved in every pass, longer ones are sorted as entries.
 void makeLonger(Records& records, std::size_t length) {
     for (Bytes& record : records)
         record.resize(length, 0xa5);
@@ -325,8 +324,8 @@ void expectStableOrder(const Records& sorted, const KeyDescriptor& key, std::uin
     }
 }
 
-// Keys of each type it knows, at odd and even offsets, short and long, against the comparator of
-// the quicksort; as records in every pass and as entries.
+// Keys of each type it knows, at odd and even offsets, short and long, in records of two lengths,
+// against the comparator of the quicksort.
 TEST(DistributionSort, OrdersEveryTypeAsTheComparatorDoes) {
     const FieldCase cases[] = {
         {DataType::kInteger, 5, 2}, {DataType::kInteger, 6, 4}, {DataType::kInteger, 7, 8},
