@@ -131,6 +131,9 @@ inline void takeDecimalDigits(DigitSource& source, int top) {
     source.decimalsAbove = leadingBytes(9 - lowest);
 }
 
+inline constexpr int kDecimalRankShift = 56;
+inline constexpr std::uint64_t kDecimalMagnitude = (std::uint64_t{1} << kDecimalRankShift) - 1;
+
 // What the class byte of a decimal makes of its digits.
 struct DecimalSense {
     std::uint64_t rank;  // in the bits above the magnitude
@@ -139,19 +142,22 @@ struct DecimalSense {
     bool isValid;
 };
 
-inline constexpr int kDecimalRankShift = 56;
-inline constexpr std::uint64_t kDecimalMagnitude = (std::uint64_t{1} << kDecimalRankShift) - 1;
+constexpr DecimalSense decimalSense(DecimalClass valueClass) {
+    if (valueClass == DecimalClass::kInvalid) return {};
+    const bool isNegative = valueClass == DecimalClass::kNegative;
+    const bool hasDigits = isNegative || valueClass == DecimalClass::kPositive;
+    return {std::uint64_t{decimalClassRank(valueClass)} << kDecimalRankShift,
+            isNegative ? kDecimalMagnitude : 0, hasDigits ? kDecimalMagnitude : 0, true};
+}
 
-// By class byte, and for a value with digits and one without.
-inline constexpr DecimalSense kDecimalSenses[6][2] = {
-    {{0, 0, 0, false}, {2ULL << kDecimalRankShift, 0, 0, true}},
-    {{1ULL << kDecimalRankShift, kDecimalMagnitude, kDecimalMagnitude, true},
-     {2ULL << kDecimalRankShift, 0, 0, true}},
-    {{3ULL << kDecimalRankShift, 0, kDecimalMagnitude, true},
-     {2ULL << kDecimalRankShift, 0, 0, true}},
-    {{0, 0, 0, true}, {0, 0, 0, true}},
-    {{4ULL << kDecimalRankShift, 0, 0, true}, {4ULL << kDecimalRankShift, 0, 0, true}},
-    {{0, 0, 0, false}, {0, 0, 0, false}},
+// By class byte, those above 4 as one: for a value with digits, and for one without.
+inline constexpr DecimalSense kDecimalSenses[][2] = {
+    {decimalSense(DecimalClass::kInvalid), decimalSense(DecimalClass::kZero)},
+    {decimalSense(DecimalClass::kNegative), decimalSense(DecimalClass::kZero)},
+    {decimalSense(DecimalClass::kPositive), decimalSense(DecimalClass::kZero)},
+    {decimalSense(DecimalClass::kLowest), decimalSense(DecimalClass::kLowest)},
+    {decimalSense(DecimalClass::kHighest), decimalSense(DecimalClass::kHighest)},
+    {decimalSense(DecimalClass::kInvalid), decimalSense(DecimalClass::kInvalid)},
 };
 
 // A decimal's class rank and the digits taken of it. One with higher digits counts as the largest
