@@ -207,34 +207,7 @@ bool exchangeRuns(const Scan& scan, const BlockCursors& cursors) {
     return true;
 }
 
-bool mayRaise(const KeyRule& rule) {
-    switch (rule.comparison) {
-        case Comparison::kDecimal:
-            return rule.ascending;
-        case Comparison::kUniqueInteger:
-        case Comparison::kString:
-        case Comparison::kWeightedString:
-        case Comparison::kGeometry:
-        case Comparison::kUnitString:
-        case Comparison::kCollatedUnitString:
-            return true;
-        default:
-            return false;
-    }
-}
-
 }  // namespace
-
-FreeComparisons freeComparisons(const SortJob& job, const DecidingKey& key) {
-    FreeComparisons free = {true, true};
-    for (int k = 0; k < job.keyCount; ++k) {
-        const KeyRule& rule = job.keyRules[k];
-        if (!mayRaise(rule)) continue;
-        free.ofAll = false;
-        if (&rule != key.rule) free.ofComparable = false;
-    }
-    return free;
-}
 
 bool exchangeInBlocks(SortJob& job, const DecidingKey& key, std::uint32_t pivot,
                       const BlockCursors& cursors) {

@@ -31,15 +31,6 @@ struct BlockCursors {
     std::int32_t jFirst;  // first record of j's block
 };
 
-// Which comparisons may be made in any order, because they can raise no code: those of records
-// whose value of the deciding key can be compared, and those of all records.
-struct FreeComparisons {
-    bool ofComparable;
-    bool ofAll;
-};
-
-FreeComparisons freeComparisons(const SortJob& job, const DecidingKey& key);
-
 // Makes the exchanges between i and j that lie in the cursors' blocks. True when there was one: the
 // cursors stand at the last pair exchanged. False otherwise: they have moved over records that stop
 // no scan, if at all. Sets `compareState` and the dirty flags as the plain scans do. `pivot` is the

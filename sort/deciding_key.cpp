@@ -133,6 +133,22 @@ bool passValue(DecidingKey& key, const Samples& samples) {
     return addAlikeBytes(key, samples, offset, static_cast<std::uint32_t>(left));
 }
 
+bool mayRaise(const KeyRule& rule) {
+    switch (rule.comparison) {
+        case Comparison::kDecimal:
+            return rule.ascending;
+        case Comparison::kUniqueInteger:
+        case Comparison::kString:
+        case Comparison::kWeightedString:
+        case Comparison::kGeometry:
+        case Comparison::kUnitString:
+        case Comparison::kCollatedUnitString:
+            return true;
+        default:
+            return false;
+    }
+}
+
 }  // namespace
 
 DecidingKey chooseDecidingKey(const SortJob& job, const Byte* reference, const Byte* first,
@@ -159,6 +175,17 @@ DecidingKey chooseDecidingKey(const SortJob& job, const Byte* reference, const B
         if (!passValue(next, samples)) return chosen;
     }
     return chosen;
+}
+
+FreeComparisons freeComparisons(const SortJob& job, const DecidingKey& key) {
+    FreeComparisons free = {true, true};
+    for (int k = 0; k < job.keyCount; ++k) {
+        const KeyRule& rule = job.keyRules[k];
+        if (!mayRaise(rule)) continue;
+        free.ofAll = false;
+        if (&rule != key.rule) free.ofComparable = false;
+    }
+    return free;
 }
 
 }  // namespace tvsort

@@ -63,6 +63,15 @@ struct DecidingKey {
 DecidingKey chooseDecidingKey(const SortJob& job, const Byte* reference, const Byte* first,
                               const Byte* last);
 
+// Which comparisons may be made in any order, because they can raise no code: those of records
+// whose value of the deciding key can be compared, and those of all records.
+struct FreeComparisons {
+    bool ofComparable;
+    bool ofAll;
+};
+
+FreeComparisons freeComparisons(const SortJob& job, const DecidingKey& key);
+
 // Calls `function.operator()<kind, plain>()` for a key.
 template <typename Function>
 auto withDecidingKey(const DecidingKey& key, Function function) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "keys/record_precedes.h"
 #include "sort/deciding_key.h"
 #include "sort/range_insertion.h"
 
@@ -14,6 +15,8 @@ namespace {
 constexpr std::int32_t kEntriesMax = kShortRangeDistance + 1;
 // Runs of this length are sorted by counting, for each entry, those that come before it.
 constexpr std::int32_t kCountedRun = 8;
+// More records with the same digits are left to the partition.
+constexpr std::int32_t kAlikeEntriesMax = 8;
 
 struct Entry {
     std::uint64_t digits;
@@ -84,14 +87,68 @@ bool makeEntries(const DecidingKey& key, const Byte* first, std::uint32_t record
     return good;
 }
 
-// Whether the digits tell all records apart: those of floats under the tolerant rule must be
-// further apart than values that count as equal.
+// A short range at work.
+struct ShortRange {
+    SortJob& job;
+    const DecidingKey& key;
+    std::uint32_t first;  // place of the first record
+    std::int32_t count;
+    bool keepsEquals;  // equal records are to stay in their order
+
+    bool precedes(const Entry& left, const Entry& right) const {
+        return recordPrecedes(job, placeOf(left), placeOf(right));
+    }
+
+  private:
+    std::uint32_t placeOf(const Entry& entry) const {
+        return first + static_cast<std::uint32_t>(entry.index) * job.recordLength;
+    }
+};
+
+// Puts entry `at` in its place among those before it that have the same digits. False where that
+// leaves equal neighbours whose order is not known.
+bool insertAlike(const ShortRange& range, Entry* entries, std::int32_t begin, std::int32_t at) {
+    const Entry entry = entries[at];
+    std::int32_t place = at;
+    for (; place > begin && range.precedes(entry, entries[place - 1]); --place)
+        entries[place] = entries[place - 1];
+    entries[place] = entry;
+    return range.keepsEquals || place == begin || range.precedes(entries[place - 1], entry);
+}
+
+// Orders the records that the digits leave alike, if there are few: by comparing them, where no
+// comparison can raise a code. False when their order remains open.
+bool settleAlike(const ShortRange& range, Entry* entries) {
+    std::int32_t begin = 0;
+    for (std::int32_t i = 1; i < range.count; ++i) {
+        if (entries[i].digits != entries[begin].digits) {
+            begin = i;
+            continue;
+        }
+        if (range.key.isComplete && range.keepsEquals) continue;
+        if (range.key.isComplete || i - begin >= kAlikeEntriesMax ||
+            !freeComparisons(range.job, range.key).ofComparable ||
+            !insertAlike(range, entries, begin, i)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Whether the digits tell all floats apart: under the tolerant rule they must be further apart than
+// values that count as equal.
 template <LeadingKind kind>
 bool areApart(const DecidingKey& key, const Entry* entries, std::int32_t count) {
     bool apart = true;
     for (std::int32_t i = 1; i < count; ++i)
         apart &= entries[i].digits > alikeDigits<kind>(key, entries[i - 1].digits).high;
     return apart;
+}
+
+template <LeadingKind kind>
+bool settleOrder(const ShortRange& range, Entry* entries) {
+    if constexpr (isFloatKind(kind)) return areApart<kind>(range.key, entries, range.count);
+    return settleAlike(range, entries);
 }
 
 // Moves each record once, by way of a copy of all.
@@ -113,18 +170,19 @@ bool isInPlace(const Entry* entries, std::int32_t count) {
 }  // namespace
 
 bool sortShortRange(SortJob& job, const HeldRecord& low, const HeldRecord& high, Byte* scratch) {
-    const bool isInserted = high.recordNumber - low.recordNumber < kInsertionDistance;
     const std::uint32_t recordLength = job.recordLength;
-    const std::int32_t count = high.recordNumber - low.recordNumber + 1;
+    const std::int32_t distance = high.recordNumber - low.recordNumber;
+    const std::int32_t count = distance + 1;
     Byte* const first = recordAt(job, low.offset);
     const Byte* const middle = first + static_cast<std::size_t>(count / 2) * recordLength;
     const DecidingKey key = chooseDecidingKey(job, middle, first, recordAt(job, high.offset));
+    const ShortRange range = {job, key, low.offset, count, distance < kInsertionDistance};
     return withDecidingKey(key, [&]<LeadingKind kind, bool plain>() {
         Entry entries[kEntriesMax];
         Entry second[kEntriesMax];
         if (!makeEntries<kind, plain>(key, first, recordLength, count, entries)) return false;
-        const Entry* const sorted = sortEntries(entries, second, count);
-        if (!(isInserted && key.isComplete) && !areApart<kind>(key, sorted, count)) return false;
+        Entry* const sorted = sortEntries(entries, second, count);
+        if (!settleOrder<kind>(range, sorted)) return false;
         if (!isInPlace(sorted, count)) {
             placeRecords(first, recordLength, sorted, count, scratch);
             markDirty(job, low.frameIndex);

@@ -1,13 +1,15 @@
-// Short ranges whose records all differ in the deciding key.
+// Short ranges whose records all differ.
 //
 // The last levels of a quicksort work on ranges of some tens of records, where partitions and
-// insertions mostly mispredict branches and move each record again and again. If the digits of the
-// deciding key (sort/deciding_key.h) tell all records of such a range apart, there is one order
-// only, whichever way leads to it, and no comparison can raise a code. So the digits are sorted
-// instead, as entries with the record's index, by merging without branches, and each record is
+// insertions mostly mispredict branches and move each record again and again. If all records of
+// such a range differ there is one order only, whichever way leads to it. So the digits of the
+// deciding key (sort/deciding_key.h) are sorted instead, as entries with the record's index, by
+// merging without branches; the few records with the same digits are compared; and each record is
 // moved once. No pivot of so short a range is drawn at random, so the sequence of random pivots is
-// what it would have been. A range that insertion would sort may hold equal records too: merging
-// keeps their order as insertion does.
+// what it would have been.
+//
+// A range that insertion would sort may hold equal records too: merging keeps their order as
+// insertion does.
 
 #pragma once
 
@@ -21,7 +23,8 @@ inline constexpr std::int32_t kShortRangeDistance = 100;
 
 // Sorts the records `low` to `high`, which stand in one pinned block, at most kShortRangeDistance
 // apart, and marks the frame dirty if any record has moved. False, with nothing changed, when
-// the digits do not decide. `scratch` has kScratchBytes.
+// neither digits nor comparisons that can raise no code tell the order. `scratch` has
+// kScratchBytes.
 bool sortShortRange(SortJob& job, const HeldRecord& low, const HeldRecord& high, Byte* scratch);
 
 }  // namespace tvsort
