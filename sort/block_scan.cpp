@@ -46,14 +46,37 @@ bool comparatorStops(const Scan& scan, std::uint32_t place) {
                                        : !recordPrecedes(scan.job, scan.pivot, place);
 }
 
-// Whether the comparator may be asked about a record out of turn.
+// Whether the comparator may be asked out of turn about a record that the digits do not judge.
 template <LeadingKind kind>
 bool isFree(const Scan& scan, const Byte* record) {
-    const KeyRule& rule = *scan.key.rule;
+    if (scan.free.ofAll) return true;
     std::uint64_t digits = 0;
-    const bool comparable = (scan.key.checksNulls && isNull(record, rule)) ||
+    const bool comparable = (scan.key.checksNulls && isNull(record, *scan.key.rule)) ||
                             ascendingDigits<kind>(scan.key.source, record, digits);
-    return comparable ? scan.free.ofComparable : scan.free.ofAll;
+    return comparable && scan.free.ofComparable;
+}
+
+// Whether a record of a run ends a scan; kUnknown where the comparator may not be asked.
+enum class Stop : std::uint8_t { kNo, kYes, kUnknown };
+
+template <LeadingKind kind, bool plain, Direction direction>
+Stop settleStop(const Scan& scan, std::uint32_t place) {
+    const DecidingKey& key = scan.key;
+    const Byte* const record = recordAt(scan.job, place);
+    std::uint64_t digits = 0;
+    const bool judged = decidingDigits<kind, plain>(key, record, digits);
+    if (judged && (digits < key.low || digits > key.high || key.isComplete)) return Stop::kYes;
+    if (!(judged ? scan.free.ofComparable : isFree<kind>(scan, record))) return Stop::kUnknown;
+    if (judged && key.goesOn && ascendingDigits<kind>(key.nextSource, record, digits)) {
+        digits ^= key.turn;
+        const bool stops =
+            direction == Direction::kUp ? digits > key.nextDigits : digits < key.nextDigits;
+        if (digits != key.nextDigits) {
+            scan.job.compareState = 1;
+            return stops ? Stop::kYes : Stop::kNo;
+        }
+    }
+    return comparatorStops<direction>(scan, place) ? Stop::kYes : Stop::kNo;
 }
 
 // Goes through the stops for those that the digits left open. Where the comparator may not be asked
@@ -63,18 +86,16 @@ std::int32_t settleOpenStops(const Scan& scan, Side& side, std::int32_t records)
     std::int32_t kept = 0;
     for (std::int32_t s = 0; s < side.count; ++s) {
         const std::uint32_t place = side.stops[s];
-        const Byte* const record = recordAt(scan.job, place);
-        if (judge<kind, plain>(scan.key, record).open != 0) {
-            if (!isFree<kind>(scan, record)) {
-                const std::uint32_t distance =
-                    direction == Direction::kUp ? place - side.next : side.next - place;
-                records = static_cast<std::int32_t>(distance / scan.job.recordLength);
-                side.within = records;
-                break;
-            }
-            if (!comparatorStops<direction>(scan, place)) continue;
+        const Stop stop = settleStop<kind, plain, direction>(scan, place);
+        if (stop == Stop::kUnknown) {
+            const std::uint32_t distance =
+                direction == Direction::kUp ? place - side.next : side.next - place;
+            records = static_cast<std::int32_t>(distance / scan.job.recordLength);
+            side.within = records;
+            break;
         }
-        side.stops[kept++] = place;
+        side.stops[kept] = place;
+        kept += stop == Stop::kYes ? 1 : 0;
     }
     side.count = kept;
     return records;

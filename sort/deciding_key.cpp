@@ -36,23 +36,6 @@ bool addAlikeBytes(DecidingKey& key, const Samples& samples, std::uint32_t offse
     return true;
 }
 
-// Fills `low` and `high` around the reference's digits. False when it has none.
-template <LeadingKind kind>
-bool encloseReference(DecidingKey& key, const Byte* reference) {
-    std::uint64_t digits = 0;
-    if (key.checksNulls && isNull(reference, *key.rule)) return false;
-    if (!ascendingDigits<kind>(key.source, reference, digits)) return false;
-    const DigitRange alike = alikeDigits<kind>(key, digits ^ key.turn);
-    key.low = alike.low;
-    key.high = alike.high;
-    return true;
-}
-
-bool enclose(DecidingKey& key, const Byte* reference) {
-    return withDecidingKey(
-        key, [&]<LeadingKind kind, bool>() { return encloseReference<kind>(key, reference); });
-}
-
 // Bytes of the reference's value; of strings, of its content.
 std::int32_t valueBytes(const DigitSource& source, const Byte* reference) {
     switch (source.kind) {
@@ -111,10 +94,38 @@ DigitSource sourceFor(const KeyRule& rule, const Samples& samples) {
     return source;
 }
 
+// What follows the reference's digits, for records that have the same.
+template <LeadingKind kind>
+void lookAhead(DecidingKey& key, const Byte* reference) {
+    key.goesOn = goesOn(key.source, reference);
+    if (!key.goesOn) return;
+    key.nextSource = digitSource(*key.rule, key.source.skippedBytes + kDigitBytes);
+    ascendingDigits<kind>(key.nextSource, reference, key.nextDigits);
+    key.nextDigits ^= key.turn;
+}
+
+// Fills `low` and `high` around the reference's digits. False when it has none.
+template <LeadingKind kind>
+bool encloseReference(DecidingKey& key, const Byte* reference) {
+    std::uint64_t digits = 0;
+    if (key.checksNulls && isNull(reference, *key.rule)) return false;
+    if (!ascendingDigits<kind>(key.source, reference, digits)) return false;
+    const DigitRange alike = alikeDigits<kind>(key, digits ^ key.turn);
+    key.low = alike.low;
+    key.high = alike.high;
+    lookAhead<kind>(key, reference);
+    return true;
+}
+
+bool enclose(DecidingKey& key, const Byte* reference) {
+    return withDecidingKey(
+        key, [&]<LeadingKind kind, bool>() { return encloseReference<kind>(key, reference); });
+}
+
 // Moves on to the next digits of bytes or of a string. False when the samples differ in these.
 bool passDigits(DecidingKey& key, const Samples& samples) {
     if (!addAlikeBytes(key, samples, key.source.offset, kDigitBytes)) return false;
-    key.source = digitSource(*key.rule, key.source.skippedBytes + kDigitBytes);
+    key.source = key.nextSource;
     return true;
 }
 
@@ -169,7 +180,7 @@ DecidingKey chooseDecidingKey(const SortJob& job, const Byte* reference, const B
             if (!enclose(next, reference)) return chosen;
             chosen = next;
             chosen.isComplete = isLast && holdsValue(next.source);
-            if (!goesOn(next.source, reference)) break;
+            if (!next.goesOn) break;
             if (!passDigits(next, samples)) return chosen;
         }
         if (!passValue(next, samples)) return chosen;

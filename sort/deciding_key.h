@@ -52,6 +52,9 @@ struct DecidingKey {
     std::uint64_t turn;  // turns the digits of descending keys
     std::uint64_t low;
     std::uint64_t high;
+    bool goesOn;               // bytes and strings: the reference's value has more digits,
+    DigitSource nextSource;    // which come from here
+    std::uint64_t nextDigits;  // and are these
     int alikeWordCount;
     AlikeWord alikeWords[kAlikeWordsMax];
 
