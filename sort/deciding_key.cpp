@@ -144,6 +144,18 @@ bool passValue(DecidingKey& key, const Samples& samples) {
     return addAlikeBytes(key, samples, offset, static_cast<std::uint32_t>(left));
 }
 
+bool isOrderly(const KeyRule& rule) {
+    switch (rule.comparison) {
+        case Comparison::kSingle:
+        case Comparison::kDouble:
+        case Comparison::kDecimal:
+        case Comparison::kGeometry:
+            return false;
+        default:
+            return true;
+    }
+}
+
 bool mayRaise(const KeyRule& rule) {
     switch (rule.comparison) {
         case Comparison::kDecimal:
@@ -189,12 +201,14 @@ DecidingKey chooseDecidingKey(const SortJob& job, const Byte* reference, const B
 }
 
 FreeComparisons freeComparisons(const SortJob& job, const DecidingKey& key) {
-    FreeComparisons free = {true, true};
+    FreeComparisons free = {true, true, true};
     for (int k = 0; k < job.keyCount; ++k) {
         const KeyRule& rule = job.keyRules[k];
+        const bool isOther = &rule != key.rule;
+        if (isOther && !isOrderly(rule)) free.areOrderly = false;
         if (!mayRaise(rule)) continue;
         free.ofAll = false;
-        if (&rule != key.rule) free.ofComparable = false;
+        if (isOther) free.ofComparable = false;
     }
     return free;
 }

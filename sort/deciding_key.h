@@ -66,11 +66,12 @@ struct DecidingKey {
 DecidingKey chooseDecidingKey(const SortJob& job, const Byte* reference, const Byte* first,
                               const Byte* last);
 
-// Which comparisons may be made in any order, because they can raise no code: those of records
-// whose value of the deciding key can be compared, and those of all records.
+// What may be taken for granted of the comparator, for the keys of a request.
 struct FreeComparisons {
-    bool ofComparable;
-    bool ofAll;
+    bool ofComparable;  // it raises no code for records with a comparable value of the deciding key
+    bool ofAll;         // nor for any other: such comparisons may be made in any order
+    bool areOrderly;    // the other keys order records without exception: no floats that may count
+                        // as equal or tie with all, no decimals that may be none
 };
 
 FreeComparisons freeComparisons(const SortJob& job, const DecidingKey& key);

@@ -116,8 +116,8 @@ bool insertAlike(const ShortRange& range, Entry* entries, std::int32_t begin, st
     return range.keepsEquals || place == begin || range.precedes(entries[place - 1], entry);
 }
 
-// Orders the records that the digits leave alike, if there are few: by comparing them, where no
-// comparison can raise a code. False when their order remains open.
+// Orders the records that the digits leave alike, if there are few: by comparing them, where that
+// can raise no code and has one outcome only. False when their order remains open.
 bool settleAlike(const ShortRange& range, Entry* entries) {
     std::int32_t begin = 0;
     for (std::int32_t i = 1; i < range.count; ++i) {
@@ -126,11 +126,10 @@ bool settleAlike(const ShortRange& range, Entry* entries) {
             continue;
         }
         if (range.key.isComplete && range.keepsEquals) continue;
-        if (range.key.isComplete || i - begin >= kAlikeEntriesMax ||
-            !freeComparisons(range.job, range.key).ofComparable ||
-            !insertAlike(range, entries, begin, i)) {
-            return false;
-        }
+        if (range.key.isComplete || i - begin >= kAlikeEntriesMax) return false;
+        const FreeComparisons free = freeComparisons(range.job, range.key);
+        if (!free.ofComparable || !free.areOrderly) return false;
+        if (!insertAlike(range, entries, begin, i)) return false;
     }
     return true;
 }

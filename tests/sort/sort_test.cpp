@@ -188,8 +188,14 @@ TEST(DecidingKey, GivesThePlacesAndCodesOfTheComparator) {
         const LeadingCase& c = cases[seed % 9];
         const auto likeness = static_cast<Likeness>(seed / 9 % 3);
         Records records = randomWorld(random, 300 + 8 * static_cast<int>(seed), 2, 1, true);
-        for (Bytes& record : records)
+        for (Bytes& record : records) {
             fillLeadingField(random, c, likeness, record.data() + 6);
+            const bool tiesWithAll = below(random, 4) == 0;
+            storeAs(record.data(), tiesWithAll ? std::numeric_limits<float>::quiet_NaN()
+                                               : static_cast<float>(below(random, 1000)));
+        }
+        const KeyDescriptor second = seed % 2 == 0 ? descendingKey(DataType::kFloat, 0, 4, 3)
+                                                   : ascendingKey(DataType::kBytes, 0, 3, 3);
         const Geometry geometry = {
             .blockPages = 1,
             .recordsPerBlock = static_cast<std::uint16_t>(seed % 4 == 0 ? 30 : 120),
@@ -197,7 +203,7 @@ TEST(DecidingKey, GivesThePlacesAndCodesOfTheComparator) {
         for (KeyDescriptor key :
              {ascendingKey(c.type, 6, c.length, 2), descendingKey(c.type, 6, c.length, 2)}) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << ", type " << int(c.type));
-            std::vector<KeyDescriptor> keys = {key, ascendingKey(DataType::kBytes, 4, 1, 3)};
+            std::vector<KeyDescriptor> keys = {key, second};
             if (seed % 5 == 0) keys.push_back(nullIndicators(kNullsOffset));
             std::vector<KeyDescriptor> plain = keys;
             plain.push_back(ascendingKey(DataType::kNone, 0, 0, 1));
