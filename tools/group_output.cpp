@@ -6,13 +6,12 @@
 
 namespace tvsort::tools {
 
-GroupOutput::GroupOutput(GroupForm groupForm, RecordForm recordForm, std::size_t recordLength,
-                         host::RecordSink writeRecords, OutputFile& output)
+GroupOutput::GroupOutput(GroupForm groupForm, const RecordFlow& flow)
     : groupForm_(groupForm),
-      recordForm_(recordForm),
-      writeRecords_(std::move(writeRecords)),
-      output_(output),
-      firstOfGroup_(groupForm == GroupForm::kCount ? recordLength : 0) {}
+      kind_(flow.kind),
+      delimiter_(flow.delimiter),
+      output_(*flow.output),
+      firstOfGroup_(groupForm == GroupForm::kCount ? flow.recordLength : 0) {}
 
 void GroupOutput::take(const Byte* record, bool endsGroup) {
     if (groupForm_ == GroupForm::kCount) {
@@ -30,29 +29,31 @@ void GroupOutput::finish() {
     if (groupSize_ > 0) endGroup();
 }
 
-void GroupOutput::write(std::string_view text) {
-    output_.write(reinterpret_cast<const Byte*>(text.data()), text.size());
-}
-
 // Whether a record ends its group is known only when the next one, or none, has come.
 void GroupOutput::mark(const Byte* record) {
-    if (recordForm_ == RecordForm::kRecords && groupSize_ > 0) write(std::string_view("\0", 1));
-    if (recordForm_ == RecordForm::kLines && groupSize_ == 0 && anyGroupEnded_) write("\n");
-    writeRecords_(record, 1);
+    if (kind_ == InputKind::kRecords && groupSize_ > 0) output_.writeText({"\0", 1});
+    if (kind_ == InputKind::kLines && groupSize_ == 0 && endedGroups_ > 0) output_.writeText("\n");
+    if (kind_ == InputKind::kRows) {
+        output_.writeText(fmt::format("{}{}", endedGroups_ + 1, delimiter_));
+    }
+    output_.write(record, 1);
 }
 
 void GroupOutput::endGroup() {
-    if (groupForm_ == GroupForm::kMark) {
-        if (recordForm_ == RecordForm::kRecords) write("\1");
-    } else {
-        if (recordForm_ == RecordForm::kLines) write(fmt::format("{}\t", groupSize_));
-        writeRecords_(firstOfGroup_.data(), 1);
-        if (recordForm_ == RecordForm::kRecords) {
-            output_.write(reinterpret_cast<const Byte*>(&groupSize_), sizeof groupSize_);
+    if (groupForm_ == GroupForm::kCount) {
+        if (kind_ == InputKind::kLines) output_.writeText(fmt::format("{}\t", groupSize_));
+        if (kind_ == InputKind::kRows) {
+            output_.writeText(fmt::format("{}{}", groupSize_, delimiter_));
         }
+        output_.write(firstOfGroup_.data(), 1);
+        if (kind_ == InputKind::kRecords) {
+            output_.writeText({reinterpret_cast<const char*>(&groupSize_), sizeof groupSize_});
+        }
+    } else if (kind_ == InputKind::kRecords) {
+        output_.writeText("\1");
     }
     groupSize_ = 0;
-    anyGroupEnded_ = true;
+    endedGroups_ += 1;
 }
 
 }  // namespace tvsort::tools

@@ -6,27 +6,25 @@
 //                        bob
 //               count    2<tab>ann              count    [record][2 0 0 0]   i32, little-endian
 //                        1<tab>bob                       [record][1 0 0 0]
+//     rows      mark     1,ann                  count    2,ann
+//                        1,ann                           1,bob
+//                        2,bob        the number of the group, or its size, in a column in front
 
 #pragma once
 
 #include <cstdint>
-#include <string_view>
 #include <vector>
 
-#include "host/data_set.h"
 #include "service/bytes.h"
-#include "tools/output_file.h"
+#include "tools/record_flow.h"
 
 namespace tvsort::tools {
 
 enum class GroupForm : std::uint8_t { kMark, kCount };
-enum class RecordForm : std::uint8_t { kLines, kRecords };
-
 class GroupOutput {
   public:
-    // `writeRecords` writes user records of `recordLength` bytes to `output`.
-    GroupOutput(GroupForm groupForm, RecordForm recordForm, std::size_t recordLength,
-                host::RecordSink writeRecords, OutputFile& output);
+    // Writes the flow's records to its output.
+    GroupOutput(GroupForm groupForm, const RecordFlow& flow);
 
     // The next record, and whether the process has marked it as the last of its group.
     void take(const Byte* record, bool endsGroup);
@@ -34,18 +32,17 @@ class GroupOutput {
     void finish();
 
   private:
-    void write(std::string_view text);
     void mark(const Byte* record);
     void count(const Byte* record);
     void endGroup();
 
     GroupForm groupForm_;
-    RecordForm recordForm_;
-    host::RecordSink writeRecords_;
-    OutputFile& output_;
+    InputKind kind_;
+    char delimiter_;
+    RecordOutput& output_;
     std::vector<Byte> firstOfGroup_;  // kCount only
     std::int32_t groupSize_ = 0;      // so far
-    bool anyGroupEnded_ = false;
+    std::int64_t endedGroups_ = 0;
 };
 
 }  // namespace tvsort::tools

@@ -38,6 +38,11 @@ host::FileDescriptor openInput(const std::string& name) {
 
 }  // namespace
 
+host::HostError changedWhileRead(const std::string& name) {
+    return host::badUse(name +
+                        " was changed while it was being read; leave it alone and sort again");
+}
+
 InputFile::InputFile(const std::string& name)
     : InputFile(openInput(name), name == kStandardStream ? "standard input" : name) {}
 
@@ -64,6 +69,20 @@ std::size_t InputFile::read(Byte* target, std::size_t byteCount) {
         filled += static_cast<std::size_t>(moved);
     }
     return filled;
+}
+
+void InputFile::readAt(std::int64_t offset, Byte* target, std::size_t byteCount) const {
+    while (byteCount > 0) {
+        const ssize_t moved = pread(file_.number(), target, byteCount, offset);
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved < 0) {
+            throw host::systemFailure("cannot read the input " + displayName_ + " again", errno);
+        }
+        if (moved == 0) throw changedWhileRead(displayName_);
+        target += moved;
+        offset += moved;
+        byteCount -= static_cast<std::size_t>(moved);
+    }
 }
 
 void InputFile::rewind() {

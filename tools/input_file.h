@@ -7,12 +7,16 @@
 #include <string>
 
 #include "host/file_descriptor.h"
+#include "host/host_error.h"
 #include "service/bytes.h"
 
 namespace tvsort::tools {
 
 // In place of a file's name: standard input or output.
 inline constexpr char kStandardStream[] = "-";
+
+// The error of an input that is not what it was at the first reading.
+host::HostError changedWhileRead(const std::string& name);
 
 class InputFile {
   public:
@@ -28,6 +32,9 @@ class InputFile {
 
     // Fills `target` as far as the input reaches; answers fewer than `byteCount` at its end only.
     std::size_t read(Byte* target, std::size_t byteCount);
+    // Fills `target` from this byte of a regular file on, wherever `read` has come. A file that
+    // ends before is thrown: it was changed.
+    void readAt(std::int64_t offset, Byte* target, std::size_t byteCount) const;
     // Back to the first byte; the input must be a regular file.
     void rewind();
 

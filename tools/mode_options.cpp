@@ -69,21 +69,22 @@ void checkInputs(const OperationRule& rule, std::size_t inputCount) {
                     rule.name, rule.inputsMin, inputCount));
 }
 
-void checkHierarchy(const ModeOptions& options, bool lines) {
-    if (lines && options.levelOffset.has_value()) {
+void checkHierarchy(const ModeOptions& options, InputKind kind) {
+    const bool lines = kind == InputKind::kLines;
+    if (lines && !options.level.empty()) {
         throw host::badUse(
-            "--level is for fixed-length records; the level of a line is given by "
+            "--level is for fixed-length records and CSV rows; the level of a line is given by "
             "its indentation: see --indent");
     }
     if (!lines && !options.indent.empty()) {
         throw host::badUse(
-            "--indent is for --lines; the level of a fixed-length record stands in "
-            "the record: say where with --level OFFSET");
+            "--indent is for --lines; the level of a record stands in the record: say where "
+            "with --level");
     }
-    if (!lines && !options.levelOffset.has_value()) {
+    if (!lines && options.level.empty()) {
         throw host::badUse(
-            "--hierarchy needs to know where a record's level stands: add --level "
-            "OFFSET");
+            fmt::format("--hierarchy needs to know where a record's level stands: add --level {}",
+                        kind == InputKind::kRows ? "COLUMN" : "OFFSET"));
     }
 }
 
@@ -101,7 +102,8 @@ void addModeOptions(CLI::App& command, ModeOptions& options) {
                   "their number is said on standard error. =mark: lines get an empty line "
                   "between groups, records a byte behind them, 1 at the end of a group and 0 "
                   "elsewhere. =count: the first of each group with the group's size, in front "
-                  "of a line and a tab, or as 4 bytes behind a record")
+                  "of a line and a tab, or as 4 bytes behind a record; CSV rows get a column in "
+                  "front, with the group's number or its size")
         ->check(CLI::IsMember({kMarkGroups, kCountGroups}))
         ->group(group);
     command
@@ -131,9 +133,9 @@ void addModeOptions(CLI::App& command, ModeOptions& options) {
                   "moving with them")
         ->group(group);
     command
-        .add_option("--level", options.levelOffset,
-                    "Offset of a record's level in the hierarchy: 4 bytes, little-endian, 1 at "
-                    "the top, 4095 at most")
+        .add_option("--level", options.level,
+                    "Offset of a record's level in the hierarchy, 4 bytes, little-endian, or the "
+                    "column of a row's level: 1 at the top, 4095 at most")
         ->group(group);
     command
         .add_option("--indent", options.indent,
@@ -181,10 +183,10 @@ void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surrou
     const OperationRule& rule = ruleOf(operationOf(options));
     checkTaken("--all", options.all, &OperationRule::takesAll, rule);
     checkTaken("--limit", options.limitCount.has_value(), &OperationRule::takesLimit, rule);
-    checkTaken("--level", options.levelOffset.has_value(), &OperationRule::takesLevel, rule);
+    checkTaken("--level", !options.level.empty(), &OperationRule::takesLevel, rule);
     checkTaken("--indent", !options.indent.empty(), &OperationRule::takesLevel, rule);
     checkInputs(rule, surroundings.inputCount);
-    if (rule.takesLevel) checkHierarchy(options, surroundings.lines);
+    if (rule.takesLevel) checkHierarchy(options, surroundings.kind);
 }
 
 void checkModeWithNulls(const ModeOptions& options) {

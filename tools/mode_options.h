@@ -28,6 +28,7 @@
 #include <string>
 
 #include "service/messages.h"
+#include "tools/record_options.h"
 
 namespace tvsort::tools {
 
@@ -50,7 +51,7 @@ struct ModeOptions {
     std::string unique;  // empty, kNullsDistinct or kNullsNotDistinct
     bool hierarchy = false;
     std::optional<std::int32_t> limitCount;
-    std::optional<std::uint16_t> levelOffset;
+    std::string level;   // empty, an offset in records or a column of rows
     std::string indent;  // empty, kIndentByTabs or a number of spaces
 };
 
@@ -63,7 +64,7 @@ inline constexpr char kIndentByTabs[] = "tab";
 // What the options must fit.
 struct ModeSurroundings {
     std::size_t inputCount;
-    bool lines;  // text lines, not fixed-length records
+    InputKind kind;
 };
 
 // Adds the options to a subcommand; they fill `options` when it is parsed.

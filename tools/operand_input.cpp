@@ -28,7 +28,10 @@ std::string OperandInput::placeOf(std::int64_t recordNumber) const {
         recordNumber -= counts_[index];
         index += 1;
     }
-    return fmt::format("{} {} of {}", unit_, recordNumber, operands_[index].name);
+    const Operand& operand = operands_[index];
+    if (operand.lineOf)
+        return fmt::format("line {} of {}", operand.lineOf(recordNumber), operand.name);
+    return fmt::format("{} {} of {}", unit_, recordNumber, operand.name);
 }
 
 }  // namespace tvsort::tools

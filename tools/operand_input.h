@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ namespace tvsort::tools {
 struct Operand {
     host::RecordSource source;
     std::string name;  // for messages
+    // The line at which the operand's record of this number, from 1, stands; empty where it is the
+    // number itself. The operand cannot be read on afterwards.
+    std::function<std::int64_t(std::int64_t recordNumber)> lineOf = {};
 };
 
 class OperandInput {

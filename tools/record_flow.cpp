@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <memory>
 
 #include "host/host_error.h"
@@ -28,9 +29,7 @@ class LineSource {
         std::size_t records = 0;
         for (std::string_view line; records < recordsMax && lines_.next(line); ++records) {
             if (line.size() > lineBytesMax_) {
-                throw host::badUse(displayName_ +
-                                   " was changed while it was being read; leave it "
-                                   "alone and sort again");
+                throw changedWhileRead(displayName_);
             }
             layout_.encode(line, target + records * layout_.recordLength());
         }
@@ -59,7 +58,13 @@ std::size_t longestLineBytes(std::vector<InputFile>& inputs) {
     return bytes;
 }
 
-LevelReader levelFieldReader(std::uint16_t levelOffset, std::uint16_t recordLength) {
+LevelReader levelFieldReader(const std::string& level, std::uint16_t recordLength) {
+    std::uint16_t levelOffset = 0;
+    const char* const end = level.data() + level.size();
+    const auto parsed = std::from_chars(level.data(), end, levelOffset);
+    if (parsed.ec != std::errc() || parsed.ptr != end) {
+        throw host::badUse(fmt::format("--level {}: write an offset from 0 to 65535", level));
+    }
     constexpr std::size_t kLevelBytes = sizeof(std::int32_t);
     if (levelOffset + kLevelBytes > recordLength) {
         throw host::badUse(
@@ -94,12 +99,12 @@ RecordFlow fixedRecords(const RecordOptions& options, const ModeOptions& mode,
                                  },
                                  input.displayName()});
     }
-    flow.sink = [recordLength, &output](const Byte* first, std::size_t recordCount) {
-        output.write(first, recordCount * recordLength);
-    };
-    if (mode.levelOffset.has_value()) {
-        flow.readLevel = levelFieldReader(*mode.levelOffset, recordLength);
-    }
+    flow.output = std::make_shared<PlainOutput>(
+        [recordLength, &output](const Byte* first, std::size_t recordCount) {
+            output.write(first, recordCount * recordLength);
+        },
+        output);
+    if (mode.hierarchy) flow.readLevel = levelFieldReader(mode.level, recordLength);
     return flow;
 }
 
@@ -108,6 +113,7 @@ RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
     const std::size_t lineBytesMax = longestLineBytes(inputs);
     const LineRecord layout(lineBytesMax);
     RecordFlow flow;
+    flow.kind = InputKind::kLines;
     flow.recordLength = layout.recordLength();
     flow.request = layout.request();
     for (InputFile& input : inputs) {
@@ -119,7 +125,7 @@ RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
     }
     // Room for the newline too.
     const auto line = std::make_shared<std::vector<Byte>>(lineBytesMax + 1);
-    flow.sink = [layout, line, &output](const Byte* first, std::size_t recordCount) {
+    const auto writeLines = [layout, line, &output](const Byte* first, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {
             const std::size_t length =
                 layout.decode(first + i * layout.recordLength(), line->data());
@@ -127,6 +133,7 @@ RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
             output.write(line->data(), length + 1);
         }
     };
+    flow.output = std::make_shared<PlainOutput>(writeLines, output);
     if (mode.hierarchy) flow.readLevel = indentationReader(mode.indent);
     return flow;
 }

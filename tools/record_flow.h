@@ -1,11 +1,13 @@
 // A sort's way from its inputs to its output, in the user's records.
 //
-// What the two kinds of input, fixed-length records and text lines, have in common: how long a
-// record is, how it is ordered, where records come from and where they go.
+// What all kinds of input, fixed-length records, text lines and CSV rows, have in common: how long
+// a record is, how it is ordered, where records come from and where they go. What is made of them
+// (tools/shaped_sort.h) needs to know no more.
 
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,15 +19,19 @@
 #include "tools/outline_level.h"
 #include "tools/output_file.h"
 #include "tools/record_options.h"
+#include "tools/record_output.h"
 
 namespace tvsort::tools {
 
 struct RecordFlow {
+    InputKind kind = InputKind::kRecords;
+    char delimiter = '\0';  // of rows only
     std::uint16_t recordLength = 0;
     host::RequestBuilder request;
     std::vector<Operand> operands;  // one for each input
-    host::RecordSink sink;
-    LevelReader readLevel;  // for a hierarchy only
+    std::shared_ptr<RecordOutput> output;
+    std::uint64_t memoryBytes = 0;  // that the output takes for itself
+    LevelReader readLevel;          // for a hierarchy only
 };
 
 // Fixed-length records as the options describe them. Inputs and output are needed as long as the

@@ -9,13 +9,11 @@
 #include "tools/input_file.h"
 #include "tools/key_option.h"
 #include "tools/key_types.h"
+#include "tools/row_errors.h"
 
 namespace tvsort::tools {
 
 namespace {
-
-// The identifier that ties weighted keys to the one table of the command line.
-constexpr std::uint16_t kWeightTableId = 1;
 
 ByteWeightTable readWeights(const std::string& name) {
     ByteWeightTable table = {};
@@ -41,6 +39,31 @@ void checkInsideRecord(const std::string& option, std::uint32_t end, std::uint16
     }
 }
 
+bool allEndWith(const std::vector<std::string>& names, const std::string& ending) {
+    return !names.empty() && std::all_of(names.begin(), names.end(), [&](const std::string& name) {
+        return name.ends_with(ending);
+    });
+}
+
+char parseDelimiter(const std::string& text) {
+    if (text == "tab" || text == "\\t") return '\t';
+    if (text.size() == 1 && text[0] != '"' && text[0] != '\n' && text[0] != '\r') return text[0];
+    throw host::badUse(fmt::format(
+        "--delimiter {}: name one character that is no quote and no line end, or tab", text));
+}
+
+void checkRowOptions(const RecordOptions& options) {
+    if (options.lines || !options.as.empty() || options.recordLength.has_value() ||
+        options.nullsOffset.has_value()) {
+        throw host::badUse(
+            "CSV files are ordered by columns: leave --lines, --as, --record-length and --nulls "
+            "out");
+    }
+    if (options.keys.empty()) {
+        throw host::badUse("say what to order by: --key COLUMN[:TYPE], once or more");
+    }
+}
+
 }  // namespace
 
 void addRecordOptions(CLI::App& command, RecordOptions& options) {
@@ -62,10 +85,61 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
                        "Offset of the null indicators: one byte per --key, 1 for null");
     command.add_option("--weights", options.weightsFile,
                        "File of 256 bytes: the weight of each byte value, for weighted keys");
-    command.footer("Key types:\n" + keyTypesHelp());
+    command.footer("Key types of fixed-length records:\n" + keyTypesHelp());
+}
+
+void addCsvOptions(CLI::App& command, RecordOptions& options) {
+    const std::string group = "CSV files (by their ending .csv or .tsv, or by --format)";
+    command
+        .add_option("--format", options.format,
+                    "csv or tsv: inputs are rows of columns, with the names of the columns first. "
+                    "A key is then COLUMN[:TYPE[:LENGTH]][:desc][:nulls-first|:nulls-last]; an "
+                    "empty field without quotes is null")
+        ->check(CLI::IsMember({kCsvFormat, kTsvFormat}))
+        ->group(group);
+    command
+        .add_option("--delimiter", options.delimiter,
+                    "What stands between fields: one character, or tab; a comma in csv")
+        ->group(group);
+    command
+        .add_flag("--no-header", options.noHeader,
+                  "The first row is like the others; keys name columns by number, from 1")
+        ->group(group);
+    command
+        .add_option("--on-error", options.onError,
+                    "What happens at a row or a value that cannot be read: stop, or skip the row "
+                    "and say so")
+        ->check(CLI::IsMember({kStopOnError, kSkipOnError}))
+        ->group(group);
+}
+
+void recogniseFormat(const std::vector<std::string>& inputs, RecordOptions& options) {
+    if (!options.format.empty() || options.lines || options.recordLength.has_value()) return;
+    if (allEndWith(inputs, ".csv")) options.format = kCsvFormat;
+    if (allEndWith(inputs, ".tsv")) options.format = kTsvFormat;
+}
+
+InputKind inputKindOf(const RecordOptions& options) {
+    if (!options.format.empty()) return InputKind::kRows;
+    return options.lines ? InputKind::kLines : InputKind::kRecords;
+}
+
+char delimiterOf(const RecordOptions& options) {
+    if (!options.delimiter.empty()) return parseDelimiter(options.delimiter);
+    return options.format == kTsvFormat ? '\t' : ',';
+}
+
+void addWeights(const RecordOptions& options, host::RequestBuilder& request) {
+    if (!options.weightsFile.empty()) request.addWeightTable(readWeights(options.weightsFile));
 }
 
 void checkRecordOptions(const RecordOptions& options) {
+    if (inputKindOf(options) == InputKind::kRows) return checkRowOptions(options);
+    if (!options.delimiter.empty() || options.noHeader || !options.onError.empty()) {
+        throw host::badUse(
+            "--delimiter, --no-header and --on-error are for CSV files: name one that ends in "
+            ".csv, or add --format csv");
+    }
     const bool fixedOptions = options.recordLength.has_value() || !options.keys.empty() ||
                               options.nullsOffset.has_value() || !options.weightsFile.empty();
     if (options.lines && fixedOptions) {
@@ -78,7 +152,8 @@ void checkRecordOptions(const RecordOptions& options) {
     }
     if (options.lines) return;
     if (!options.recordLength.has_value()) {
-        throw host::badUse("say what the records are: --record-length N with --key, or --lines");
+        throw host::badUse(
+            "say what the records are: --record-length N with --key, --lines, or --format csv");
     }
     if (options.keys.empty()) {
         throw host::badUse("say what to order by: --key TYPE:OFFSET[:LENGTH], once or more");
@@ -99,7 +174,7 @@ host::RequestBuilder requestFor(const RecordOptions& options) {
         checkInsideRecord("--nulls", *options.nullsOffset + indicators, recordLength);
         request.setNullIndicators(*options.nullsOffset);
     }
-    if (!options.weightsFile.empty()) request.addWeightTable(readWeights(options.weightsFile));
+    addWeights(options, request);
     return request;
 }
 

@@ -3,6 +3,7 @@
 //
 //     --record-length N --key TYPE:OFFSET... [--nulls OFFSET] [--weights FILE]
 //     --lines [--as TYPE]
+//     [--format csv|tsv] --key COLUMN[:TYPE]... [--delimiter C] [--no-header] [--weights FILE]
 
 #pragma once
 
@@ -16,8 +17,15 @@
 
 namespace tvsort::tools {
 
+// What an input is made of.
+enum class InputKind : std::uint8_t { kRecords, kLines, kRows };
+
 struct RecordOptions {
     bool lines = false;
+    std::string format;     // empty, kCsvFormat or kTsvFormat
+    std::string delimiter;  // empty: what the format has
+    bool noHeader = false;
+    std::string onError;
     std::string as;  // type of the values that the lines are; empty: they are ordered as bytes
     std::optional<std::uint16_t> recordLength;
     std::vector<std::string> keys;
@@ -25,14 +33,30 @@ struct RecordOptions {
     std::string weightsFile;
 };
 
-// Adds the options to a subcommand; they fill `options` when it is parsed.
+inline constexpr char kCsvFormat[] = "csv";
+inline constexpr char kTsvFormat[] = "tsv";
+
+// Adds the options of records and lines to a subcommand, and those of CSV files; they fill
+// `options` when it is parsed.
 void addRecordOptions(CLI::App& command, RecordOptions& options);
+void addCsvOptions(CLI::App& command, RecordOptions& options);
+
+// Fills in the format that the endings of the inputs' names say, where the options leave it open.
+void recogniseFormat(const std::vector<std::string>& inputs, RecordOptions& options);
+InputKind inputKindOf(const RecordOptions& options);
+// What stands between the fields of CSV rows.
+char delimiterOf(const RecordOptions& options);
+
+// The identifier that ties weighted keys to the one table of the command line.
+inline constexpr std::uint16_t kWeightTableId = 1;
+// Adds the table of `--weights`, if there is one.
+void addWeights(const RecordOptions& options, host::RequestBuilder& request);
 
 // The request that the options of fixed-length records describe. Throws when one is missing, not
 // understood, or reaches beyond the record.
 host::RequestBuilder requestFor(const RecordOptions& options);
 
-// Throws when `--lines` and the options of fixed-length records are mixed, or neither is given.
+// Throws when options of different kinds of input are mixed, or one that the kind needs is missing.
 void checkRecordOptions(const RecordOptions& options);
 
 }  // namespace tvsort::tools

@@ -18,14 +18,17 @@ FrameKind frameKindOf(Operation operation) {
     return operation == Operation::kHierarchy ? FrameKind::kLevelled : FrameKind::kNumbered;
 }
 
+const char* unitOf(InputKind kind) {
+    return kind == InputKind::kLines ? "line" : "record";
+}
+
 }  // namespace
 
-ShapedSort::ShapedSort(Setting setting, RecordFlow flow, OutputFile& output)
+ShapedSort::ShapedSort(Setting setting, RecordFlow flow)
     : setting_(std::move(setting)),
       operation_(operationOf(setting_.mode)),
       flow_(std::move(flow)),
-      output_(output),
-      input_(flow_.operands, setting_.lines ? "line" : "record") {
+      input_(flow_.operands, unitOf(flow_.kind)) {
     if (hasNulls()) checkModeWithNulls(setting_.mode);
     if (operation_ == Operation::kOrder) return;
     frame_.emplace(frameKindOf(operation_), flow_.request, flow_.recordLength, nameOf(operation_));
@@ -36,6 +39,12 @@ std::uint16_t ShapedSort::recordLength() const {
 }
 
 SortStats ShapedSort::run(const SortOnce& sortOnce) {
+    const SortStats stats = shape(sortOnce);
+    flow_.output->finish();
+    return stats;
+}
+
+SortStats ShapedSort::shape(const SortOnce& sortOnce) {
     switch (operation_) {
         case Operation::kOrder:
             return sortPlain(sortOnce);
@@ -59,7 +68,10 @@ SortStats ShapedSort::sortPlain(const SortOnce& sortOnce) {
     const auto source = [this](Byte* target, std::size_t recordsMax) {
         return input_.read(target, recordsMax);
     };
-    return sortOnce(flow_.request, source, flow_.sink);
+    const auto sink = [this](const Byte* records, std::size_t recordCount) {
+        flow_.output->write(records, recordCount);
+    };
+    return sortOnce(flow_.request, source, sink);
 }
 
 SortStats ShapedSort::sortDistinct(const SortOnce& sortOnce) {
@@ -68,8 +80,7 @@ SortStats ShapedSort::sortDistinct(const SortOnce& sortOnce) {
 
 SortStats ShapedSort::sortGroups(const SortOnce& sortOnce) {
     GroupOutput groups(setting_.mode.groups == kCountGroups ? GroupForm::kCount : GroupForm::kMark,
-                       setting_.lines ? RecordForm::kLines : RecordForm::kRecords,
-                       flow_.recordLength, flow_.sink, output_);
+                       flow_);
     const auto sink = [&](const Byte* records, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {
             const Byte* const framed = records + i * frame_->recordLength();
@@ -85,7 +96,7 @@ SortStats ShapedSort::combineSets(const SortOnce& sortOnce) {
     const SetCombination combination = {*frame_, sortModeOf(setting_.mode, hasNulls()),
                                         flow_.operands, setting_.tempDirectory};
     return combine(combination, sortOnce,
-                   [&](const Byte* framed) { flow_.sink(frame_->recordOf(framed), 1); });
+                   [&](const Byte* framed) { flow_.output->write(frame_->recordOf(framed), 1); });
 }
 
 SortStats ShapedSort::sortUnique(const SortOnce& sortOnce) {
@@ -115,7 +126,7 @@ host::RecordSource ShapedSort::numberedRecords() {
 host::RecordSink ShapedSort::unframed() const {
     return [this](const Byte* records, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {
-            flow_.sink(frame_->recordOf(records + i * frame_->recordLength()), 1);
+            flow_.output->write(frame_->recordOf(records + i * frame_->recordLength()), 1);
         }
     };
 }
@@ -123,7 +134,7 @@ host::RecordSink ShapedSort::unframed() const {
 // The process's code does not say which records are equal, so they are grouped to find out.
 void ShapedSort::throwIfEqualRecordsAreFound(const SortOnce& sortOnce) {
     flow_ = setting_.restartFlow();
-    input_ = OperandInput(flow_.operands, setting_.lines ? "line" : "record");
+    input_ = OperandInput(flow_.operands, unitOf(flow_.kind));
     nextNumber_ = 1;
     const bool distinct = sortModeOf(setting_.mode, hasNulls()) == SortMode::kUniqueUnlessNull;
     const auto equal = findEqualRecords(*frame_, distinct ? Nulls::kDistinct : Nulls::kEqual,

@@ -16,7 +16,6 @@
 #include "tools/framed_record.h"
 #include "tools/mode_options.h"
 #include "tools/operand_input.h"
-#include "tools/output_file.h"
 #include "tools/record_flow.h"
 #include "tools/sort_once.h"
 #include "tools/sort_stats.h"
@@ -27,20 +26,22 @@ class ShapedSort {
   public:
     struct Setting {
         ModeOptions mode;
-        bool lines;  // text lines, not fixed-length records
         // The flow once more, from the start of its inputs; called for --unique only.
         std::function<RecordFlow()> restartFlow;
         std::filesystem::path tempDirectory;
     };
 
-    ShapedSort(Setting setting, RecordFlow flow, OutputFile& output);
+    ShapedSort(Setting setting, RecordFlow flow);
 
     // Bytes of the records that the process gets.
     std::uint16_t recordLength() const;
+    // Of the sort's memory, what the process cannot have.
+    std::uint64_t memoryBytesBeside() const { return flow_.memoryBytes; }
     // Reads all inputs and writes the output, with as many requests as that takes.
     SortStats run(const SortOnce& sortOnce);
 
   private:
+    SortStats shape(const SortOnce& sortOnce);
     SortStats sortPlain(const SortOnce& sortOnce);
     SortStats sortDistinct(const SortOnce& sortOnce);
     SortStats sortGroups(const SortOnce& sortOnce);
@@ -59,7 +60,6 @@ class ShapedSort {
     Setting setting_;
     Operation operation_;
     RecordFlow flow_;
-    OutputFile& output_;
     OperandInput input_;
     std::optional<FramedRecord> frame_;  // none for a plain sort
     std::int64_t nextNumber_ = 1;

@@ -14,6 +14,7 @@
 #include "host/host_error.h"
 #include "host/sort_server.h"
 #include "tools/collation_command.h"
+#include "tools/csv_flow.h"
 #include "tools/input_file.h"
 #include "tools/interrupt.h"
 #include "tools/output_file.h"
@@ -33,6 +34,7 @@ namespace {
 // More pages would not hold more records: each starts below byte 65536 of its block.
 constexpr std::int32_t kBlockPagesMax = 16;
 constexpr std::int64_t kFramesWanted = 16;
+constexpr std::uint64_t kFramesMin = 5;  // the least that the process sorts with
 constexpr double kTimeoutSecondsMin = 0.001;
 constexpr double kTimeoutSecondsMax = 1e9;
 
@@ -48,15 +50,25 @@ std::vector<InputFile> openInputs(const std::vector<std::string>& names) {
     return {names.begin(), names.end()};
 }
 
-host::ServerOptions serverOptions(const SortOptions& options, std::uint16_t recordLength,
+// What the process gets of the memory: all but what the output takes, if that makes a pool.
+std::uint64_t processPages(const SortOptions& options, const ShapedSort& sort) {
+    constexpr auto kPage = static_cast<std::uint64_t>(kPageBytes);
+    const std::int32_t blockPages =
+        options.blockPages.value_or(host::blockPagesFor(sort.recordLength()));
+    const std::uint64_t left = (options.memoryBytes - sort.memoryBytesBeside()) / kPage;
+    const bool suffices = left >= kFramesMin * static_cast<std::uint64_t>(blockPages);
+    return suffices ? left : options.memoryBytes / kPage;
+}
+
+host::ServerOptions serverOptions(const SortOptions& options, const ShapedSort& sort,
                                   Progress& progress) {
-    const std::uint64_t memoryPages = options.memoryBytes / static_cast<std::uint64_t>(kPageBytes);
+    const std::uint64_t memoryPages = processPages(options, sort);
     host::ServerOptions server;
     server.processPath = findProcess(options.process);
     server.memoryPages = static_cast<std::int32_t>(
         std::min<std::uint64_t>(memoryPages, std::numeric_limits<std::int32_t>::max()));
     server.pagesPerBlock =
-        options.blockPages.value_or(defaultBlockPages(recordLength, server.memoryPages));
+        options.blockPages.value_or(defaultBlockPages(sort.recordLength(), server.memoryPages));
     server.tempDirectory = tempDirectoryOf(options);
     if (options.timeoutSeconds.has_value()) {
         server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};
@@ -141,7 +153,7 @@ SortStats sortThrough(host::SortServer& server, const host::Geometry& geometry,
 
 // Lines must be measured before they are sorted; what is not unique is read again to be named.
 bool isReadTwice(const SortOptions& options) {
-    return options.records.lines || !options.mode.unique.empty();
+    return inputKindOf(options.records) != InputKind::kRecords || !options.mode.unique.empty();
 }
 
 void report(const SortOptions& options, const SortStats& stats) {
@@ -171,9 +183,12 @@ std::int32_t defaultBlockPages(std::uint16_t recordLength, std::int64_t memoryPa
     return blockPages;
 }
 
-void sortFile(const SortOptions& options) {
+void sortFile(const SortOptions& asked) {
+    SortOptions options = asked;
+    recogniseFormat(options.inputs, options.records);
     checkRecordOptions(options.records);
-    checkModeOptions(options.mode, {options.inputs.size(), options.records.lines});
+    const InputKind kind = inputKindOf(options.records);
+    checkModeOptions(options.mode, {options.inputs.size(), kind});
     std::vector<InputFile> inputs = openInputs(options.inputs);
     OutputFile output(options.output);
     Progress progress;
@@ -183,7 +198,12 @@ void sortFile(const SortOptions& options) {
             input = makeRereadable(std::move(input), tempDirectoryOf(options));
         }
     }
+    RowErrors errors(options.records.onError);
     const auto flow = [&] {
+        if (kind == InputKind::kRows) {
+            return csvRecords(options.records, options.mode, inputs, options.memoryBytes, errors,
+                              output);
+        }
         if (!options.records.as.empty()) {
             return valueLineRecords(options.records.as, options.mode, inputs, output);
         }
@@ -197,9 +217,8 @@ void sortFile(const SortOptions& options) {
     };
     RecordFlow records = flow();
     const host::RequestBuilder userRequest = records.request;
-    ShapedSort sort({options.mode, options.records.lines, flowAgain, tempDirectoryOf(options)},
-                    std::move(records), output);
-    host::ServerOptions processOptions = serverOptions(options, sort.recordLength(), progress);
+    ShapedSort sort({options.mode, flowAgain, tempDirectoryOf(options)}, std::move(records));
+    host::ServerOptions processOptions = serverOptions(options, sort, progress);
     const auto collation = putCollationInForce(options.collation, userRequest, processOptions);
     host::SortServer server(processOptions);
     const host::Geometry geometry =
@@ -211,6 +230,7 @@ void sortFile(const SortOptions& options) {
     Stopwatch finishing;
     output.finish();
     stats.writeSeconds += finishing.lap();
+    fmt::print(stderr, "{}", errors.report());
     report(options, stats);
 }
 
@@ -223,6 +243,7 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
         ->required();
     command.add_option("-o,--output", options->output, "File to write; standard output without it");
     addRecordOptions(command, options->records);
+    addCsvOptions(command, options->records);
     addModeOptions(command, options->mode);
     command.add_option(
         "--collation", options->collation,

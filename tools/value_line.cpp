@@ -152,6 +152,7 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
     }
     const ValueLineRecord layout(type, extent);
     RecordFlow flow;
+    flow.kind = InputKind::kLines;
     flow.recordLength = layout.recordLength();
     flow.request = layout.request();
     for (InputFile& input : inputs) {
@@ -161,7 +162,7 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
                                  },
                                  input.displayName()});
     }
-    flow.sink = [layout, &output](const Byte* first, std::size_t recordCount) {
+    const auto writeLines = [layout, &output](const Byte* first, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {
             const std::string_view line = layout.lineOf(first + i * layout.recordLength());
             output.write(reinterpret_cast<const Byte*>(line.data()), line.size());
@@ -169,6 +170,7 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
             output.write(&kNewline, 1);
         }
     };
+    flow.output = std::make_shared<PlainOutput>(writeLines, output);
     return flow;
 }
 
