@@ -105,6 +105,14 @@ std::string printable(const std::string& text) {
     return result.substr(std::min(result.find_first_not_of(' '), result.size()));
 }
 
+// 0 where the system does not tell.
+double cpuSecondsOf(pid_t id) {
+    clockid_t clock = {};
+    timespec time = {};
+    if (clock_getcpuclockid(id, &clock) != 0 || clock_gettime(clock, &time) != 0) return 0;
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
 }  // namespace
 
 SortProcess::SortProcess(const ProcessStart& start) {
@@ -150,6 +158,7 @@ bool SortProcess::reap(int waitOptions) {
     finalUsage_.peakBytes = std::int64_t{usage.ru_maxrss} * 1024;
     finalUsage_.userSeconds = secondsOf(usage.ru_utime);
     finalUsage_.systemSeconds = secondsOf(usage.ru_stime);
+    finalUsage_.cpuSeconds = finalUsage_.userSeconds + finalUsage_.systemSeconds;
     return true;
 }
 
@@ -228,6 +237,7 @@ ProcessUsage SortProcess::usage() const {
     usage.writtenBytes = numberIn(directory + "/io", "wchar");
     usage.readCalls = numberIn(directory + "/io", "syscr");
     usage.writeCalls = numberIn(directory + "/io", "syscw");
+    usage.cpuSeconds = cpuSecondsOf(id_);
     return usage;
 }
 

@@ -45,6 +45,7 @@ struct ProcessUsage {
     std::int64_t writtenBytes = 0;
     std::int64_t readCalls = 0;
     std::int64_t writeCalls = 0;
+    double cpuSeconds = 0;  // user and system together
     double userSeconds = 0;
     double systemSeconds = 0;
 };
@@ -81,6 +82,7 @@ class SortProcess {
     // "ended with status 0 after printing "...""; needs an ended process.
     std::string describeEnd();
     // While it runs: what /proc knows; after its end: what was counted in all, without bytes moved.
+    // User and system time apart are known after its end only.
     ProcessUsage usage() const;
 
   private:

@@ -98,15 +98,6 @@ std::optional<LevelColumn> levelColumn(const ModeOptions& mode, const CsvTable& 
                        mode.level, ColumnField(*findColumnType("int32"), "")};
 }
 
-// Short rows are carried, unless that makes the records too many for a memory that would hold them
-// without.
-bool areCarried(const CsvExtent& extent, const CsvRecord& leftBehind, std::uint64_t memoryBytes) {
-    if (extent.rowBytesMax > kCarriedBytesMax) return false;
-    const auto rows = static_cast<std::uint64_t>(extent.rowCount);
-    const std::uint64_t bytes = rows * leftBehind.recordLength();
-    return bytes > memoryBytes || bytes + rows * extent.rowBytesMax <= memoryBytes;
-}
-
 // What stands before the rows: groups put a column in front of the others.
 std::string headOf(const CsvTable& table, const ModeOptions& mode) {
     std::string header = table.mark;
@@ -132,11 +123,9 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
     for (std::size_t i = 0; i < keys.size(); ++i)
         isMeasured.push_back(columns[i].field.hasLength() && !keys[i].length.has_value());
     const CsvExtent extent = measureRows(*table, columns, isMeasured, errors, inputs);
-    const std::optional<LevelColumn> level = levelColumn(mode, *table);
-    CsvRecord layout(columns, level, 0);
-    if (areCarried(extent, layout, memoryBytes)) {
-        layout = CsvRecord(columns, level, std::max<std::size_t>(extent.rowBytesMax, 1));
-    }
+    const bool areCarried = extent.rowBytesMax <= kCarriedBytesMax;
+    const CsvRecord layout(std::move(columns), levelColumn(mode, *table),
+                           areCarried ? std::max<std::size_t>(extent.rowBytesMax, 1) : 0);
 
     RecordFlow flow;
     flow.kind = InputKind::kRows;

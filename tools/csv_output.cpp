@@ -35,7 +35,7 @@ CsvOutput::CsvOutput(Form form, const std::vector<InputFile>& inputs, std::size_
     }
 }
 
-void CsvOutput::write(const Byte* records, std::size_t recordCount) {
+void CsvOutput::writeRecords(const Byte* records, std::size_t recordCount) {
     writeHead();
     for (std::size_t i = 0; i < recordCount; ++i) {
         const Byte* const record = records + i * form_.record.recordLength();

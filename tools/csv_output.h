@@ -40,7 +40,6 @@ class CsvOutput : public RecordOutput {
     CsvOutput(Form form, const std::vector<InputFile>& inputs, std::size_t memoryBytes,
               OutputFile& output);
 
-    void write(const Byte* records, std::size_t recordCount) override;
     void writeText(std::string_view text) override;
     void finish() override;
 
@@ -52,6 +51,7 @@ class CsvOutput : public RecordOutput {
         std::uint32_t position;
     };
 
+    void writeRecords(const Byte* records, std::size_t recordCount) override;
     void writeCarried(std::string_view row);
     void hold(const RowPlace& place);
     void copyLarge(RowPlace place);

@@ -130,7 +130,6 @@ CsvExtent measureRows(const CsvTable& table, std::vector<KeyColumn>& keys,
         while (rows.next(row)) {
             extent.rowCount += 1;
             extent.rowBytesMax = std::max(extent.rowBytesMax, row.bytes.size());
-            extent.rowBytes += static_cast<std::int64_t>(row.bytes.size());
             try {
                 measureKeys(rows.fields(), isMeasured, keys, longest);
             } catch (const host::HostError&) {

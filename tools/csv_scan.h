@@ -52,7 +52,6 @@ CsvTable readTable(char delimiter, bool hasHeader, std::size_t rowBytesMax,
 struct CsvExtent {
     std::int64_t rowCount = 0;
     std::size_t rowBytesMax = 0;
-    std::int64_t rowBytes = 0;  // of all rows
 };
 
 // Reads all inputs and rewinds them. Makes room in the fields of the keys whose `isMeasured` is

@@ -28,7 +28,7 @@ ShapedSort::ShapedSort(Setting setting, RecordFlow flow)
     : setting_(std::move(setting)),
       operation_(operationOf(setting_.mode)),
       flow_(std::move(flow)),
-      input_(flow_.operands, unitOf(flow_.kind)) {
+      input_(countedOperands(), unitOf(flow_.kind)) {
     if (hasNulls()) checkModeWithNulls(setting_.mode);
     if (operation_ == Operation::kOrder) return;
     frame_.emplace(frameKindOf(operation_), flow_.request, flow_.recordLength, nameOf(operation_));
@@ -39,8 +39,14 @@ std::uint16_t ShapedSort::recordLength() const {
 }
 
 SortStats ShapedSort::run(const SortOnce& sortOnce) {
-    const SortStats stats = shape(sortOnce);
+    SortStats stats = shape(sortOnce);
+    StageClock clock;
     flow_.output->finish();
+    stats.write += clock.lap();
+    stats.readCount = readCount_;
+    stats.writtenCount = flow_.output->recordCount();
+    if (operation_ != Operation::kGroups) stats.groupCount = 0;
+    if (operation_ == Operation::kDistinct) stats.duplicateCount = readCount_ - stats.writtenCount;
     return stats;
 }
 
@@ -94,7 +100,7 @@ SortStats ShapedSort::sortGroups(const SortOnce& sortOnce) {
 
 SortStats ShapedSort::combineSets(const SortOnce& sortOnce) {
     const SetCombination combination = {*frame_, sortModeOf(setting_.mode, hasNulls()),
-                                        flow_.operands, setting_.tempDirectory};
+                                        countedOperands(), setting_.tempDirectory};
     return combine(combination, sortOnce,
                    [&](const Byte* framed) { flow_.output->write(frame_->recordOf(framed), 1); });
 }
@@ -129,6 +135,18 @@ host::RecordSink ShapedSort::unframed() const {
             flow_.output->write(frame_->recordOf(records + i * frame_->recordLength()), 1);
         }
     };
+}
+
+std::vector<Operand> ShapedSort::countedOperands() {
+    std::vector<Operand> operands = flow_.operands;
+    for (Operand& operand : operands) {
+        operand.source = [this, source = operand.source](Byte* target, std::size_t recordsMax) {
+            const std::size_t records = source(target, recordsMax);
+            readCount_ += static_cast<std::int64_t>(records);
+            return records;
+        };
+    }
+    return operands;
 }
 
 // The process's code does not say which records are equal, so they are grouped to find out.

@@ -24,6 +24,9 @@ namespace tvsort::tools {
 
 class ShapedSort {
   public:
+    ShapedSort(const ShapedSort&) = delete;
+    ShapedSort& operator=(const ShapedSort&) = delete;
+
     struct Setting {
         ModeOptions mode;
         // The flow once more, from the start of its inputs; called for --unique only.
@@ -53,6 +56,7 @@ class ShapedSort {
     // With mode and limit.
     host::RequestBuilder framedRequest() const;
     host::RecordSource numberedRecords();
+    std::vector<Operand> countedOperands();
     // Takes the headers off and passes the user's records on.
     host::RecordSink unframed() const;
     void throwIfEqualRecordsAreFound(const SortOnce& sortOnce);
@@ -60,6 +64,7 @@ class ShapedSort {
     Setting setting_;
     Operation operation_;
     RecordFlow flow_;
+    std::int64_t readCount_ = 0;
     OperandInput input_;
     std::optional<FramedRecord> frame_;  // none for a plain sort
     std::int64_t nextNumber_ = 1;

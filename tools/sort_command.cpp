@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -24,6 +23,7 @@
 #include "tools/shaped_sort.h"
 #include "tools/sort_stats.h"
 #include "tools/spool.h"
+#include "tools/stage_clock.h"
 #include "tools/subcommands.h"
 #include "tools/value_line.h"
 
@@ -81,20 +81,6 @@ host::ServerOptions serverOptions(const SortOptions& options, const ShapedSort& 
     return server;
 }
 
-class Stopwatch {
-  public:
-    // Seconds since the last call, or since the making.
-    double lap() {
-        const auto now = std::chrono::steady_clock::now();
-        const std::chrono::duration<double> passed = now - begin_;
-        begin_ = now;
-        return passed.count();
-    }
-
-  private:
-    std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
-};
-
 // Blocks that the process moved between two looks at its counters. Messages are far smaller than a
 // block, so they fall under the table in the division.
 std::int64_t blocksBetween(std::int64_t bytesBefore, std::int64_t bytesAfter,
@@ -106,7 +92,7 @@ std::int64_t blocksBetween(std::int64_t bytesBefore, std::int64_t bytesAfter,
 SortStats sortThrough(host::SortServer& server, const host::Geometry& geometry,
                       const host::RequestBuilder& request, const host::RecordSource& source,
                       const host::RecordSink& sink, Progress& progress) {
-    Stopwatch stopwatch;
+    StageClock clock;
     host::SortSlot& slot = server.slot(1);
 
     progress.begin("loading");
@@ -117,14 +103,15 @@ SortStats sortThrough(host::SortServer& server, const host::Geometry& geometry,
         return records;
     });
     SortStats stats;
-    stats.loadSeconds = stopwatch.lap();
+    stats.load = clock.lap();
 
     progress.begin("sorting");
     const host::ProcessUsage before = slot.process().usage();
     const SortReply reply = slot.ask(request, geometry, loaded.extent);
     host::checkAnswer(reply);
     const host::ProcessUsage after = slot.process().usage();
-    stats.sortSeconds = stopwatch.lap();
+    stats.sort = clock.lap();
+    stats.sort.cpuSeconds += after.cpuSeconds - before.cpuSeconds;
 
     progress.begin("writing");
     slot.read(geometry, reply.recordCount, [&](const Byte* records, std::size_t recordCount) {
@@ -132,7 +119,7 @@ SortStats sortThrough(host::SortServer& server, const host::Geometry& geometry,
         sink(records, recordCount);
         progress.advance(static_cast<std::int64_t>(recordCount));
     });
-    stats.writeSeconds = stopwatch.lap();
+    stats.write = clock.lap();
 
     stats.recordCount = loaded.extent.recordCount;
     stats.recordLength = geometry.recordLength;
@@ -192,6 +179,7 @@ void sortFile(const SortOptions& asked) {
     std::vector<InputFile> inputs = openInputs(options.inputs);
     OutputFile output(options.output);
     Progress progress;
+    StageClock clock;
     if (isReadTwice(options)) {
         for (InputFile& input : inputs) {
             progress.begin("reading " + input.displayName());
@@ -215,8 +203,10 @@ void sortFile(const SortOptions& asked) {
             input.rewind();
         return flow();
     };
+    progress.begin("measuring");
     RecordFlow records = flow();
     const host::RequestBuilder userRequest = records.request;
+    const StageCost read = clock.lap();
     ShapedSort sort({options.mode, flowAgain, tempDirectoryOf(options)}, std::move(records));
     host::ServerOptions processOptions = serverOptions(options, sort, progress);
     const auto collation = putCollationInForce(options.collation, userRequest, processOptions);
@@ -227,9 +217,12 @@ void sortFile(const SortOptions& asked) {
                                    const host::RecordSource& source, const host::RecordSink& sink) {
         return sortThrough(server, geometry, request, source, sink, progress);
     });
-    Stopwatch finishing;
+    StageClock finishing;
     output.finish();
-    stats.writeSeconds += finishing.lap();
+    stats.write += finishing.lap();
+    stats.read = read;
+    stats.skippedCount = errors.skippedCount();
+    stats.ownPeakBytes = ownPeakBytes();
     fmt::print(stderr, "{}", errors.report());
     report(options, stats);
 }

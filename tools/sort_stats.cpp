@@ -3,9 +3,21 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
 
 namespace tvsort::tools {
+
+namespace {
+
+std::array<std::pair<std::string_view, StageCost>, 4> stagesOf(const SortStats& stats) {
+    return {
+        {{"read", stats.read}, {"load", stats.load}, {"sort", stats.sort}, {"write", stats.write}}};
+}
+
+}  // namespace
 
 void SortStats::addRequest(const SortStats& later) {
     const SortStats earlier = *this;
@@ -14,37 +26,52 @@ void SortStats::addRequest(const SortStats& later) {
     spilledBytes += earlier.spilledBytes;
     blocksRead += earlier.blocksRead;
     blocksWritten += earlier.blocksWritten;
-    loadSeconds += earlier.loadSeconds;
-    sortSeconds += earlier.sortSeconds;
-    writeSeconds += earlier.writeSeconds;
+    read += earlier.read;
+    load += earlier.load;
+    sort += earlier.sort;
+    write += earlier.write;
     processPeakBytes = std::max(earlier.processPeakBytes, later.processPeakBytes);
 }
 
 std::string statsAsText(const SortStats& stats) {
-    return fmt::format(
-        "records          {} of {} bytes\n"
-        "result           {} records\n"
+    std::string text = fmt::format(
+        "records read     {}\n"
+        "records sorted   {} of {} bytes\n"
+        "records written  {}\n",
+        stats.readCount, stats.recordCount, stats.recordLength, stats.writtenCount);
+    if (stats.skippedCount > 0) text += fmt::format("rows skipped     {}\n", stats.skippedCount);
+    if (stats.duplicateCount > 0) {
+        text += fmt::format("duplicates       {} removed\n", stats.duplicateCount);
+    }
+    if (stats.groupCount > 0) text += fmt::format("groups           {}\n", stats.groupCount);
+    text += fmt::format(
         "blocks           {} of {} bytes, {} records each\n"
         "frames           {}\n"
         "fitted           {}\n"
         "spilled          {} bytes\n"
         "blocks read      {}\n"
-        "blocks written   {}\n"
-        "load             {:.3f} s\n"
-        "sort             {:.3f} s\n"
-        "write            {:.3f} s\n"
-        "process memory   {} bytes at its peak\n",
-        stats.recordCount, stats.recordLength, stats.resultCount, stats.blockCount,
-        stats.blockBytes, stats.recordsPerBlock, stats.frameCount, stats.fitted ? "yes" : "no",
-        stats.spilledBytes, stats.blocksRead, stats.blocksWritten, stats.loadSeconds,
-        stats.sortSeconds, stats.writeSeconds, stats.processPeakBytes);
+        "blocks written   {}\n",
+        stats.blockCount, stats.blockBytes, stats.recordsPerBlock, stats.frameCount,
+        stats.fitted ? "yes" : "no", stats.spilledBytes, stats.blocksRead, stats.blocksWritten);
+    for (const auto& [name, cost] : stagesOf(stats)) {
+        text += fmt::format("{:<16} {:.3f} s, CPU {:.3f} s\n", name, cost.elapsedSeconds,
+                            cost.cpuSeconds);
+    }
+    return text + fmt::format(
+                      "process memory   {} bytes at its peak\n"
+                      "command memory   {} bytes at its peak\n",
+                      stats.processPeakBytes, stats.ownPeakBytes);
 }
 
 std::string statsAsJson(const SortStats& stats) {
-    const nlohmann::ordered_json json = {
+    nlohmann::ordered_json json = {
+        {"read_count", stats.readCount},
         {"record_count", stats.recordCount},
         {"record_length", stats.recordLength},
         {"result_count", stats.resultCount},
+        {"written_count", stats.writtenCount},
+        {"skipped_count", stats.skippedCount},
+        {"duplicate_count", stats.duplicateCount},
         {"group_count", stats.groupCount},
         {"records_per_block", stats.recordsPerBlock},
         {"block_bytes", stats.blockBytes},
@@ -54,11 +81,13 @@ std::string statsAsJson(const SortStats& stats) {
         {"spilled_bytes", stats.spilledBytes},
         {"blocks_read", stats.blocksRead},
         {"blocks_written", stats.blocksWritten},
-        {"load_seconds", stats.loadSeconds},
-        {"sort_seconds", stats.sortSeconds},
-        {"write_seconds", stats.writeSeconds},
-        {"process_peak_bytes", stats.processPeakBytes},
     };
+    for (const auto& [name, cost] : stagesOf(stats)) {
+        json[fmt::format("{}_seconds", name)] = cost.elapsedSeconds;
+        json[fmt::format("{}_cpu_seconds", name)] = cost.cpuSeconds;
+    }
+    json["process_peak_bytes"] = stats.processPeakBytes;
+    json["command_peak_bytes"] = stats.ownPeakBytes;
     return json.dump() + "\n";
 }
 

@@ -17,6 +17,17 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
+// The address sanitizer needs memory of its own.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+#else
+constexpr bool kSanitized = false;
+#endif
+
 class CsvFiles : public CommandTest {
   protected:
     using Files = std::map<std::string, std::string>;
@@ -204,9 +215,38 @@ TEST_F(CsvFiles, CanBeSortedWithoutTheirBadRows) {
                       HasSubstr("skipped: a.csv, line 6: the row has 1 fields"),
                       HasSubstr("skipped: a.csv, line 7: the row opens a quote"),
                       HasSubstr("4 rows skipped")));
+    const auto stats = nlohmann::json::parse(outcome.errors.substr(outcome.errors.find('{')));
+    EXPECT_EQ(stats["read_count"], 3);
+    EXPECT_EQ(stats["skipped_count"], 4);
+    const Outcome distinct = run("sort a.csv --key born:int --distinct --on-error=skip --stats");
+    EXPECT_THAT(distinct.errors, HasSubstr("records written  3\nrows skipped     4\n"));
     write("b.csv", "a\nx\n\"y\nx\n");
     EXPECT_THAT(run("sort b.csv --key a --unique --on-error=skip").errors,
                 HasSubstr("line 2 of b.csv and line 4 of b.csv have equal keys"));
+}
+
+TEST_F(CsvFiles, TenTimesTheMemoryAreSortedInTheMemory) {
+    constexpr std::int64_t kMemory = 4 << 20;
+    // What programs take for themselves, code and libraries included.
+    constexpr std::int64_t kProcessOwn = kSanitized ? 200 << 20 : 3 << 20;
+    constexpr std::int64_t kCommandOwn = kSanitized ? 200 << 20 : 14 << 20;
+    for (const std::size_t filling : {60, 1000}) {
+        std::mt19937 random(1);
+        std::string input = "key,text\n";
+        while (static_cast<std::int64_t>(input.size()) < 10 * kMemory) {
+            input += std::to_string(random()) + "," + std::string(filling, 'x') + "\n";
+        }
+        write("in.csv", input);
+        const Outcome outcome =
+            run("sort in.csv --key key:int --memory 4M --stats=json -o out.csv");
+        ASSERT_EQ(outcome.status, 0) << outcome.errors;
+        const auto stats = nlohmann::json::parse(outcome.errors);
+        EXPECT_LT(stats["process_peak_bytes"], kMemory + kProcessOwn) << filling;
+        EXPECT_LT(stats["command_peak_bytes"], kMemory + kCommandOwn) << filling;
+        EXPECT_EQ(std::filesystem::file_size(folder() / "out.csv"), input.size());
+        EXPECT_EQ(run("sort out.csv --key key:int -o again.csv").status, 0);
+        EXPECT_TRUE(read("again.csv") == read("out.csv"));
+    }
 }
 
 // Against the standard library, on files of rows short and long.
