@@ -129,9 +129,10 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
 
     RecordFlow flow;
     flow.kind = InputKind::kRows;
-    if (!layout.carriesRows()) flow.memoryBytes = memoryBytes / kFetchShare;
+    if (!layout.carriesRows()) flow.memoryShare = kFetchShare;
     flow.delimiter = table->delimiter;
     flow.recordLength = layout.recordLength();
+    flow.fields = layout.fields();
     flow.request = layout.request(kWeightTableId);
     addWeights(options, flow.request);
     std::uint64_t inputStart = 0;
@@ -154,7 +155,7 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
     }
     flow.output =
         std::make_shared<CsvOutput>(CsvOutput::Form{layout, headOf(*table, mode), table->lineEnd},
-                                    inputs, flow.memoryBytes, output);
+                                    inputs, memoryBytes / kFetchShare, output);
     if (mode.hierarchy) {
         flow.readLevel = [layout](const Byte* record) -> LevelReading {
             return {layout.levelOf(record), ""};

@@ -72,6 +72,20 @@ host::RequestBuilder CsvRecord::request(std::uint16_t weightTableId) const {
     return request;
 }
 
+std::vector<RecordField> CsvRecord::fields() const {
+    std::vector<RecordField> fields;
+    std::size_t offset = 0;
+    for (const KeyColumn& key : keys_) {
+        fields.push_back({offset, key.field.fieldBytes(), "column " + key.name});
+        offset += key.field.fieldBytes();
+    }
+    fields.push_back({nullsOffset_, keys_.size(), "null indicators"});
+    if (level_.has_value()) fields.push_back({levelOffset_, sizeof(std::int32_t), "level"});
+    fields.push_back({rowOffset_, static_cast<std::size_t>(recordLength_ - rowOffset_),
+                      carriesRows() ? "row" : "row's place and length"});
+    return fields;
+}
+
 void CsvRecord::encode(const std::vector<CsvField>& fields, std::string_view row,
                        std::uint64_t place, Byte* target) {
     // What is not filled is cleared: equal rows make equal records.

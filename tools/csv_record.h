@@ -24,6 +24,7 @@
 #include "service/bytes.h"
 #include "tools/column_type.h"
 #include "tools/csv_rows.h"
+#include "tools/record_field.h"
 
 namespace tvsort::tools {
 
@@ -56,6 +57,8 @@ class CsvRecord {
     bool carriesRows() const { return carriedBytesMax_ > 0; }
     // Orders records by their keys; weight tables are the caller's to add, under `weightTableId`.
     host::RequestBuilder request(std::uint16_t weightTableId) const;
+
+    std::vector<RecordField> fields() const;
 
     // Lays a row with these fields to `target`. `place` is used where rows are left behind. A value
     // that breaks its type's rules is thrown as bad use that names the column.

@@ -84,6 +84,24 @@ void FramedRecord::frame(const Byte* record, std::int32_t number, Byte flag, Byt
     std::copy_n(record, userLength_, target + headerBytes_);
 }
 
+std::vector<RecordField> FramedRecord::fields(const std::vector<RecordField>& userFields) const {
+    const bool isNumbered = kind_ == FrameKind::kNumbered;
+    std::vector<RecordField> fields = {
+        {kNumberOffset, kNumberBytes, isNumbered ? "number of the record" : "level"}};
+    if (isNumbered) {
+        fields.push_back({kRecordFlagOffset, 1, "flag: operand, end of group"});
+    } else {
+        fields.push_back({kBehindLevelOffset, 2 * kNumberBytes, "subtree size, place in result"});
+    }
+    const std::size_t fieldsEnd = isNumbered ? kNumberedFieldsEnd : kLevelledFieldsEnd;
+    if (nullsOffset_.has_value()) {
+        fields.push_back({fieldsEnd, headerBytes_ - fieldsEnd, "null indicators"});
+    }
+    for (const RecordField& field : userFields)
+        fields.push_back({headerBytes_ + field.offset, field.byteCount, field.content});
+    return fields;
+}
+
 bool FramedRecord::hasNull(const Byte* framed) const {
     if (!nullsOffset_.has_value()) return false;
     const Byte* const nulls = framed + copiedNullsOffset_;

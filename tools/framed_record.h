@@ -29,10 +29,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/request_builder.h"
 #include "service/bytes.h"
 #include "service/messages.h"
+#include "tools/record_field.h"
 
 namespace tvsort::tools {
 
@@ -56,6 +58,9 @@ class FramedRecord {
     // Lays a header and the user's record to `target`. `number` is the record's number or level,
     // `flag` what the process finds in the flag of a numbered record.
     void frame(const Byte* record, std::int32_t number, Byte flag, Byte* target) const;
+
+    // The header's parts, and those of the user's record behind it.
+    std::vector<RecordField> fields(const std::vector<RecordField>& userFields) const;
 
     const Byte* recordOf(const Byte* framed) const { return framed + headerBytes_; }
     std::int32_t numberOf(const Byte* framed) const { return loadI32(framed); }

@@ -39,6 +39,12 @@ host::RequestBuilder LineRecord::request() const {
     return request;
 }
 
+std::vector<RecordField> LineRecord::fields() const {
+    const std::size_t first = kPrefix + firstPartMax_;
+    if (secondPartMax_ == 0) return {{0, first, "line"}};
+    return {{0, first, "line, first part"}, {first, kPrefix + secondPartMax_, "line, rest"}};
+}
+
 void LineRecord::encode(std::string_view line, Byte* target) const {
     const std::string_view first = line.substr(0, firstPartMax_);
     encodePart(first, firstPartMax_, target);

@@ -15,9 +15,11 @@
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "host/request_builder.h"
 #include "service/bytes.h"
+#include "tools/record_field.h"
 
 namespace tvsort::tools {
 
@@ -33,6 +35,8 @@ class LineRecord {
     std::uint16_t recordLength() const { return recordLength_; }
     // Orders lines by their bytes, a line before those that continue it.
     host::RequestBuilder request() const;
+
+    std::vector<RecordField> fields() const;
 
     // Lays the line, of up to `lineBytesMax` bytes, into the record at `target`.
     void encode(std::string_view line, Byte* target) const;

@@ -115,6 +115,7 @@ RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
     RecordFlow flow;
     flow.kind = InputKind::kLines;
     flow.recordLength = layout.recordLength();
+    flow.fields = layout.fields();
     flow.request = layout.request();
     for (InputFile& input : inputs) {
         const auto lines = std::make_shared<LineSource>(input, layout, lineBytesMax);

@@ -18,6 +18,7 @@
 #include "tools/operand_input.h"
 #include "tools/outline_level.h"
 #include "tools/output_file.h"
+#include "tools/record_field.h"
 #include "tools/record_options.h"
 #include "tools/record_output.h"
 
@@ -30,8 +31,10 @@ struct RecordFlow {
     host::RequestBuilder request;
     std::vector<Operand> operands;  // one for each input
     std::shared_ptr<RecordOutput> output;
-    std::uint64_t memoryBytes = 0;  // that the output takes for itself
-    LevelReader readLevel;          // for a hierarchy only
+    std::vector<RecordField> fields;  // of records that the command has made
+    // The output takes one of so many parts of the memory for itself; 0: nothing.
+    std::uint64_t memoryShare = 0;
+    LevelReader readLevel;  // for a hierarchy only
 };
 
 // Fixed-length records as the options describe them. Inputs and output are needed as long as the

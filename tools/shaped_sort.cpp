@@ -38,6 +38,10 @@ std::uint16_t ShapedSort::recordLength() const {
     return frame_.has_value() ? frame_->recordLength() : flow_.recordLength;
 }
 
+std::vector<RecordField> ShapedSort::fields() const {
+    return frame_.has_value() ? frame_->fields(flow_.fields) : flow_.fields;
+}
+
 SortStats ShapedSort::run(const SortOnce& sortOnce) {
     SortStats stats = shape(sortOnce);
     StageClock clock;

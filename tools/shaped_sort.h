@@ -38,13 +38,15 @@ class ShapedSort {
 
     // Bytes of the records that the process gets.
     std::uint16_t recordLength() const;
-    // Of the sort's memory, what the process cannot have.
-    std::uint64_t memoryBytesBeside() const { return flow_.memoryBytes; }
+    std::vector<RecordField> fields() const;
+    // Of the sort's memory, one of so many parts is not the process's; 0: all is.
+    std::uint64_t memoryShare() const { return flow_.memoryShare; }
     // Reads all inputs and writes the output, with as many requests as that takes.
     SortStats run(const SortOnce& sortOnce);
+    // The same without the end of the output.
+    SortStats shape(const SortOnce& sortOnce);
 
   private:
-    SortStats shape(const SortOnce& sortOnce);
     SortStats sortPlain(const SortOnce& sortOnce);
     SortStats sortDistinct(const SortOnce& sortOnce);
     SortStats sortGroups(const SortOnce& sortOnce);

@@ -20,16 +20,14 @@ inline constexpr int kStatusFailure = 2;
 inline constexpr int kStatusInterrupted = 128;
 
 void addSortCommand(CLI::App& app, int& exitStatus);
+void addExplainCommand(CLI::App& app, int& exitStatus);
 void addVerifyCommand(CLI::App& app, int& exitStatus);
 void addGenerateCommand(CLI::App& app, int& exitStatus);
 void addCollationCommand(CLI::App& app, int& exitStatus);
 
 using AddSubcommand = void (*)(CLI::App& app, int& exitStatus);
-inline constexpr std::array<AddSubcommand, 4> kSubcommands = {
-    addSortCommand,
-    addVerifyCommand,
-    addGenerateCommand,
-    addCollationCommand,
+inline constexpr std::array<AddSubcommand, 5> kSubcommands = {
+    addSortCommand, addExplainCommand, addVerifyCommand, addGenerateCommand, addCollationCommand,
 };
 
 }  // namespace tvsort::tools

@@ -81,6 +81,12 @@ host::RequestBuilder ValueLineRecord::request() const {
     return request;
 }
 
+std::vector<RecordField> ValueLineRecord::fields() const {
+    return {{0, nullOffset_, "value"},
+            {nullOffset_, 1, "null indicator"},
+            {nullOffset_ + std::size_t{1}, kPrefix + extent_.lineBytesMax, "line"}};
+}
+
 void ValueLineRecord::encode(host::ValueEncoder& encoder, std::string_view line,
                              Byte* target) const {
     // What is not filled is cleared: equal lines make equal records.
@@ -154,6 +160,7 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
     RecordFlow flow;
     flow.kind = InputKind::kLines;
     flow.recordLength = layout.recordLength();
+    flow.fields = layout.fields();
     flow.request = layout.request();
     for (InputFile& input : inputs) {
         const auto lines = std::make_shared<ValueLineSource>(type, layout, input);

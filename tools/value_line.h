@@ -23,6 +23,7 @@
 #include "tools/line_input.h"
 #include "tools/mode_options.h"
 #include "tools/output_file.h"
+#include "tools/record_field.h"
 #include "tools/record_flow.h"
 
 namespace tvsort::tools {
@@ -49,6 +50,8 @@ class ValueLineRecord {
     std::uint16_t recordLength() const { return recordLength_; }
     // Orders lines by their values.
     host::RequestBuilder request() const;
+
+    std::vector<RecordField> fields() const;
 
     // Lays the line and its value to `target`. A line that is no value, and one beyond the extent,
     // is thrown as bad use.

@@ -1,0 +1,98 @@
+// What the command explains, beside what it then does.
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+#include <regex>
+
+#include "tests/system/command_fixture.h"
+
+namespace tvsort::test {
+namespace {
+
+using testing::HasSubstr;
+
+class Explain : public CommandTest {
+  protected:
+    // The memory that the explanation names behind these words, in KiB; 0 for none.
+    static int memoryBehind(const std::string& words, const std::string& text) {
+        std::smatch found;
+        const bool any = std::regex_search(text, found, std::regex(words + " --memory (\\d+)K"));
+        return any ? std::stoi(found[1]) : 0;
+    }
+    std::string explain(const std::string& words) const {
+        const Outcome outcome = run("explain " + words);
+        EXPECT_EQ(outcome.status, 0) << words << outcome.errors;
+        return outcome.output;
+    }
+};
+
+TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
+    write("a.csv", "name,born\nann,1950\nbo,\n");
+    EXPECT_EQ(explain("a.csv --key name --key born:int16:desc:nulls-last --limit 7 --hex"),
+              "record    20 bytes\n"
+              "  offset  bytes  content          type     key                null byte\n"
+              "       0      5  column name      string   1 asc              7\n"
+              "       5      2  column born      integer  2 desc nulls-last  8\n"
+              "       7      2  null indicators\n"
+              "       9     11  row\n"
+              "records   2\n"
+              "blocks    1 of 65536 bytes, 3276 records each\n"
+              "frames    1024 in 67108864 bytes of memory\n"
+              "fits      yes, in any memory that makes a pool\n"
+              "method    quicksort, in any memory: there are fewer than 10000 records\n"
+              "request   122 bytes\n"
+              "      0  7a 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
+              "     16  00 00 00 00 20 20 20 20 00 00 00 00 00 00 00 00\n"
+              "     32  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00\n"
+              "     48  00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
+              "     64  10 00 00 00 02 00 00 00 cc 0c 14 00 03 00 00 00\n"
+              "     80  07 00 00 00 09 00 05 00 00 00 01 00 01 00 01 00\n"
+              "     96  02 00 02 00 05 00 20 00 02 00 01 00 00 00 02 00\n"
+              "    112  07 00 04 00 00 00 00 00 00 00\n");
+    EXPECT_THAT(explain("a.csv a.csv a.csv --key name --intersect"), HasSubstr("the first of 2"));
+    write("records", "0123");
+    EXPECT_THAT(explain("records --record-length 2 --key bytes:0:2 --unique"),
+                HasSubstr("       0      4  number of the record         integer  2 asc\n"));
+    EXPECT_THAT(explain("records --record-length 2 --key float:0 2>&1; true"),
+                HasSubstr("reaches"));
+}
+
+TEST_F(Explain, SaysWhereFitAndMethodChange) {
+    ASSERT_EQ(run("generate --records 20000 -o records").status, 0);
+    std::string csv = "key,text\n";
+    for (int i = 0; i < 20000; ++i)
+        csv += std::to_string(i * 7919 % 20000) + "," + std::string(200, 'x') + "\n";
+    write("in.csv", csv);
+    for (const std::string words :
+         {"records --record-length 100 --key bytes:0:10", "in.csv --key key:int"}) {
+        SCOPED_TRACE(words);
+        const int fits = memoryBehind("spill below", explain(words));
+        const int distributes = memoryBehind("quicksort below", explain(words));
+        ASSERT_GT(fits, 100);
+        ASSERT_GT(distributes, fits);
+        struct Case {
+            int memory;
+            bool fitted;
+            bool distributes;
+        };
+        for (const Case& c : {Case{fits - 4, false, false}, Case{fits, true, false},
+                              Case{distributes - 4, true, false}, Case{distributes, true, true}}) {
+            const std::string memory = " --memory " + std::to_string(c.memory) + "K";
+            const std::string text = explain(words + memory);
+            const auto stats =
+                nlohmann::json::parse(run("sort -o out --stats=json " + words + memory).errors);
+            EXPECT_EQ(stats["fitted"], c.fitted) << memory;
+            EXPECT_THAT(text, HasSubstr(c.fitted ? "fits      yes" : "fits      no")) << memory;
+            EXPECT_THAT(text, HasSubstr("blocks    " + stats["block_count"].dump() + " of " +
+                                        stats["block_bytes"].dump() + " bytes, " +
+                                        stats["records_per_block"].dump() + " records"));
+            EXPECT_THAT(text, HasSubstr("frames    " + stats["frame_count"].dump() + " in"));
+            EXPECT_THAT(text, HasSubstr(c.distributes ? "method    distribution sort"
+                                                      : "method    quicksort"));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tvsort::test
