@@ -12,20 +12,6 @@ namespace tvsort::host {
 
 namespace {
 
-// Fills one block from the source; answers the records in it, fewer than a block's at the end.
-std::size_t fillBlock(std::span<Byte> block, const Geometry& geometry, const RecordSource& source) {
-    std::size_t filled = 0;
-    while (filled < geometry.recordsPerBlock) {
-        const std::size_t added = source(block.data() + filled * geometry.recordLength,
-                                         geometry.recordsPerBlock - filled);
-        if (added == 0) break;
-        filled += added;
-    }
-    const std::size_t usedBytes = filled * geometry.recordLength;
-    std::fill(block.begin() + static_cast<std::ptrdiff_t>(usedBytes), block.end(), Byte{0});
-    return filled;
-}
-
 void countBlock(Extent& extent, std::size_t records) {
     constexpr auto kRecordsMax = std::numeric_limits<std::int32_t>::max();
     if (records > static_cast<std::size_t>(kRecordsMax - extent.recordCount)) {
@@ -58,28 +44,61 @@ Geometry chooseGeometry(std::uint16_t recordLength, std::int32_t blockPages) {
     return {recordLength, blockPages, static_cast<std::uint16_t>(perBlock)};
 }
 
+RecordLoader::RecordLoader(const SlotMemory& memory, int slotNumber, WorkFile& workFile,
+                           const Geometry& geometry)
+    : memory_(memory),
+      slotNumber_(slotNumber),
+      workFile_(workFile),
+      geometry_(geometry),
+      frameCount_(memory.frameCount(geometry.blockPages)) {
+    workFile_.makeEmpty();
+}
+
+Byte* RecordLoader::room(std::size_t& recordsMax) {
+    if (block_.empty()) {
+        const std::int32_t blockIndex = loaded_.extent.fileBlocks;
+        const bool inFrames = blockIndex < frameCount_;
+        if (!inFrames) spill_.resize(geometry_.blockBytes());
+        block_ = inFrames ? memory_.frame(slotNumber_, blockIndex, geometry_.blockPages)
+                          : std::span(spill_);
+    }
+    recordsMax = geometry_.recordsPerBlock - blockRecords_;
+    return block_.data() + blockRecords_ * geometry_.recordLength;
+}
+
+void RecordLoader::took(std::size_t recordCount) {
+    blockRecords_ += recordCount;
+    if (blockRecords_ == geometry_.recordsPerBlock) endBlock();
+}
+
+void RecordLoader::endBlock() {
+    const std::size_t usedBytes = blockRecords_ * geometry_.recordLength;
+    std::fill(block_.begin() + static_cast<std::ptrdiff_t>(usedBytes), block_.end(), Byte{0});
+    countBlock(loaded_.extent, blockRecords_);
+    if (loaded_.extent.fileBlocks > frameCount_) {
+        workFile_.writeBlock(loaded_.extent.fileBlocks, block_);
+    }
+    block_ = {};
+    blockRecords_ = 0;
+}
+
+LoadedData RecordLoader::finish() {
+    if (blockRecords_ > 0) endBlock();
+    loaded_.fitted = loaded_.extent.fileBlocks <= frameCount_;
+    loaded_.workFileBytes = workFile_.writtenBytes();
+    return loaded_;
+}
+
 LoadedData loadRecords(const SlotMemory& memory, int slotNumber, WorkFile& workFile,
                        const Geometry& geometry, const RecordSource& source) {
-    const std::int32_t frameCount = memory.frameCount(geometry.blockPages);
-    workFile.makeEmpty();
-    LoadedData loaded;
-    std::vector<Byte> spill;
-    bool ended = false;
-    while (!ended) {
-        const std::int32_t blockIndex = loaded.extent.fileBlocks;
-        const bool inFrames = blockIndex < frameCount;
-        if (!inFrames) spill.resize(geometry.blockBytes());
-        const std::span<Byte> block =
-            inFrames ? memory.frame(slotNumber, blockIndex, geometry.blockPages) : std::span(spill);
-        const std::size_t records = fillBlock(block, geometry, source);
-        ended = records < geometry.recordsPerBlock;
-        if (records == 0) break;
-        countBlock(loaded.extent, records);
-        if (!inFrames) workFile.writeBlock(loaded.extent.fileBlocks, block);
+    RecordLoader loader(memory, slotNumber, workFile, geometry);
+    for (;;) {
+        std::size_t recordsMax = 0;
+        Byte* const room = loader.room(recordsMax);
+        const std::size_t records = source(room, recordsMax);
+        if (records == 0) return loader.finish();
+        loader.took(records);
     }
-    loaded.fitted = loaded.extent.fileBlocks <= frameCount;
-    loaded.workFileBytes = workFile.writtenBytes();
-    return loaded;
 }
 
 void readRecords(const SlotMemory& memory, int slotNumber, const WorkFile& workFile,

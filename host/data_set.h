@@ -11,6 +11,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
+#include <vector>
 
 #include "host/request_builder.h"
 #include "host/slot_memory.h"
@@ -38,6 +40,34 @@ struct LoadedData {
     Extent extent;
     bool fitted = true;              // all blocks are in the frames
     std::int64_t workFileBytes = 0;  // written to the work file
+};
+
+// Lays records into frames and work file as they come.
+class RecordLoader {
+  public:
+    // Empties the work file. All that is passed but the geometry must outlive the loader.
+    RecordLoader(const SlotMemory& memory, int slotNumber, WorkFile& workFile,
+                 const Geometry& geometry);
+
+    // Room for `recordsMax` records, one or more, in the block that is being filled.
+    Byte* room(std::size_t& recordsMax);
+    // So many records have been put there. More than 2147483647 in all are bad use.
+    void took(std::size_t recordCount);
+    // No record follows.
+    LoadedData finish();
+
+  private:
+    void endBlock();
+
+    const SlotMemory& memory_;
+    int slotNumber_;
+    WorkFile& workFile_;
+    Geometry geometry_;
+    std::int32_t frameCount_;
+    LoadedData loaded_;
+    std::vector<Byte> spill_;
+    std::span<Byte> block_;         // that is being filled; empty between blocks
+    std::size_t blockRecords_ = 0;  // in it
 };
 
 // Lays all records of `source` into frames and work file. More than 2147483647 of them are bad use.

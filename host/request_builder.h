@@ -61,6 +61,7 @@ class RequestBuilder {
     const std::vector<KeyDescriptor>& keys() const { return keys_; }
     const std::vector<ByteWeightTable>& weightTables() const { return tables_; }
     SortMode mode() const { return mode_; }
+    std::int32_t limit() const { return limitCount_; }
     std::optional<std::uint16_t> nullIndicatorsOffset() const { return nullIndicatorsOffset_; }
 
     // The whole message; `serial` comes back in the reply.

@@ -125,6 +125,10 @@ LoadedData SortSlot::load(const Geometry& geometry, const RecordSource& source) 
     return loadRecords(memory_, slotNumber_, workFile_, geometry, source);
 }
 
+RecordLoader SortSlot::loader(const Geometry& geometry) {
+    return {memory_, slotNumber_, workFile_, geometry};
+}
+
 SortReply SortSlot::ask(const RequestBuilder& request, const Geometry& geometry,
                         const Extent& extent) {
     serial_ += 1;

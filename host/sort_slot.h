@@ -96,6 +96,8 @@ class SortSlot {
 
     // Lays the records into frames and work file.
     LoadedData load(const Geometry& geometry, const RecordSource& source);
+    // The same for records that come one by one; one loader at a time.
+    RecordLoader loader(const Geometry& geometry);
     // Sends the request and gives the reply, whatever its code.
     SortReply ask(const RequestBuilder& request, const Geometry& geometry, const Extent& extent);
     // Hands the first `recordCount` records of the result to the sink.

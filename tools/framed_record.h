@@ -68,6 +68,8 @@ class FramedRecord {
     // Whether the process has marked a numbered record as the last of its group, which it does for
     // all groups but the last.
     bool endsGroup(const Byte* framed) const { return (flagOf(framed) & kGroupEndBit) != 0; }
+    // Does what the process does.
+    static void markGroupEnd(Byte* framed) { framed[kRecordFlagOffset] |= kGroupEndBit; }
     // Whether a key of the user's is null.
     bool hasNull(const Byte* framed) const;
 

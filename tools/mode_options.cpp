@@ -21,16 +21,17 @@ struct OperationRule {
     bool takesAll;
     bool takesLimit;
     bool takesLevel;
+    bool takesProcesses;
 };
 
 constexpr std::array kRules = {
-    OperationRule{Operation::kOrder, "a plain sort", 1, false, true, false},
-    OperationRule{Operation::kDistinct, "--distinct", 1, false, false, false},
-    OperationRule{Operation::kGroups, "--groups", 1, false, false, false},
-    OperationRule{Operation::kIntersect, "--intersect", 2, true, false, false},
-    OperationRule{Operation::kExcept, "--except", 2, true, false, false},
-    OperationRule{Operation::kUnique, "--unique", 1, false, true, false},
-    OperationRule{Operation::kHierarchy, "--hierarchy", 1, false, true, true},
+    OperationRule{Operation::kOrder, "a plain sort", 1, false, true, false, true},
+    OperationRule{Operation::kDistinct, "--distinct", 1, false, false, false, true},
+    OperationRule{Operation::kGroups, "--groups", 1, false, false, false, true},
+    OperationRule{Operation::kIntersect, "--intersect", 2, true, false, false, false},
+    OperationRule{Operation::kExcept, "--except", 2, true, false, false, false},
+    OperationRule{Operation::kUnique, "--unique", 1, false, true, false, true},
+    OperationRule{Operation::kHierarchy, "--hierarchy", 1, false, true, true, false},
 };
 
 const OperationRule& ruleOf(Operation operation) {
@@ -184,6 +185,7 @@ void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surrou
     checkTaken("--all", options.all, &OperationRule::takesAll, rule);
     checkTaken("--limit", options.limitCount.has_value(), &OperationRule::takesLimit, rule);
     checkTaken("--level", !options.level.empty(), &OperationRule::takesLevel, rule);
+    checkTaken("--processes", surroundings.processCount > 1, &OperationRule::takesProcesses, rule);
     checkTaken("--indent", !options.indent.empty(), &OperationRule::takesLevel, rule);
     checkInputs(rule, surroundings.inputCount);
     if (rule.takesLevel) checkHierarchy(options, surroundings.kind);

@@ -65,6 +65,7 @@ inline constexpr char kIndentByTabs[] = "tab";
 struct ModeSurroundings {
     std::size_t inputCount;
     InputKind kind;
+    int processCount;
 };
 
 // Adds the options to a subcommand; they fill `options` when it is parsed.

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 
 #include "host/sort_server.h"
 #include "tools/collation_command.h"
@@ -19,6 +20,7 @@ namespace tvsort::tools {
 
 namespace {
 
+constexpr int kProcessesMax = 64;
 constexpr double kTimeoutSecondsMin = 0.001;
 constexpr double kTimeoutSecondsMax = 1e9;
 
@@ -28,13 +30,17 @@ host::ServerOptions serverOptions(SortSetup& setup) {
     server.processPath = findProcess(options.process);
     server.memoryPages = setup.memoryPlan().pages;
     server.pagesPerBlock = setup.memoryPlan().blockPages;
+    server.slotCount = options.processCount;
     server.tempDirectory = tempDirectoryOf(options);
     if (options.timeoutSeconds.has_value()) {
         server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};
         server.startTimeout = std::min(server.startTimeout, server.requestTimeout);
     }
-    server.whileWaiting = [&progress = setup.progress()] {
+    // Several slots wait in threads of their own.
+    const auto oneAtATime = std::make_shared<std::mutex>();
+    server.whileWaiting = [&progress = setup.progress(), oneAtATime] {
         throwIfInterrupted();
+        const std::lock_guard lock(*oneAtATime);
         progress.tick();
     };
     return server;
@@ -61,11 +67,10 @@ void sortFile(const SortOptions& options) {
     host::SortServer server(processOptions);
     const host::Geometry geometry =
         host::chooseGeometry(setup.sort().recordLength(), server.options().pagesPerBlock);
-    SortStats stats =
-        setup.sort().run([&](const host::RequestBuilder& request, const host::RecordSource& source,
-                             const host::RecordSink& sink) {
-            return sortThroughSlot(server, geometry, request, source, sink, setup.progress());
-        });
+    SlotSort slots(server, geometry, setup.keyRanges(), setup.userRecordLength(), setup.progress());
+    SortStats stats = setup.sort().run(
+        [&](const host::RequestBuilder& request, const host::RecordSource& source,
+            const host::RecordSink& sink) { return slots.sort(request, source, sink); });
     StageClock finishing;
     setup.output().finish();
     stats.write += finishing.lap();
@@ -86,6 +91,11 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
         .add_option("--timeout", options->timeoutSeconds,
                     "Give the sort up after so many seconds; never without it")
         ->check(CLI::Range(kTimeoutSecondsMin, kTimeoutSecondsMax));
+    command
+        .add_option("--processes", options->processCount,
+                    "So many sort processes, each for a range of keys and with its part of the "
+                    "memory; inputs are read once more to find the ranges")
+        ->check(CLI::Range(1, kProcessesMax));
     command.add_option("--process", options->process, "The tvsort program to use");
     command
         .add_flag("--stats{text}", options->stats,

@@ -1,5 +1,7 @@
 #include "tools/sort_setup.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -7,6 +9,7 @@
 #include "host/private_directory.h"
 #include "tools/csv_flow.h"
 #include "tools/record_flow.h"
+#include "tools/sampling.h"
 #include "tools/spool.h"
 #include "tools/value_line.h"
 
@@ -23,7 +26,8 @@ std::vector<InputFile> openInputs(const std::vector<std::string>& names) {
 
 // Lines must be measured before they are sorted; what is not unique is read again to be named.
 bool isReadTwice(const SortOptions& options) {
-    return inputKindOf(options.records) != InputKind::kRecords || !options.mode.unique.empty();
+    return inputKindOf(options.records) != InputKind::kRecords || !options.mode.unique.empty() ||
+           options.processCount > 1;
 }
 
 // The conversion of sizes would take a negative number for a very large one.
@@ -34,7 +38,8 @@ std::string refuseNegative(const std::string& text) {
 SortOptions understood(SortOptions options) {
     recogniseFormat(options.inputs, options.records);
     checkRecordOptions(options.records);
-    checkModeOptions(options.mode, {options.inputs.size(), inputKindOf(options.records)});
+    checkModeOptions(options.mode,
+                     {options.inputs.size(), inputKindOf(options.records), options.processCount});
     return options;
 }
 
@@ -56,19 +61,42 @@ SortSetup::SortSetup(const SortOptions& options)
     RecordFlow flow = makeFlow();
     readCost_ = clock.lap();
     userRequest_ = flow.request;
-    const auto flowAgain = [this] {
-        for (InputFile& input : inputs_)
-            input.rewind();
-        return makeFlow();
-    };
+    userRecordLength_ = flow.recordLength;
     sort_ = std::make_unique<ShapedSort>(
-        ShapedSort::Setting{options_.mode, flowAgain, tempDirectoryOf(options_)}, std::move(flow));
+        ShapedSort::Setting{options_.mode, [this] { return makeFlowAgain(); },
+                            tempDirectoryOf(options_)},
+        std::move(flow));
     memoryPlan_ = planMemory(memoryRequest());
 }
 
 MemoryRequest SortSetup::memoryRequest() const {
     return {options_.memoryBytes, options_.blockPages, sort_->recordLength(), sort_->memoryShare(),
-            1};
+            options_.processCount};
+}
+
+std::optional<host::KeyRanges> SortSetup::keyRanges() {
+    if (options_.processCount == 1) return std::nullopt;
+    const std::string hindrance = host::splitHindrance(userRequest_, !options_.collation.empty());
+    if (!hindrance.empty()) {
+        throw host::badUse(fmt::format(
+            "--processes splits records by their keys, and the keys {}; leave it out", hindrance));
+    }
+    StageClock clock;
+    progress_.begin("sampling");
+    const RecordFlow flow = makeFlowAgain();
+    const host::KeyRanges ranges =
+        sampleKeyRanges(flow, static_cast<std::size_t>(options_.processCount));
+    for (InputFile& input : inputs_)
+        input.rewind();
+    errors_.restart();
+    readCost_ += clock.lap();
+    return ranges;
+}
+
+RecordFlow SortSetup::makeFlowAgain() {
+    for (InputFile& input : inputs_)
+        input.rewind();
+    return makeFlow();
 }
 
 void SortSetup::makeInputsRereadable() {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/key_ranges.h"
 #include "tools/input_file.h"
 #include "tools/memory_plan.h"
 #include "tools/mode_options.h"
@@ -34,6 +35,7 @@ struct SortOptions {
     std::optional<double> timeoutSeconds;
     std::string process;
     std::string stats;  // empty, "text" or "json"
+    int processCount = 1;
 };
 
 // Adds the options that say what is sorted, how, and with how much memory.
@@ -54,8 +56,11 @@ class SortSetup {
     const MemoryPlan& memoryPlan() const { return memoryPlan_; }
     // What the plan was made from, for other amounts of memory.
     MemoryRequest memoryRequest() const;
-    // As the user's records have them.
+    // As the user's records have them, of so many bytes.
     const host::RequestBuilder& userRequest() const { return userRequest_; }
+    std::uint16_t userRecordLength() const { return userRecordLength_; }
+    // The parts of several processes; none for one. Reads the inputs once more.
+    std::optional<host::KeyRanges> keyRanges();
     const StageCost& readCost() const { return readCost_; }
     const RowErrors& errors() const { return errors_; }
 
@@ -66,6 +71,7 @@ class SortSetup {
   private:
     void makeInputsRereadable();
     RecordFlow makeFlow();
+    RecordFlow makeFlowAgain();
 
     SortOptions options_;
     std::vector<InputFile> inputs_;
@@ -73,6 +79,7 @@ class SortSetup {
     Progress progress_;
     RowErrors errors_;
     host::RequestBuilder userRequest_;
+    std::uint16_t userRecordLength_ = 0;
     std::unique_ptr<ShapedSort> sort_;
     MemoryPlan memoryPlan_ = {};
     StageCost readCost_;
