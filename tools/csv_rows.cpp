@@ -12,7 +12,6 @@ namespace tvsort::tools {
 
 namespace {
 
-constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 constexpr std::size_t kFieldBytesStep = 4096;  // by which libcsv's own buffer grows
 
 constexpr char kStrayReturn[] =
@@ -123,8 +122,8 @@ void CsvRowParser::onEnd(int, void* self) {
     static_cast<CsvRowParser*>(self)->ended_ = true;
 }
 
-CsvRows::CsvRows(InputFile& input, char delimiter, std::size_t rowBytesMax)
-    : input_(input), parser_(delimiter), rowBytesMax_(rowBytesMax), buffer_(kBufferBytes) {}
+CsvRows::CsvRows(InputFile& input, char delimiter, std::size_t rowBytesMax, std::size_t bufferBytes)
+    : input_(input), parser_(delimiter), rowBytesMax_(rowBytesMax), buffer_(bufferBytes) {}
 
 bool CsvRows::next(CsvRow& row) {
     if (!started_) passMark();

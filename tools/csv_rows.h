@@ -82,12 +82,16 @@ class CsvRowParser {
     std::string problem_;
 };
 
+// What is read at once; the buffer grows with longer rows.
+inline constexpr std::size_t kCsvBufferBytes = std::size_t{256} * 1024;
+
 class CsvRows {
   public:
     // A row of more than `rowBytesMax` bytes is malformed, or, if its first line alone has more,
     // thrown as bad use. A byte order mark at the start is passed over; it
     // belongs to no row. Needs the input, at its start, as long as it reads.
-    CsvRows(InputFile& input, char delimiter, std::size_t rowBytesMax);
+    CsvRows(InputFile& input, char delimiter, std::size_t rowBytesMax,
+            std::size_t bufferBytes = kCsvBufferBytes);
 
     // The next row, whole or malformed, or false at the end. Its views are good until the next
     // call.
