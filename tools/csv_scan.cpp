@@ -17,6 +17,7 @@ constexpr char kCrLf[] = "\r\n";
 
 std::vector<std::string> namesOf(const std::vector<CsvField>& fields) {
     std::vector<std::string> names;
+    names.reserve(fields.size());
     for (const CsvField& field : fields)
         names.emplace_back(field.text);
     return names;
