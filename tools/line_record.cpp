@@ -12,7 +12,7 @@ constexpr std::size_t kPrefix = sizeof(std::uint16_t);
 
 KeyDescriptor partKey(std::size_t offset, std::size_t lengthMax) {
     return host::ascendingKey(DataType::kString, static_cast<std::uint16_t>(offset),
-                              static_cast<std::uint16_t>(lengthMax));
+                              static_cast<std::uint16_t>(kPrefix + lengthMax));
 }
 
 // What the part does not fill is cleared: equal lines make equal records.

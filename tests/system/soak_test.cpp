@@ -60,7 +60,7 @@ std::ostream& operator<<(std::ostream& out, const Load& load) {
 // A pool that most data sets exceed, and one that holds them twice, so that those of 10000 records
 // and more are distributed.
 const Load kLoads[] = {{"Spilling", 20, {1, 2, 4}, 700, 100, 1000},
-                       {"Distributed", 256, {1, 100, 120}, 60, 10, 200}};
+                       {"Distributed", 256, {1, 100, 120}, 60, 10, 1000}};
 
 int requestCount(const Load& load) {
     const char* const text = std::getenv("TVSORT_SOAK_REQUESTS");
