@@ -1,8 +1,9 @@
-// The inner parts of the sort, called in this program: one counting pass, addressing, and one
-// partition of a data set that is in the frames. The counter `record` is the time per record.
+// The inner parts of the sort, called in this program: one counting pass, addressing, one partition
+// of a data set that is in the frames, and short ranges. The counter `record` is the time per
+// record.
 //
 // A partition changes the records, so each is timed on a fresh copy of them; the copying is outside
-// the clock. Rows "without leading digits" stand behind a key that orders nothing.
+// the clock. Rows "without a deciding key" stand behind a key that orders nothing.
 
 #include <benchmark/benchmark.h>
 
@@ -15,6 +16,8 @@
 #include "service/sort_job.h"
 #include "sort/counting_pass.h"
 #include "sort/partition.h"
+#include "sort/range_insertion.h"
+#include "sort/short_range.h"
 #include "storage/page_pool.h"
 #include "storage/record_address.h"
 
@@ -122,6 +125,30 @@ void addPartitionRow(const Workload& workload) {
     benchmark::RegisterBenchmark(("partition/" + workload.name).c_str(), run)->UseManualTime();
 }
 
+// Ranges of `records` that stand in one block, one behind the other, each by `sort`.
+void addRangeRow(const std::string& name, const Workload& workload, std::int32_t records,
+                 void (*sort)(SortJob&, const HeldRecord&, const HeldRecord&, Byte*)) {
+    const auto run = [=](benchmark::State& state) {
+        PartBed bed(workload);
+        SortJob& job = bed.job();
+        std::vector<Byte> scratch(kRecordBufferBytes);
+        const auto sortAll = [&] {
+            for (std::int32_t n = 1; n + records <= kRecordCount; n += records) {
+                const HeldRecord low = locateRecord(job, n);
+                const HeldRecord high = locateRecord(job, n + records - 1);
+                if (low.frameIndex == high.frameIndex) sort(job, low, high, scratch.data());
+            }
+        };
+        timePerRecord(
+            state, [&] { bed.restore(); }, sortAll);
+    };
+    benchmark::RegisterBenchmark((name + "/" + workload.name).c_str(), run)->UseManualTime();
+}
+
+void sortShort(SortJob& job, const HeldRecord& low, const HeldRecord& high, Byte* scratch) {
+    benchmark::DoNotOptimize(sortShortRange(job, low, high, scratch));
+}
+
 // Every record once, `stride` records from one to the next: 1 stays in a block, more than a block
 // asks the pool each time.
 void addAddressRow(const std::string& name, std::int32_t stride) {
@@ -179,5 +206,10 @@ int main(int argumentCount, char** arguments) {
     }
     for (const Workload& workload : bench::fastPathWorkloads())
         addPartitionRow(workload);
+    for (const Workload& workload : {bench::textLines(), bench::workloads()[1]}) {
+        addRangeRow("insertion of 20", workload, 20, insertRange);
+        addRangeRow("short range of 20", workload, 20, sortShort);
+        addRangeRow("short range of 100", workload, 100, sortShort);
+    }
     benchmark::RunSpecifiedBenchmarks();
 }

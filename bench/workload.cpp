@@ -19,7 +19,7 @@ Workload workloadOf(std::string name, Arrangement arrangement = Arrangement::kRa
 // The same behind a first key that orders nothing: no path that knows the first key's type applies.
 Workload behindSkippedKey(Workload workload) {
     const host::RequestBuilder request = workload.request;
-    workload.name += ", without leading digits";
+    workload.name += ", without a deciding key";
     workload.request = host::RequestBuilder();
     workload.request.addKey(ascendingKey(DataType::kNone, 0, 0));
     for (KeyDescriptor key : request.keys()) {

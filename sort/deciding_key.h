@@ -15,7 +15,7 @@
 // reference in an earlier key, nulls and values without digits are left to the comparator: which
 // answers are given and which codes are raised is the same with a deciding key and without.
 //
-// What it buys: see the rows "without leading digits" of bench/.
+// What it buys: see the rows "without a deciding key" of bench/.
 
 #pragma once
 
