@@ -1,0 +1,2 @@
+situation = "just fitting"
+load "bench/plots/contest.gp"

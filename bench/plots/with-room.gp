@@ -1,0 +1,2 @@
+situation = "with room"
+load "bench/plots/contest.gp"
