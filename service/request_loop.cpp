@@ -52,6 +52,7 @@ void preparePool(SortJob& job) {
     clearHashTable(job, job.fileBlocks);
     job.framesInUse = std::min(job.fileBlocks, job.frameCount);
     job.mruFrame = job.framesInUse - 1;
+    job.currentFrame = 0;  // an earlier request's frame may not even exist in this one's geometry
     initPool(job, job.framesInUse,
              job.frameCount < job.fileBlocks ? DirtyFlags::kSet : DirtyFlags::kKeep);
 }

@@ -8,8 +8,7 @@
 //
 // Most fields belong to a request and are set afresh for each. Those that no request resets keep an
 // earlier request's value: `kind4Key` (meaningful only while `hasKind4Key` is 1), `compareState`,
-// `partitionStack`, `groupTable`, `currentFrame`, and the descriptors of frames that are not in
-// use.
+// `partitionStack`, `groupTable`, and the descriptors of frames that are not in use.
 //
 // Numbers of records, blocks and key positions count from 1, frames and buckets from 0. A record's
 // place is the byte offset of its first byte from `frameArea`.

@@ -231,6 +231,22 @@ TEST(Reply, OneRecordIsOneGroupAndNeedsNoSort) {
     }
 }
 
+// Where the last request stopped, and what stands in the descriptors of frames that this one does
+// not use, must not lead to a record: the distribution sort addresses none before the row limit
+// does.
+TEST(Pool, AnEarlierRequestsFrameIsNotLookedAt) {
+    ServedJob served({200, 2});
+    const Records records(10000, Bytes(8, 0));
+    Request request = served.lay(records, {.blockPages = 2, .recordLength = 8});
+    request.keys = {integerKey()};
+    request.head.limitCount = 1;
+    served.job().currentFrame = 399;  // of 400; with blocks of two pages there are 200
+    served.job().pageDescriptors[399].block = 1;
+    const Answer answer = served.ask(request);
+    EXPECT_EQ(answer.errorCode(), ErrorCode::kSuccess);
+    EXPECT_EQ(answer.reply().recordCount, 10000);  // all are equal
+}
+
 TEST(Reload, FailureIsReportedOnlyWhereNoEarlierOneIs) {
     ServedJob served;  // 5 frames
     const Records records = numbered(400);
