@@ -12,70 +12,15 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <numeric>
-#include <random>
 #include <sstream>
 
-#include "host/sort_server.h"
 #include "service/slot_layout.h"
+#include "tests/system/numbers_sorted.h"
 
 namespace tvsort::host {
 namespace {
 
 using testing::HasSubstr;
-
-constexpr Timeout kSoon{20000};
-constexpr std::uint16_t kRecordBytes = 64;
-
-ServerOptions optionsFor(std::int32_t memoryPages, std::int32_t pagesPerBlock, int slots = 1) {
-    ServerOptions options;
-    options.processPath = TVSORT_PROGRAM;
-    options.memoryPages = memoryPages;
-    options.pagesPerBlock = pagesPerBlock;
-    options.slotCount = slots;
-    options.requestTimeout = kSoon;
-    return options;
-}
-
-// The numbers 0 to `count` - 1, shuffled, at the start of records.
-std::vector<Byte> shuffledRecords(std::size_t count) {
-    std::vector<std::int32_t> numbers(count);
-    std::iota(numbers.begin(), numbers.end(), 0);
-    std::shuffle(numbers.begin(), numbers.end(), std::mt19937(7));
-    std::vector<Byte> records(count * kRecordBytes, 0x5a);
-    for (std::size_t i = 0; i < count; ++i)
-        storeAs(&records[i * kRecordBytes], numbers[i]);
-    return records;
-}
-
-RecordSource sourceOf(const std::vector<Byte>& records) {
-    return [&records, next = std::size_t{0}](Byte* target, std::size_t recordsMax) mutable {
-        const std::size_t count = std::min(recordsMax, (records.size() - next) / kRecordBytes);
-        std::copy_n(records.begin() + static_cast<std::ptrdiff_t>(next), count * kRecordBytes,
-                    target);
-        next += count * kRecordBytes;
-        return count;
-    };
-}
-
-RequestBuilder byNumber() {
-    RequestBuilder request;
-    request.addKey(ascendingKey(DataType::kInteger, 0, 4));
-    return request;
-}
-
-// Sorts the numbers and checks them all.
-void expectSorts(SortSlot& slot, std::size_t count) {
-    const std::vector<Byte> records = shuffledRecords(count);
-    const auto result = slot.sort(byNumber(), chooseGeometry(kRecordBytes, 1), sourceOf(records));
-    std::int32_t expected = 0;
-    result.read([&expected](const Byte* record, std::size_t here) {
-        for (std::size_t i = 0; i < here; ++i) {
-            ASSERT_EQ(loadI32(record + i * kRecordBytes), expected++);
-        }
-    });
-    EXPECT_EQ(expected, static_cast<std::int32_t>(count));
-}
 
 struct Ended {
     int status;
@@ -159,39 +104,6 @@ TEST(StartUp, SocketsThatCannotBeReachedAreNamedByTheSystemError) {
     close(object);
 }
 
-TEST(Channel, MessagesOfImpossibleLengthEndTheProcessWithStatusZero) {
-    for (const std::uint32_t length : {0U, 3U, 4U, 65529U, 0xffffffffU}) {
-        SortServer server(optionsFor(40, 8));
-        SortSlot& slot = server.slot(1);
-        Byte word[4];
-        storeAs(word, length);
-        slot.connection().send(word, kSoon);
-        EXPECT_TRUE(slot.process().waitForEnd(kSoon));
-        EXPECT_EQ(slot.process().waitStatus(), 0);
-        EXPECT_EQ(slot.process().outputText(),
-                  std::string("WARNING: TVSORT - too ") + (length > 5 ? "long" : "short") +
-                      " message received - " + std::to_string(static_cast<int>(length)) +
-                      " size. \n");
-    }
-}
-
-TEST(Channel, AMessageInSingleBytesAndOneOfTheLargestSizeAreServed) {
-    SortServer server(optionsFor(40, 8));
-    SortSlot& slot = server.slot(1);
-    const std::vector<Byte> records = shuffledRecords(3);
-    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
-    const LoadedData loaded = slot.load(geometry, sourceOf(records));
-    std::vector<Byte> message = byNumber().build(geometry, loaded.extent);
-    for (const Byte byte : message)
-        slot.connection().send({&byte, 1}, kSoon);
-    EXPECT_EQ(slot.connection().receiveReply(kSoon).errorCode, 0U);
-    slot.load(geometry, sourceOf(records));
-    message.resize(65528, 0xcc);  // what follows the items is not looked at
-    storeAs(message.data(), std::uint32_t{65528});
-    slot.connection().send(message, kSoon);
-    EXPECT_EQ(slot.connection().receiveReply(kSoon).errorCode, 0U);
-}
-
 TEST(Channel, ShutdownEndsTheProcessEvenAsTheAnswerToItsHello) {
     SortServer server(optionsFor(40, 8), Processes::kLeave);
     SortSlot& slot = server.slot(1);
@@ -201,25 +113,6 @@ TEST(Channel, ShutdownEndsTheProcessEvenAsTheAnswerToItsHello) {
     slot.connection().sendShutdown(kSoon);
     EXPECT_TRUE(slot.process().waitForEnd(kSoon));
     EXPECT_EQ(slot.process().waitStatus(), 0);
-}
-
-TEST(Channel, AServerThatHangsUpEndsTheProcessWithStatusZero) {
-    SortServer server(optionsFor(40, 8));
-    SortSlot& slot = server.slot(1);
-    slot.connection().close();
-    EXPECT_TRUE(slot.process().waitForEnd(kSoon));
-    EXPECT_EQ(slot.process().waitStatus(), 0);
-
-    // With the reply still to come.
-    slot.start();
-    const std::vector<Byte> records = shuffledRecords(100000);
-    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
-    const LoadedData loaded = slot.load(geometry, sourceOf(records));
-    slot.connection().send(byNumber().build(geometry, loaded.extent), kSoon);
-    slot.connection().close();
-    EXPECT_TRUE(slot.process().waitForEnd(kSoon));
-    EXPECT_EQ(slot.process().waitStatus(), 0);
-    EXPECT_THAT(slot.process().outputText(), HasSubstr(" TVSORT -- send msg error : 32\n"));
 }
 
 TEST(Channel, AWorkFileThatDoesNotOpenIsReportedAndTriedAgain) {

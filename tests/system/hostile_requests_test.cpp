@@ -1,0 +1,164 @@
+// What a server may do to the process over the socket, by intent or by dying. The process answers,
+// or ends with status 0; it never ends otherwise and never waits for what cannot come.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <set>
+
+#include "tests/system/numbers_sorted.h"
+
+namespace tvsort::host {
+namespace {
+
+// A message of which nothing is set but what its length word says.
+std::vector<Byte> messageOf(std::uint32_t length, std::size_t bytes) {
+    std::vector<Byte> message(bytes);
+    storeAs(message.data(), length);
+    return message;
+}
+
+void expectEnd(SortSlot& slot, const std::string& text) {
+    EXPECT_TRUE(slot.process().waitForEnd(kSoon));
+    EXPECT_EQ(slot.process().waitStatus(), 0);
+    EXPECT_EQ(slot.process().outputText(), text);
+}
+
+TEST(HostileLengths, ThoseThatCannotBeEndTheProcessWithALine) {
+    SortServer server(optionsFor(40, 8), Processes::kLeave);
+    SortSlot& slot = server.slot(1);
+    for (const std::uint32_t length : {0U, 1U, 2U, 3U, 4U, 65529U, 0x80000000U, 0xffffffffU}) {
+        SCOPED_TRACE(length);
+        slot.start();
+        slot.connection().send(messageOf(length, 4), kSoon);
+        expectEnd(slot, std::string("WARNING: TVSORT - too ") + (length > 5 ? "long" : "short") +
+                            " message received - " + std::to_string(static_cast<int>(length)) +
+                            " size. \n");
+    }
+}
+
+TEST(HostileLengths, ThoseThatCanBeAreAnswered) {
+    SortServer server(optionsFor(40, 8));
+    SortSlot& slot = server.slot(1);
+    for (const std::uint32_t length : {5U, 24U, 83U, 84U, 8192U, 8193U, 65528U}) {
+        SCOPED_TRACE(length);
+        slot.connection().send(messageOf(length, length), kSoon);
+        const std::uint32_t code = slot.connection().receiveReply(kSoon).errorCode;
+        EXPECT_EQ(code, length < 84 ? 1406U : 1410U);  // too short for a request, or no keys in it
+    }
+    expectSorts(slot, 100);
+}
+
+TEST(HostileMessages, SingleBytesAndTheLargestSizeAreServed) {
+    SortServer server(optionsFor(40, 8));
+    SortSlot& slot = server.slot(1);
+    const std::vector<Byte> records = shuffledRecords(3);
+    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    std::vector<Byte> message = byNumber().build(geometry, loaded.extent);
+    for (const Byte byte : message)
+        slot.connection().send({&byte, 1}, kSoon);
+    EXPECT_EQ(slot.connection().receiveReply(kSoon).errorCode, 0U);
+    slot.load(geometry, sourceOf(records));
+    message.resize(65528, 0xcc);  // what follows the items is not looked at
+    storeAs(message.data(), std::uint32_t{65528});
+    slot.connection().send(message, kSoon);
+    EXPECT_EQ(slot.connection().receiveReply(kSoon).errorCode, 0U);
+}
+
+// In the answer to the hello, and in a request: in its length word, its fields, its keys, behind
+// it.
+TEST(HostileServer, HangingUpAtEveryByteEndsTheProcessInSilence) {
+    SortServer server(optionsFor(40, 8), Processes::kLeave);
+    SortSlot& slot = server.slot(1);
+    const std::vector<Byte> answer = messageOf(24, 24);
+    for (std::size_t sent = 0; sent <= answer.size(); ++sent) {
+        SCOPED_TRACE(sent);
+        slot.startUnanswered();
+        slot.connection().send(std::span(answer).first(sent), kSoon);
+        slot.connection().close();
+        EXPECT_TRUE(slot.process().waitForEnd(kSoon));
+        EXPECT_EQ(slot.process().waitStatus(), 0);
+    }
+    const std::vector<Byte> records = shuffledRecords(100);
+    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    const std::vector<Byte> request = byNumber().build(geometry, loaded.extent);
+    for (std::size_t sent = 0; sent < request.size(); ++sent) {
+        SCOPED_TRACE(sent);
+        slot.start();
+        slot.connection().send(std::span(request).first(sent), kSoon);
+        slot.connection().close();
+        expectEnd(slot, "");
+    }
+    slot.start();
+    expectSorts(slot, 100);
+}
+
+TEST(HostileServer, HangingUpWithTheReplyToComeEndsTheProcessWithALine) {
+    SortServer server(optionsFor(40, 8));
+    SortSlot& slot = server.slot(1);
+    const std::vector<Byte> records = shuffledRecords(100000);
+    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    slot.connection().send(byNumber().build(geometry, loaded.extent), kSoon);
+    slot.connection().close();
+    expectEnd(slot, " TVSORT -- send msg error : 32\n");
+}
+
+std::set<std::string> filesBelow(const std::filesystem::path& directory) {
+    std::set<std::string> paths;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
+        paths.insert(entry.path());
+    return paths;
+}
+
+// A server in a process of its own: asks for a long sort, tells who sorts, and is killed.
+[[noreturn]] void serveAndDie(const std::filesystem::path& directory, int toParent) {
+    ServerOptions options = optionsFor(5, 1);
+    options.tempDirectory = directory;
+    SortServer server(options);
+    SortSlot& slot = server.slot(1);
+    const std::vector<Byte> records = shuffledRecords(200000);
+    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    slot.connection().send(byNumber().build(geometry, loaded.extent), kSoon);
+    const pid_t sorter = slot.process().id();
+    if (write(toParent, &sorter, sizeof sorter) != sizeof sorter) _exit(1);
+    raise(SIGKILL);
+    _exit(1);
+}
+
+TEST(HostileServer, KilledInTheMiddleOfASortLeavesAProcessThatEndsAndNothingElse) {
+    std::string name = std::filesystem::temp_directory_path() / "tvsort-killed-XXXXXX";
+    const std::filesystem::path directory = mkdtemp(name.data());
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // the orphan becomes this process's child
+    int fromServer[2];
+    ASSERT_EQ(pipe(fromServer), 0);
+    const pid_t serverId = fork();
+    if (serverId == 0) serveAndDie(directory, fromServer[1]);
+    close(fromServer[1]);
+    pid_t sorter = -1;
+    ASSERT_EQ(read(fromServer[0], &sorter, sizeof sorter), static_cast<ssize_t>(sizeof sorter));
+    close(fromServer[0]);
+    int status = 0;
+    EXPECT_EQ(waitpid(serverId, &status, 0), serverId);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    const std::set<std::string> left = filesBelow(directory);
+    EXPECT_EQ(waitpid(sorter, &status, WNOHANG), 0) << "was not in the middle";
+
+    EXPECT_EQ(waitpid(sorter, &status, 0), sorter);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(filesBelow(directory), left);
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+    std::filesystem::remove_all(directory);
+}
+
+}  // namespace
+}  // namespace tvsort::host
