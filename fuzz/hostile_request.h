@@ -1,0 +1,45 @@
+// A request with its records, from the bytes of a fuzz input.
+//
+// First everything is made as a server would: a geometry that holds the records, keys of any type
+// inside the record, weight tables, values that their types allow. Then the input takes some of
+// that back: single values of any bytes, patches anywhere in the message or the records, a message
+// cut short with or without saying so, garbage in the part of the slot that the process keeps its
+// pool in.
+
+#pragma once
+
+#include <vector>
+
+#include "fuzz/fuzz_input.h"
+#include "service/messages.h"
+#include "service/slot_layout.h"
+
+namespace tvsort::fuzz {
+
+using Bytes = std::vector<Byte>;
+
+// How records lie in blocks.
+struct Geometry {
+    std::int32_t blockPages;
+    std::int32_t recordsPerBlock;
+    std::int32_t recordLength;
+    std::int32_t recordCount;
+
+    std::size_t blockBytes() const { return static_cast<std::size_t>(blockPages * kPageBytes); }
+    std::int32_t blockCount() const {
+        return (recordCount + recordsPerBlock - 1) / recordsPerBlock;
+    }
+};
+
+struct HostileRequest {
+    Geometry geometry;          // by which the records are laid
+    Bytes records;              // back to back
+    Bytes message;              // what goes over the socket
+    std::uint32_t poolGarbage;  // 0: page descriptors and hash table stay as they are, else a seed
+};
+
+// Takes the next request of the input. Slots of 100 and more blocks get enough records for the
+// distribution sort.
+HostileRequest takeRequest(FuzzInput& input, const SlotLayout& layout);
+
+}  // namespace tvsort::fuzz

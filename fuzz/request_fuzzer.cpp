@@ -1,0 +1,86 @@
+// Requests and records of any kind through the request loop, as they would come over the socket.
+//
+//     0   u8    memory of the slot
+//     1   ...   requests, one after the other, each served on the same job
+//     (fuzz/hostile_request.h);
+//               a good one behind them
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "collation/collation_table.h"
+#include "fuzz/watched_job.h"
+
+using namespace tvsort;
+using namespace tvsort::fuzz;
+
+namespace {
+
+constexpr int kRequestsMax = 4;
+constexpr std::int32_t kLayoutCount = 64;
+
+SlotLayout takeLayout(FuzzInput& input) {
+    switch (input.below(kLayoutCount)) {
+        case 63:
+            return {200, 1};  // enough for the distribution sort, and slow
+        case 62:
+            return {40, 1};
+        case 61:
+            return {6, 3};
+        default:
+            return input.below(2) == 0 ? SlotLayout{5, 1} : SlotLayout{5, 2};
+    }
+}
+
+// Says at the end how much was done: an input is several requests.
+struct RequestCounter {
+    long served = 0;
+    ~RequestCounter() { std::fprintf(stderr, "stat::requests_served: %ld\n", served); }
+};
+RequestCounter counter;
+
+// A table in which neighbouring units weigh the same, and some weigh nothing of their own.
+const CollationTable* smallCollation() {
+    static Byte bytes[kCollationPageOffsetsBytes + kCollationPageBytes];
+    static const CollationTable table = {bytes};
+    for (std::uint32_t page = 0; page < kCollationPageCount; ++page)
+        storeAs(bytes + 2 * page, static_cast<std::uint16_t>(kCollationPageOffsetsBytes));
+    for (std::uint32_t unit = 0; unit < 256; ++unit) {
+        Byte* const entry = bytes + kCollationPageOffsetsBytes + unit * kCollationEntryBytes;
+        storeAs(entry, static_cast<std::uint16_t>(unit % 16 == 0 ? kRangeEntry | 0x200 : 0));
+        storeAs(entry + 4, static_cast<std::uint16_t>(unit / 2));
+    }
+    return &table;
+}
+
+// What a request would keep the process busy with for longer than the watchdog waits: it may ask
+// for two thousand million records, in a file that holds none of them.
+bool asksForTooMuch(const Bytes& message) {
+    constexpr std::int32_t kRecordsServed = 20000;
+    constexpr std::int64_t kBlocksServed = 1 << 16;
+    if (message.size() < sizeof(SortRequest)) return false;
+    const auto request = loadAs<SortRequest>(message.data());
+    return request.recordCount > kRecordsServed && request.recordsPerBlock > 0 &&
+           (request.fileBlocks > kBlocksServed ||
+            request.recordCount <= std::int64_t{request.fileBlocks} * request.recordsPerBlock);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const Byte* data, std::size_t size) {
+    FuzzInput input(data, size);
+    std::srand(1);  // the pivots of one input are the same every time
+    const SlotLayout layout = takeLayout(input);
+    collationTable = input.rarely(4) ? smallCollation() : nullptr;
+    WatchedJob job(layout);
+    for (int i = 0; i < kRequestsMax && !input.atEnd(); ++i) {
+        const HostileRequest request = takeRequest(input, layout);
+        if (asksForTooMuch(request.message)) return 0;
+        ++counter.served;
+        job.lay(request.geometry, request.records);
+        if (request.poolGarbage != 0) job.fillPool(request.poolGarbage);
+        if (!job.serve(request.message)) return 0;
+    }
+    job.serveGoodRequest();
+    return 0;
+}
