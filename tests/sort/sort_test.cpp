@@ -297,6 +297,31 @@ TEST(DistributionSort, GivesTheStableOrderAndAgreesWithTheQuicksort) {
     }
 }
 
+// The operand's tag decides among equal records, in the last key's direction, and with it which of
+// them the set operation finds in one group.
+TEST(DistributionSort, BringsTheOperandsOfASetTogetherAsTheQuicksortDoes) {
+    std::size_t survivors = 0;
+    for (std::uint32_t seed = 1; seed <= 16; ++seed) {
+        std::mt19937 random(seed);
+        const auto mode = static_cast<SortMode>(3 + seed % 4);
+        SCOPED_TRACE(testing::Message() << "seed " << seed << ", mode " << int(mode));
+        Geometry geometry = kSmallBlocks;
+        if (seed % 2 == 0) geometry.recordLength = 40;
+        Records records = randomWorld(random, 10000, 40, 2 + static_cast<int>(seed % 3), true);
+        makeLonger(records, geometry.recordLength);
+        const std::vector<KeyDescriptor> keys = randomKeys(random);
+        ServedJob roomy(kRoomForTwice);
+        const Records distributed = roomy.sort(records, geometry, keys, mode);
+        ServedJob tight(kRoomForOnce);
+        const Records quicksorted = tight.sort(records, geometry, keys, mode);
+        ASSERT_EQ(distributed.size(), quicksorted.size());
+        for (std::size_t i = 0; i < distributed.size(); ++i)
+            ASSERT_EQ(compareByModel(distributed[i], quicksorted[i], keys), 0) << "record " << i;
+        survivors += distributed.size();
+    }
+    EXPECT_GT(survivors, 1000U);
+}
+
 struct FieldCase {
     DataType type;
     std::uint16_t offset, length;
