@@ -231,6 +231,7 @@ HostileRequest takeRequest(FuzzInput& input, const SlotLayout& layout) {
     if (input.rarely(3)) request.poolGarbage = input.take<std::uint32_t>();
     for (std::uint32_t patches = input.below(8); patches > 0; --patches)
         patch(input, input.rarely(3) ? request.records : request.message);
+    if (input.rarely(8)) request.missingBytes = input.take<std::uint16_t>();
     return request;
 }
 

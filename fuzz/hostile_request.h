@@ -3,8 +3,8 @@
 // First everything is made as a server would: a geometry that holds the records, keys of any type
 // inside the record, weight tables, values that their types allow. Then the input takes some of
 // that back: single values of any bytes, patches anywhere in the message or the records, a message
-// cut short with or without saying so, garbage in the part of the slot that the process keeps its
-// pool in.
+// cut short with or without saying so, a work file that ends too early, garbage in the part of the
+// slot that the process keeps its pool in.
 
 #pragma once
 
@@ -32,10 +32,11 @@ struct Geometry {
 };
 
 struct HostileRequest {
-    Geometry geometry;          // by which the records are laid
-    Bytes records;              // back to back
-    Bytes message;              // what goes over the socket
-    std::uint32_t poolGarbage;  // 0: page descriptors and hash table stay as they are, else a seed
+    Geometry geometry;           // by which the records are laid
+    Bytes records;               // back to back
+    Bytes message;               // what goes over the socket
+    std::uint32_t poolGarbage;   // 0: page descriptors and hash table stay as they are, else a seed
+    std::uint32_t missingBytes;  // by which the work file is shorter than its blocks
 };
 
 // Takes the next request of the input. Slots of 100 and more blocks get enough records for the

@@ -77,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const Byte* data, std::size_t size) {
         const HostileRequest request = takeRequest(input, layout);
         if (asksForTooMuch(request.message)) return 0;
         ++counter.served;
-        job.lay(request.geometry, request.records);
+        job.lay(request.geometry, request.records, request.missingBytes);
         if (request.poolGarbage != 0) job.fillPool(request.poolGarbage);
         if (!job.serve(request.message)) return 0;
     }

@@ -131,7 +131,7 @@ WatchedJob::~WatchedJob() {
     if (job_->workFileOpen == 1) close(job_->workFd);
 }
 
-void WatchedJob::lay(const Geometry& geometry, const Bytes& records) {
+void WatchedJob::lay(const Geometry& geometry, const Bytes& records, std::uint32_t missingBytes) {
     const std::size_t blockBytes = geometry.blockBytes();
     const auto perBlock = static_cast<std::size_t>(geometry.recordsPerBlock) *
                           static_cast<std::size_t>(geometry.recordLength);
@@ -146,7 +146,8 @@ void WatchedJob::lay(const Geometry& geometry, const Bytes& records) {
     const std::size_t inFrames = std::min(frames, data.size());
     std::copy_n(data.data(), inFrames, job_->frameArea);
     require(ftruncate(job_->workFd, 0) == 0);
-    const std::size_t rest = data.size() - inFrames;
+    const std::size_t rest =
+        data.size() - inFrames - std::min<std::size_t>(missingBytes, data.size() - inFrames);
     require(pwrite(job_->workFd, data.data() + inFrames, rest, static_cast<off_t>(inFrames)) ==
             static_cast<ssize_t>(rest));
 }

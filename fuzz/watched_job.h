@@ -31,8 +31,8 @@ class WatchedJob {
     WatchedJob(const WatchedJob&) = delete;
     WatchedJob& operator=(const WatchedJob&) = delete;
 
-    // Lays the records into frames and work file.
-    void lay(const Geometry& geometry, const Bytes& records);
+    // Lays the records into frames and work file, which ends `missingBytes` early.
+    void lay(const Geometry& geometry, const Bytes& records, std::uint32_t missingBytes = 0);
     // Overwrites page descriptors and hash table.
     void fillPool(std::uint32_t seed);
     // Sends the message, serves it and checks. False when the process has ended, or the stream
