@@ -70,6 +70,10 @@ const EnvelopeCase kReadable[] = {
      2,
      header(2) + count(2) + at({1, 2, 1 - 1e-11, 2}),
      {1, 2, 1, 2}},
+    {"nor do points just at it",
+     2,
+     header(2) + count(3) + at({0, 0, 1e-10, -1e-10, -1e-10, 1e-10}),
+     {0, 0, 0, 0}},
     {"points beyond it do", 2, header(2) + count(2) + at({1, 2, 1 - 1e-9, 2}), {1 - 1e-9, 2, 1, 2}},
     {"curved string", 130, kLine, {2, -1, 5, 7}},
     {"polygon: the first ring decides",
@@ -165,6 +169,7 @@ TEST(GeometryEnvelopes, CompareByTheLowerLeftCornerFirst) {
     const Case envelopes[] = {
         {{1, 2, 3, 4}, {1, 2, 3, 4}, 0},
         {{1, 2, 3, 4}, {1 + 1e-11, 2 - 1e-11, 3, 4 + 1e-11}, 0},
+        {{0, 0, 0, 0}, {1e-10, -1e-10, 1e-10, -1e-10}, 0},  // just at the tolerance
         {{1, 2, 3, 4}, {1 + 1e-9, 0, 0, 0}, -1},
         {{1, 2, 9, 9}, {1, 3, 0, 0}, -1},
         {{1, 2, 3, 4}, {1, 2, 5, 0}, -1},

@@ -111,6 +111,18 @@ TEST(HostileServer, HangingUpWithTheReplyToComeEndsTheProcessWithALine) {
     expectEnd(slot, " TVSORT -- send msg error : 32\n");
 }
 
+TEST(HostileServer, CuttingTheSharedObjectEndsTheProcessWithALine) {
+    SortServer server(optionsFor(40, 8));
+    SortSlot& slot = server.slot(1);
+    const std::vector<Byte> records = shuffledRecords(100);
+    const Geometry geometry = chooseGeometry(kRecordBytes, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    // The message can still be taken in; what follows the buffer is gone.
+    ASSERT_EQ(ftruncate(server.memory().descriptor(), 8192), 0);
+    slot.connection().send(byNumber().build(geometry, loaded.extent), kSoon);
+    expectEnd(slot, " TVSORT -- mapped memory is gone\n");
+}
+
 std::set<std::string> filesBelow(const std::filesystem::path& directory) {
     std::set<std::string> paths;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
