@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::int32_t kManyBlocks = 100;
 constexpr std::int32_t kRecordsOfDistribution = 10000;
+constexpr std::uint32_t kLengthOfDistributionMax = 43;  // fits twice into 280 blocks
 constexpr std::int32_t kRecordsMax = 400;
 constexpr std::uint16_t kLevelKeyOffset = 16;
 
@@ -20,6 +21,10 @@ struct Plan {
     bool hostileValues;
     Byte mask;  // of random bytes: few bits make many equal values
 };
+
+bool isDistributed(const Plan& plan) {
+    return plan.geometry.recordCount >= kRecordsOfDistribution;
+}
 
 SortMode takeMode(FuzzInput& input) {
     constexpr std::uint8_t kModes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 255};
@@ -32,7 +37,7 @@ Geometry takeGeometry(FuzzInput& input, const SlotLayout& layout, SortMode mode)
     geometry.blockPages = 1 + static_cast<std::int32_t>(
                                   input.below(static_cast<std::uint32_t>(layout.pagesPerBlock)));
     const std::uint32_t lengthMax =
-        distribution       ? 48
+        distribution       ? kLengthOfDistributionMax
         : input.rarely(16) ? static_cast<std::uint32_t>(geometry.blockPages * kPageBytes)
                            : 80;
     geometry.recordLength = 1 + static_cast<std::int32_t>(input.below(lengthMax));
@@ -52,16 +57,21 @@ Geometry takeGeometry(FuzzInput& input, const SlotLayout& layout, SortMode mode)
     return geometry;
 }
 
-KeyDescriptor takeKey(FuzzInput& input, std::int32_t recordLength, std::uint8_t orderNumber) {
+KeyDescriptor takeKey(FuzzInput& input, const Plan& plan, std::uint8_t orderNumber) {
     constexpr std::uint8_t kLengths[] = {1, 2, 4, 8, 3, 5, 16, 34};
+    constexpr std::uint8_t kDistributedTypes[] = {2, 4, 5, 6, 9};
     constexpr std::uint8_t kGeometryTypes[] = {0, 0, 1, 3, 255, 129, 7, 6};
     KeyDescriptor key = {};
     key.dataType = static_cast<std::uint8_t>(input.below(15));
     const std::uint32_t choice = input.below(64);
     key.fieldLength = kLengths[choice % 8];
     key.geometryType = kGeometryTypes[choice / 8];
+    if (isDistributed(plan) && choice / 8 < 7) {
+        key.dataType = kDistributedTypes[key.dataType % sizeof kDistributedTypes];
+        key.geometryType = kGeometryTypeNone;
+    }
     const std::uint32_t bytes = keyFieldBytes(key.dataType, key.fieldLength);
-    const auto length = static_cast<std::uint32_t>(recordLength);
+    const auto length = static_cast<std::uint32_t>(plan.geometry.recordLength);
     key.fieldOffset =
         static_cast<std::uint16_t>(input.below(length >= bytes ? length - bytes + 1 : 1));
     const auto flags = input.take<std::uint8_t>();
@@ -76,7 +86,7 @@ void takeKeys(FuzzInput& input, Plan& plan) {
     const std::int32_t length = plan.geometry.recordLength;
     const std::uint32_t count = 1 + input.below(5);
     for (std::uint8_t i = 0; i < count; ++i)
-        plan.keys.push_back(takeKey(input, length, static_cast<std::uint8_t>(i + 1)));
+        plan.keys.push_back(takeKey(input, plan, static_cast<std::uint8_t>(i + 1)));
     if (plan.mode == SortMode::kHierarchy) plan.keys[0].fieldOffset = kLevelKeyOffset;
     if (input.rarely(3)) {
         KeyDescriptor nulls = {};
@@ -94,7 +104,8 @@ double smallNumber(Xorshift& random) {
     return (static_cast<double>(random.below(5)) - 2.0) * (1.0 + nearby);
 }
 
-void fillText(Xorshift& random, const KeyDescriptor& key, std::size_t bytes, Byte* field) {
+void fillText(Xorshift& random, const KeyDescriptor& key, bool padded, std::size_t bytes,
+              Byte* field) {
     const std::size_t content = bytes - kLengthPrefixBytes;
     std::size_t length = random.below(static_cast<std::uint32_t>(content) + 1);
     if (key.geometryType != kGeometryTypeNone && key.dataType != 12) {
@@ -110,12 +121,14 @@ void fillText(Xorshift& random, const KeyDescriptor& key, std::size_t bytes, Byt
             storeAs(field + 15, smallNumber(random));
         }
     }
-    if (random.below(2) == 0) std::fill(field + 2 + length, field + bytes, Byte{0});
+    if (padded || random.below(2) == 0) std::fill(field + 2 + length, field + bytes, Byte{0});
     storeAs(field, static_cast<std::uint16_t>(length));
 }
 
-// Makes the field a value that its type allows; it holds random bytes.
-void fillField(Xorshift& random, const KeyDescriptor& key, std::size_t bytes, Byte* field) {
+// Makes the field a value that its type allows; it holds random bytes. Strings are `padded` with
+// zeros always, or now and then.
+void fillField(Xorshift& random, const KeyDescriptor& key, bool padded, std::size_t bytes,
+               Byte* field) {
     switch (static_cast<DataType>(key.dataType)) {
         case DataType::kFloat:
             if (bytes == 4) {
@@ -134,7 +147,7 @@ void fillField(Xorshift& random, const KeyDescriptor& key, std::size_t bytes, By
         case DataType::kWeightedString:
         case DataType::kString:
         case DataType::kUnitString:
-            return fillText(random, key, bytes, field);
+            return fillText(random, key, padded, bytes, field);
         default:
             return;
     }
@@ -153,7 +166,7 @@ Bytes makeRecords(const Plan& plan, std::uint32_t seed) {
             const std::size_t bytes = keyFieldBytes(key.dataType, key.fieldLength);
             if (key.fieldOffset + bytes > length) continue;
             if (plan.hostileValues && random.below(200) == 0) continue;
-            fillField(random, key, bytes, record + key.fieldOffset);
+            fillField(random, key, isDistributed(plan), bytes, record + key.fieldOffset);
         }
         if (length > kRecordFlagOffset && (plan.mask & 4) == 0) {
             record[kRecordFlagOffset] = static_cast<Byte>(1 + random.below(3));

@@ -90,6 +90,8 @@ TEST_F(PagePool, NoUnpinnedFrameIsAnErrorThatChangesNothing) {
     EXPECT_EQ(job_.errorCode, ErrorCode::kNoFreeFrame);
     EXPECT_THAT(ringFromHand(), ElementsAre(4, 0, 1, 2, 3));
     EXPECT_EQ(descriptor(4).block, 5);
+    for (std::size_t frame = 0; frame < 5; ++frame)
+        EXPECT_NE(job_.frameArea[frame * 4096], 6) << "block 6 was read into frame " << frame;
 }
 
 TEST_F(PagePool, FreshFramesAreUsedBeforeAnyIsReused) {
