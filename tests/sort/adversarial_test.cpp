@@ -169,6 +169,28 @@ TEST(AdversarialOrders, ArrangedInputsCostWhatRandomOnesDo) {
     }
 }
 
+// The distribution sort compares nothing, but looks for orders that spare it its passes.
+TEST(AdversarialOrders, TheDistributionSortTakesNoOrderForAnother) {
+    constexpr std::int32_t kCount = 10000;
+    const KeyDescriptor down = descendingKey(DataType::kInteger, kKeyOffset, 4);
+    for (const KeyDescriptor& key : {kIntegerKey, down}) {
+        for (const std::int32_t turned : {0, 2, 5000, kCount - 1, kCount}) {
+            SCOPED_TRACE(turned);
+            std::vector<std::int32_t> values(kCount);
+            std::iota(values.begin(), values.end(), 0);
+            std::reverse(values.begin(), values.begin() + turned);
+            ServedJob served({520, 1});
+            const Records sorted =
+                served.sort(withValues(values), {.recordLength = kRecordBytes}, {key});
+            ASSERT_EQ(sorted.size(), values.size());
+            for (std::int32_t i = 0; i < kCount; ++i) {
+                const Byte* const value = sorted[static_cast<std::size_t>(i)].data() + kKeyOffset;
+                ASSERT_EQ(loadI32(value), key.kindFlags == 1 ? i : kCount - 1 - i);
+            }
+        }
+    }
+}
+
 TEST(AdversarialOrders, AKillerMakesTheCostSquareAndTheStackNoDeeper) {
     constexpr std::size_t kCount = 2000;
     Adversary adversary(kCount);

@@ -423,6 +423,10 @@ TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirC
             Request request = served.lay(records, geometry);
             request.keys = {c.ascending ? ascendingKey(c.type, 6, 6) : descendingKey(c.type, 6, 6)};
             EXPECT_EQ(served.ask(request).errorCode(), c.code);
+            request = served.lay(records, geometry);
+            request.keys = {c.ascending ? ascendingKey(c.type, 6, 6) : descendingKey(c.type, 6, 6),
+                            nullIndicators(23)};  // no value is null
+            EXPECT_EQ(served.ask(request).errorCode(), c.code);
             if (c.applies) continue;
             served.lay(records, geometry);
             EXPECT_FALSE(distributionSortApplies(served.job()));
