@@ -221,7 +221,7 @@ TEST_F(CsvFiles, TenTimesTheMemoryAreSortedInTheMemory) {
     constexpr std::int64_t kProcessOwn = 3 << 20;
     constexpr std::int64_t kCommandOwn = 14 << 20;
     if (std::strstr(TVSORT_PROGRAM, "sanitize") != nullptr) GTEST_SKIP() << "has its own heap";
-    for (const std::size_t filling : {60, 1000}) {
+    for (const std::size_t filling : {60U, 1000U}) {
         std::mt19937 random(1);
         std::string input = "key,text\n";
         while (static_cast<std::int64_t>(input.size()) < 10 * kMemory) {
@@ -242,7 +242,7 @@ TEST_F(CsvFiles, TenTimesTheMemoryAreSortedInTheMemory) {
 
 // Against the standard library, on files of rows short and long.
 TEST_F(CsvFiles, OfRandomRowsComeOutAsAStableSortHasThem) {
-    for (const std::size_t longest : {20, 2000}) {
+    for (const std::size_t longest : {20U, 2000U}) {
         std::mt19937 random(static_cast<unsigned>(longest));
         std::vector<std::tuple<bool, int, std::string>> rows;
         std::string input = "number,key,text\n";
