@@ -21,7 +21,10 @@ namespace {
 // A row above this size needs so much memory that it is rather an open quote.
 constexpr std::uint64_t kRowBytesMin = std::uint64_t{1} << 20;
 // Rows up to this size cost less when they travel with their records than when they are fetched.
-constexpr std::size_t kCarriedBytesMax = 128;
+constexpr std::size_t kShortRowBytesMax = 128;
+// The same for longer ones up to this size, unless a few long rows would make all records long.
+constexpr std::size_t kCarriedBytesMax = 512;
+constexpr std::uint64_t kLongestToAverageMax = 2;
 // Of the memory, for rows on their way out that were not carried.
 constexpr std::uint64_t kFetchShare = 4;
 
@@ -98,6 +101,14 @@ std::optional<LevelColumn> levelColumn(const ModeOptions& mode, const CsvTable& 
                        mode.level, ColumnField(*findColumnType("int32"), "")};
 }
 
+bool areCarried(const CsvExtent& extent) {
+    if (extent.rowBytesMax <= kShortRowBytesMax) return true;
+    const std::uint64_t carriedBytes =
+        extent.rowBytesMax * static_cast<std::uint64_t>(extent.rowCount);
+    return extent.rowBytesMax <= kCarriedBytesMax &&
+           carriedBytes <= kLongestToAverageMax * extent.rowBytesTotal;
+}
+
 // What stands before the rows: groups put a column in front of the others.
 std::string headOf(const CsvTable& table, const ModeOptions& mode) {
     std::string header = table.mark;
@@ -123,9 +134,8 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
     for (std::size_t i = 0; i < keys.size(); ++i)
         isMeasured.push_back(columns[i].field.hasLength() && !keys[i].length.has_value());
     const CsvExtent extent = measureRows(*table, columns, isMeasured, errors, inputs);
-    const bool areCarried = extent.rowBytesMax <= kCarriedBytesMax;
     const CsvRecord layout(std::move(columns), levelColumn(mode, *table),
-                           areCarried ? std::max<std::size_t>(extent.rowBytesMax, 1) : 0);
+                           areCarried(extent) ? std::max<std::size_t>(extent.rowBytesMax, 1) : 0);
 
     RecordFlow flow;
     flow.kind = InputKind::kRows;

@@ -131,6 +131,7 @@ CsvExtent measureRows(const CsvTable& table, std::vector<KeyColumn>& keys,
         while (rows.next(row)) {
             extent.rowCount += 1;
             extent.rowBytesMax = std::max(extent.rowBytesMax, row.bytes.size());
+            extent.rowBytesTotal += row.bytes.size();
             try {
                 measureKeys(rows.fields(), isMeasured, keys, longest);
             } catch (const host::HostError&) {

@@ -52,6 +52,7 @@ CsvTable readTable(char delimiter, bool hasHeader, std::size_t rowBytesMax,
 struct CsvExtent {
     std::int64_t rowCount = 0;
     std::size_t rowBytesMax = 0;
+    std::uint64_t rowBytesTotal = 0;
 };
 
 // Reads all inputs and rewinds them. Makes room in the fields of the keys whose `isMeasured` is
