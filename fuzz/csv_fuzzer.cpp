@@ -49,8 +49,10 @@ std::string quoted(std::string_view text) {
 // Fields that are all written in quotes, and go through libcsv, come out as they went in.
 void checkQuoted(const std::vector<CsvField>& fields, char delimiter) {
     std::string row;
-    for (const CsvField& field : fields)
-        row += (row.empty() ? "" : std::string(1, delimiter)) + quoted(field.text);
+    for (const CsvField& field : fields) {
+        if (!row.empty()) row += delimiter;
+        row += quoted(field.text);
+    }
     CsvRowParser parser(delimiter);
     auto progress = CsvRowParser::Progress::kGoesOn;
     row += "\n";

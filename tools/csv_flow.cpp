@@ -157,10 +157,8 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
                 again.read(record.data(), 1);
             return again.lineNumber();
         };
-        flow.operands.push_back({[rows](Byte* target, std::size_t recordsMax) {
-                                     return rows->read(target, recordsMax);
-                                 },
-                                 input.displayName(), lineOf});
+        flow.operands.push_back(operandOf(rows, input.displayName()));
+        flow.operands.back().lineOf = lineOf;
         inputStart += static_cast<std::uint64_t>(input.fileBytes().value_or(0));
     }
     flow.output =

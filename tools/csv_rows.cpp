@@ -123,7 +123,7 @@ void CsvRowParser::onEnd(int, void* self) {
 }
 
 CsvRows::CsvRows(InputFile& input, char delimiter, std::size_t rowBytesMax, std::size_t bufferBytes)
-    : input_(input), parser_(delimiter), rowBytesMax_(rowBytesMax), buffer_(bufferBytes) {}
+    : input_(input), parser_(delimiter), rowBytesMax_(rowBytesMax), window_(input, bufferBytes) {}
 
 bool CsvRows::next(CsvRow& row) {
     if (!started_) passMark();
@@ -158,55 +158,32 @@ CsvRowParser::Progress CsvRows::refuseLongRow(std::int64_t lineCount) {
 }
 
 void CsvRows::finishRow(std::size_t byteCount, std::int64_t lineCount, CsvRow& row) {
-    row.bytes = {buffer_.data() + begin_, byteCount};
+    row.bytes = window_.bytes().substr(0, byteCount);
     row.offset = offset_;
     row.lineNumber = lineNumber_;
-    begin_ += byteCount;
+    window_.take(byteCount);
     offset_ += static_cast<std::int64_t>(byteCount);
     lineNumber_ += lineCount;
 }
 
 void CsvRows::passMark() {
     started_ = true;
-    while (end_ < kByteOrderMark.size() && readMore()) {
+    while (window_.bytes().size() < kByteOrderMark.size() && window_.readMore()) {
     }
-    hasMark_ = std::string_view(buffer_.data(), end_).starts_with(kByteOrderMark);
+    hasMark_ = window_.bytes().starts_with(kByteOrderMark);
     if (!hasMark_) return;
-    begin_ = kByteOrderMark.size();
-    offset_ = static_cast<std::int64_t>(begin_);
+    window_.take(kByteOrderMark.size());
+    offset_ = static_cast<std::int64_t>(kByteOrderMark.size());
 }
 
 std::string_view CsvRows::lineAt(std::size_t from) {
-    std::size_t searched = from;
-    for (;;) {
-        const char* const begin = buffer_.data() + begin_;
-        const std::size_t held = end_ - begin_;
-        const void* const found =
-            searched < held ? std::memchr(begin + searched, '\n', held - searched) : nullptr;
-        if (found != nullptr) {
-            const char* const lineEnd = static_cast<const char*>(found) + 1;
-            return {begin + from, static_cast<std::size_t>(lineEnd - begin) - from};
-        }
-        searched = held;
-        if (held > rowBytesMax_ || !readMore())
-            return {begin_ + buffer_.data() + from, held - from};
+    for (std::size_t searched = from;;) {
+        const std::string_view held = window_.bytes();
+        const std::size_t found = held.find('\n', searched);
+        if (found != std::string_view::npos) return held.substr(from, found + 1 - from);
+        searched = held.size();
+        if (held.size() > rowBytesMax_ || !window_.readMore()) return window_.bytes().substr(from);
     }
-}
-
-// Moves the begun row to the front and reads behind it, into a larger buffer where it fills this
-// one. False at the end of the input.
-bool CsvRows::readMore() {
-    if (inputEnded_) return false;
-    std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
-              buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
-    end_ -= begin_;
-    begin_ = 0;
-    if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
-    const std::size_t asked = buffer_.size() - end_;
-    const std::size_t read = input_.read(reinterpret_cast<Byte*>(buffer_.data() + end_), asked);
-    end_ += read;
-    inputEnded_ = read < asked;
-    return read > 0;
 }
 
 }  // namespace tvsort::tools

@@ -23,6 +23,7 @@
 
 #include "service/bytes.h"
 #include "tools/input_file.h"
+#include "tools/input_window.h"
 
 namespace tvsort::tools {
 
@@ -104,7 +105,6 @@ class CsvRows {
   private:
     // The line at `from` bytes behind the row's start, with its line end; empty at the end.
     std::string_view lineAt(std::size_t from);
-    bool readMore();
     void passMark();
     CsvRowParser::Progress refuseLongRow(std::int64_t lineCount);
     void finishRow(std::size_t byteCount, std::int64_t lineCount, CsvRow& row);
@@ -112,10 +112,7 @@ class CsvRows {
     InputFile& input_;
     CsvRowParser parser_;
     std::size_t rowBytesMax_;
-    std::vector<char> buffer_;
-    std::size_t begin_ = 0;  // of the row that is read
-    std::size_t end_ = 0;
-    bool inputEnded_ = false;
+    InputWindow window_;  // from the row that is read on
     bool started_ = false;
     bool hasMark_ = false;
     std::int64_t offset_ = 0;  // of the row that is read

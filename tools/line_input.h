@@ -4,10 +4,8 @@
 
 #include <cstdint>
 #include <string_view>
-#include <vector>
 
-#include "service/bytes.h"
-#include "tools/input_file.h"
+#include "tools/input_window.h"
 
 namespace tvsort::tools {
 
@@ -23,13 +21,7 @@ class LineInput {
     std::int64_t lineNumber() const { return lineNumber_; }
 
   private:
-    bool readMore();
-
-    InputFile& input_;
-    std::vector<Byte> buffer_;
-    std::size_t begin_ = 0;  // of what has not been given yet
-    std::size_t end_ = 0;
-    bool inputEnded_ = false;
+    InputWindow window_;
     std::int64_t lineNumber_ = 0;
 };
 

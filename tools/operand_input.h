@@ -7,7 +7,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/data_set.h"
@@ -22,6 +24,14 @@ struct Operand {
     // number itself. The operand cannot be read on afterwards.
     std::function<std::int64_t(std::int64_t recordNumber)> lineOf = {};
 };
+
+// An operand of the records that `reader` reads, and keeps for it.
+template <typename Reader>
+Operand operandOf(std::shared_ptr<Reader> reader, std::string name) {
+    return {
+        [reader](Byte* target, std::size_t recordsMax) { return reader->read(target, recordsMax); },
+        std::move(name)};
+}
 
 class OperandInput {
   public:

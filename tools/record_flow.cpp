@@ -94,10 +94,7 @@ RecordFlow fixedRecords(const RecordOptions& options, const ModeOptions& mode,
     flow.request = requestFor(options);
     for (InputFile& input : inputs) {
         const auto records = std::make_shared<RecordInput>(input, recordLength);
-        flow.operands.push_back({[records](Byte* target, std::size_t recordsMax) {
-                                     return records->read(target, recordsMax);
-                                 },
-                                 input.displayName()});
+        flow.operands.push_back(operandOf(records, input.displayName()));
     }
     flow.output = std::make_shared<PlainOutput>(
         [recordLength, &output](const Byte* first, std::size_t recordCount) {
@@ -119,10 +116,7 @@ RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
     flow.request = layout.request();
     for (InputFile& input : inputs) {
         const auto lines = std::make_shared<LineSource>(input, layout, lineBytesMax);
-        flow.operands.push_back({[lines](Byte* target, std::size_t recordsMax) {
-                                     return lines->read(target, recordsMax);
-                                 },
-                                 input.displayName()});
+        flow.operands.push_back(operandOf(lines, input.displayName()));
     }
     // Room for the newline too.
     const auto line = std::make_shared<std::vector<Byte>>(lineBytesMax + 1);

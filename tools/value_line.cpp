@@ -164,10 +164,7 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
     flow.request = layout.request();
     for (InputFile& input : inputs) {
         const auto lines = std::make_shared<ValueLineSource>(type, layout, input);
-        flow.operands.push_back({[lines](Byte* target, std::size_t recordsMax) {
-                                     return lines->read(target, recordsMax);
-                                 },
-                                 input.displayName()});
+        flow.operands.push_back(operandOf(lines, input.displayName()));
     }
     const auto writeLines = [layout, &output](const Byte* first, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {

@@ -176,14 +176,14 @@ TEST_F(SortModes, HierarchiesOfRecordsKnowNullsAndTakeOnlySiblingsForTies) {
     using std::string_literals::operator""s;
     // Level, key and null indicator.
     const std::string a = "\1\0\0\0a\0"s;
-    const std::string aBelow = "\2\0\0\0a\0"s;
+    const std::string aWithBoth = "\1\0\0\0a\0\2\0\0\0a\0\2\0\0\0a\0"s;
     const std::string null = "\1\0\0\0z\1"s;
-    write("records", a + aBelow + aBelow + null);
+    write("records", aWithBoth + null);
     const std::string sort =
         "sort --record-length 6 --hierarchy --level 0 --nulls 5 records --key ";
     EXPECT_EQ(run(sort + "byte:4 --limit 1").output, a);
-    EXPECT_EQ(run(sort + "byte:4 --limit 2").output, a + aBelow + aBelow);
-    EXPECT_EQ(run(sort + "byte:4:nulls-first").output, null + a + aBelow + aBelow);
+    EXPECT_EQ(run(sort + "byte:4 --limit 2").output, aWithBoth);
+    EXPECT_EQ(run(sort + "byte:4:nulls-first").output, null + aWithBoth);
 }
 
 TEST_F(SortModes, BigHierarchiesTakeSecondsWithTheSmallestPool) {
