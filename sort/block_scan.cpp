@@ -38,6 +38,7 @@ struct Scan {
     const DecidingKey& key;
     std::uint32_t pivot;
     FreeComparisons free;
+    std::int32_t& judgedInVain;
 };
 
 template <Direction direction>
@@ -90,7 +91,9 @@ std::int32_t settleOpenStops(const Scan& scan, Side& side, std::int32_t records)
         if (stop == Stop::kUnknown) {
             const std::uint32_t distance =
                 direction == Direction::kUp ? place - side.next : side.next - place;
-            records = static_cast<std::int32_t>(distance / scan.job.recordLength);
+            const auto judged = static_cast<std::int32_t>(distance / scan.job.recordLength);
+            scan.judgedInVain += records - judged;
+            records = judged;
             side.within = records;
             break;
         }
@@ -234,7 +237,7 @@ bool exchangeInBlocks(SortJob& job, const DecidingKey& key, std::uint32_t pivot,
                       const BlockCursors& cursors) {
     if (key.source.kind == LeadingKind::kNone) return false;
     if (cursors.j.recordNumber - cursors.i.recordNumber < kRecordsMin) return false;
-    const Scan scan = {job, key, pivot, freeComparisons(job, key)};
+    const Scan scan = {job, key, pivot, freeComparisons(job, key), cursors.judgedInVain};
     return withDecidingKey(key, [&]<LeadingKind kind, bool plain>() {
         return exchangeRuns<kind, plain>(scan, cursors);
     });

@@ -29,6 +29,9 @@ struct BlockCursors {
     HeldRecord& j;
     std::int32_t iLast;   // last record of i's block
     std::int32_t jFirst;  // first record of j's block
+    // Grows by the records that were judged in vain, because a run ended before them at one about
+    // which the comparator may not be asked out of turn.
+    std::int32_t& judgedInVain;
 };
 
 // Makes the exchanges between i and j that lie in the cursors' blocks. True when there was one: the

@@ -16,6 +16,10 @@ namespace {
 // The distance between a range's ends above which its pivot is drawn at random.
 constexpr std::int32_t kRandomPivotDistance = 100;
 
+// Judging records in runs is given up for the rest of a partition when it has judged so many more
+// in vain than the cursors have passed.
+constexpr std::int32_t kVainJudgementsMax = 256;
+
 // One partition at work.
 struct Partition {
     HeldRange& held;
@@ -149,16 +153,23 @@ bool scanAndExchange(SortJob& job, Partition& partition) {
     return true;
 }
 
+std::int32_t recordsPassed(const HeldRange& held) {
+    return held.i.recordNumber - held.low.recordNumber + held.high.recordNumber -
+           held.j.recordNumber;
+}
+
 // Scans and exchanges, from both ends to where the cursors meet.
 template <LeadingKind kind, bool plain>
 void movePast(SortJob& job, Partition& partition) {
     HeldRange& held = partition.held;
+    std::int32_t judgedInVain = 0;
     do {
-        const BlockCursors cursors = {held.i, held.j, partition.iLast, partition.jFirst};
-        if (!exchangeInBlocks(job, partition.key, partition.pivot, cursors) &&
-            !scanAndExchange<kind, plain>(job, partition)) {
-            return;
-        }
+        const BlockCursors cursors = {held.i, held.j, partition.iLast, partition.jFirst,
+                                      judgedInVain};
+        const bool paysOff = judgedInVain <= recordsPassed(held) + kVainJudgementsMax;
+        const bool exchanged =
+            paysOff && exchangeInBlocks(job, partition.key, partition.pivot, cursors);
+        if (!exchanged && !scanAndExchange<kind, plain>(job, partition)) return;
         if (held.i.recordNumber <= held.j.recordNumber) {
             // The cursors may pass each other by one, but leave the data set for no comparison.
             if (held.i.recordNumber != job.recordCount && !stepUp(job, partition)) return;
