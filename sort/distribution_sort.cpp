@@ -65,6 +65,7 @@ bool keysAreDistributable(const SortJob& job) {
     }
     return true;
 }
+
 // In sort modes 8 and 9: neighbours that differ in nothing but the last key.
 void checkUniqueness(SortJob& job) {
     if (job.keyCount == 0 ||
