@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -29,8 +30,10 @@ namespace tvsort::fuzz {
 
 namespace {
 
-void require(bool holds) {
-    if (!holds) std::abort();
+void require(bool holds, int line = __builtin_LINE()) {
+    if (holds) return;
+    std::fprintf(stderr, "watched_job.cpp:%d does not hold\n", line);
+    std::abort();
 }
 
 std::size_t sizeOf(std::int64_t bytes) {
@@ -220,7 +223,9 @@ void WatchedJob::checkDataSet(const SortRequest& request, const Before& before,
     }
     const std::size_t loaded =
         std::min(file.size(), blockBytes * static_cast<std::size_t>(frameCount));
-    require(std::equal(file.data(), file.data() + loaded, job_->frameArea));
+    // The only record stays in the first frame and never gets to the file.
+    const std::size_t kept = request.recordCount == 1 ? std::min(blockBytes, loaded) : 0;
+    require(std::equal(file.data() + kept, file.data() + loaded, job_->frameArea + kept));
 }
 
 // One record is not looked at, and stays where it is: in the first frame.
