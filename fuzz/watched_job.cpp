@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "keys/record_precedes.h"
+#include "service/channel.h"
 #include "service/request_loop.h"
 
 namespace {
@@ -117,11 +118,7 @@ WatchedJob::WatchedJob(SlotLayout layout) : layout_(layout), job_(std::make_uniq
     job_->processId = 4711;
     job_->memoryBlocks = job_->hashBlocks = layout_.memoryBlocks;
     job_->pagesPerBlock = layout_.pagesPerBlock;
-    job_->shmBase = job_->message = slot();
-    job_->frameArea = slot() + layout_.frameAreaOffset();
-    job_->pageDescriptors =
-        reinterpret_cast<PageDescriptor*>(slot() + layout_.pageDescriptorsOffset());
-    job_->hashTable = reinterpret_cast<std::int32_t*>(slot() + layout_.hashTableOffset());
+    attachSlot(*job_, slot());
     job_->directoryPrefix = "/tmp/";
 }
 

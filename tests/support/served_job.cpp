@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "service/channel.h"
 #include "service/request_loop.h"
 
 namespace tvsort::test {
@@ -85,11 +86,7 @@ ServedJob::ServedJob(SlotLayout layout)
     job_->memoryBlocks = layout_.memoryBlocks;
     job_->pagesPerBlock = layout_.pagesPerBlock;
     job_->hashBlocks = layout_.memoryBlocks;
-    job_->shmBase = job_->message = slot_.get();
-    job_->frameArea = slot_.get() + layout_.frameAreaOffset();
-    job_->pageDescriptors =
-        reinterpret_cast<PageDescriptor*>(slot_.get() + layout_.pageDescriptorsOffset());
-    job_->hashTable = reinterpret_cast<std::int32_t*>(slot_.get() + layout_.hashTableOffset());
+    attachSlot(*job_, slot_.get());
     job_->directoryPrefix = "/tmp/";
 }
 

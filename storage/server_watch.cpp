@@ -1,0 +1,22 @@
+#include "storage/server_watch.h"
+
+#include <poll.h>
+
+#include <cstdlib>
+
+#include "storage/work_file.h"
+
+namespace tvsort {
+
+void watchServer(SortJob& job, std::size_t byteCount) {
+    job.unwatchedBytes += byteCount;
+    if (job.unwatchedBytes < kUnwatchedBytesMax) return;
+    job.unwatchedBytes = 0;
+    // No event is asked for: a hang-up is told all the same.
+    pollfd socket = {job.socketFd, 0, 0};
+    if (poll(&socket, 1, 0) < 1 || (socket.revents & POLLHUP) == 0) return;
+    closeWorkFile(job);
+    exit(0);
+}
+
+}  // namespace tvsort
