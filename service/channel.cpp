@@ -14,6 +14,7 @@
 
 #include "service/slot_layout.h"
 #include "storage/page_pool.h"
+#include "storage/server_watch.h"
 #include "storage/work_file.h"
 
 namespace tvsort {
@@ -181,8 +182,7 @@ void sendReply(SortJob& job) {
     // 80 bytes fit the socket's buffer whole; a count, whatever it is, ends the operation.
     while (write(job.socketFd, &job.reply, sizeof(SortReply)) < 0) {
         if (errno == EAGAIN || errno == EINTR) continue;
-        printf(" TVSORT -- send msg error : %u\n", static_cast<unsigned>(errno));
-        stopProcess(job);
+        endWithoutReply(job, errno);
     }
 }
 

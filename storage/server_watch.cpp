@@ -1,12 +1,20 @@
 #include "storage/server_watch.h"
 
+#include <errno.h>
 #include <poll.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "storage/work_file.h"
 
 namespace tvsort {
+
+void endWithoutReply(SortJob& job, int systemError) {
+    printf(" TVSORT -- send msg error : %u\n", static_cast<unsigned>(systemError));
+    closeWorkFile(job);
+    exit(0);
+}
 
 void watchServer(SortJob& job, std::size_t byteCount) {
     job.unwatchedBytes += byteCount;
@@ -15,8 +23,7 @@ void watchServer(SortJob& job, std::size_t byteCount) {
     // No event is asked for: a hang-up is told all the same.
     pollfd socket = {job.socketFd, 0, 0};
     if (poll(&socket, 1, 0) < 1 || (socket.revents & POLLHUP) == 0) return;
-    closeWorkFile(job);
-    exit(0);
+    endWithoutReply(job, EPIPE);
 }
 
 }  // namespace tvsort

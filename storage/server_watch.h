@@ -16,8 +16,12 @@ namespace tvsort {
 // than moving one page.
 inline constexpr std::size_t kUnwatchedBytesMax = std::size_t{1} << 20;
 
-// To be called before `byteCount` bytes of the work file are moved. Ends the process with status 0
-// where the server has hung up.
+// Says on standard output why the reply cannot be sent, closes the work file and ends the process
+// with status 0.
+[[noreturn]] void endWithoutReply(SortJob& job, int systemError);
+
+// To be called before `byteCount` bytes of the work file are moved. Ends the process as a
+// reply that cannot be sent does, where the server has hung up.
 void watchServer(SortJob& job, std::size_t byteCount);
 
 }  // namespace tvsort
