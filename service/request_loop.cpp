@@ -98,8 +98,8 @@ void orderAndShape(SortJob& job) {
     shapeResult(job);
 }
 
-// Fills the frames with the first blocks of the request's data set, if it is larger than the pool. A
-// failure is raised only where no earlier one is to be reported.
+// Fills the frames with the first blocks of the request's data set, if it is larger than the pool.
+// A failure is raised only where no earlier one is to be reported.
 void reloadFrames(SortJob& job, const DataSet& requested) {
     const std::int32_t fileBlocks = requested.fileBlocks;
     if (job.errorCode == ErrorCode::kRequestContradictory) return;
