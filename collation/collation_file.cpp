@@ -1,7 +1,7 @@
 #include "collation/collation_file.h"
 
+#include <errno.h>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -21,23 +21,28 @@ constexpr char kInstanceDefault[] = "20561";
 // "tavucs" and the terminating zero.
 constexpr std::size_t kFixedPathBytes = 7;
 
-CollationTable mappedTable;
+// As much of a file as page offsets of 16 bits can lead to.
+Byte file[kCollationHeaderBytes + 0xffff + kCollationPageBytes];
+const CollationTable fileTable = {file + kCollationHeaderBytes};
 
-// Maps the whole file; null when that fails. The descriptor may be closed afterwards.
-const Byte* mapFile(int fd, std::size_t& fileBytes) {
-    const off_t end = lseek(fd, 0, SEEK_END);
-    if (end < 0) return nullptr;
-    fileBytes = static_cast<std::size_t>(end);
-    void* const start = mmap(nullptr, fileBytes, PROT_READ, MAP_SHARED, fd, 0);
-    return start == MAP_FAILED ? nullptr : static_cast<const Byte*>(start);
+// Reads the file's beginning, as far as it goes or fits; what cannot be read is 0 bytes long.
+std::size_t readFile(int fd) {
+    std::size_t fileBytes = 0;
+    while (fileBytes < sizeof file) {
+        const ssize_t moved = read(fd, file + fileBytes, sizeof file - fileBytes);
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved <= 0) break;
+        fileBytes += static_cast<std::size_t>(moved);
+    }
+    return fileBytes;
 }
 
 }  // namespace
 
-bool isCollationFile(const Byte* file, std::size_t fileBytes) {
+bool isCollationFile(const Byte* bytes, std::size_t fileBytes) {
     if (fileBytes < kCollationHeaderBytes + kCollationPageOffsetsBytes) return false;
-    if (loadU32(file + kCollationMagicOffset) != kCollationMagic) return false;
-    const Byte* const table = file + kCollationHeaderBytes;
+    if (loadU32(bytes + kCollationMagicOffset) != kCollationMagic) return false;
+    const Byte* const table = bytes + kCollationHeaderBytes;
     const std::size_t tableBytes = fileBytes - kCollationHeaderBytes;
     for (std::uint32_t page = 0; page < kCollationPageCount; ++page) {
         if (loadU16(table + 2 * page) + kCollationPageBytes > tableBytes) return false;
@@ -61,12 +66,9 @@ void loadCollation(const char* directoryPrefix) {
     // Non-blocking: a FIFO of that name must not hold up the start.
     const int fd = open(path, O_RDONLY | O_NONBLOCK);
     if (fd < 0) return;
-    std::size_t fileBytes = 0;
-    const Byte* const file = mapFile(fd, fileBytes);
+    const std::size_t fileBytes = readFile(fd);
     close(fd);
-    if (file == nullptr || !isCollationFile(file, fileBytes)) return;
-    mappedTable.bytes = file + kCollationHeaderBytes;
-    collationTable = &mappedTable;
+    if (isCollationFile(file, fileBytes)) collationTable = &fileTable;
 }
 
 }  // namespace tvsort

@@ -1,4 +1,4 @@
-// Finds and maps the server instance's collation file.
+// Finds and reads the server instance's collation file.
 //
 // The file is named by the directory prefix (start-up argument 4), "tavucs" and the instance
 // (`TAVRIN_MBX`, 20561 when it is not set):
@@ -7,8 +7,8 @@
 //     4   u32    magic 0x667DED94
 //     8   rest   a table (collation/collation_table.h)
 //
-// It is mapped read-only and shared, so the server may map the same file, and stays mapped until
-// the process ends.
+// What can be reached of it is copied once, before it is checked: whoever writes to the file
+// afterwards changes no order and leads no look-up astray.
 
 #pragma once
 
@@ -29,7 +29,7 @@ inline constexpr std::size_t kCollationHeaderBytes = 8;
 // file. Only a `TAVRIN_MBX` that is too long is worth a line on standard output.
 void loadCollation(const char* directoryPrefix);
 
-// Whether `fileBytes` bytes at `file` are a collation file that can be trusted.
-bool isCollationFile(const Byte* file, std::size_t fileBytes);
+// Whether `fileBytes` bytes at `bytes` are a collation file that can be trusted.
+bool isCollationFile(const Byte* bytes, std::size_t fileBytes);
 
 }  // namespace tvsort

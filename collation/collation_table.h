@@ -13,7 +13,7 @@
 //
 // A unit that its range entry does not cover is unmapped and weighs 0xFFFF.
 //
-// The table is mapped from a file at start-up (collation/collation_file.h) and only read
+// The table is read from a file at start-up (collation/collation_file.h) and not written
 // afterwards. Page offsets may be odd, so entries are read byte-wise.
 
 #pragma once

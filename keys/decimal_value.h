@@ -8,6 +8,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "service/bytes.h"
@@ -71,7 +72,7 @@ inline bool hasDigitAboveMax(const DecimalMagnitude& magnitude) {
 inline DecimalClass decimalClass(const Byte* value) {
     const DecimalMagnitude magnitude = decimalMagnitude(value);
     if (hasDigitAboveMax(magnitude)) return DecimalClass::kInvalid;
-    const auto classByte = static_cast<DecimalClass>(value[0]);
+    const auto classByte = static_cast<DecimalClass>(loadOnce<Byte>(value));
     switch (classByte) {
         case DecimalClass::kZero:
             return magnitude.isZero() ? DecimalClass::kZero : DecimalClass::kInvalid;
@@ -86,10 +87,11 @@ inline DecimalClass decimalClass(const Byte* value) {
     }
 }
 
-// The place of a class in the order of values, from 0. Not for the invalid one.
+// The place of a class in the order of values, from 0. An invalid one has no place; it gets one
+// that is none of the others'.
 constexpr std::uint8_t decimalClassRank(DecimalClass valueClass) {
-    constexpr std::uint8_t kRank[] = {2, 1, 3, 0, 4};
-    return kRank[static_cast<int>(valueClass)];
+    constexpr std::uint8_t kRank[] = {2, 1, 3, 0, 4, 5};
+    return kRank[static_cast<int>(std::min(valueClass, DecimalClass::kInvalid))];
 }
 
 // How the left value stands to the right one, exactly: no rounding, no tolerance.

@@ -51,7 +51,7 @@ const Byte* take(Reader& reader, std::uint32_t byteCount) {
 bool takeCount(Reader& reader, std::uint32_t memberBytesMin, std::uint32_t& count) {
     const Byte* const word = take(reader, kCountBytes);
     if (word == nullptr) return false;
-    count = loadU32(word);
+    count = loadOnce<std::uint32_t>(word);
     return count <= reader.remaining / memberBytesMin;
 }
 
@@ -179,7 +179,7 @@ OpenCollection open[kCollectionDepthMax];
 bool readSimple(Reader& reader, std::uint8_t& type, Envelope& envelope) {
     const Byte* const header = take(reader, kHeaderBytes);
     if (header == nullptr) return false;
-    if (type == kGeometryTypeOfValue) type = header[kTypeOffset];
+    if (type == kGeometryTypeOfValue) type = loadOnce<Byte>(header + kTypeOffset);
     envelope = kEmptyEnvelope;
     return type == kCollection || readBody(type, reader, envelope);
 }

@@ -88,8 +88,8 @@ struct PrefixedValues {
     std::int32_t contentBytes;
 
     PrefixedValues(const KeyRule& rule, const Byte* leftField, const Byte* rightField)
-        : leftLength(loadI16(leftField)),
-          rightLength(loadI16(rightField)),
+        : leftLength(loadOnce<std::int16_t>(leftField)),
+          rightLength(loadOnce<std::int16_t>(rightField)),
           left(leftField + kLengthPrefixBytes),
           right(rightField + kLengthPrefixBytes),
           contentBytes(rule.contentBytes) {}

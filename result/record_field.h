@@ -15,12 +15,13 @@ namespace tvsort {
 inline std::int32_t readField(SortJob& job, std::int32_t recordNumber, std::uint32_t fieldOffset) {
     if (failed(job)) return 0;
     const std::uint32_t place = addressRecord(job, recordNumber);
-    return failed(job) ? 0 : loadI32(recordAt(job, place) + fieldOffset);
+    return failed(job) ? 0 : loadOnce<std::int32_t>(recordAt(job, place) + fieldOffset);
 }
 
 // The same for a field on which places and the end of loops depend: a value outside `least` to
 // `most` raises 1412, and the answer is `least`. The fields are the process's own, but where the
-// work file ends too early a frame keeps the bytes of another block, and those may be anything.
+// work file ends too early a frame keeps the bytes of another block, or where somebody writes to
+// the slot out of turn, they may be anything.
 inline std::int32_t readFieldWithin(SortJob& job, std::int32_t recordNumber,
                                     std::uint32_t fieldOffset, std::int32_t least,
                                     std::int32_t most) {

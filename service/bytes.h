@@ -25,6 +25,15 @@ inline Value loadAs(const Byte* source) {
     return value;
 }
 
+// A number that bounds or indexes what follows, from memory that the server shares. The compiler is
+// kept from loading it again where it is used: what has been checked is what is used.
+template <typename Value>
+inline Value loadOnce(const Byte* source) {
+    Value value = loadAs<Value>(source);
+    asm volatile("" : "+r"(value));
+    return value;
+}
+
 template <typename Value>
 inline void storeAs(Byte* target, Value value) {
     static_assert(std::is_trivially_copyable_v<Value>);

@@ -13,6 +13,8 @@
 #include <cstring>
 
 #include "service/slot_layout.h"
+#include "storage/page_pool.h"
+#include "storage/server_watch.h"
 #include "storage/work_file.h"
 
 namespace tvsort {
@@ -24,8 +26,8 @@ constexpr char kSocketDirectoryDefault[] = "/tmp/tavrin";
 // A directory of more characters is ignored: with the socket's name it would exceed 255.
 constexpr std::size_t kSocketDirectoryCharsMax = 255 - 28;
 
-// The bytes of the last message that did not fit into the message buffer.
-Byte messageTail[kMessageBytesMax - kMessageBufferBytes];
+// The last message.
+Byte received[kMessageBytesMax];
 
 [[noreturn]] void endProcess() {
     exit(0);
@@ -74,12 +76,7 @@ void mapSlot(SortJob& job) {
         printf(" TVSORT %d  -- can't map shm object. Errno %d", job.slotNumber, errno);
         endProcess();
     }
-    Byte* const slot = static_cast<Byte*>(start);
-    job.shmBase = slot;
-    job.message = slot;
-    job.frameArea = slot + layout.frameAreaOffset();
-    job.pageDescriptors = reinterpret_cast<PageDescriptor*>(slot + layout.pageDescriptorsOffset());
-    job.hashTable = reinterpret_cast<std::int32_t*>(slot + layout.hashTableOffset());
+    attachSlot(job, static_cast<Byte*>(start));
 }
 
 void setBufferSize(const SortJob& job, int option, const char* failureFormat) {
@@ -127,17 +124,29 @@ void readFully(SortJob& job, Byte* target, std::size_t byteCount) {
 
 }  // namespace
 
+void attachSlot(SortJob& job, Byte* slot) {
+    const SlotLayout layout = {job.memoryBlocks, job.pagesPerBlock};
+    job.shmBase = slot;
+    job.message = slot;
+    job.frameArea = slot + layout.frameAreaOffset();
+    job.shownPageDescriptors =
+        reinterpret_cast<PageDescriptor*>(slot + layout.pageDescriptorsOffset());
+    job.shownHashTable = reinterpret_cast<std::int32_t*>(slot + layout.hashTableOffset());
+    attachPool(job);
+}
+
 void openChannel(SortJob& job) {
     job.processId = getpid();
     mapSlot(job);
     connectToServer(job);
+    job.reply = loadAs<SortReply>(job.message);
     sendReply(job);       // the hello
     receiveMessage(job);  // the answer; a work file that did not open is reported at start-up
 }
 
 bool receiveMessage(SortJob& job) {
-    readFully(job, job.message, kLengthWordBytes);
-    const std::uint32_t length = messageBytes(job);
+    readFully(job, received, kLengthWordBytes);
+    const std::uint32_t length = messageBytes();
     if (length > kMessageBytesMax || length < kMessageBytesMin) {
         // Where the next message starts is unknown: nothing more can be read.
         printf("WARNING: TVSORT - too %s message received - %d size. \n",
@@ -145,44 +154,35 @@ bool receiveMessage(SortJob& job) {
         close(job.socketFd);
         stopProcess(job);
     }
-    const std::size_t bufferedBytes = std::min<std::size_t>(length, kMessageBufferBytes);
-    readFully(job, job.message + kLengthWordBytes, bufferedBytes - kLengthWordBytes);
-    readFully(job, messageTail, length - bufferedBytes);
+    readFully(job, received + kLengthWordBytes, length - kLengthWordBytes);
+    memcpy(job.message, received, std::min<std::size_t>(length, kMessageBufferBytes));
+    // A message shorter than a reply leaves what the buffer held behind it.
+    job.reply = loadAs<SortReply>(job.message);
 
-    const char* const name =
-        reinterpret_cast<const char*>(job.message + offsetof(SortRequest, workDirName));
+    char name[kDirectoryNameBytes];
+    memcpy(name, job.message + offsetof(SortRequest, workDirName), sizeof name);
     if (memcmp(name, kShutdownName, kDirectoryNameBytes) == 0) stopProcess(job);
     if (job.workFileOpen == 0) openWorkFile(job, name);
     return job.workFileOpen == 1;
 }
 
-std::uint32_t messageBytes(const SortJob& job) {
-    return loadU32(job.message);
+std::uint32_t messageBytes() {
+    return loadU32(received);
 }
 
-void copyFromMessage(const SortJob& job, std::size_t offset, void* target, std::size_t byteCount) {
-    Byte* const bytes = static_cast<Byte*>(target);
-    std::size_t fromBuffer = 0;
-    if (offset < kMessageBufferBytes) {
-        fromBuffer = std::min(byteCount, kMessageBufferBytes - offset);
-        memcpy(bytes, job.message + offset, fromBuffer);
-    }
-    if (fromBuffer < byteCount) {
-        memcpy(bytes + fromBuffer, messageTail + (offset + fromBuffer - kMessageBufferBytes),
-               byteCount - fromBuffer);
-    }
+void copyFromMessage(std::size_t offset, void* target, std::size_t byteCount) {
+    memcpy(target, received + offset, byteCount);
 }
 
 void sendReply(SortJob& job) {
-    storeAs<std::int32_t>(job.message + offsetof(SortReply, processId), job.processId);
-    storeAs<std::uint32_t>(job.message + offsetof(SortReply, errorCode),
-                           static_cast<std::uint32_t>(job.errorCode));
-    storeAs<std::uint32_t>(job.message + offsetof(SortReply, length), sizeof(SortReply));
+    job.reply.length = sizeof(SortReply);
+    job.reply.processId = job.processId;
+    job.reply.errorCode = static_cast<std::uint32_t>(job.errorCode);
+    storeAs(job.message, job.reply);
     // 80 bytes fit the socket's buffer whole; a count, whatever it is, ends the operation.
-    while (write(job.socketFd, job.message, sizeof(SortReply)) < 0) {
+    while (write(job.socketFd, &job.reply, sizeof(SortReply)) < 0) {
         if (errno == EAGAIN || errno == EINTR) continue;
-        printf(" TVSORT -- send msg error : %u\n", static_cast<unsigned>(errno));
-        stopProcess(job);
+        endWithoutReply(job, errno);
     }
 }
 

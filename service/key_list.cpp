@@ -70,11 +70,11 @@ void takeKeyList(SortJob& job) {
         return;
     }
     // What stands in the buffer behind a message is an earlier one's.
-    if (messageBytes(job) < itemCountOffset(job.keyCount)) {
+    if (messageBytes() < itemCountOffset(job.keyCount)) {
         raise(job, ErrorCode::kRequestContradictory);
         return;
     }
-    copyFromMessage(job, sizeof(SortRequest), job.keys, job.keyCount * sizeof(KeyDescriptor));
+    copyFromMessage(sizeof(SortRequest), job.keys, job.keyCount * sizeof(KeyDescriptor));
     job.hasKind4Key = 0;
     job.extraKeyCount = 0;
     job.primaryKeyCount = 0;
@@ -88,11 +88,18 @@ void takeKeyList(SortJob& job) {
 void takeItems(SortJob& job) {
     const std::size_t countOffset =
         itemCountOffset(std::size_t{job.primaryKeyCount} + job.extraKeyCount);
+    const std::size_t itemsOffset = countOffset + sizeof job.itemCount;
+    const std::size_t length = messageBytes();
     job.itemCount = 0;
-    if (messageBytes(job) == countOffset) return;
-    copyFromMessage(job, countOffset, &job.itemCount, sizeof job.itemCount);
-    copyFromMessage(job, countOffset + sizeof job.itemCount, job.items,
-                    job.itemCount * sizeof(ByteWeightTable));
+    if (length == countOffset) return;
+    std::uint16_t itemCount = kItemsMax + 1;
+    if (length >= itemsOffset) copyFromMessage(countOffset, &itemCount, sizeof itemCount);
+    if (itemCount > kItemsMax || length < itemsOffset + itemCount * sizeof(ByteWeightTable)) {
+        raise(job, ErrorCode::kRequestContradictory);
+        return;
+    }
+    copyFromMessage(itemsOffset, job.items, itemCount * sizeof(ByteWeightTable));
+    job.itemCount = itemCount;
 }
 
 }  // namespace tvsort

@@ -18,7 +18,8 @@ namespace tvsort {
 // place.
 void takeKeyList(SortJob& job);
 
-// Copies the request's byte-weight tables into `items`. Needs a checked request.
+// Copies the request's byte-weight tables into `items`. Needs its key list. Raises 1406 for more
+// than 32, and for a message that ends before they do.
 void takeItems(SortJob& job);
 
 }  // namespace tvsort

@@ -1,7 +1,6 @@
 #include "service/request_check.h"
 
 #include "result/hierarchy_sort.h"
-#include "service/channel.h"
 
 namespace tvsort {
 
@@ -15,22 +14,11 @@ bool countsAreUsable(const SortJob& job) {
            job.recordCount >= 0 && job.limitCount >= 0;
 }
 
-bool messageIsComplete(const SortJob& job) {
-    const std::size_t length = messageBytes(job);
-    const std::size_t countOffset =
-        itemCountOffset(std::size_t{job.primaryKeyCount} + job.extraKeyCount);
-    if (length == countOffset) return true;
-    std::uint16_t itemCount = 0;
-    const std::size_t itemsOffset = countOffset + sizeof itemCount;
-    if (length < itemsOffset) return false;
-    copyFromMessage(job, countOffset, &itemCount, sizeof itemCount);
-    return itemCount <= kItemsMax && length >= itemsOffset + itemCount * sizeof(ByteWeightTable);
-}
-
 bool recordsFitBlocks(const SortJob& job) {
     const std::int64_t perBlock = job.recordsPerBlock;
     const std::int64_t length = job.recordLength;
-    return perBlock > 0 && perBlock * length <= std::int64_t{job.blockPages} * kPageBytes &&
+    return perBlock > 0 && length > 0 &&
+           perBlock * length <= std::int64_t{job.blockPages} * kPageBytes &&
            (perBlock - 1) * length < kRecordOffsetEnd &&
            job.recordCount <= job.fileBlocks * perBlock;
 }
@@ -75,7 +63,7 @@ bool modeFieldsFitRecord(const SortJob& job) {
 }  // namespace
 
 void checkRequest(SortJob& job) {
-    const bool good = countsAreUsable(job) && messageIsComplete(job) &&
+    const bool good = countsAreUsable(job) &&
                       (job.recordCount < 2 ||
                        (recordsFitBlocks(job) && keysFitRecord(job) && modeFieldsFitRecord(job)));
     if (!good) raise(job, ErrorCode::kRequestContradictory);

@@ -5,19 +5,19 @@
 // before any record or block is touched:
 //
 //     always                      blockPages below 1 or above pagesPerBlock; fileBlocks,
-//                                 recordCount or limitCount negative; more than 32 items; a message
-//                                 shorter than its descriptors and items
-//     with two or more records    no records per block; records that do not fit their block or
-//                                 would start at byte 65536 of it or later; more records than
-//                                 fileBlocks hold; a sort key, its null indicator or a field that
-//                                 the sort mode uses outside the record; in sort mode 7 a level
-//                                 that overlaps the fields that the sort writes
+//                                 recordCount or limitCount negative
+//     with two or more records    no records per block; records of no bytes; records that do not
+//                                 fit their block or would start at byte 65536 of it or later; more
+//                                 records than fileBlocks hold; a sort key, its null indicator or a
+//                                 field that the sort mode uses outside the record; in sort mode 7
+//                                 a level that overlaps the fields that the sort writes
 //
 // Why no comparison reads beyond the slot: a record ends inside its block, a block inside its
 // frame, and frames and the pivot's copy inside the frame area. A key's field ends inside the
-// record (keyFieldBytes), and the content of a prefixed value with it (KeyRule::contentBytes). The
-// digits of sort/leading_digits.h are loaded eight bytes at a time, of which those behind the
-// record's end do not count; behind the frame area stand the page descriptors.
+// record (keyFieldBytes), and the content of a prefixed value with it (KeyRule::contentBytes).
+// Digits are loaded eight bytes at a time from where a value has at least one, so at most seven
+// bytes are read behind a record's end, of which none counts; behind the frame area stand the page
+// descriptors. A key that reads no byte may stand anywhere and is never loaded from.
 
 #pragma once
 

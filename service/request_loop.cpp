@@ -19,6 +19,15 @@ namespace {
 // Handed to the in-memory sort, which holds one record in it.
 Byte scratch[kRecordBufferBytes];
 
+// The data set as the request states it; shaping the result changes what the job says of it.
+struct DataSet {
+    std::int32_t fileBlocks;
+    std::int32_t recordCount;
+};
+
+// What `framesInUse` is before a request has set up the pool.
+constexpr std::int32_t kPoolNotSet = -1;
+
 void takeGeometry(SortJob& job, const SortRequest& request) {
     job.fileBlocks = request.fileBlocks;
     job.blockPages = request.blockPages;
@@ -40,9 +49,10 @@ void takeGeometry(SortJob& job, const SortRequest& request) {
 void prepareKeys(SortJob& job) {
     takeKeyList(job);
     if (failed(job)) return;
+    takeItems(job);
+    if (failed(job)) return;
     checkRequest(job);
     if (failed(job)) return;
-    takeItems(job);
     resolveKeyRules(job);
 }
 
@@ -54,7 +64,7 @@ void preparePool(SortJob& job) {
     job.mruFrame = job.framesInUse - 1;
     job.currentFrame = 0;  // an earlier request's frame may not even exist in this one's geometry
     initPool(job, job.framesInUse,
-             job.frameCount < job.fileBlocks ? DirtyFlags::kSet : DirtyFlags::kKeep);
+             job.frameCount < job.fileBlocks ? DirtyFlags::kSet : DirtyFlags::kFromSlot);
 }
 
 void shapeResult(SortJob& job) {
@@ -88,50 +98,59 @@ void orderAndShape(SortJob& job) {
     shapeResult(job);
 }
 
-// Fills the frames with the first blocks of a data set of `fileBlocks` blocks, if it is larger than
-// the pool. A failure is raised only where no earlier one is to be reported.
-void reloadFrames(SortJob& job, std::int32_t fileBlocks) {
+// Fills the frames with the first blocks of the request's data set, if it is larger than the pool.
+// A failure is raised only where no earlier one is to be reported.
+void reloadFrames(SortJob& job, const DataSet& requested) {
+    const std::int32_t fileBlocks = requested.fileBlocks;
     if (job.errorCode == ErrorCode::kRequestContradictory) return;
     if (job.frameCount < 1 || job.frameCount >= fileBlocks) return;
     const ErrorCode errorBefore = job.errorCode;
-    Byte* const osError = job.message + offsetof(SortReply, osError);
-    const auto osErrorBefore = loadI32(osError);
-    readBlocks(job, job.frameArea, 1, job.frameCount);
+    const std::int32_t osErrorBefore = job.reply.osError;
+    // A single record is neither sorted nor flushed: it stands in frame 0 and nowhere else.
+    const std::int32_t keptFrames = requested.recordCount == 1 ? 1 : 0;
+    readBlocks(job, recordAt(job, frameOffset(job, keptFrames)), 1 + keptFrames,
+               job.frameCount - keptFrames);
     if (errorBefore != ErrorCode::kSuccess) {
         job.errorCode = errorBefore;
-        storeAs<std::int32_t>(osError, osErrorBefore);
+        job.reply.osError = osErrorBefore;
     }
     clearHashTable(job, fileBlocks);
-    initPool(job, job.frameCount, DirtyFlags::kKeep);
+    // A request refused before its pool was set up has not looked at the slot's flags yet.
+    const bool poolIsSet = job.framesInUse != kPoolNotSet;
+    job.framesInUse = job.frameCount;
+    initPool(job, job.frameCount, poolIsSet ? DirtyFlags::kKeep : DirtyFlags::kFromSlot);
 }
 
-// The message buffer turns from request to reply: the words of a failed one stay the request's.
-void writeResultWords(const SortJob& job) {
-    storeAs(job.message + offsetof(SortReply, fileBlocks), job.fileBlocks);
-    storeAs(job.message + offsetof(SortReply, blockPages), job.blockPages);
-    storeAs(job.message + offsetof(SortReply, recordCount), job.recordCount);
-    storeAs(job.message + offsetof(SortReply, groupCount), job.groupCount);
-    storeAs(job.message + offsetof(SortReply, recordLength), job.recordLength);
+// The words of a failed request stay the request's.
+void writeResultWords(SortJob& job) {
+    job.reply.fileBlocks = job.fileBlocks;
+    job.reply.blockPages = job.blockPages;
+    job.reply.recordCount = job.recordCount;
+    job.reply.groupCount = job.groupCount;
+    job.reply.recordLength = job.recordLength;
 }
 
 }  // namespace
 
 void serveRequest(SortJob& job) {
     job.errorCode = ErrorCode::kSuccess;
+    job.framesInUse = kPoolNotSet;
     // Without a work file no request has been taken yet: there is nothing to reload.
-    std::int32_t requestFileBlocks = 0;
+    DataSet requested = {};
     if (!receiveMessage(job)) {
         // 1401 is to be reported.
-    } else if (messageBytes(job) < sizeof(SortRequest)) {
+    } else if (messageBytes() < sizeof(SortRequest)) {
         raise(job, ErrorCode::kRequestContradictory);
     } else {
-        const auto request = loadAs<SortRequest>(job.message);
-        requestFileBlocks = request.fileBlocks;
+        SortRequest request;
+        copyFromMessage(0, &request, sizeof request);
+        requested = {request.fileBlocks, request.recordCount};
         takeGeometry(job, request);
         prepareKeys(job);
         if (!failed(job)) orderAndShape(job);
     }
-    reloadFrames(job, requestFileBlocks);
+    reloadFrames(job, requested);
+    if (job.framesInUse != kPoolNotSet) showPool(job, requested.fileBlocks);
     if (!failed(job)) writeResultWords(job);
     sendReply(job);
 }

@@ -2,9 +2,21 @@
 //
 // Everything the process knows about the channel, its memory, the current request and the page pool
 // lives in the `SortJob`. There is one, zero-filled at start, never freed; every operation takes it
-// by reference. Together with the request loop's scratch area, the hierarchy sort's two record
-// buffers, the tail of an over-long message (service/channel.cpp) and the shared-memory slot it is
-// all the memory there is.
+// by reference. All other memory is static, too, and each piece belongs to one module:
+//
+//     module                      bytes        content
+//     service/channel             65,528       the message received last
+//     service/request_loop        65,536       scratch record
+//     storage/page_pool           29,360,128   page descriptors and hash table, for 2^20 frames
+//     sort/distribution_sort      6,815,744    counters, entries, waiting ranges
+//     sort/counting_pass, bucket_sort, normalized_key   some 50,000
+//     result/hierarchy_sort       131,072      two records
+//     keys/geometry_envelope      147,456      open collections
+//     collation/collation_file    67,079       the file
+//
+// Of the large ones only the pages in use are ever touched. The records lie in the slot, which is
+// shared: no count, index, link or place that the process follows is read from there twice, and
+// none is followed unchecked.
 //
 // Most fields belong to a request and are set afresh for each. Those that no request resets keep an
 // earlier request's value: `kind4Key` (meaningful only while `hasKind4Key` is 1), `compareState`,
@@ -51,12 +63,14 @@ struct SortJob {
     std::int32_t socketFd;  // the connected socket
     std::int32_t workFd;    // the work file
     std::uint16_t workFileOpen;
+    std::size_t unwatchedBytes;  // moved since the last look at the server (storage/server_watch.h)
     Byte* shmBase;
     Byte* frameArea;
-    Byte* message;  // request in, reply out
-    PageDescriptor* pageDescriptors;
-    std::int32_t memoryBlocks;   // memory granted, in blocks of pagesPerBlock pages
-    std::int32_t pagesPerBlock;  // pages
+    Byte* message;                         // request in, reply out
+    PageDescriptor* pageDescriptors;       // the pool's own (storage/page_pool.h)
+    PageDescriptor* shownPageDescriptors;  // the slot's, for the server
+    std::int32_t memoryBlocks;             // memory granted, in blocks of pagesPerBlock pages
+    std::int32_t pagesPerBlock;            // pages
     std::int32_t framesPerBlock;
     std::int32_t frameCount;        // framesPerBlock x memoryBlocks
     std::int32_t fileBlocks;        // blocks of the data set; result/ may lower it
@@ -90,9 +104,11 @@ struct SortJob {
     const KeyDescriptor* keyOrder[kKeysMax];
     std::uint8_t keyPositions[kKeysMax];  // by place in keyOrder: the key's place in the request
     std::int32_t hashBlocks;              // memoryBlocks: the pool's modulus counts in it
-    std::int32_t* hashTable;
-    std::int32_t limitCount;  // leading records wanted; raised over ties
+    std::int32_t* hashTable;              // the pool's own
+    std::int32_t* shownHashTable;         // the slot's, for the server
+    std::int32_t limitCount;              // leading records wanted; raised over ties
 
+    SortReply reply;              // as it will be sent: the request's bytes until they are written
     KeyRule keyRules[kKeysMax];   // keyOrder as the comparators read it (keys/key_meaning.h)
     const char* directoryPrefix;  // start-up argument 4, unchanged
 };
@@ -105,9 +121,9 @@ inline bool failed(const SortJob& job) {
     return job.errorCode != ErrorCode::kSuccess;
 }
 
-// A failed system call: its number goes into reply word 44.
+// A failed system call: its number goes into the reply.
 inline void raiseSystemError(SortJob& job, ErrorCode code, std::int32_t systemError) {
-    storeAs<std::int32_t>(job.message + offsetof(SortReply, osError), systemError);
+    job.reply.osError = systemError;
     raise(job, code);
 }
 

@@ -113,6 +113,8 @@ void moveToBuckets(const RecordArray& source, const Digit& digit, const std::uin
         visitRecords(source, 0, source.count, [&](const Byte* record) {
             const std::uint32_t bucket = counters[reader.read(record, misfits)];
             const std::size_t place = nextPlaces[bucket]++;
+            // Full only where records have changed since they were counted.
+            if (place >= source.count) return;
             Byte* const to = target + place * recordLength;
             __builtin_prefetch(record + kReadAheadBytes);
             __builtin_prefetch(to + recordLength, 1);

@@ -49,8 +49,8 @@ std::int32_t valueBytes(const DigitSource& source, const Byte* reference) {
         case LeadingKind::kBytes:
             return source.fieldLength;
         case LeadingKind::kString:
-            return std::clamp<std::int32_t>(loadI16(reference + source.fieldOffset), 0,
-                                            source.contentBytes);
+            return std::clamp<std::int32_t>(loadOnce<std::int16_t>(reference + source.fieldOffset),
+                                            0, source.contentBytes);
         default:
             return 8;
     }
@@ -141,7 +141,8 @@ bool passValue(DecidingKey& key, const Samples& samples) {
     const bool isDecimal = source.kind == LeadingKind::kDecimal;
     const std::uint32_t offset = isDecimal ? source.fieldOffset : source.offset;
     const std::int32_t left = valueBytes(source, samples.reference) - source.skippedBytes;
-    return addAlikeBytes(key, samples, offset, static_cast<std::uint32_t>(left));
+    // Below 0 only where the value has become shorter since its digits were skipped.
+    return left >= 0 && addAlikeBytes(key, samples, offset, static_cast<std::uint32_t>(left));
 }
 
 bool isOrderly(const KeyRule& rule) {

@@ -77,26 +77,33 @@ void checkUniqueness(SortJob& job) {
     }
 }
 
-constexpr std::uint32_t kNoRange = ~std::uint32_t{0};
-// What the counter table, between two passes, has room for beside the bytes that align it.
-constexpr std::uint32_t kBucketEntriesMax = kCounterTableBytes / (2 * sizeof(Entry)) - 1;
+// Entries of a bucket, twice, are as many bytes as the counters: both stay in the processor's
+// cache.
+constexpr std::uint32_t kBucketEntriesMax = kCounterTableBytes / (2 * sizeof(Entry));
 
 // Records of the scratch area, equal in the key before `place`, that are too many for one bucket.
-// The range is noted in its own part of the data area, which is free until the range is done.
 struct WaitingRange {
     std::uint32_t begin;
     std::uint32_t end;
-    std::uint32_t nextBegin;  // the range that waits behind it
     KeyPlace place;
 };
+
+// Ranges that wait do not overlap, and each has more records than a bucket. Data area and scratch
+// area share 4 GiB, so there are at most 2^31 records, of one byte.
+constexpr std::uint32_t kWaitingMax = (std::uint32_t{1} << 31) / kBucketEntriesMax;
+
+// What says where records go stands in the process's own memory: in the slot another writer could
+// change it between two looks.
+std::uint32_t counters[kCounterCount];
+Entry entries[kBucketEntriesMax];
+Entry otherEntries[kBucketEntriesMax];
+WaitingRange waiting[kWaitingMax];
 
 // The regions, and what there is to do.
 struct Distribution {
     RecordArray data;
     Byte* scratchArea;
-    std::uint32_t* counters;
-    EntryArrays entryArrays;
-    std::uint32_t waitingBegin;
+    std::uint32_t waitingCount;
 
     Byte* scratchRecord(std::uint32_t index) const {
         return scratchArea + std::size_t{index} * data.recordLength;
@@ -117,28 +124,11 @@ RecordArray dataRecords(const SortJob& job) {
 
 Distribution layOut(const SortJob& job) {
     const std::size_t dataBytes = static_cast<std::size_t>(job.fileBlocks) * frameBytes(job);
-    const std::size_t recordBytes =
-        static_cast<std::size_t>(job.recordCount) * std::size_t{job.recordLength};
-    Byte* const scratchArea = job.frameArea + dataBytes;
-    Byte* const counters = scratchArea + ((recordBytes + 3) & ~std::size_t{3});
-    const std::size_t misaligned = reinterpret_cast<std::uintptr_t>(counters) % alignof(Entry);
-    auto* const entries = reinterpret_cast<Entry*>(counters + misaligned);
-    return {dataRecords(job),
-            scratchArea,
-            reinterpret_cast<std::uint32_t*>(counters),
-            {entries, entries + kBucketEntriesMax},
-            kNoRange};
+    return {dataRecords(job), job.frameArea + dataBytes, 0};
 }
 
 void letWait(Distribution& work, std::uint32_t begin, std::uint32_t end, const KeyPlace& place) {
-    storeAs<WaitingRange>(work.data.at(begin), {begin, end, work.waitingBegin, place});
-    work.waitingBegin = begin;
-}
-
-WaitingRange takeWaiting(Distribution& work) {
-    const auto range = loadAs<WaitingRange>(work.data.at(work.waitingBegin));
-    work.waitingBegin = range.nextBegin;
-    return range;
+    waiting[work.waitingCount++] = {begin, end, place};
 }
 
 // Copies records of the scratch area, which are in order, to the data area.
@@ -155,8 +145,8 @@ void finishBucket(const Distribution& work, std::uint32_t begin, std::uint32_t e
                   const KeyPlace& place) {
     const std::uint32_t recordLength = work.data.recordLength;
     const Byte* const records = work.scratchRecord(begin);
-    orderBucket(normalizedKey, place, records, end - begin, recordLength, work.entryArrays);
-    const Entry* entry = work.entryArrays.entries;
+    orderBucket(normalizedKey, place, records, end - begin, recordLength, {entries, otherEntries});
+    const Entry* entry = entries;
     visitRecords(work.data, begin, end, [&](Byte* target) {
         copyRecord(target, records + std::size_t{entry->index} * recordLength, recordLength);
         ++entry;
@@ -183,22 +173,22 @@ void finishBuckets(Distribution& work, std::uint32_t base) {
 
 // Distributes the data area to the scratch area.
 void distributeAll(Distribution& work) {
-    if (!countDigits(normalizedKey, kKeyStart, work.data, work.counters, keyDigit)) return;
-    makeBuckets(work.data.count, keyDigit, work.counters, recordBuckets);
-    moveToBuckets(work.data, keyDigit, work.counters, recordBuckets, work.scratchArea);
+    if (!countDigits(normalizedKey, kKeyStart, work.data, counters, keyDigit)) return;
+    makeBuckets(work.data.count, keyDigit, counters, recordBuckets);
+    moveToBuckets(work.data, keyDigit, counters, recordBuckets, work.scratchArea);
     finishBuckets(work, 0);
 }
 
 // Distributes a range of the scratch area, by way of its part of the data area.
 void distributeRange(Distribution& work, const WaitingRange& range) {
     const RecordArray source = work.scratchRecords(range.begin, range.end);
-    if (!countDigits(normalizedKey, range.place, source, work.counters, keyDigit)) {
+    if (!countDigits(normalizedKey, range.place, source, counters, keyDigit)) {
         returnRecords(work, range.begin, range.end);
         return;
     }
     Byte* const target = work.data.at(range.begin);
-    makeBuckets(source.count, keyDigit, work.counters, recordBuckets);
-    moveToBuckets(source, keyDigit, work.counters, recordBuckets, target);
+    makeBuckets(source.count, keyDigit, counters, recordBuckets);
+    moveToBuckets(source, keyDigit, counters, recordBuckets, target);
     std::memcpy(source.first, target, std::size_t{source.count} * source.recordLength);
     finishBuckets(work, range.begin);
 }
@@ -219,8 +209,8 @@ void distributionSort(SortJob& job) {
     Distribution work = layOut(job);
     if (!arriveInOrder(normalizedKey, work.data) && !reverseDescending(normalizedKey, work.data)) {
         distributeAll(work);
-        while (work.waitingBegin != kNoRange)
-            distributeRange(work, takeWaiting(work));
+        while (work.waitingCount > 0)
+            distributeRange(work, waiting[--work.waitingCount]);
     }
     checkUniqueness(job);
 }

@@ -5,16 +5,16 @@
 //
 //     0                                 data area     the frames with the blocks of the data set
 //     fileBlocks x F                    scratch area  N x L bytes
-//     + N x L, rounded up to 4          counters      262144 bytes
 //
-// The frames behind the data set hold no block, so they are free for this use. What decides the
-// speed is how often records move between memory and cache, so each moves only twice:
+// The frames behind the data set hold no block, so they are free for this use. Counters and entries
+// say where records go, so they stand in the process's own memory; servers reckon with a table of
+// 262,148 bytes behind the scratch area all the same, and what must fit is what it was. What
+// decides the speed is how often records move between memory and cache, so each moves only twice:
 //
 //     sort/arrival_order.h   records that arrive in order, or reversed, go another way
 //     sort/counting_pass.h   one pass brings all records to the scratch area, in about a thousand
 //                            buckets that follow one another in the order of the keys
 //     sort/bucket_sort.h     each bucket, small enough for the cache, is put in order by entries
-//                            that stand in the place of the counters
 //                            and its records are copied back, to their places in the data area
 //
 // A bucket that is too large is distributed once more: into its own part of the data area, packed,

@@ -19,7 +19,8 @@
 
 namespace tvsort {
 
-// What the digits are made of; kNone: the key has none.
+// What the digits are made of; kNone: the key has none. A key without a byte of its own has none:
+// it may stand at any place, even outside the record.
 enum class LeadingKind : std::uint8_t {
     kNone,
     kInteger2,
@@ -41,9 +42,9 @@ inline LeadingKind leadingKind(const KeyRule& rule) {
         case Comparison::kInteger8:
             return LeadingKind::kInteger8;
         case Comparison::kBytes:
-            return LeadingKind::kBytes;
+            return rule.fieldLength > 0 ? LeadingKind::kBytes : LeadingKind::kNone;
         case Comparison::kString:
-            return LeadingKind::kString;
+            return rule.contentBytes > 0 ? LeadingKind::kString : LeadingKind::kNone;
         case Comparison::kSingle:
             return LeadingKind::kSingle;
         case Comparison::kDouble:
@@ -81,7 +82,8 @@ inline std::uint64_t leadingBytes(std::int32_t count) {
     return kLeadingBytes[std::clamp(count, 0, kDigitBytes)];
 }
 
-// Eight bytes, the first one most significant. Behind a record's end the slot goes on.
+// Eight bytes, the first one most significant. The first one lies in the record, so at most seven
+// lie behind it, where the slot goes on.
 inline std::uint64_t digitsOfBytes(const Byte* bytes) {
     return __builtin_bswap64(loadAs<std::uint64_t>(bytes));
 }
@@ -150,6 +152,9 @@ constexpr DecimalSense decimalSense(DecimalClass valueClass) {
             isNegative ? kDecimalMagnitude : 0, hasDigits ? kDecimalMagnitude : 0, true};
 }
 
+// All class bytes from here on are the same: of no class.
+inline constexpr Byte kDecimalClassMax = static_cast<Byte>(DecimalClass::kInvalid);
+
 // By class byte, those above 4 as one: for a value with digits, and for one without.
 inline constexpr DecimalSense kDecimalSenses[][2] = {
     {decimalSense(DecimalClass::kInvalid), decimalSense(DecimalClass::kZero)},
@@ -165,7 +170,8 @@ inline constexpr DecimalSense kDecimalSenses[][2] = {
 inline bool decimalDigits(const DigitSource& source, const Byte* record, std::uint64_t& digits) {
     const Byte* const field = record + source.fieldOffset;
     const DecimalMagnitude all = decimalMagnitude(field);
-    const DecimalSense& sense = kDecimalSenses[std::min<Byte>(field[0], 5)][all.isZero() ? 1 : 0];
+    const Byte classByte = std::min(loadOnce<Byte>(field), kDecimalClassMax);
+    const DecimalSense& sense = kDecimalSenses[classByte][all.isZero() ? 1 : 0];
     const std::uint64_t beyond = (all.high & source.decimalsAbove) != 0 ? kDecimalMagnitude : 0;
     const std::uint64_t magnitude = loadAs<std::uint64_t>(record + source.offset) >> 8 | beyond;
     digits = sense.rank | ((magnitude ^ sense.turn) & sense.used);
@@ -192,7 +198,7 @@ inline bool ascendingDigits(const DigitSource& source, const Byte* record, std::
     } else if constexpr (kind == LeadingKind::kBytes) {
         digits = digitsOfBytes(bytes) & source.usedBytes;
     } else if constexpr (kind == LeadingKind::kString) {
-        const std::int32_t length = loadI16(record + source.fieldOffset);
+        const std::int32_t length = loadOnce<std::int16_t>(record + source.fieldOffset);
         const std::int32_t content = std::min(length, source.contentBytes) - source.skippedBytes;
         digits = digitsOfBytes(bytes) & leadingBytes(content);
         return (length <= source.fieldLength) & (content >= 0);

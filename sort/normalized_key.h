@@ -88,7 +88,8 @@ inline KeyWord wordAt(const NormalizedKey& key, std::uint32_t segment, std::uint
     return result;
 }
 
-// A decimal's word, before direction. Its class is one that decimalsHavePlaces lets pass.
+// A decimal's word, before direction. Its class is one that decimalsHavePlaces lets pass, unless
+// the record has changed since.
 inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh) {
     constexpr int kRankShift = 60;
     constexpr int kCountShift = 56;
@@ -97,7 +98,7 @@ inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh)
     constexpr std::uint64_t kEachByte = 0x0101010101010101;
 
     const DecimalMagnitude magnitude = decimalMagnitude(value);
-    auto valueClass = static_cast<DecimalClass>(value[0]);
+    auto valueClass = static_cast<DecimalClass>(loadOnce<Byte>(value));
     const bool isNumber = !magnitude.isZero() && (valueClass == DecimalClass::kNegative ||
                                                   valueClass == DecimalClass::kPositive);
     if (!isNumber) {

@@ -150,13 +150,27 @@ bool settleOrder(const ShortRange& range, Entry* entries) {
     return settleAlike(range, entries);
 }
 
-// Moves each record once, by way of a copy of all.
+// Moves each record once, by way of a copy of all, which `copy` has room for: at most
+// kEntriesMax records in kRecordBufferBytes (sortShortRange).
 void placeRecords(Byte* first, std::uint32_t recordLength, const Entry* entries, std::int32_t count,
                   Byte* copy) {
     std::memcpy(copy, first, static_cast<std::size_t>(count) * recordLength);
     for (std::int32_t i = 0; i < count; ++i)
         std::memcpy(first + static_cast<std::size_t>(i) * recordLength,
                     copy + entries[i].index * recordLength, recordLength);
+}
+
+// Whether every record can be compared with itself. A partition compares its pivot with its copy,
+// and meets in keys behind the deciding one what no two records of the range would show.
+bool areComparable(const ShortRange& range) {
+    SortJob& job = range.job;
+    if (freeComparisons(job, range.key).ofComparable) return true;
+    std::uint32_t record = range.first;
+    for (std::int32_t i = 0; i < range.count && !failed(job); ++i, record += job.recordLength)
+        recordPrecedes(job, record, record);
+    const bool comparable = !failed(job);
+    job.errorCode = ErrorCode::kSuccess;  // the partition will raise it, or not, in its turn
+    return comparable;
 }
 
 bool isInPlace(const Entry* entries, std::int32_t count) {
@@ -172,6 +186,7 @@ bool sortShortRange(SortJob& job, const HeldRecord& low, const HeldRecord& high,
     const std::uint32_t recordLength = job.recordLength;
     const std::int32_t distance = high.recordNumber - low.recordNumber;
     const std::int32_t count = distance + 1;
+    if (static_cast<std::uint32_t>(count) * recordLength > kRecordBufferBytes) return false;
     Byte* const first = recordAt(job, low.offset);
     const Byte* const middle = first + static_cast<std::size_t>(count / 2) * recordLength;
     const DecidingKey key = chooseDecidingKey(job, middle, first, recordAt(job, high.offset));
@@ -182,6 +197,7 @@ bool sortShortRange(SortJob& job, const HeldRecord& low, const HeldRecord& high,
         if (!makeEntries<kind, plain>(key, first, recordLength, count, entries)) return false;
         Entry* const sorted = sortEntries(entries, second, count);
         if (!settleOrder<kind>(range, sorted)) return false;
+        if (!range.keepsEquals && !areComparable(range)) return false;
         if (!isInPlace(sorted, count)) {
             placeRecords(first, recordLength, sorted, count, scratch);
             markDirty(job, low.frameIndex);

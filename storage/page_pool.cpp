@@ -9,6 +9,9 @@ namespace tvsort {
 
 namespace {
 
+PageDescriptor ownDescriptors[kFramesMax];
+std::int32_t ownHashTable[kFramesMax];
+
 PageDescriptor& descriptorOf(SortJob& job, std::int32_t frame) {
     return job.pageDescriptors[frame];
 }
@@ -54,6 +57,25 @@ bool writeFrame(SortJob& job, std::int32_t block, std::int32_t frame) {
     return writeBlocks(job, recordAt(job, frameOffset(job, frame)), block, 1);
 }
 
+// The buckets that the blocks of a data set of `blockCount` blocks can use: up to bucket
+// blockCount, or all of them once they wrap.
+std::int64_t bucketsFor(const SortJob& job, std::int32_t blockCount) {
+    const std::int64_t blocks =
+        std::min(std::int64_t{blockCount} + 1, std::int64_t{job.hashBlocks});
+    return blocks * job.framesPerBlock;
+}
+
+// The reserved bytes are the server's.
+void showDescriptor(const PageDescriptor& own, PageDescriptor& shown) {
+    shown.block = own.block;
+    shown.frame = own.frame;
+    shown.prev = own.prev;
+    shown.next = own.next;
+    shown.dirty = own.dirty;
+    shown.pinned = own.pinned;
+    shown.hashNext = own.hashNext;
+}
+
 // The hand, or the first frame behind it that is not pinned; kNoFrame when all are.
 std::int32_t findVictim(SortJob& job) {
     std::int32_t frame = job.mruFrame;
@@ -86,6 +108,11 @@ bool reuseFrame(SortJob& job) {
 
 }  // namespace
 
+void attachPool(SortJob& job) {
+    job.pageDescriptors = ownDescriptors;
+    job.hashTable = ownHashTable;
+}
+
 void linkFrame(SortJob& job, std::int32_t bucket, std::int32_t frame) {
     descriptorOf(job, frame).hashNext = job.hashTable[bucket];
     job.hashTable[bucket] = frame;
@@ -99,10 +126,7 @@ void unlinkFrame(SortJob& job, std::int32_t bucket, std::int32_t frame) {
 }
 
 void clearHashTable(SortJob& job, std::int32_t blockCount) {
-    // Blocks 1 to blockCount use the buckets up to blockCount, or all of them once they wrap.
-    const std::int64_t blocks =
-        std::min(std::int64_t{blockCount} + 1, std::int64_t{job.hashBlocks});
-    std::fill_n(job.hashTable, blocks * job.framesPerBlock, kNoFrame);
+    std::fill_n(job.hashTable, bucketsFor(job, blockCount), kNoFrame);
 }
 
 void initPool(SortJob& job, std::int32_t frames, DirtyFlags dirtyFlags) {
@@ -114,9 +138,17 @@ void initPool(SortJob& job, std::int32_t frames, DirtyFlags dirtyFlags) {
         descriptor.prev = frame > 0 ? frame - 1 : frames - 1;
         descriptor.next = frame < frames - 1 ? frame + 1 : 0;
         if (dirtyFlags == DirtyFlags::kSet) descriptor.dirty = 1;
+        if (dirtyFlags == DirtyFlags::kFromSlot)
+            descriptor.dirty = job.shownPageDescriptors[frame].dirty;
         descriptor.pinned = 0;
         linkFrame(job, hashBucket(job, descriptor.block), frame);
     }
+}
+
+void showPool(const SortJob& job, std::int32_t blockCount) {
+    for (std::int32_t frame = 0; frame < job.framesInUse; ++frame)
+        showDescriptor(job.pageDescriptors[frame], job.shownPageDescriptors[frame]);
+    std::copy_n(job.hashTable, bucketsFor(job, blockCount), job.shownHashTable);
 }
 
 void moveToHand(SortJob& job, std::int32_t frame) {

@@ -20,9 +20,12 @@
 //
 // The module alone writes the descriptors' links and the hash table; `framesInUse` and `mruFrame`
 // are set by the request loop once per request and by the module afterwards; `dirty` and `pinned`
-// are set by whoever changes or holds a frame's records. Descriptors and hash table stand in memory
-// that the server shares: `clearHashTable` and `initPool` run before each use and take nothing from
-// what they find there but the dirty flags.
+// are set by whoever changes or holds a frame's records.
+//
+// Descriptors and hash table are the process's own: their numbers are indexes and links, and in the
+// slot another writer could change them at any time. The slot's copies are written for the server
+// to read, once at the end of a request (`showPool`); all that is ever taken from them are the
+// dirty flags that a request finds (`initPool`).
 
 #pragma once
 
@@ -32,8 +35,15 @@
 
 namespace tvsort {
 
-// What `initPool` does with the dirty flags that it finds.
-enum class DirtyFlags : bool { kSet, kKeep };
+// The largest frame area, spare block included, is 4 GiB, and a frame at least a page.
+inline constexpr std::int32_t kFramesMax = std::int32_t{1} << 20;
+
+// Where `initPool` takes the dirty flags from: all set, as the pool has them, or as the slot does.
+enum class DirtyFlags : std::uint8_t { kSet, kKeep, kFromSlot };
+
+// Gives the job the pool's own descriptors and hash table. There is one pool: it belongs to the job
+// whose request set it up last.
+void attachPool(SortJob& job);
 
 inline std::int32_t hashBucket(const SortJob& job, std::int32_t block) {
     return block % (job.hashBlocks * job.framesPerBlock);
@@ -51,6 +61,10 @@ void clearHashTable(SortJob& job, std::int32_t blockCount);
 // Lays blocks 1 to `frames` into frames 0 to `frames` - 1, unpinned. Needs an empty hash table and
 // at most `frameCount` frames; `framesInUse` and `mruFrame` are the caller's to set.
 void initPool(SortJob& job, std::int32_t frames, DirtyFlags dirtyFlags);
+
+// Copies the descriptors of the frames in use, and the buckets that `clearHashTable` empties for
+// `blockCount` blocks, to the slot.
+void showPool(const SortJob& job, std::int32_t blockCount);
 
 // Moves a frame of the ring right behind the hand and makes it the hand.
 void moveToHand(SortJob& job, std::int32_t frame);

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "storage/server_watch.h"
+
 namespace tvsort {
 
 namespace {
@@ -76,6 +78,7 @@ void closeWorkFile(SortJob& job) {
 // both transfers go on where the last call stopped, so that a block is either whole or an error.
 
 bool readBlocks(SortJob& job, Byte* target, std::int32_t firstBlock, std::int32_t blockCount) {
+    watchServer(job, blockBytes(job, blockCount));
     if (!seekToBlock(job, firstBlock)) {
         raiseSystemError(job, ErrorCode::kWorkFileRead, errno);
         return false;
@@ -96,6 +99,7 @@ bool readBlocks(SortJob& job, Byte* target, std::int32_t firstBlock, std::int32_
 
 bool writeBlocks(SortJob& job, const Byte* source, std::int32_t firstBlock,
                  std::int32_t blockCount) {
+    watchServer(job, blockBytes(job, blockCount));
     if (!seekToBlock(job, firstBlock)) {
         raiseSystemError(job, ErrorCode::kWorkFileWrite, errno);
         return false;

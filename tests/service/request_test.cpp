@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <functional>
@@ -102,6 +103,11 @@ TEST(RequestCheck, RefusesWhatContradictsItselfAndServesTheNextRequest) {
         {"no records per block", [](Request& r) { r.head.recordsPerBlock = 0; }},
         {"records that just fit", [](Request& r) { r.head.recordLength = 102; }, good},
         {"records beyond their block", [](Request& r) { r.head.recordLength = 103; }},
+        {"records of no bytes",
+         [](Request& r) {
+             r.head.recordLength = 0;
+             r.keys[0] = ascendingKey(DataType::kBytes, 0, 0);
+         }},
         {"one block too few", [](Request& r) { r.head.fileBlocks = 2; }},
         {"more blocks than records fill", [](Request& r) { r.head.fileBlocks = 9; }, good},
         {"33 items", [](Request& r) { r.items.resize(33); }},
@@ -245,6 +251,23 @@ TEST(Pool, AnEarlierRequestsFrameIsNotLookedAt) {
     const Answer answer = served.ask(request);
     EXPECT_EQ(answer.errorCode(), ErrorCode::kSuccess);
     EXPECT_EQ(answer.reply().recordCount, 10000);  // all are equal
+}
+
+// The one record of a data set stands in frame 0, whatever the blocks that are stated for it.
+TEST(Reload, ASingleRecordStaysWhereItIs) {
+    ServedJob served;  // 5 frames
+    for (const auto& keys : {std::vector<KeyDescriptor>{integerKey()}, {}}) {
+        Request request = served.lay(numbered(1), kGeometry);
+        const Bytes record(served.frames(), served.frames() + kGeometry.recordLength);
+        const Bytes file(6 * 4096, 0x77);
+        ASSERT_EQ(pwrite(served.job().workFd, file.data(), file.size(), 0), ssize_t{6 * 4096});
+        request.keys = keys;
+        request.head.fileBlocks = 6;
+        served.ask(request);
+        EXPECT_EQ(Bytes(served.frames(), served.frames() + kGeometry.recordLength), record);
+        EXPECT_EQ(served.frames()[4096], 0x77);  // the other frames are reloaded
+        EXPECT_EQ(served.workFile(), file);
+    }
 }
 
 TEST(Reload, FailureIsReportedOnlyWhereNoEarlierOneIs) {

@@ -229,6 +229,122 @@ TEST(DecidingKey, GivesThePlacesAndCodesOfTheComparator) {
     EXPECT_GT(errors, 10);  // the worlds hold values that cannot be compared
 }
 
+// The places of a served request, and whatever shows that two ways were not the same.
+struct Outcome {
+    ErrorCode code;
+    Bytes frames;
+    Bytes file;
+    int nextPivot;
+
+    bool operator==(const Outcome&) const = default;
+};
+
+Outcome serve(const Records& records, Geometry geometry, const std::vector<KeyDescriptor>& keys,
+              std::int32_t memoryFrames) {
+    ServedJob served({memoryFrames, geometry.blockPages});
+    Request request = served.lay(records, geometry);
+    request.keys = keys;
+    srand(1);
+    const ErrorCode code = served.ask(request).errorCode();
+    const Byte* const frames = served.frames();
+    return {code, Bytes(frames, frames + memoryFrames * geometry.blockPages * kPageBytes),
+            served.workFile(), rand()};
+}
+
+// A partition compares its pivot with its copy, in all keys: what it meets there no two records of
+// the range show, where the first key tells them all apart.
+TEST(DecidingKey, LaterKeysAreMetWhereComparingMeetsThem) {
+    const auto spoilString = [](Byte* field) { storeAs<std::int16_t>(field, 30); };
+    const auto spoilDecimal = [](Byte* field) { field[0] = 9; };
+    struct Case {
+        KeyDescriptor later;
+        void (*spoil)(Byte* field);
+    };
+    KeyDescriptor geometry = ascendingKey(DataType::kString, 8, 16, 3);
+    geometry.geometryType = 1;
+    const Case cases[] = {
+        {ascendingKey(DataType::kString, 8, 16, 3), spoilString},
+        {descendingKey(DataType::kUnitString, 8, 16, 3), spoilString},
+        {ascendingKey(DataType::kDecimal, 8, 16, 3), spoilDecimal},
+        {descendingKey(DataType::kDecimal, 8, 16, 3), spoilDecimal},
+        {geometry, spoilDecimal},
+    };
+    std::mt19937 random(20);
+    int errors = 0;
+    for (int round = 0; round < 600; ++round) {
+        const Case& c = cases[round % 5];
+        Records records(static_cast<std::size_t>(15 + below(random, 240)), Bytes(32, 0));
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            storeAs(records[i].data(), below(random, 1U << 31));
+            if (c.later.geometryType != 0) storeAs<std::int16_t>(records[i].data() + 8, 16);
+        }
+        for (int bad = below(random, 3); bad > 0; --bad)
+            c.spoil(records[static_cast<std::size_t>(below(random, 15))].data() + 8);
+        const DataType first = round % 2 == 0 ? DataType::kInteger : DataType::kBytes;
+        std::vector<KeyDescriptor> keys = {ascendingKey(first, 0, 4, 2), c.later};
+        const Geometry layout = {
+            .recordsPerBlock = round % 3 == 0 ? std::uint16_t{20} : std::uint16_t{128},
+            .recordLength = 32};
+        const Outcome fast = serve(records, layout, keys, 20);
+        keys.push_back(ascendingKey(DataType::kNone, 0, 0, 1));
+        EXPECT_TRUE(fast == serve(records, layout, keys, 20)) << "round " << round;
+        errors += fast.code == ErrorCode::kSuccess ? 0 : 1;
+    }
+    EXPECT_GT(errors, 50);
+}
+
+// Short ranges are sorted by way of a copy, if it has room for them.
+TEST(SortDriver, LargeRecordsInLargeBlocksStayInTheirBounds) {
+    for (const int bytes : {655, 5000, 32768, 65533, 65534, 65535}) {
+        const auto length = static_cast<std::uint16_t>(bytes);
+        const auto perBlock = static_cast<std::uint16_t>(65535 / length + 1);
+        const Geometry geometry = {
+            .blockPages = 32, .recordsPerBlock = perBlock, .recordLength = length};
+        Records records(perBlock, Bytes(length, 0));
+        for (std::size_t i = 0; i < records.size(); ++i)
+            storeAs(records[i].data() + length - 4, static_cast<std::uint32_t>(records.size() - i));
+        const int number = bytes - 4;
+        ServedJob served({5, 32});
+        const Records sorted =
+            served.sort(records, geometry,
+                        {ascendingKey(DataType::kInteger, static_cast<std::uint16_t>(number), 4)});
+        const auto before = [&](const Bytes& left, const Bytes& right) {
+            return loadI32(left.data() + number) < loadI32(right.data() + number);
+        };
+        EXPECT_TRUE(std::is_sorted(sorted.begin(), sorted.end(), before)) << length;
+        EXPECT_TRUE(isPermutation(sorted, records)) << length;
+    }
+}
+
+// A key without a byte of its own reads none, wherever it stands; neither does one whose bytes end
+// with the record read more than the slot holds.
+TEST(SortDriver, KeysWithoutBytesMayStandAnywhere) {
+    const DataType types[] = {DataType::kBytes, DataType::kWeightedBytes, DataType::kUnits};
+    for (const int count : {2, 50, 500}) {
+        Records records(static_cast<std::size_t>(count), Bytes(72, 0));
+        for (std::size_t i = 0; i < records.size(); ++i)
+            records[i][0] = static_cast<Byte>(records.size() - i);
+        const Geometry geometry = {.recordsPerBlock = 56, .recordLength = 72};
+        const auto expected = serve(records, geometry, {ascendingKey(DataType::kBytes, 0, 1)}, 10);
+        for (const DataType type : types) {
+            for (const std::uint16_t offset :
+                 std::initializer_list<std::uint16_t>{0, 72, 32768, 65535}) {
+                const auto outcome = serve(
+                    records, geometry,
+                    {ascendingKey(type, offset, 0, 1), ascendingKey(DataType::kBytes, 0, 1, 2)},
+                    10);
+                EXPECT_EQ(outcome.code, ErrorCode::kSuccess);
+                if (count <= 256) {
+                    EXPECT_EQ(outcome.frames, expected.frames);
+                }
+            }
+        }
+        ServedJob served({10, 1});
+        EXPECT_EQ(served.sort(records, geometry, {ascendingKey(DataType::kString, 70, 2)}).size(),
+                  records.size());
+    }
+}
+
 // A value may state two bytes more than its record holds. What follows the pivot's copy is not what
 // follows the record, and must not count.
 TEST(SortDriver, ContentEndsWithTheRecord) {

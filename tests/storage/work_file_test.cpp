@@ -21,7 +21,6 @@ class WorkFile : public ::testing::Test {
     WorkFile() {
         char path[] = "/tmp/tvsort-test-XXXXXX";
         directory_ = mkdtemp(path);
-        job_.message = buffer_;
         job_.slotNumber = 12;
         job_.blockPages = 2;
     }
@@ -46,7 +45,6 @@ class WorkFile : public ::testing::Test {
     }
 
     fs::path directory_;
-    Byte buffer_[kMessageBufferBytes] = {};
     SortJob job_ = {};
 };
 
@@ -69,12 +67,12 @@ TEST_F(WorkFile, FailuresToOpenCarryTheSystemError) {
     job_.directoryPrefix = prefix.c_str();
     openWorkFile(job_, "TEMP");
     EXPECT_EQ(job_.errorCode, ErrorCode::kWorkFileOpen);
-    EXPECT_EQ(loadI32(buffer_ + 44), ENOENT);
+    EXPECT_EQ(job_.reply.osError, ENOENT);
     const std::string longPrefix(1019, '/');  // with "1.512" and its zero: one byte too many
     job_.directoryPrefix = longPrefix.c_str();
     openWorkFile(job_, "TEMP");
     EXPECT_EQ(job_.errorCode, ErrorCode::kWorkFileOpen);
-    EXPECT_EQ(loadI32(buffer_ + 44), ENAMETOOLONG);
+    EXPECT_EQ(job_.reply.osError, ENAMETOOLONG);
 }
 
 TEST_F(WorkFile, BlocksLieBehindOneAnotherAndReadsPastTheEndChangeNothing) {

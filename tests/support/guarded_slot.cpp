@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "service/channel.h"
 #include "sort/distribution_sort.h"
 
 namespace tvsort::test {
@@ -35,11 +36,7 @@ GuardedSlot::~GuardedSlot() {
 void GuardedSlot::giveTo(SortJob& job) const {
     job.memoryBlocks = job.hashBlocks = layout_.memoryBlocks;
     job.pagesPerBlock = layout_.pagesPerBlock;
-    job.shmBase = job.message = start_;
-    job.frameArea = start_ + layout_.frameAreaOffset();
-    job.pageDescriptors =
-        reinterpret_cast<PageDescriptor*>(start_ + layout_.pageDescriptorsOffset());
-    job.hashTable = reinterpret_cast<std::int32_t*>(start_ + layout_.hashTableOffset());
+    attachSlot(job, start_);
 }
 
 void GuardedSlot::poison(std::int64_t from, std::int64_t to) const {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <limits>
 #include <set>
 
 #include "tests/system/numbers_sorted.h"
@@ -128,6 +129,22 @@ std::set<std::string> filesBelow(const std::filesystem::path& directory) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
         paths.insert(entry.path());
     return paths;
+}
+
+// A small request may stand for days of work; nobody waits for it any more.
+TEST(HostileServer, HangingUpDuringALongRequestEndsTheProcess) {
+    SortServer server(optionsFor(40, 8), Processes::kLeave);
+    SortSlot& slot = server.slot(1);
+    const Geometry geometry = {.recordLength = kRecordBytes, .blockPages = 1, .recordsPerBlock = 1};
+    constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
+    for (const SortMode mode : {SortMode::kOrder, SortMode::kDistinct, SortMode::kIntersect}) {
+        slot.start();
+        RequestBuilder request = byNumber();
+        request.setMode(mode);
+        slot.connection().send(request.build(geometry, {kMost, kMost}), kSoon);
+        slot.connection().close();
+        expectEnd(slot, " TVSORT -- send msg error : 32\n");
+    }
 }
 
 // A server in a process of its own: asks for a long sort, tells who sorts, and is killed.
