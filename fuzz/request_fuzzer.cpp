@@ -59,8 +59,8 @@ const CollationTable* smallCollation() {
     return &table;
 }
 
-// What a request would keep the process busy with for longer than the watchdog waits: it may ask
-// for two thousand million records, in a file that holds none of them.
+// What would keep the process busy for longer than the watchdog waits: a request may ask for two
+// thousand million records, in a file that holds none of them. The server does not wait either.
 bool asksForTooMuch(const Bytes& message) {
     constexpr std::int32_t kRecordsServed = 20000;
     constexpr std::int64_t kBlocksServed = 1 << 16;
@@ -89,10 +89,13 @@ extern "C" int LLVMFuzzerTestOneInput(const Byte* data, std::size_t size) {
     for (int i = 0; i < kRequestsMax && !input.atEnd(); ++i) {
         const HostileRequest request =
             atBorders ? takeRequestAtBorders(input, layout) : takeRequest(input, layout);
-        if (asksForTooMuch(request.message)) return 0;
         ++counter.served;
         job.lay(request.geometry, request.records, request.missingBytes);
         if (request.poolGarbage != 0) job.fillPool(request.poolGarbage);
+        if (asksForTooMuch(request.message)) {
+            job.hangUpDuring(request.message);
+            return 0;
+        }
         const bool goesOn = request.scribbling != 0
                                 ? job.serveScribbled(request.message, request.scribbling)
                                 : job.serve(request.message);

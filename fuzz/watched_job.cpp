@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -118,7 +119,7 @@ WatchedJob::WatchedJob(SlotLayout layout)
 }
 
 WatchedJob::~WatchedJob() {
-    close(serverFd_);
+    if (serverFd_ >= 0) close(serverFd_);
     close(job_->socketFd);
     if (job_->workFileOpen == 1) close(job_->workFd);
 }
@@ -340,6 +341,15 @@ bool WatchedJob::serveScribbled(const Bytes& message, std::uint32_t seed) {
     Bytes reply(sizeof(SortReply) + 1);
     require(recv(serverFd_, reply.data(), reply.size(), MSG_DONTWAIT) == sizeof(SortReply));
     return delivery.alone;
+}
+
+void WatchedJob::hangUpDuring(const Bytes& message) {
+    std::signal(SIGPIPE, SIG_IGN);  // as the process does at its start
+    const Delivery delivery = deliver(message);
+    close(serverFd_);
+    serverFd_ = -1;
+    require(!runsToItsEnd(delivery.request));
+    checkConstants();
 }
 
 void WatchedJob::serveGoodRequest() {

@@ -42,6 +42,9 @@ class WatchedJob {
     bool serve(const Bytes& message);
     // The same while a thread writes over all of the slot.
     bool serveScribbled(const Bytes& message, std::uint32_t seed);
+    // Sends the message and hangs up: the process ends, whatever it was asked for. The job is then
+    // not to be used.
+    void hangUpDuring(const Bytes& message);
     // Serves a fixed request on a data set larger than the frames, and checks the literal result.
     void serveGoodRequest();
 
