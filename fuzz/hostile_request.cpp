@@ -19,7 +19,8 @@ struct Plan {
     SortMode mode;
     std::vector<KeyDescriptor> keys;
     bool hostileValues;
-    Byte mask;  // of random bytes: few bits make many equal values
+    Byte mask;   // of random bytes: few bits make many equal values
+    bool large;  // random bytes are drawn four at a time
 };
 
 bool isDistributed(const Plan& plan) {
@@ -157,8 +158,13 @@ Bytes makeRecords(const Plan& plan, std::uint32_t seed) {
     const auto length = static_cast<std::size_t>(plan.geometry.recordLength);
     Xorshift random(seed);
     Bytes records(length * static_cast<std::size_t>(plan.geometry.recordCount));
-    for (Byte& byte : records)
-        byte = static_cast<Byte>(random.next() >> 11) & plan.mask;
+    if (plan.large) {
+        for (std::size_t i = 0; i + 4 <= records.size(); i += 4)
+            storeAs(records.data() + i, random.next() & plan.mask * 0x01010101U);
+    } else {
+        for (Byte& byte : records)
+            byte = static_cast<Byte>(random.next() >> 11) & plan.mask;
+    }
     std::int32_t level = 0;
     for (std::size_t start = 0; start < records.size(); start += length) {
         Byte* const record = records.data() + start;
@@ -238,7 +244,7 @@ std::int32_t takeBorderLength(FuzzInput& input, std::int32_t blockBytes) {
 Geometry takeBorderGeometry(FuzzInput& input, const SlotLayout& layout) {
     constexpr std::int32_t kRecordOffsetEnd = 65536;
     constexpr std::int32_t kCounts[] = {0, 1, 2, 3, 20, 21, 22, 100, 101, 102, 103};
-    constexpr std::int32_t kDataBytesMax = 1 << 21;
+    constexpr std::int32_t kDataBytesMax = 1 << 20;
     Geometry geometry = {};
     const auto pages = static_cast<std::uint32_t>(layout.pagesPerBlock);
     geometry.blockPages =
@@ -332,6 +338,7 @@ HostileRequest takeRequestAtBorders(FuzzInput& input, const SlotLayout& layout) 
     Plan plan = {};
     plan.mode = takeMode(input);
     plan.geometry = takeBorderGeometry(input, layout);
+    plan.large = true;
     takeKeys(input, plan);
     for (KeyDescriptor& key : plan.keys) {
         if (input.rarely(3)) moveToBorder(input, plan.geometry.recordLength, key);
