@@ -104,10 +104,9 @@ ErrorCode earliestComplaint(SortJob& job, ErrorCode atHand) {
 // number, which belongs to the pool's codes alone, stays as it is.
 void settleError(SortJob& job) {
     if (isPoolError(job.errorCode)) return;
-    Byte* const osError = job.message + offsetof(SortReply, osError);
-    const std::int32_t osErrorBefore = loadI32(osError);
+    const std::int32_t osErrorBefore = job.reply.osError;
     job.errorCode = earliestComplaint(job, job.errorCode);
-    storeAs(osError, osErrorBefore);
+    job.reply.osError = osErrorBefore;
 }
 
 // The second walk: a record's place is its parent's, one for the parent itself, and the records of
