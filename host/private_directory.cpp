@@ -118,10 +118,10 @@ void removeDirectory(int parent, const std::string& name, int directory, const C
     }
 }
 
-bool lockMarker(int marker) {
+bool lock(int file) {
     int result = 0;
     do {
-        result = flock(marker, LOCK_EX | LOCK_NB);
+        result = flock(file, LOCK_EX | LOCK_NB);
     } while (result != 0 && errno == EINTR);
     return result == 0;
 }
@@ -138,7 +138,7 @@ FileDescriptor takeMarker(int directory) {
     constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     FileDescriptor marker(openat(directory, kMarkerName, kFlags));
     struct stat status = {};
-    if (!marker.isOpen() || !hasMarkerText(marker.number()) || !lockMarker(marker.number()) ||
+    if (!marker.isOpen() || !hasMarkerText(marker.number()) || !lock(marker.number()) ||
         fstat(marker.number(), &status) != 0 || !S_ISREG(status.st_mode) ||
         status.st_uid != geteuid()) {
         return {};
@@ -236,9 +236,11 @@ PrivateDirectory::PrivateDirectory(const std::filesystem::path& parent)
 void PrivateDirectory::mark() {
     constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     const std::string name = (path_ / kMarkerName).string();
+    // Hosts that know no markers look for this lock as soon as there is a file in the directory.
+    lock(directory_.number());
     marker_ = FileDescriptor(openat(directory_.number(), kMarkerName, kFlags, 0600));
     if (!marker_.isOpen()) throw systemFailure("cannot create " + name, errno, kAdvice);
-    if (!lockMarker(marker_.number())) {
+    if (!lock(marker_.number())) {
         throw systemFailure("cannot lock " + name, errno,
                             "choose a temporary directory on a file system that has locks");
     }
