@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "service/notice.h"
 #include "service/slot_layout.h"
 #include "storage/work_file.h"
 
@@ -31,8 +32,8 @@ Byte messageTail[kMessageBytesMax - kMessageBufferBytes];
     exit(0);
 }
 
-[[noreturn]] void endAfterSocketFailure(const SortJob& job, const char* format, int systemError) {
-    printf(format, systemError);
+[[noreturn]] void endAfterSocketFailure(const SortJob& job, const char* what, int systemError) {
+    sayFormatted("Tavrin Sort: can't %s %d\n", what, systemError);
     close(job.socketFd);
     endProcess();
 }
@@ -71,7 +72,7 @@ void mapSlot(SortJob& job) {
                      MAP_SHARED, job.shmFd, offset);
     }
     if (start == MAP_FAILED) {
-        printf(" TVSORT %d  -- can't map shm object. Errno %d", job.slotNumber, errno);
+        sayFormatted(" TVSORT %d  -- can't map shm object. Errno %d", job.slotNumber, errno);
         endProcess();
     }
     Byte* const slot = static_cast<Byte*>(start);
@@ -82,35 +83,35 @@ void mapSlot(SortJob& job) {
     job.hashTable = reinterpret_cast<std::int32_t*>(slot + layout.hashTableOffset());
 }
 
-void setBufferSize(const SortJob& job, int option, const char* failureFormat) {
+void setBufferSize(const SortJob& job, int option, const char* what) {
     const int bytes = kMessageBytesMax;
     if (setsockopt(job.socketFd, SOL_SOCKET, option, &bytes, sizeof bytes) != 0) {
-        endAfterSocketFailure(job, failureFormat, errno);
+        endAfterSocketFailure(job, what, errno);
     }
 }
 
 void connectToServer(SortJob& job) {
-    constexpr char kConnectFailed[] = "Tavrin Sort: can't connect to tavrin %d\n";
+    constexpr char kConnect[] = "connect to tavrin";
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     const int pathLength = snprintf(address.sun_path, sizeof address.sun_path,
                                     "%s/tavrin.internal.%d", socketDirectory(), instanceNumber());
     job.socketFd = socket(AF_UNIX, SOCK_STREAM, 0);
     if (job.socketFd < 0) {
-        printf("Tavrin Sort: can't create socket %d\n", errno);
+        sayFormatted("Tavrin Sort: can't create socket %d\n", errno);
         endProcess();
     }
     if (pathLength < 0 || static_cast<std::size_t>(pathLength) >= sizeof address.sun_path) {
-        endAfterSocketFailure(job, kConnectFailed, ENAMETOOLONG);
+        endAfterSocketFailure(job, kConnect, ENAMETOOLONG);
     }
     // The family field, the path and its terminating zero.
     const auto addressLength = static_cast<socklen_t>(sizeof address.sun_family +
                                                       static_cast<std::size_t>(pathLength) + 1);
     if (connect(job.socketFd, reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
-        endAfterSocketFailure(job, kConnectFailed, errno);
+        endAfterSocketFailure(job, kConnect, errno);
     }
-    setBufferSize(job, SO_SNDBUF, "Tavrin Sort: can't set socket send buffer %d\n");
-    setBufferSize(job, SO_RCVBUF, "Tavrin Sort: can't set socket recv buffer %d\n");
+    setBufferSize(job, SO_SNDBUF, "set socket send buffer");
+    setBufferSize(job, SO_RCVBUF, "set socket recv buffer");
 }
 
 // Reads exactly `byteCount` bytes. The end of the stream and every failure but an interrupted call
@@ -140,8 +141,8 @@ bool receiveMessage(SortJob& job) {
     const std::uint32_t length = messageBytes(job);
     if (length > kMessageBytesMax || length < kMessageBytesMin) {
         // Where the next message starts is unknown: nothing more can be read.
-        printf("WARNING: TVSORT - too %s message received - %d size. \n",
-               length > kMessageBytesMax ? "long" : "short", static_cast<int>(length));
+        sayFormatted("WARNING: TVSORT - too %s message received - %d size. \n",
+                     length > kMessageBytesMax ? "long" : "short", static_cast<int>(length));
         close(job.socketFd);
         stopProcess(job);
     }
@@ -181,7 +182,7 @@ void sendReply(SortJob& job) {
     // 80 bytes fit the socket's buffer whole; a count, whatever it is, ends the operation.
     while (write(job.socketFd, job.message, sizeof(SortReply)) < 0) {
         if (errno == EAGAIN || errno == EINTR) continue;
-        printf(" TVSORT -- send msg error : %u\n", static_cast<unsigned>(errno));
+        sayFormatted(" TVSORT -- send msg error : %u\n", static_cast<unsigned>(errno));
         stopProcess(job);
     }
 }
