@@ -14,6 +14,7 @@
 
 #include "service/notice.h"
 #include "service/slot_layout.h"
+#include "service/system_call_filter.h"
 #include "storage/work_file.h"
 
 namespace tvsort {
@@ -132,6 +133,7 @@ void openChannel(SortJob& job) {
     job.processId = getpid();
     mapSlot(job);
     connectToServer(job);
+    restrictSystemCalls(job);
     sendReply(job);       // the hello
     receiveMessage(job);  // the answer; a work file that did not open is reported at start-up
 }
@@ -153,7 +155,10 @@ bool receiveMessage(SortJob& job) {
     const char* const name =
         reinterpret_cast<const char*>(job.message + offsetof(SortRequest, workDirName));
     if (memcmp(name, kShutdownName, kDirectoryNameBytes) == 0) stopProcess(job);
-    if (job.workFileOpen == 0) openWorkFile(job, name);
+    if (job.workFileOpen == 0) {
+        openWorkFile(job, name);
+        if (job.workFileOpen == 1) refuseOpening(job);
+    }
     return job.workFileOpen == 1;
 }
 
