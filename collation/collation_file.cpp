@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "collation/collation_table.h"
+#include "service/notice.h"
 
 namespace tvsort {
 
@@ -56,7 +57,7 @@ void loadCollation(const char* directoryPrefix) {
     if (instance == nullptr) {
         instance = kInstanceDefault;
     } else if (strlen(instance) + strlen(directoryPrefix) + kFixedPathBytes > kPathBytes) {
-        printf(" TVSORT:TAVRIN_MBX is too long\n");
+        say(" TVSORT:TAVRIN_MBX is too long\n");
         return;
     }
     char path[kPathBytes];

@@ -27,6 +27,8 @@ class FileDescriptor {
     // -1 when none is held, which poll(2) passes over.
     int number() const { return number_; }
     bool isOpen() const { return number_ >= 0; }
+    // The number, for somebody else to close.
+    int release() { return std::exchange(number_, -1); }
     // False when the system reports at the end what a write could not.
     bool close() { return number_ < 0 || ::close(std::exchange(number_, -1)) == 0; }
 

@@ -95,6 +95,14 @@ std::int64_t numberIn(const std::string& path, const std::string& name) {
     return 0;
 }
 
+// How many filters of system calls are in force, those inherited included. Older kernels tell no
+// number, only (as 2) that there are some.
+std::int64_t filterCount(const std::string& process) {
+    const std::string path = "/proc/" + process + "/status";
+    const std::int64_t count = numberIn(path, "Seccomp_filters");
+    return count != 0 ? count : std::int64_t{numberIn(path, "Seccomp") == 2};
+}
+
 // Control characters would spoil the line that the text becomes a part of.
 std::string printable(const std::string& text) {
     const std::size_t end = text.find_last_not_of(" \n");
@@ -239,6 +247,10 @@ ProcessUsage SortProcess::usage() const {
     usage.writeCalls = numberIn(directory + "/io", "syscw");
     usage.cpuSeconds = cpuSecondsOf(id_);
     return usage;
+}
+
+bool SortProcess::isFiltered() const {
+    return !waitStatus_.has_value() && filterCount(std::to_string(id_)) > filterCount("self");
 }
 
 HostError processDied(SortProcess& process, int slotNumber, const std::string& when,

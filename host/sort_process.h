@@ -84,6 +84,9 @@ class SortProcess {
     // While it runs: what /proc knows; after its end: what was counted in all, without bytes moved.
     // User and system time apart are known after its end only.
     ProcessUsage usage() const;
+    // Whether it has restricted its own system calls, which it does before its hello. False once it
+    // has ended, and where the system does not tell.
+    bool isFiltered() const;
 
   private:
     // Takes the status and usage of an ended process; wait4(2) explains the options.

@@ -1,6 +1,7 @@
 #include "host/work_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,7 +30,13 @@ WorkFile::WorkFile(const std::filesystem::path& directory, int slotNumber)
 }
 
 WorkFile::~WorkFile() {
-    unlink(path_.c_str());
+    // In a folder of the server's choice another file may have got the name since.
+    struct stat held = {};
+    struct stat named = {};
+    if (fstat(file_.number(), &held) == 0 && lstat(path_.c_str(), &named) == 0 &&
+        held.st_dev == named.st_dev && held.st_ino == named.st_ino) {
+        unlink(path_.c_str());
+    }
 }
 
 void WorkFile::writeBlock(std::int32_t blockNumber, std::span<const Byte> block) {

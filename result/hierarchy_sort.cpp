@@ -84,22 +84,29 @@ bool isPoolError(ErrorCode code) {
            code == ErrorCode::kNoFreeFrame;
 }
 
-// Runs are ranked when they are complete, which is later than a sibling's own end: where something
-// fails in between, a value that cannot be compared has its turn first. Reports what comparing each
-// sibling at its end would have met: in the open runs, from the roots down, then the error at hand.
-void settleError(SortJob& job) {
-    const ErrorCode atHand = job.errorCode;
-    if (isPoolError(atHand)) return;
+// What comparing each sibling at its end would have met: in the open runs, from the roots down,
+// then the error at hand. That the work file fails on the way does not count.
+ErrorCode earliestComplaint(SortJob& job, ErrorCode atHand) {
     const bool levelRefused = atHand == ErrorCode::kHierarchyInvalid;
     for (std::int32_t level = kRootLevel; level <= job.groupTableTop; ++level) {
         job.errorCode = ErrorCode::kSuccess;
         const bool newestIsComplete = level == job.groupTableTop && !levelRefused;
         const SiblingRun run = completeSiblings(job, level, newestIsComplete);
         if (run.last == 0) continue;
-        job.errorCode = firstComplaint(job, run);
-        if (failed(job)) return;
+        const ErrorCode complaint = firstComplaint(job, run);
+        if (complaint != ErrorCode::kSuccess && !isPoolError(complaint)) return complaint;
     }
-    job.errorCode = atHand;
+    return atHand;
+}
+
+// Runs are ranked when they are complete, which is later than a sibling's own end: where something
+// fails in between, a value that cannot be compared has its turn first. The reply's system error
+// number, which belongs to the pool's codes alone, stays as it is.
+void settleError(SortJob& job) {
+    if (isPoolError(job.errorCode)) return;
+    const std::int32_t osErrorBefore = job.reply.osError;
+    job.errorCode = earliestComplaint(job, job.errorCode);
+    job.reply.osError = osErrorBefore;
 }
 
 // The second walk: a record's place is its parent's, one for the parent itself, and the records of

@@ -69,8 +69,8 @@ std::int32_t mergeLists(SortJob& job, std::int32_t earlier, std::int32_t later) 
     return merged.head;
 }
 
-// Sorts the run and answers the head of its list.
-std::int32_t sortSiblings(SortJob& job, const SiblingRun& run) {
+// Sorts the run by merging and answers the head of its list.
+std::int32_t mergeSiblings(SortJob& job, const SiblingRun& run) {
     std::int32_t pending[kPendingListsMax] = {};
     std::int32_t sibling = run.first;
     while (sibling <= run.last && !failed(job)) {
@@ -90,6 +90,79 @@ std::int32_t sortSiblings(SortJob& job, const SiblingRun& run) {
         if (list == kNoRecord) continue;
         sorted = sorted == kNoRecord ? list : mergeLists(job, list, sorted);
     }
+    return sorted;
+}
+
+// Whether values of the key may be equal to two others that differ: floats within their tolerance
+// and a NaN, geometries within theirs, and decimals that are none under a descending key.
+bool tiesLoosely(const KeyRule& rule) {
+    switch (rule.comparison) {
+        case Comparison::kSingle:
+        case Comparison::kDouble:
+        case Comparison::kGeometry:
+            return true;
+        case Comparison::kDecimal:
+            return !rule.ascending;
+        default:
+            return false;
+    }
+}
+
+// Whether the key may have values that cannot be compared.
+bool mayComplain(const KeyRule& rule) {
+    switch (rule.comparison) {
+        case Comparison::kString:
+        case Comparison::kWeightedString:
+        case Comparison::kUnitString:
+        case Comparison::kCollatedUnitString:
+        case Comparison::kGeometry:
+            return true;
+        case Comparison::kDecimal:
+            return rule.ascending;
+        default:
+            return false;
+    }
+}
+
+// Whether siblings that do not end up next to one another may tie in one key and complain in a
+// later one.
+bool mergeMayMissComplaints(const SortJob& job) {
+    bool tiedLoosely = false;
+    for (int k = 0; k < job.keyCount; ++k) {
+        if (tiedLoosely && mayComplain(job.keyRules[k])) return true;
+        tiedLoosely = tiedLoosely || tiesLoosely(job.keyRules[k]);
+    }
+    return false;
+}
+
+// Whether some key of the sibling has a value that cannot be compared: a record ties with itself in
+// all others. False after an error of the pool, which stands in the job.
+bool complainsOfItself(SortJob& job, std::int32_t sibling) {
+    const std::uint32_t place = addressRecord(job, sibling);
+    if (failed(job)) return false;
+    recordPrecedes(job, place, place);
+    const bool complained = failed(job);
+    job.errorCode = ErrorCode::kSuccess;
+    return complained;
+}
+
+// Compares what cannot be compared with every other sibling, until it shows.
+void compareAllPairs(SortJob& job, const SiblingRun& run) {
+    for (std::int32_t sibling = run.first; sibling <= run.last && !failed(job);
+         sibling = siblingBehind(job, sibling)) {
+        if (!complainsOfItself(job, sibling)) continue;
+        for (std::int32_t other = run.first; other <= run.last && !failed(job);
+             other = siblingBehind(job, other)) {
+            if (other != sibling) siblingPrecedes(job, sibling, other);
+        }
+    }
+}
+
+// Sorts the run and answers the head of its list. Raises a code if any two of the siblings, next to
+// one another or not, cannot be compared.
+std::int32_t sortSiblings(SortJob& job, const SiblingRun& run) {
+    const std::int32_t sorted = mergeSiblings(job, run);
+    if (!failed(job) && mergeMayMissComplaints(job)) compareAllPairs(job, run);
     return sorted;
 }
 

@@ -4,9 +4,16 @@
 // links stand in their own `outputPosition` fields, by merging lists of equal length bottom-up (D.
 // E. Knuth, The Art of Computer Programming, volume 3, section 5.2.4, algorithm L, with a list of
 // each power of two pending instead of passes): k siblings cost about k log2(k) comparisons. Equal
-// siblings keep their order, and every two siblings that end up next to one another have been
-// compared, so a value that cannot be compared is found. Which of several such values is reported
-// is decided as if every pair had been compared in order of arrival (`firstComplaint`).
+// siblings keep their order.
+//
+// The result is the one of comparing every pair in order of arrival, wherever that is an order. It
+// is none where ties are loose (floats within their tolerance, say): 1 may tie with NaN, NaN with
+// 2, and 2 precede 1. The merge finds one order then, and loses no record.
+//
+// Every two siblings that end up next to one another have been compared, so a value that cannot be
+// compared is found, unless a key with loose ties stands before its key: a run that has such values
+// then has them compared with all others. Which of several is reported is decided as if every pair
+// had been compared in order of arrival (`firstComplaint`).
 
 #pragma once
 

@@ -12,9 +12,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "service/notice.h"
 #include "service/slot_layout.h"
 #include "storage/page_pool.h"
 #include "storage/server_watch.h"
+#include "service/system_call_filter.h"
 #include "storage/work_file.h"
 
 namespace tvsort {
@@ -33,8 +35,8 @@ Byte received[kMessageBytesMax];
     exit(0);
 }
 
-[[noreturn]] void endAfterSocketFailure(const SortJob& job, const char* format, int systemError) {
-    printf(format, systemError);
+[[noreturn]] void endAfterSocketFailure(const SortJob& job, const char* what, int systemError) {
+    sayFormatted("Tavrin Sort: can't %s %d\n", what, systemError);
     close(job.socketFd);
     endProcess();
 }
@@ -73,41 +75,41 @@ void mapSlot(SortJob& job) {
                      MAP_SHARED, job.shmFd, offset);
     }
     if (start == MAP_FAILED) {
-        printf(" TVSORT %d  -- can't map shm object. Errno %d", job.slotNumber, errno);
+        sayFormatted(" TVSORT %d  -- can't map shm object. Errno %d", job.slotNumber, errno);
         endProcess();
     }
     attachSlot(job, static_cast<Byte*>(start));
 }
 
-void setBufferSize(const SortJob& job, int option, const char* failureFormat) {
+void setBufferSize(const SortJob& job, int option, const char* what) {
     const int bytes = kMessageBytesMax;
     if (setsockopt(job.socketFd, SOL_SOCKET, option, &bytes, sizeof bytes) != 0) {
-        endAfterSocketFailure(job, failureFormat, errno);
+        endAfterSocketFailure(job, what, errno);
     }
 }
 
 void connectToServer(SortJob& job) {
-    constexpr char kConnectFailed[] = "Tavrin Sort: can't connect to tavrin %d\n";
+    constexpr char kConnect[] = "connect to tavrin";
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     const int pathLength = snprintf(address.sun_path, sizeof address.sun_path,
                                     "%s/tavrin.internal.%d", socketDirectory(), instanceNumber());
     job.socketFd = socket(AF_UNIX, SOCK_STREAM, 0);
     if (job.socketFd < 0) {
-        printf("Tavrin Sort: can't create socket %d\n", errno);
+        sayFormatted("Tavrin Sort: can't create socket %d\n", errno);
         endProcess();
     }
     if (pathLength < 0 || static_cast<std::size_t>(pathLength) >= sizeof address.sun_path) {
-        endAfterSocketFailure(job, kConnectFailed, ENAMETOOLONG);
+        endAfterSocketFailure(job, kConnect, ENAMETOOLONG);
     }
     // The family field, the path and its terminating zero.
     const auto addressLength = static_cast<socklen_t>(sizeof address.sun_family +
                                                       static_cast<std::size_t>(pathLength) + 1);
     if (connect(job.socketFd, reinterpret_cast<const sockaddr*>(&address), addressLength) != 0) {
-        endAfterSocketFailure(job, kConnectFailed, errno);
+        endAfterSocketFailure(job, kConnect, errno);
     }
-    setBufferSize(job, SO_SNDBUF, "Tavrin Sort: can't set socket send buffer %d\n");
-    setBufferSize(job, SO_RCVBUF, "Tavrin Sort: can't set socket recv buffer %d\n");
+    setBufferSize(job, SO_SNDBUF, "set socket send buffer");
+    setBufferSize(job, SO_RCVBUF, "set socket recv buffer");
 }
 
 // Reads exactly `byteCount` bytes. The end of the stream and every failure but an interrupted call
@@ -140,6 +142,7 @@ void openChannel(SortJob& job) {
     mapSlot(job);
     connectToServer(job);
     job.reply = loadAs<SortReply>(job.message);
+    restrictSystemCalls(job);
     sendReply(job);       // the hello
     receiveMessage(job);  // the answer; a work file that did not open is reported at start-up
 }
@@ -149,8 +152,8 @@ bool receiveMessage(SortJob& job) {
     const std::uint32_t length = messageBytes();
     if (length > kMessageBytesMax || length < kMessageBytesMin) {
         // Where the next message starts is unknown: nothing more can be read.
-        printf("WARNING: TVSORT - too %s message received - %d size. \n",
-               length > kMessageBytesMax ? "long" : "short", static_cast<int>(length));
+        sayFormatted("WARNING: TVSORT - too %s message received - %d size. \n",
+                     length > kMessageBytesMax ? "long" : "short", static_cast<int>(length));
         close(job.socketFd);
         stopProcess(job);
     }
@@ -162,7 +165,10 @@ bool receiveMessage(SortJob& job) {
     char name[kDirectoryNameBytes];
     memcpy(name, job.message + offsetof(SortRequest, workDirName), sizeof name);
     if (memcmp(name, kShutdownName, kDirectoryNameBytes) == 0) stopProcess(job);
-    if (job.workFileOpen == 0) openWorkFile(job, name);
+    if (job.workFileOpen == 0) {
+        openWorkFile(job, name);
+        if (job.workFileOpen == 1) refuseOpening(job);
+    }
     return job.workFileOpen == 1;
 }
 

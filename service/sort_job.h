@@ -111,6 +111,7 @@ struct SortJob {
     SortReply reply;              // as it will be sent: the request's bytes until they are written
     KeyRule keyRules[kKeysMax];   // keyOrder as the comparators read it (keys/key_meaning.h)
     const char* directoryPrefix;  // start-up argument 4, unchanged
+    bool systemCallsRestricted;   // service/system_call_filter.h
 };
 
 inline void raise(SortJob& job, ErrorCode code) {

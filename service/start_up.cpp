@@ -5,11 +5,11 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
 
 #include "collation/collation_file.h"
+#include "service/notice.h"
 #include "service/slot_layout.h"
 
 namespace tvsort {
@@ -21,9 +21,6 @@ constexpr int kArgumentCountMin = 6;
 constexpr long kSlotNumberMax = std::numeric_limits<std::uint16_t>::max();
 constexpr int kStandardDescriptors = 3;
 constexpr int kInheritedDescriptorMax = 255;
-
-// stdout's buffer: without one of its own the first line would take heap memory.
-char outputBuffer[BUFSIZ];
 
 struct Number {
     std::int32_t value;  // the nearest one that fits
@@ -56,8 +53,8 @@ bool takeArguments(SortJob& job, char** arguments) {
                       slotNumber.value >= 1 && slotNumber.value <= kSlotNumberMax &&
                       memoryIsUsable(memoryPages.value, pagesPerBlock.value);
     if (!good) {
-        printf(" Bad sorting process arguments (only %d memory pages, %d pages per block)\n",
-               memoryPages.value, pagesPerBlock.value);
+        sayFormatted(" Bad sorting process arguments (only %d memory pages, %d pages per block)\n",
+                     memoryPages.value, pagesPerBlock.value);
         return false;
     }
     job.slotNumber = static_cast<std::uint16_t>(slotNumber.value);
@@ -86,8 +83,7 @@ void closeInheritedDescriptors(int keptDescriptor) {
 // A page of the shared object or of the collation file went away under the mapping: the server or
 // an operator cut the file. Nothing can be answered without the slot.
 void endAfterBusError(int) {
-    constexpr char kLine[] = " TVSORT -- mapped memory is gone\n";
-    if (write(STDOUT_FILENO, kLine, sizeof kLine - 1) < 0) _exit(0);
+    say(" TVSORT -- mapped memory is gone\n");
     _exit(0);
 }
 
@@ -104,7 +100,6 @@ void arrangeSignals() {
 bool startUp(SortJob& job, int argumentCount, char** arguments) {
     if (argumentCount < kArgumentCountMin) return false;
     occupyStandardDescriptors();
-    setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
     arrangeSignals();
     if (!takeArguments(job, arguments)) return false;
     closeInheritedDescriptors(job.shmFd);

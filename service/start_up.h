@@ -12,11 +12,11 @@
 
 namespace tvsort {
 
-// Gives stdout its static buffer, takes the arguments into the job, closes the inherited
-// descriptors but the shared object's, and loads the collation table. False when the process is to
-// end at once: with fewer than five arguments silently, else after the bad-arguments line, which is
-// for a number that does not convert whole or fit, a slot number outside 1 to 65535, a block of no
-// pages, memory of fewer than five blocks, and memory whose record positions need over 32 bits.
+// Takes the arguments into the job, closes the inherited descriptors but the shared object's, and
+// loads the collation table. False when the process is to end at once: with fewer than five
+// arguments silently, else after the bad-arguments line, which is for a number that does not
+// convert whole or fit, a slot number outside 1 to 65535, a block of no pages, memory of fewer than
+// five blocks, and memory whose record positions need over 32 bits.
 bool startUp(SortJob& job, int argumentCount, char** arguments);
 
 }  // namespace tvsort

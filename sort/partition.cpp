@@ -1,5 +1,6 @@
 #include "sort/partition.h"
 
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -8,6 +9,7 @@
 #include "sort/block_scan.h"
 #include "sort/deciding_key.h"
 #include "sort/record_exchange.h"
+#include "storage/page_pool.h"
 
 namespace tvsort {
 
@@ -182,6 +184,7 @@ void movePast(SortJob& job, Partition& partition) {
 }  // namespace
 
 void partitionRange(SortJob& job, HeldRange& held) {
+    assert(poolIsSane(job) && pinsAreFew(job));
     Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), {}, 0, 0};
     if (!copyPivot(job, partition)) return;
     held.i = held.low;
@@ -193,6 +196,7 @@ void partitionRange(SortJob& job, HeldRange& held) {
                           recordAt(job, held.high.offset));
     withDecidingKey(partition.key,
                     [&]<LeadingKind kind, bool plain>() { movePast<kind, plain>(job, partition); });
+    assert(poolIsSane(job) && pinsAreFew(job));
 }
 
 void unpinUnlessHeld(SortJob& job, const HeldRecord& released, const HeldRecord& first,

@@ -76,6 +76,12 @@ void showDescriptor(const PageDescriptor& own, PageDescriptor& shown) {
     shown.hashNext = own.hashNext;
 }
 
+// A walk over more frames at every block would make a checked build useless.
+std::int32_t walkedFrames(const SortJob& job) {
+    constexpr std::int32_t kWalkedFramesMax = 1024;
+    return job.framesInUse <= kWalkedFramesMax ? job.framesInUse : 0;
+}
+
 // The hand, or the first frame behind it that is not pinned; kNoFrame when all are.
 std::int32_t findVictim(SortJob& job) {
     std::int32_t frame = job.mruFrame;
@@ -111,6 +117,13 @@ bool reuseFrame(SortJob& job) {
 void attachPool(SortJob& job) {
     job.pageDescriptors = ownDescriptors;
     job.hashTable = ownHashTable;
+}
+
+std::int32_t findFrame(const SortJob& job, std::int32_t bucket, std::int32_t block) {
+    std::int32_t frame = job.hashTable[bucket];
+    while (frame != kNoFrame && job.pageDescriptors[frame].block != block)
+        frame = job.pageDescriptors[frame].hashNext;
+    return frame;
 }
 
 void linkFrame(SortJob& job, std::int32_t bucket, std::int32_t frame) {
@@ -164,11 +177,13 @@ void bringInBlock(SortJob& job, std::int32_t bucket) {
         return;
     }
     linkFrame(job, bucket, job.currentFrame);
+    assert(poolIsSane(job));
     readBlocks(job, recordAt(job, frameOffset(job, job.currentFrame)), job.wantedBlock, 1);
 }
 
 bool flushPool(SortJob& job) {
     if (job.fileBlocks <= job.frameCount) return true;
+    assert(poolIsSane(job));
     for (std::int32_t frame = 0; frame < job.framesInUse; ++frame) {
         PageDescriptor& descriptor = descriptorOf(job, frame);
         if (descriptor.dirty == 0) continue;
@@ -176,6 +191,28 @@ bool flushPool(SortJob& job) {
         descriptor.dirty = 0;
     }
     return true;
+}
+
+bool poolIsSane(const SortJob& job) {
+    std::int32_t frame = job.mruFrame;
+    for (std::int32_t steps = 0; steps < walkedFrames(job); ++steps) {
+        const PageDescriptor& descriptor = job.pageDescriptors[frame];
+        const std::int32_t next = descriptor.next;
+        if (descriptor.frame != frame || next < 0 || next >= job.framesInUse) return false;
+        if (job.pageDescriptors[next].prev != frame) return false;
+        const bool closes = next == job.mruFrame;
+        if (closes != (steps == job.framesInUse - 1)) return false;
+        if (findFrame(job, hashBucket(job, descriptor.block), descriptor.block) != frame)
+            return false;
+        frame = next;
+    }
+    return true;
+}
+
+bool pinsAreFew(const SortJob& job) {
+    const PageDescriptor* const first = job.pageDescriptors;
+    return std::count_if(first, first + walkedFrames(job),
+                         [](const PageDescriptor& d) { return d.pinned != 0; }) <= kPinsMax;
 }
 
 }  // namespace tvsort

@@ -49,6 +49,9 @@ inline std::int32_t hashBucket(const SortJob& job, std::int32_t block) {
     return block % (job.hashBlocks * job.framesPerBlock);
 }
 
+// The frame that holds `block`, whose bucket is `bucket`; kNoFrame when none does.
+std::int32_t findFrame(const SortJob& job, std::int32_t bucket, std::int32_t block);
+
 // Puts `frame` at the head of the bucket's chain.
 void linkFrame(SortJob& job, std::int32_t bucket, std::int32_t frame);
 
@@ -78,5 +81,14 @@ void bringInBlock(SortJob& job, std::int32_t bucket);
 // Writes every dirty frame to its block, in frame order, unless the whole data set lives in the
 // frames. False after a write failure (1403): that frame and those behind it stay as they are.
 bool flushPool(SortJob& job);
+
+// How many frames callers may have pinned when they ask for a block.
+inline constexpr int kPinsMax = 4;
+
+// For assertions. Whether the ring runs through all frames in use and back, and each of them is
+// found by the block that it holds, so that no two hold the same.
+bool poolIsSane(const SortJob& job);
+// Whether at most kPinsMax frames are pinned.
+bool pinsAreFew(const SortJob& job);
 
 }  // namespace tvsort

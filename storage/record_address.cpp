@@ -6,14 +6,6 @@ namespace tvsort {
 
 namespace {
 
-std::int32_t findFrame(const SortJob& job, std::int32_t bucket) {
-    std::int32_t frame = job.hashTable[bucket];
-    while (frame != kNoFrame && job.pageDescriptors[frame].block != job.wantedBlock) {
-        frame = job.pageDescriptors[frame].hashNext;
-    }
-    return frame;
-}
-
 std::uint32_t currentPlace(const SortJob& job) {
     return frameOffset(job, job.currentFrame) + job.recordOffset;
 }
@@ -28,7 +20,7 @@ std::uint32_t addressRecord(SortJob& job, std::int32_t recordNumber) {
     if (job.pageDescriptors[job.currentFrame].block == job.wantedBlock) return currentPlace(job);
 
     const std::int32_t bucket = hashBucket(job, job.wantedBlock);
-    const std::int32_t frame = findFrame(job, bucket);
+    const std::int32_t frame = findFrame(job, bucket, job.wantedBlock);
     if (frame == kNoFrame) {
         bringInBlock(job, bucket);
     } else {

@@ -3,15 +3,15 @@
 #include <errno.h>
 #include <poll.h>
 
-#include <cstdio>
 #include <cstdlib>
 
+#include "service/notice.h"
 #include "storage/work_file.h"
 
 namespace tvsort {
 
 void endWithoutReply(SortJob& job, int systemError) {
-    printf(" TVSORT -- send msg error : %u\n", static_cast<unsigned>(systemError));
+    sayFormatted(" TVSORT -- send msg error : %u\n", static_cast<unsigned>(systemError));
     closeWorkFile(job);
     exit(0);
 }

@@ -6,18 +6,22 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
+#include <climits>
+#include <optional>
+#include <utility>
 
 #include "host/host_error.h"
+#include "host/random_name.h"
 #include "tools/input_file.h"
 #include "tools/interrupt.h"
+#include "tools/output_place.h"
 
 namespace tvsort::tools {
 
 namespace {
 
 constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
+constexpr mode_t kOwnerOnly = 0600;
 
 [[noreturn]] void cannotCreate(const std::string& name, int systemError) {
     throw host::systemFailure("cannot create the output " + name, systemError,
@@ -29,26 +33,20 @@ constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
                               "choose a name that can be written");
 }
 
-// Beside the final one.
-std::string hiddenNameFor(const std::filesystem::path& path, const std::string& ending) {
-    return (path.parent_path() / fmt::format(".{}.{}", path.filename().string(), ending)).string();
-}
-
 // The rights of the file that is replaced, or those that a new file gets.
-mode_t rightsFor(const std::string& finalName) {
-    constexpr mode_t kRightsMask = 07777;
-    struct stat status = {};
-    if (stat(finalName.c_str(), &status) == 0) return status.st_mode & kRightsMask;
+mode_t rightsFor(const std::optional<struct stat>& replaced) {
+    constexpr mode_t kRightsMask = 0777;
+    if (replaced.has_value()) return replaced->st_mode & kRightsMask;
     const mode_t mask = umask(0);
     umask(mask);
     return 0666 & ~mask;
 }
 
-// What a symbolic link leads to is replaced, not the link.
-std::string resolve(const std::string& name) {
-    std::error_code error;
-    const std::filesystem::path resolved = std::filesystem::canonical(name, error);
-    return error ? name : resolved.string();
+// Where it stands in a folder that everybody can write, a name may have become a link.
+host::FileDescriptor openInPlace(const OutputPlace& place) {
+    const int follow = place.isOpenFile ? 0 : O_NOFOLLOW;
+    return host::FileDescriptor(openat(place.folder.number(), place.name.c_str(),
+                                       O_WRONLY | O_NOCTTY | O_CLOEXEC | follow));
 }
 
 }  // namespace
@@ -61,47 +59,60 @@ OutputFile::OutputFile(const std::string& name) : displayName_(name) {
         if (!file_.isOpen()) cannotCreate(displayName_, errno);
         return;
     }
-    struct stat status = {};
-    const bool exists = stat(name.c_str(), &status) == 0;
-    if (exists && !S_ISREG(status.st_mode)) {
-        file_ = host::FileDescriptor(open(name.c_str(), O_WRONLY | O_CLOEXEC));
+    OutputPlace place = findOutputPlace(name);
+    if (place.found.has_value() && (place.isOpenFile || !S_ISREG(place.found->st_mode))) {
+        file_ = openInPlace(place);
         if (!file_.isOpen()) cannotCreate(name, errno);
         return;
     }
     // Renaming would replace a file that its owner has protected.
-    if (exists && access(name.c_str(), W_OK) != 0) cannotCreate(name, errno);
-    openBeside(resolve(name));
+    if (place.found.has_value() &&
+        faccessat(place.folder.number(), place.name.c_str(), W_OK, 0) != 0) {
+        cannotCreate(name, errno);
+    }
+    folder_ = std::move(place.folder);
+    finalName_ = place.name;
+    createNameless();
+    if (fchmod(file_.number(), rightsFor(place.found)) != 0) cannotCreate(name, errno);
 }
 
 OutputFile::~OutputFile() {
-    if (!hiddenName_.empty()) unlink(hiddenName_.c_str());
+    if (!hiddenName_.empty()) unlinkat(folder_.number(), hiddenName_.c_str(), 0);
 }
 
-void OutputFile::openBeside(const std::string& finalName) {
-    const std::filesystem::path path(finalName);
-    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
-    finalName_ = finalName;
-    file_ = host::FileDescriptor(open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
-    if (!file_.isOpen()) {
-        hiddenName_ = hiddenNameFor(path, "XXXXXX");
-        file_ = host::FileDescriptor(mkostemp(hiddenName_.data(), O_CLOEXEC));
-        if (!file_.isOpen()) {
-            hiddenName_.clear();
-            cannotCreate(displayName_, errno);
-        }
+void OutputFile::createNameless() {
+    file_ = host::FileDescriptor(
+        openat(folder_.number(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, kOwnerOnly));
+    if (!file_.isOpen()) file_ = host::FileDescriptor(createHidden());
+    if (!file_.isOpen()) cannotCreate(displayName_, errno);
+}
+
+template <typename Attempt>
+int OutputFile::underHiddenName(const Attempt& attempt) {
+    constexpr std::size_t kNameCharsMax = NAME_MAX - 2 - host::kRandomNameChars;  // and two dots
+    const std::string visible = finalName_.substr(0, kNameCharsMax);
+    for (int i = 0; i < host::kRandomNameTries; ++i) {
+        const std::string name = fmt::format(".{}.{}", visible, host::randomName());
+        const int result = attempt(name.c_str());
+        if (result >= 0) hiddenName_ = name;
+        if (result >= 0 || errno != EEXIST) return result;
     }
-    if (fchmod(file_.number(), rightsFor(finalName)) != 0) cannotCreate(displayName_, errno);
+    return -1;
+}
+
+int OutputFile::createHidden() {
+    return underHiddenName([this](const char* name) {
+        constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        return openat(folder_.number(), name, kFlags, kOwnerOnly);
+    });
 }
 
 // A nameless file can get a name, but not that of a file that is there: only renaming replaces one.
-void OutputFile::giveHiddenName() {
+int OutputFile::giveHiddenName() {
     const std::string own = fmt::format("/proc/self/fd/{}", file_.number());
-    const std::string name = hiddenNameFor(finalName_, std::to_string(getpid()));
-    unlink(name.c_str());  // of a dead process that had this one's number
-    if (linkat(AT_FDCWD, own.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
-        cannotName(finalName_, errno);
-    }
-    hiddenName_ = name;
+    return underHiddenName([this, &own](const char* name) {
+        return linkat(AT_FDCWD, own.c_str(), folder_.number(), name, AT_SYMLINK_FOLLOW);
+    });
 }
 
 void OutputFile::write(const Byte* bytes, std::size_t byteCount) {
@@ -136,13 +147,18 @@ void OutputFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
 void OutputFile::finish() {
     writeThrough(buffer_.data(), buffer_.size());
     buffer_.clear();
-    if (!finalName_.empty() && hiddenName_.empty()) giveHiddenName();
+    if (!finalName_.empty() && hiddenName_.empty() && giveHiddenName() < 0) {
+        cannotName(displayName_, errno);
+    }
     if (!file_.close()) {
         throw host::systemFailure("cannot write " + displayName_, errno,
                                   "make room there or choose another place");
     }
     if (finalName_.empty()) return;
-    if (rename(hiddenName_.c_str(), finalName_.c_str()) != 0) cannotName(finalName_, errno);
+    const int folder = folder_.number();
+    if (renameat(folder, hiddenName_.c_str(), folder, finalName_.c_str()) != 0) {
+        cannotName(displayName_, errno);
+    }
     hiddenName_.clear();
 }
 

@@ -2,9 +2,11 @@
 //
 // A file comes into being without a name in the folder of the final one and gets the final name by
 // `finish`, when it is whole: nobody ever sees a half-written output, an earlier file of that name
-// stays until then, and of a command that was killed nothing is left. Where the file system has no
-// nameless files, it has a hidden name of its own until then. Devices and pipes are written
-// directly.
+// stays until then, and of a command that was killed nothing is left. To take the place of an
+// earlier file it gets, for a moment, a hidden name that nobody can foresee; where the file system
+// has no nameless files, it has that name from the beginning. It gets the earlier file's rights to
+// read, write and execute, and never those that change whose rights a program has. Devices and
+// pipes are written directly. `OutputPlace` says which symbolic links are followed.
 
 #pragma once
 
@@ -36,13 +38,19 @@ class OutputFile {
     std::int64_t writtenBytes() const { return writtenBytes_; }
 
   private:
-    void openBeside(const std::string& finalName);
-    void giveHiddenName();
+    // In the folder, with rights for its owner only.
+    void createNameless();
+    // Both draw names until one is free; -1 with the reason in `errno` where none is.
+    int createHidden();
+    int giveHiddenName();
+    template <typename Attempt>
+    int underHiddenName(const Attempt& attempt);
     void writeThrough(const Byte* bytes, std::size_t byteCount);
 
     host::FileDescriptor file_;
     std::string displayName_;
-    std::string finalName_;   // empty where there is nothing to rename
+    host::FileDescriptor folder_;
+    std::string finalName_;   // in the folder; empty where there is nothing to rename
     std::string hiddenName_;  // empty before it has one and once it is final
     std::vector<Byte> buffer_;
     std::int64_t writtenBytes_ = 0;

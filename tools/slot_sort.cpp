@@ -62,8 +62,10 @@ SortStats SlotSort::sort(const host::RequestBuilder& request, const host::Record
     stats.recordLength = geometry_.recordLength;
     stats.recordsPerBlock = geometry_.recordsPerBlock;
     stats.blockBytes = static_cast<std::int64_t>(geometry_.blockBytes());
-    for (const Part& part : parts_)
-        addPart(part, stats);
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+        addPart(parts_[i], stats);
+        stats.systemCallsFiltered = stats.systemCallsFiltered && slotOf(i).process().isFiltered();
+    }
     return stats;
 }
 

@@ -24,6 +24,7 @@ void SortStats::addRequest(const SortStats& later) {
     *this = later;
     fitted = earlier.fitted && later.fitted;
     spilledBytes += earlier.spilledBytes;
+    systemCallsFiltered = earlier.systemCallsFiltered && later.systemCallsFiltered;
     blocksRead += earlier.blocksRead;
     blocksWritten += earlier.blocksWritten;
     read += earlier.read;
@@ -50,9 +51,11 @@ std::string statsAsText(const SortStats& stats) {
         "fitted           {}\n"
         "spilled          {} bytes\n"
         "blocks read      {}\n"
-        "blocks written   {}\n",
+        "blocks written   {}\n"
+        "filter           {}\n",
         stats.blockCount, stats.blockBytes, stats.recordsPerBlock, stats.frameCount,
-        stats.fitted ? "yes" : "no", stats.spilledBytes, stats.blocksRead, stats.blocksWritten);
+        stats.fitted ? "yes" : "no", stats.spilledBytes, stats.blocksRead, stats.blocksWritten,
+        stats.systemCallsFiltered ? "on" : "off");
     for (const auto& [name, cost] : stagesOf(stats)) {
         text += fmt::format("{:<16} {:.3f} s, CPU {:.3f} s\n", name, cost.elapsedSeconds,
                             cost.cpuSeconds);
@@ -81,6 +84,7 @@ std::string statsAsJson(const SortStats& stats) {
         {"spilled_bytes", stats.spilledBytes},
         {"blocks_read", stats.blocksRead},
         {"blocks_written", stats.blocksWritten},
+        {"system_calls_filtered", stats.systemCallsFiltered},
     };
     for (const auto& [name, cost] : stagesOf(stats)) {
         json[fmt::format("{}_seconds", name)] = cost.elapsedSeconds;

@@ -27,6 +27,8 @@ struct SortStats {
     // Blocks that the process moved between work file and frames.
     std::int64_t blocksRead = 0;
     std::int64_t blocksWritten = 0;
+    // Every process had restricted its own system calls.
+    bool systemCallsFiltered = true;
     StageCost read;   // measuring the inputs, and copying what cannot be read twice
     StageCost load;   // laying records into memory and work file
     StageCost sort;   // waiting for the process, and what it computes

@@ -15,9 +15,15 @@ namespace {
 constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
 constexpr char kAdvice[] = "make room there or choose another temporary directory";
 
+// It never has a name, and none can be given to it; where the file system has no such files, it has
+// one for a moment.
 host::FileDescriptor createNameless(const std::filesystem::path& directory) {
+    constexpr mode_t kOwnerOnly = 0600;
+    host::FileDescriptor file(
+        open(directory.c_str(), O_TMPFILE | O_EXCL | O_RDWR | O_CLOEXEC, kOwnerOnly));
+    if (file.isOpen()) return file;
     std::string pattern = (directory / "tvsort-spool-XXXXXX").string();
-    host::FileDescriptor file(mkostemp(pattern.data(), O_CLOEXEC));
+    file = host::FileDescriptor(mkostemp(pattern.data(), O_CLOEXEC));
     if (!file.isOpen()) {
         throw host::systemFailure("cannot create a file in " + directory.string(), errno, kAdvice);
     }

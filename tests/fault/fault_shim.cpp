@@ -97,14 +97,9 @@ int fcntl(int fd, int command, ...) {
 }
 
 int close(int fd) {
-    const bool isOpen = syscall(SYS_fcntl, fd, F_GETFD) >= 0;
-    const bool struck = isOpen && strikes(Call::kClose);
-    const int systemError = errno;
     // A close that reports a failure has closed the descriptor all the same.
-    const long result = syscall(SYS_close, fd);
-    if (!struck) return static_cast<int>(result);
-    errno = systemError;
-    return -1;
+    if (syscall(SYS_close, fd) != 0 || strikes(Call::kClose)) return -1;
+    return 0;
 }
 
 int fstat(int fd, struct stat* status) noexcept {

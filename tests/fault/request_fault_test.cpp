@@ -84,9 +84,10 @@ class RequestFaults : public testing::TestWithParam<int> {
     }
 
     // One request with what is armed; all bytes that are the server's own are told apart.
-    SortReply ask(const ShapedCase& shaped) {
+    SortReply ask(const ShapedCase& shaped) { return ask(shaped, shaped.request()); }
+    SortReply ask(const ShapedCase& shaped, const host::RequestBuilder& request) {
         const host::LoadedData loaded = shaped.load(slot_, kTenRecordsPerPage);
-        std::vector<Byte> message = shaped.request().build(kTenRecordsPerPage, loaded.extent);
+        std::vector<Byte> message = request.build(kTenRecordsPerPage, loaded.extent);
         std::fill(message.begin() + 12, message.begin() + 20, kServersByte);
         std::fill(message.begin() + 24, message.begin() + 60, kServersByte);
         slot_.connection().send(message, kSoon);
@@ -208,6 +209,37 @@ INSTANTIATE_TEST_SUITE_P(OfEveryShape, RequestFaults, testing::Range(0, 7),
                          [](const testing::TestParamInfo<int>& shape) {
                              return shapedCases(1)[static_cast<std::size_t>(shape.param)].name;
                          });
+
+// A hierarchy that meets a value which cannot be compared looks for the one to report, and reads
+// on.
+using SettledErrors = RequestFaults;
+
+TEST_F(SettledErrors, KeepTheSystemErrorNumberThatIsNotTheirs) {
+    ShapedCase roots = plainCase(1);
+    roots.mode = SortMode::kHierarchy;
+    for (ShapedRow& row : roots.rows)
+        row.key = 1;
+    // The filler behind the key is no string: its length is the key's low byte, twice.
+    const KeyDescriptor key = host::ascendingKey(DataType::kInteger, 16, 4);
+    host::RequestBuilder request;
+    request.addKey(key).addKey(key).addKey(host::ascendingKey(DataType::kString, 20, 100));
+    request.setMode(SortMode::kHierarchy);
+    int complaints = 0;
+    for (const std::int32_t times : {1, kForEver}) {
+        for (std::int32_t number = 1, struck = 1; struck > 0; ++number) {
+            injector_.arm(Call::kReadFile, number, times, {"EIO", Deed::kFail, EIO});
+            const SortReply reply = ask(roots, request);
+            struck = injector_.injected();
+            injector_.disarm();
+            const Answer answer = {static_cast<ErrorCode>(reply.errorCode), reply.osError};
+            const Answer unread = {ErrorCode::kWorkFileRead, EIO};
+            if (struck > 0 && answer == unread) continue;
+            EXPECT_EQ(answer, (Answer{ErrorCode::kValueTooLong, kUntouched})) << "read " << number;
+            complaints += struck;
+        }
+    }
+    EXPECT_GT(complaints, 20);
+}
 
 }  // namespace
 }  // namespace tvsort::test

@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "tests/support/filter_expected.h"
 #include "tests/system/command_fixture.h"
 
 namespace tvsort::test {
@@ -201,6 +202,8 @@ TEST_F(Command, StatsCountWhatHappened) {
             EXPECT_GT(times->at(name), 4096);
             times->erase(name);
         }
+        EXPECT_EQ(times->at("system_calls_filtered"), filterExpected());
+        times->erase("system_calls_filtered");
     }
     // Every block is written, those without a frame are read, and the frames once more at the end.
     EXPECT_GE(spilled["blocks_written"], 38);
