@@ -62,6 +62,13 @@ bool objectHolds(int fd, std::int64_t end) {
     return false;
 }
 
+// The mapping stays without it, and nobody can do anything else to the object through this process.
+// The place of a standard stream is kept: the socket would take it.
+void closeObject(SortJob& job) {
+    if (job.shmFd > STDERR_FILENO) close(job.shmFd);
+    job.shmFd = -1;
+}
+
 void mapSlot(SortJob& job) {
     const SlotLayout layout = {job.memoryBlocks, job.pagesPerBlock};
     const std::int64_t offset = layout.slotOffset(job.slotNumber);
@@ -74,6 +81,7 @@ void mapSlot(SortJob& job) {
         printf(" TVSORT %d  -- can't map shm object. Errno %d", job.slotNumber, errno);
         endProcess();
     }
+    closeObject(job);
     Byte* const slot = static_cast<Byte*>(start);
     job.shmBase = slot;
     job.message = slot;

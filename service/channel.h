@@ -29,7 +29,7 @@ namespace tvsort {
 
 // Maps the slot, connects, says hello and takes in the server's answer. Needs `slotNumber`,
 // `shmFd`, `memoryBlocks` and `pagesPerBlock`; fills `processId`, `socketFd` and the pointers into
-// the slot. May leave 1401.
+// the slot. Closes `shmFd` and leaves -1 in it. May leave 1401.
 void openChannel(SortJob& job);
 
 // Takes the next message into the message buffer and opens the work file that it names, unless one
