@@ -119,12 +119,16 @@ SortReply Connection::receiveReply(Timeout timeout) {
 
 SortReply Connection::receiveReplyTo(std::uint32_t serial, Timeout timeout) {
     SortReply reply = receiveReply(timeout);
-    if (serialOf(reply) == 0 && serial != 0) reply = receiveReply(timeout);
+    const bool reportsStart =
+        serialOf(reply) == 0 &&
+        reply.errorCode == static_cast<std::uint32_t>(ErrorCode::kWorkFileOpen);
+    if (reportsStart && serial != 0) reply = receiveReply(timeout);
     if (serialOf(reply) != serial) {
         throw HostError(FailureKind::kProtocolBroken,
-                        "slot " + std::to_string(slotNumber_) + " received the reply to request " +
+                        "the sort process of slot " + std::to_string(slotNumber_) + " (process " +
+                            std::to_string(process_.id()) + ") sent the reply to request " +
                             std::to_string(serialOf(reply)) + " instead of that to " +
-                            std::to_string(serial) + "; start its process again");
+                            std::to_string(serial) + "; start it again");
     }
     return reply;
 }

@@ -104,18 +104,18 @@ LoadedData loadRecords(const SlotMemory& memory, int slotNumber, WorkFile& workF
 void readRecords(const SlotMemory& memory, int slotNumber, const WorkFile& workFile,
                  const Geometry& geometry, std::int32_t recordCount, const RecordSink& sink) {
     const std::int32_t frameCount = memory.frameCount(geometry.blockPages);
-    std::vector<Byte> spilled;
+    std::vector<Byte> block(geometry.blockBytes());
     std::int32_t blockIndex = 0;
     for (std::int32_t left = recordCount; left > 0; ++blockIndex) {
         const std::int32_t records = std::min<std::int32_t>(left, geometry.recordsPerBlock);
         if (blockIndex < frameCount) {
-            sink(memory.frame(slotNumber, blockIndex, geometry.blockPages).data(),
-                 static_cast<std::size_t>(records));
+            const std::span<Byte> frame = memory.frame(slotNumber, blockIndex, geometry.blockPages);
+            std::copy_n(frame.begin(), static_cast<std::size_t>(records) * geometry.recordLength,
+                        block.begin());
         } else {
-            spilled.resize(geometry.blockBytes());
-            workFile.readBlock(blockIndex + 1, spilled);
-            sink(spilled.data(), static_cast<std::size_t>(records));
+            workFile.readBlock(blockIndex + 1, block);
         }
+        sink(block.data(), static_cast<std::size_t>(records));
         left -= records;
     }
 }

@@ -74,7 +74,9 @@ class RecordLoader {
 LoadedData loadRecords(const SlotMemory& memory, int slotNumber, WorkFile& workFile,
                        const Geometry& geometry, const RecordSource& source);
 
-// Hands records 1 to `recordCount` of a result to `sink`, in order.
+// Hands records 1 to `recordCount` of a result to `sink`, in order. They are copies, which the
+// process cannot change any more: a length is the same when it is used as when it was looked at. A
+// work file that ends before is kProtocolBroken.
 void readRecords(const SlotMemory& memory, int slotNumber, const WorkFile& workFile,
                  const Geometry& geometry, std::int32_t recordCount, const RecordSink& sink);
 

@@ -62,6 +62,14 @@ constexpr std::array kCodeTexts = {
              "one deeper than the record before; check the level field"},
 };
 
+// Null where the code is not known.
+const char* textOf(std::uint32_t errorCode) {
+    for (const CodeText& known : kCodeTexts) {
+        if (static_cast<std::uint32_t>(known.code) == errorCode) return known.text;
+    }
+    return nullptr;
+}
+
 bool carriesSystemError(std::uint32_t errorCode) {
     return errorCode == static_cast<std::uint32_t>(ErrorCode::kWorkFileOpen) ||
            errorCode == static_cast<std::uint32_t>(ErrorCode::kWorkFileRead) ||
@@ -70,11 +78,15 @@ bool carriesSystemError(std::uint32_t errorCode) {
 
 }  // namespace
 
+bool isAnswerCode(std::uint32_t errorCode) {
+    return textOf(errorCode) != nullptr;
+}
+
 std::string errorText(std::uint32_t errorCode) {
-    for (const CodeText& known : kCodeTexts) {
-        if (static_cast<std::uint32_t>(known.code) == errorCode) return known.text;
-    }
-    return "an answer of this kind is not known; check that host and process are of one version";
+    const char* const text = textOf(errorCode);
+    return text != nullptr ? text
+                           : "an answer of this kind is not known; check that host and process are "
+                             "of one version";
 }
 
 std::string describeAnswer(const SortReply& reply) {

@@ -2,11 +2,15 @@
 
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "service/messages.h"
 
 namespace tvsort::host {
+
+// Whether the process ever sends this code.
+bool isAnswerCode(std::uint32_t errorCode);
 
 // What happened, and what to do about it. A code that the process never sends gets words too.
 std::string errorText(std::uint32_t errorCode);

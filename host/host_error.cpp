@@ -14,4 +14,8 @@ HostError badUse(const std::string& text) {
     return {FailureKind::kBadUse, text};
 }
 
+HostError brokenResult(const std::string& text) {
+    return {FailureKind::kProtocolBroken, text};
+}
+
 }  // namespace tvsort::host

@@ -7,7 +7,8 @@
 //     kProcessDied        the sort process ended although it was needed
 //     kTimedOut           the sort process did not do something in the time that the caller granted
 //     kAnsweredWithError  the sort process refused or failed a request; `errorCode` has its code
-//     kProtocolBroken     what arrived is no message of the protocol
+//     kProtocolBroken     what came back from the process is no message of the protocol, or cannot
+//                         be the answer to what was sent
 //     kBadUse             the caller asked for something that cannot be
 
 #pragma once
@@ -52,5 +53,9 @@ HostError systemFailure(const std::string& what, int systemError, const std::str
 
 // A request that cannot be met, in words that say what to ask for instead.
 HostError badUse(const std::string& text);
+
+// kProtocolBroken, for whoever reads a result and meets a record that cannot be in it. The text
+// says what the process did; `SortSlot::read` puts the process's name before it.
+HostError brokenResult(const std::string& text);
 
 }  // namespace tvsort::host

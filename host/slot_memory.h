@@ -2,7 +2,8 @@
 //
 // Slot n (from 1) is mapped by process n alone; this side sees them all. The layout of a slot
 // stands in service/slot_layout.h. The object has no name: processes inherit its descriptor, and
-// it is gone when the last of them and this side have ended.
+// it is gone when the last of them and this side have ended. Its size is sealed: a process that cut
+// it would end this side by signal at the next look at a page that is gone.
 //
 // Whose turn it is, is told by the messages: from sending one until its reply has come the slot
 // belongs to the process.

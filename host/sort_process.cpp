@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,75 +11,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <string_view>
 
 namespace tvsort::host {
 
 namespace {
 
 constexpr std::size_t kOutputTextBytesMax = 65536;
-
-std::string_view variableName(std::string_view assignment) {
-    return assignment.substr(0, assignment.find('='));
-}
-
-// This process's environment with the given assignments in it.
-std::vector<std::string> mergedEnvironment(const std::vector<std::string>& assignments) {
-    std::vector<std::string> merged(assignments);
-    for (char** own = environ; *own != nullptr; ++own) {
-        bool replaced = false;
-        for (const std::string& assignment : assignments) {
-            replaced = replaced || variableName(assignment) == variableName(*own);
-        }
-        if (!replaced) merged.emplace_back(*own);
-    }
-    return merged;
-}
-
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-    std::vector<char*> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (std::string& text : texts)
-        pointers.push_back(text.data());
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
-// What a process finds open, and the state of its signals.
-class SpawnSettings {
-  public:
-    SpawnSettings(int output, int sharedDescriptor) {
-        posix_spawn_file_actions_init(&actions_);
-        posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
-        if (sharedDescriptor >= 0) {
-            // Onto itself: that clears the mark that would close it.
-            posix_spawn_file_actions_adddup2(&actions_, sharedDescriptor, sharedDescriptor);
-        }
-        sigset_t signals;
-        posix_spawnattr_init(&attributes_);
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&attributes_, &signals);
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&attributes_, &signals);
-        posix_spawnattr_setpgroup(&attributes_, 0);
-        posix_spawnattr_setflags(
-            &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    }
-    ~SpawnSettings() {
-        posix_spawn_file_actions_destroy(&actions_);
-        posix_spawnattr_destroy(&attributes_);
-    }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-    const posix_spawn_file_actions_t* actions() const { return &actions_; }
-    const posix_spawnattr_t* attributes() const { return &attributes_; }
-
-  private:
-    posix_spawn_file_actions_t actions_;
-    posix_spawnattr_t attributes_;
-};
+constexpr int kPiecesMax = 16;
 
 double secondsOf(const timeval& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
@@ -132,18 +69,7 @@ SortProcess::SortProcess(const ProcessStart& start) {
     output_ = FileDescriptor(ends[0]);
     const FileDescriptor writeEnd(ends[1]);
     fcntl(output_.number(), F_SETFL, O_NONBLOCK);
-
-    std::vector<std::string> arguments = {start.program.string()};
-    arguments.insert(arguments.end(), start.arguments.begin(), start.arguments.end());
-    std::vector<std::string> environment = mergedEnvironment(start.environment);
-    const SpawnSettings settings(writeEnd.number(), start.sharedDescriptor);
-    const int error =
-        posix_spawnp(&id_, arguments[0].c_str(), settings.actions(), settings.attributes(),
-                     pointersTo(arguments).data(), pointersTo(environment).data());
-    if (error != 0) {
-        throw systemFailure("cannot start the sort process " + start.program.string(), error,
-                            "name the built tvsort program");
-    }
+    id_ = startProcess(start, writeEnd.number());
 }
 
 SortProcess::~SortProcess() {
@@ -179,6 +105,23 @@ void SortProcess::sendSignal(int signalNumber) {
     if (!hasEnded()) ::kill(id_, signalNumber);
 }
 
+std::uint64_t SortProcess::lowerFileLimit(std::int64_t byteCount) {
+    rlimit limits = {RLIM_INFINITY, RLIM_INFINITY};
+    if (!hasEnded()) prlimit(id_, RLIMIT_FSIZE, nullptr, &limits);
+    const rlim_t before = limits.rlim_cur;
+    if (static_cast<rlim_t>(byteCount) < before) {
+        setFileLimit(static_cast<std::uint64_t>(byteCount));
+    }
+    return before;
+}
+
+void SortProcess::setFileLimit(std::uint64_t byteCount) {
+    rlimit limits = {};
+    if (hasEnded() || prlimit(id_, RLIMIT_FSIZE, nullptr, &limits) != 0) return;
+    limits.rlim_cur = byteCount;
+    prlimit(id_, RLIMIT_FSIZE, &limits, nullptr);
+}
+
 void SortProcess::kill() {
     sendSignal(SIGKILL);
     while (!reap(0) && errno == EINTR)
@@ -205,9 +148,10 @@ WaitOutcome SortProcess::waitFor(int descriptor, short events, const Deadline& d
     }
 }
 
+// No more at a time than the pipe holds: one that never stops printing must not stop the clock.
 void SortProcess::readOutput() {
     char piece[4096];
-    while (output_.isOpen()) {
+    for (int i = 0; output_.isOpen() && i < kPiecesMax; ++i) {
         const ssize_t moved = read(output_.number(), piece, sizeof piece);
         if (moved < 0 && errno == EINTR) continue;
         if (moved < 0 && errno == EAGAIN) return;

@@ -7,35 +7,23 @@
 // behind its standard output closes with it.
 //
 // The process stands in a process group of its own, so that Ctrl-C reaches the host alone, which
-// then stops it in good order. Destroying the object kills what still runs; no zombie stays.
+// then stops it in good order. Destroying the object kills what still runs; no zombie stays. What
+// else is around it stands in host/process_start.h.
 
 #pragma once
 
 #include <sys/types.h>
 
-#include <array>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "host/deadline.h"
 #include "host/file_descriptor.h"
 #include "host/host_error.h"
+#include "host/process_start.h"
 
 namespace tvsort::host {
-
-struct ProcessStart {
-    // Without a slash it is looked up in PATH.
-    std::filesystem::path program;
-    // As the process takes them, the shared object's descriptor among them.
-    std::vector<std::string> arguments;
-    // "NAME=value" strings that replace or add to this process's own environment.
-    std::vector<std::string> environment;
-    // Inherited under its own number; -1 for none.
-    int sharedDescriptor = -1;
-};
 
 // What the operating system counted. Bytes moved by read(2) and write(2) include the messages: 80
 // bytes and more per request; the rest is the work file's. Fields that cannot be had are 0.
@@ -67,6 +55,11 @@ class SortProcess {
     bool waitForEnd(Timeout timeout, const WhileWaiting& whileWaiting = {});
     // Sends the signal, to a process that has not ended.
     void sendSignal(int signalNumber);
+    // No file of the process grows beyond so many bytes, or beyond its limit where that is less.
+    // Answers the limit before, for `setFileLimit`. Nothing where the system does not allow it or
+    // the process has ended.
+    std::uint64_t lowerFileLimit(std::int64_t byteCount);
+    void setFileLimit(std::uint64_t byteCount);
     // Kills and reaps; nothing when it has ended.
     void kill();
 

@@ -4,12 +4,29 @@
 
 #include "host/error_text.h"
 #include "host/host_error.h"
+#include "host/reply_check.h"
 
 namespace tvsort::host {
 
 namespace {
 
 constexpr char kStartAdvice[] = "check that the program is tvsort, and what it says";
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#elif defined(__has_feature)
+constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ||
+                              __has_feature(memory_sanitizer);
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+// Where the data set's last block ends in the work file.
+std::int64_t dataSetBytes(const Geometry& geometry, const Extent& extent) {
+    if (extent.fileBlocks < 1 || geometry.blockPages < 1) return 0;
+    const auto blockBytes = static_cast<std::int64_t>(geometry.blockBytes());
+    return extent.fileBlocks > kNoLimit / blockBytes ? kNoLimit : extent.fileBlocks * blockBytes;
+}
 
 bool namesVariable(const std::string& directoryName) {
     return directoryName != "SY00" && directoryName != "TEMP" && !directoryName.empty();
@@ -69,7 +86,22 @@ ProcessStart SortSlot::processStart() const {
         start.environment.push_back(options_.workDirectoryName + "=" + workDirectory_.string());
     }
     start.sharedDescriptor = memory_.descriptor();
+    start.limits = processLimits(prefix);
     return start;
+}
+
+ProcessLimits SortSlot::processLimits(const std::string& directoryPrefix) const {
+    ProcessLimits limits;
+    limits.endsWithStarter = options_.endsWithStarter;
+    if (!options_.launcher.empty()) return limits;
+    limits.fileBytes = options_.fileBytesMax;
+    if (!options_.limitAddressSpace || kIsSanitized) return limits;
+    std::error_code absent;
+    const auto collationBytes = std::filesystem::file_size(
+        directoryPrefix + "tavucs" + std::to_string(options_.instance), absent);
+    limits.addressBytes = memory_.layout().slotBytes() + kProcessOwnBytes +
+                          (absent ? 0 : static_cast<std::int64_t>(collationBytes));
+    return limits;
 }
 
 FileDescriptor SortSlot::acceptProcess() {
@@ -97,7 +129,11 @@ SortReply SortSlot::startUnanswered() {
     process_ = std::make_unique<SortProcess>(processStart());
     connection_ = std::make_unique<Connection>(acceptProcess(), *process_, slotNumber_,
                                                options_.whileWaiting);
-    return connection_->receiveReply(options_.startTimeout);
+    const SortReply hello = connection_->receiveReply(options_.startTimeout);
+    if (hello.errorCode != 0) {
+        throw brokenBy("said hello with code " + std::to_string(hello.errorCode));
+    }
+    return hello;
 }
 
 void SortSlot::start() {
@@ -121,6 +157,15 @@ void SortSlot::stop() {
     process_.reset();
 }
 
+HostError SortSlot::brokenBy(const std::string& what) const {
+    const std::string id =
+        process_ == nullptr ? "" : " (process " + std::to_string(process_->id()) + ")";
+    return {FailureKind::kProtocolBroken, "the sort process of slot " +
+                                              std::to_string(slotNumber_) + id + " " + what +
+                                              "; check that the program is tvsort, and start it "
+                                              "again"};
+}
+
 LoadedData SortSlot::load(const Geometry& geometry, const RecordSource& source) {
     return loadRecords(memory_, slotNumber_, workFile_, geometry, source);
 }
@@ -133,16 +178,28 @@ SortReply SortSlot::ask(const RequestBuilder& request, const Geometry& geometry,
                         const Extent& extent) {
     serial_ += 1;
     const std::vector<Byte> message = request.build(geometry, extent, serial_);
+    const bool limited = options_.launcher.empty();
+    const std::uint64_t fileLimit =
+        limited ? process().lowerFileLimit(dataSetBytes(geometry, extent)) : 0;
     replyPending_ = true;
     connection().send(message, options_.startTimeout);
     const SortReply reply = connection().receiveReplyTo(serial_, options_.requestTimeout);
+    const std::string fault = replyFault(request, geometry, extent, reply);
+    // The reply stays pending: such a process is not asked to end, but ended.
+    if (!fault.empty()) throw brokenBy(fault);
     replyPending_ = false;
+    if (limited) process().setFileLimit(fileLimit);
     return reply;
 }
 
 void SortSlot::read(const Geometry& geometry, std::int32_t recordCount,
                     const RecordSink& sink) const {
-    readRecords(memory_, slotNumber_, workFile_, geometry, recordCount, sink);
+    try {
+        readRecords(memory_, slotNumber_, workFile_, geometry, recordCount, sink);
+    } catch (const HostError& error) {
+        if (error.kind() != FailureKind::kProtocolBroken) throw;
+        throw brokenBy(error.what());
+    }
 }
 
 SortResult SortSlot::sort(const RequestBuilder& request, const Geometry& geometry,

@@ -60,7 +60,22 @@ struct ServerOptions {
     // For a process to end in good order, before it is killed.
     Timeout stopTimeout{5000};
     WhileWaiting whileWaiting;
+    // Bytes that no file of a process may grow beyond, whatever it is asked. While it serves a
+    // request its files end where the data set ends, if that is less.
+    std::int64_t fileBytesMax = kNoLimit;
+    // Whether a process gets no more address space than its slot, the collation file and
+    // `kProcessOwnBytes`. One that is built with a sanitizer needs terabytes: then, and where this
+    // library is built so, there is no limit. Under a launcher there is none for memory and files.
+    bool limitAddressSpace = true;
+    // Whether a process is killed when the thread that started it ends, and so with this process.
+    // Not for hosts that start it in a thread that ends before; the end of the socket still ends
+    // it.
+    bool endsWithStarter = true;
 };
+
+// What a process needs for itself: program, C library, stack and static memory, with a reserve of
+// about half of it.
+inline constexpr std::int64_t kProcessOwnBytes = std::int64_t{64} * 1024 * 1024;
 
 class SortSlot;
 
@@ -98,9 +113,11 @@ class SortSlot {
     LoadedData load(const Geometry& geometry, const RecordSource& source);
     // The same for records that come one by one; one loader at a time.
     RecordLoader loader(const Geometry& geometry);
-    // Sends the request and gives the reply, whatever its code.
+    // Sends the request and gives the reply, whatever its code. A reply that cannot be one to this
+    // request (host/reply_check.h) is thrown as kProtocolBroken.
     SortReply ask(const RequestBuilder& request, const Geometry& geometry, const Extent& extent);
-    // Hands the first `recordCount` records of the result to the sink.
+    // Hands the first `recordCount` records of the result to the sink. Where the sink throws
+    // kProtocolBroken because a record cannot be, the process's name is put before its words.
     void read(const Geometry& geometry, std::int32_t recordCount, const RecordSink& sink) const;
     // All of it. An answer with an error code is thrown as kAnsweredWithError.
     SortResult sort(const RequestBuilder& request, const Geometry& geometry,
@@ -114,7 +131,10 @@ class SortSlot {
 
   private:
     ProcessStart processStart() const;
+    ProcessLimits processLimits(const std::string& directoryPrefix) const;
     FileDescriptor acceptProcess();
+    // "the sort process of slot 1 (process 17) <what>; ..."
+    HostError brokenBy(const std::string& what) const;
 
     const ServerOptions& options_;
     const SlotMemory& memory_;

@@ -65,7 +65,10 @@ void WorkFile::readBlock(std::int32_t blockNumber, std::span<Byte> block) const 
             throw systemFailure("cannot read the work file " + path_.string(), errno,
                                 "check the disk of the temporary directory");
         }
-        if (moved == 0) return;
+        if (moved == 0) {
+            throw brokenResult("left the work file " + path_.string() + " without block " +
+                               std::to_string(blockNumber) + " of its result");
+        }
         position += moved;
         block = block.subspan(static_cast<std::size_t>(moved));
     }

@@ -27,7 +27,7 @@ class WorkFile {
 
     // `block` is one whole block, and its size the size of all blocks.
     void writeBlock(std::int32_t blockNumber, std::span<const Byte> block);
-    // Bytes beyond the end of the file are not touched.
+    // A file that ends before the block does is kProtocolBroken.
     void readBlock(std::int32_t blockNumber, std::span<Byte> block) const;
 
     // Bytes written here since the file was emptied, the process's own not counted.

@@ -66,6 +66,13 @@ bool objectHolds(int fd, std::int64_t end) {
     return false;
 }
 
+// The mapping stays without it, and nobody can do anything else to the object through this process.
+// The place of a standard stream is kept: the socket would take it.
+void closeObject(SortJob& job) {
+    if (job.shmFd > STDERR_FILENO) close(job.shmFd);
+    job.shmFd = -1;
+}
+
 void mapSlot(SortJob& job) {
     const SlotLayout layout = {job.memoryBlocks, job.pagesPerBlock};
     const std::int64_t offset = layout.slotOffset(job.slotNumber);
@@ -78,6 +85,7 @@ void mapSlot(SortJob& job) {
         sayFormatted(" TVSORT %d  -- can't map shm object. Errno %d", job.slotNumber, errno);
         endProcess();
     }
+    closeObject(job);
     attachSlot(job, static_cast<Byte*>(start));
 }
 

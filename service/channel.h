@@ -31,7 +31,7 @@ namespace tvsort {
 
 // Maps the slot, connects, says hello and takes in the server's answer. Needs `slotNumber`,
 // `shmFd`, `memoryBlocks` and `pagesPerBlock`; fills `processId`, `socketFd` and the pointers into
-// the slot. May leave 1401.
+// the slot. Closes `shmFd` and leaves -1 in it. May leave 1401.
 void openChannel(SortJob& job);
 
 // Points the job at a mapped slot of its `memoryBlocks` and `pagesPerBlock`.

@@ -59,7 +59,7 @@ struct SiblingRun {
 struct SortJob {
     std::uint16_t slotNumber;  // from 1; selects the slot and ends the work file's name
     std::int32_t processId;
-    std::int32_t shmFd;     // the server's shared-memory object, inherited
+    std::int32_t shmFd;     // the server's shared-memory object, inherited; -1 once it is mapped
     std::int32_t socketFd;  // the connected socket
     std::int32_t workFd;    // the work file
     std::uint16_t workFileOpen;

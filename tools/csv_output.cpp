@@ -1,5 +1,7 @@
 #include "tools/csv_output.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -33,6 +35,7 @@ CsvOutput::CsvOutput(Form form, const std::vector<InputFile>& inputs, std::size_
         input.readAt(static_cast<std::int64_t>(byteCount) - 1, &last, 1);
         if (last != '\n') openEnds_.push_back(start);
     }
+    inputEnd_ = start;
 }
 
 void CsvOutput::writeRecords(const Byte* records, std::size_t recordCount) {
@@ -72,7 +75,19 @@ void CsvOutput::writeCarried(std::string_view row) {
     if (!row.ends_with('\n')) writeText(form_.lineEnd);
 }
 
+void CsvOutput::checkPlace(const RowPlace& place) const {
+    if (place.offset < inputEnd_) {
+        const std::size_t next = inputIndexOf(place.offset) + 1;
+        const std::uint64_t end = next < inputStarts_.size() ? inputStarts_[next] : inputEnd_;
+        if (place.byteCount <= end - place.offset) return;
+    }
+    throw host::brokenResult(fmt::format(
+        "gave back a record with a row of {} bytes at byte {} of the inputs, where none can be",
+        place.byteCount, place.offset));
+}
+
 void CsvOutput::hold(const RowPlace& place) {
+    checkPlace(place);
     // The vector of rows may have twice the room that it uses.
     const std::size_t held = buffer_.size() + 2 * sizeof(HeldRow) * (rows_.size() + 1);
     if (held + place.byteCount > memoryBytes_) writeHeld();

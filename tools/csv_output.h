@@ -10,6 +10,8 @@
 //     read        10, 40, 70
 //     written     the buffer
 //
+// Places come back from a process, so each is checked before it is used.
+//
 // A row without a line end, the last of an input that has none there, gets one.
 
 #pragma once
@@ -53,6 +55,8 @@ class CsvOutput : public RecordOutput {
 
     void writeRecords(const Byte* records, std::size_t recordCount) override;
     void writeCarried(std::string_view row);
+    // One that does not lie inside one input is kProtocolBroken.
+    void checkPlace(const RowPlace& place) const;
     void hold(const RowPlace& place);
     void copyLarge(RowPlace place);
     void writeHeld();
@@ -70,6 +74,7 @@ class CsvOutput : public RecordOutput {
     bool headWritten_ = false;
     OutputFile& output_;
     std::vector<std::uint64_t> inputStarts_;
+    std::uint64_t inputEnd_ = 0;           // of the last one
     std::vector<std::uint64_t> openEnds_;  // of inputs whose last row lacks a line end
     std::vector<HeldRow> rows_;
     std::vector<Byte> buffer_;

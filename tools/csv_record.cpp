@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/host_error.h"
+#include "tools/stored_length.h"
 
 namespace tvsort::tools {
 
@@ -124,7 +125,8 @@ void CsvRecord::encodeLevel(const std::vector<CsvField>& fields, Byte* target) {
 
 std::string_view CsvRecord::rowOf(const Byte* record) const {
     const Byte* const carried = record + rowOffset_;
-    return {reinterpret_cast<const char*>(carried + kCarriedPrefix), loadU16(carried)};
+    return {reinterpret_cast<const char*>(carried + kCarriedPrefix),
+            storedLength(carried, carriedBytesMax_)};
 }
 
 RowPlace CsvRecord::placeOf(const Byte* record) const {

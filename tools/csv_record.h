@@ -65,9 +65,10 @@ class CsvRecord {
     void encode(const std::vector<CsvField>& fields, std::string_view row, std::uint64_t place,
                 Byte* target);
 
-    // Of a record that carries its row.
+    // Of a record that a process gave back. One that carries its row, and none that could be it, is
+    // kProtocolBroken.
     std::string_view rowOf(const Byte* record) const;
-    // Of one that does not.
+    // Of one that does not carry it. Whether a row can be there is the caller's to check.
     RowPlace placeOf(const Byte* record) const;
     std::int32_t levelOf(const Byte* record) const { return loadI32(record + levelOffset_); }
 

@@ -1,5 +1,9 @@
 #include "tools/equal_records.h"
 
+#include <string>
+
+#include "host/host_error.h"
+
 namespace tvsort::tools {
 
 std::optional<EqualRecords> findEqualRecords(const FramedRecord& frame, Nulls nulls,
@@ -9,14 +13,23 @@ std::optional<EqualRecords> findEqualRecords(const FramedRecord& frame, Nulls nu
     request.setMode(SortMode::kGroups);
     std::optional<EqualRecords> found;
     std::optional<std::int32_t> previousNumber;  // of a record in the same group
-    sortOnce(request, source, [&](const Byte* records, std::size_t recordCount) {
+    std::int64_t loaded = 0;
+    const host::RecordSource counted = [&](Byte* target, std::size_t recordsMax) {
+        const std::size_t records = source(target, recordsMax);
+        loaded += static_cast<std::int64_t>(records);
+        return records;
+    };
+    sortOnce(request, counted, [&](const Byte* records, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount && !found.has_value(); ++i) {
             const Byte* const framed = records + i * frame.recordLength();
-            const bool counts = nulls == Nulls::kEqual || !frame.hasNull(framed);
-            if (previousNumber.has_value() && counts) {
-                found = {*previousNumber, frame.numberOf(framed)};
+            const std::int32_t number = frame.numberOf(framed);
+            if (number < 1 || number > loaded) {
+                throw host::brokenResult("gave back record " + std::to_string(number) + " of " +
+                                         std::to_string(loaded));
             }
-            previousNumber = frame.numberOf(framed);
+            const bool counts = nulls == Nulls::kEqual || !frame.hasNull(framed);
+            if (previousNumber.has_value() && counts) found = {*previousNumber, number};
+            previousNumber = number;
             if (frame.endsGroup(framed)) previousNumber.reset();
         }
     });

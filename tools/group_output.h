@@ -30,6 +30,8 @@ class GroupOutput {
     void take(const Byte* record, bool endsGroup);
     // Ends the last group, which the process does not mark.
     void finish();
+    // Ended so far.
+    std::int64_t groupCount() const { return endedGroups_; }
 
   private:
     void mark(const Byte* record);

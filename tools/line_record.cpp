@@ -4,6 +4,8 @@
 #include <cassert>
 #include <cstring>
 
+#include "tools/stored_length.h"
+
 namespace tvsort::tools {
 
 namespace {
@@ -20,6 +22,12 @@ void encodePart(std::string_view part, std::size_t partMax, Byte* target) {
     storeAs(target, static_cast<std::uint16_t>(part.size()));
     std::copy(part.begin(), part.end(), target + kPrefix);
     std::fill(target + kPrefix + part.size(), target + kPrefix + partMax, Byte{0});
+}
+
+std::size_t decodePart(const Byte* part, std::size_t partMax, Byte* target) {
+    const std::size_t byteCount = storedLength(part, partMax);
+    std::copy_n(part + kPrefix, byteCount, target);
+    return byteCount;
 }
 
 }  // namespace
@@ -58,13 +66,9 @@ std::string_view LineRecord::firstPart(const Byte* record) {
 }
 
 std::size_t LineRecord::decode(const Byte* record, Byte* target) const {
-    const std::size_t first = loadU16(record);
-    std::copy_n(record + kPrefix, first, target);
+    const std::size_t first = decodePart(record, firstPartMax_, target);
     if (secondPartMax_ == 0) return first;
-    const Byte* const secondPart = record + kPrefix + firstPartMax_;
-    const std::size_t second = loadU16(secondPart);
-    std::copy_n(secondPart + kPrefix, second, target + first);
-    return first + second;
+    return first + decodePart(record + kPrefix + firstPartMax_, secondPartMax_, target + first);
 }
 
 }  // namespace tvsort::tools

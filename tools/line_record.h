@@ -40,7 +40,8 @@ class LineRecord {
 
     // Lays the line, of up to `lineBytesMax` bytes, into the record at `target`.
     void encode(std::string_view line, Byte* target) const;
-    // Puts the record's line to `target`, which has room for `lineBytesMax`; answers its length.
+    // Puts the line of a record that a process gave back to `target`, which has room for
+    // `lineBytesMax`; answers its length. A record without a line is kProtocolBroken.
     std::size_t decode(const Byte* record, Byte* target) const;
     // The line's first kLinePartBytesMax bytes, where they lie.
     static std::string_view firstPart(const Byte* record);

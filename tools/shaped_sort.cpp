@@ -99,6 +99,12 @@ SortStats ShapedSort::sortGroups(const SortOnce& sortOnce) {
     };
     const SortStats stats = sortOnce(framedRequest(), numberedRecords(), sink);
     groups.finish();
+    if (groups.groupCount() != stats.groupCount) {
+        throw host::brokenResult(
+            fmt::format("the sort process answered with {} groups and marked the ends of {}; check "
+                        "that the program is tvsort, and sort again",
+                        stats.groupCount, groups.groupCount()));
+    }
     return stats;
 }
 

@@ -8,6 +8,7 @@
 #include "host/host_error.h"
 #include "tools/key_option.h"
 #include "tools/line_input.h"
+#include "tools/stored_length.h"
 
 namespace tvsort::tools {
 
@@ -112,7 +113,8 @@ void ValueLineRecord::encode(host::ValueEncoder& encoder, std::string_view line,
 
 std::string_view ValueLineRecord::lineOf(const Byte* record) const {
     const Byte* const carried = record + nullOffset_ + 1;
-    return {reinterpret_cast<const char*>(carried + kPrefix), loadU16(carried)};
+    return {reinterpret_cast<const char*>(carried + kPrefix),
+            storedLength(carried, extent_.lineBytesMax)};
 }
 
 ValueLineSource::ValueLineSource(const ValueLineType& type, const ValueLineRecord& layout,

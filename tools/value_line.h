@@ -56,7 +56,8 @@ class ValueLineRecord {
     // Lays the line and its value to `target`. A line that is no value, and one beyond the extent,
     // is thrown as bad use.
     void encode(host::ValueEncoder& encoder, std::string_view line, Byte* target) const;
-    // The line, where it lies.
+    // The line of a record that a process gave back, where it lies. A record without one is
+    // kProtocolBroken.
     std::string_view lineOf(const Byte* record) const;
 
   private:
