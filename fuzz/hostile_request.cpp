@@ -19,7 +19,8 @@ struct Plan {
     SortMode mode;
     std::vector<KeyDescriptor> keys;
     bool hostileValues;
-    Byte mask;  // of random bytes: few bits make many equal values
+    Byte mask;   // of random bytes: few bits make many equal values
+    bool large;  // random bytes are drawn four at a time
 };
 
 bool isDistributed(const Plan& plan) {
@@ -157,8 +158,13 @@ Bytes makeRecords(const Plan& plan, std::uint32_t seed) {
     const auto length = static_cast<std::size_t>(plan.geometry.recordLength);
     Xorshift random(seed);
     Bytes records(length * static_cast<std::size_t>(plan.geometry.recordCount));
-    for (Byte& byte : records)
-        byte = static_cast<Byte>(random.next() >> 11) & plan.mask;
+    if (plan.large) {
+        for (std::size_t i = 0; i + 4 <= records.size(); i += 4)
+            storeAs(records.data() + i, random.next() & plan.mask * 0x01010101U);
+    } else {
+        for (Byte& byte : records)
+            byte = static_cast<Byte>(random.next() >> 11) & plan.mask;
+    }
     std::int32_t level = 0;
     for (std::size_t start = 0; start < records.size(); start += length) {
         Byte* const record = records.data() + start;
@@ -171,7 +177,7 @@ Bytes makeRecords(const Plan& plan, std::uint32_t seed) {
         if (length > kRecordFlagOffset && (plan.mask & 4) == 0) {
             record[kRecordFlagOffset] = static_cast<Byte>(1 + random.below(3));
         }
-        if (plan.mode == SortMode::kHierarchy) {
+        if (plan.mode == SortMode::kHierarchy && length >= kLevelKeyOffset) {
             level = 1 + static_cast<std::int32_t>(
                             random.below(static_cast<std::uint32_t>(std::min(level + 1, 9))));
             storeAs(record + kLevelKeyOffset - sizeof level, level);
@@ -219,13 +225,83 @@ void patch(FuzzInput& input, Bytes& bytes) {
     if (!bytes.empty()) bytes[place % bytes.size()] = value;
 }
 
-}  // namespace
+std::int32_t takeBorderLength(FuzzInput& input, std::int32_t blockBytes) {
+    constexpr std::int32_t kRecordBytesMax = 65535;
+    switch (input.below(4)) {
+        case 0:
+            return static_cast<std::int32_t>(input.below(4));
+        case 1:
+            return kRecordBytesMax - static_cast<std::int32_t>(input.below(3));
+        case 2:
+            return std::min(blockBytes / static_cast<std::int32_t>(2 + input.below(100)),
+                            kRecordBytesMax);
+        default:
+            return 1 + static_cast<std::int32_t>(input.below(80));
+    }
+}
 
-HostileRequest takeRequest(FuzzInput& input, const SlotLayout& layout) {
-    Plan plan = {};
-    plan.mode = takeMode(input);
-    plan.geometry = takeGeometry(input, layout, plan.mode);
-    takeKeys(input, plan);
+// Mostly one that could be served.
+Geometry takeBorderGeometry(FuzzInput& input, const SlotLayout& layout) {
+    constexpr std::int32_t kRecordOffsetEnd = 65536;
+    constexpr std::int32_t kCounts[] = {0, 1, 2, 3, 20, 21, 22, 100, 101, 102, 103};
+    constexpr std::int32_t kDataBytesMax = 1 << 20;
+    Geometry geometry = {};
+    const auto pages = static_cast<std::uint32_t>(layout.pagesPerBlock);
+    geometry.blockPages =
+        static_cast<std::int32_t>(input.rarely(3) ? 1 + input.below(pages) : pages);
+    const auto blockBytes = static_cast<std::int32_t>(geometry.blockBytes());
+    geometry.recordLength = takeBorderLength(input, blockBytes);
+    const std::int32_t length = std::max(1, geometry.recordLength);
+    const std::int32_t reachable = std::min(blockBytes, kRecordOffsetEnd + length - 1) / length;
+    geometry.recordsPerBlock = std::clamp(reachable >> input.below(3), 1, 0xffff);
+    geometry.recordCount = input.rarely(3) ? static_cast<std::int32_t>(input.below(kRecordsMax))
+                                           : kCounts[input.below(std::size(kCounts))];
+    // Up to twice what the frames hold, in bounded time.
+    const std::int32_t blocksMax = std::max(
+        1, std::min(2 * static_cast<std::int32_t>(layout.framesMax()) / geometry.blockPages,
+                    kDataBytesMax / blockBytes));
+    geometry.recordCount = static_cast<std::int32_t>(std::min(
+        std::int64_t{geometry.recordCount}, std::int64_t{blocksMax} * geometry.recordsPerBlock));
+    return geometry;
+}
+
+// Without length, or at, over or beyond the record's end.
+void moveToBorder(FuzzInput& input, std::int32_t recordLength, KeyDescriptor& key) {
+    if (input.rarely(2)) key.fieldLength = static_cast<std::uint16_t>(input.below(4));
+    const auto bytes = static_cast<std::int32_t>(keyFieldBytes(key.dataType, key.fieldLength));
+    const std::int32_t offsets[] = {recordLength - bytes,
+                                    recordLength - bytes + 1,
+                                    recordLength - bytes - 1,
+                                    recordLength - 1,
+                                    recordLength,
+                                    recordLength + 1,
+                                    0x8000,
+                                    0xffff};
+    key.fieldOffset = static_cast<std::uint16_t>(offsets[input.below(std::size(offsets))]);
+}
+
+// A field of the message's head becomes a number at some border.
+void putBorder(FuzzInput& input, Bytes& message) {
+    constexpr std::uint32_t kBorders[] = {0,          1,          2,          0x7fff,
+                                          0x8000,     0xffff,     0x10000,    0x10001,
+                                          0x7fffffff, 0x80000000, 0xfffffffe, 0xffffffff};
+    constexpr std::size_t kWords[] = {
+        offsetof(SortRequest, fileBlocks), offsetof(SortRequest, blockPages),
+        offsetof(SortRequest, recordCount), offsetof(SortRequest, limitCount)};
+    constexpr std::size_t kHalves[] = {
+        offsetof(SortRequest, recordsPerBlock), offsetof(SortRequest, recordLength),
+        offsetof(SortRequest, keyCount), offsetof(SortRequest, sortMode)};
+    const std::uint32_t field = input.below(8);
+    const std::uint32_t border = kBorders[input.below(std::size(kBorders))];
+    if (field < 4) {
+        storeAs(message.data() + kWords[field], border);
+    } else {
+        storeAs(message.data() + kHalves[field - 4], static_cast<std::uint16_t>(border));
+    }
+}
+
+// The plan's records and message, and what the input takes back of them.
+HostileRequest makeRequest(FuzzInput& input, Plan& plan) {
     constexpr Byte kMasks[] = {0xff, 0x01, 0x03, 0x83, 0xc1, 0x80, 0x07, 0x00};
     plan.mask = kMasks[input.below(sizeof kMasks)];
     plan.hostileValues = input.rarely(3);
@@ -245,6 +321,34 @@ HostileRequest takeRequest(FuzzInput& input, const SlotLayout& layout) {
     for (std::uint32_t patches = input.below(8); patches > 0; --patches)
         patch(input, input.rarely(3) ? request.records : request.message);
     if (input.rarely(8)) request.missingBytes = input.take<std::uint16_t>();
+    return request;
+}
+
+}  // namespace
+
+HostileRequest takeRequest(FuzzInput& input, const SlotLayout& layout) {
+    Plan plan = {};
+    plan.mode = takeMode(input);
+    plan.geometry = takeGeometry(input, layout, plan.mode);
+    takeKeys(input, plan);
+    return makeRequest(input, plan);
+}
+
+HostileRequest takeRequestAtBorders(FuzzInput& input, const SlotLayout& layout) {
+    Plan plan = {};
+    plan.mode = takeMode(input);
+    plan.geometry = takeBorderGeometry(input, layout);
+    plan.large = true;
+    takeKeys(input, plan);
+    for (KeyDescriptor& key : plan.keys) {
+        if (input.rarely(3)) moveToBorder(input, plan.geometry.recordLength, key);
+    }
+    HostileRequest request = makeRequest(input, plan);
+    if (request.message.size() >= sizeof(SortRequest)) {
+        for (std::uint32_t fields = input.below(6); fields > 2; --fields)
+            putBorder(input, request.message);
+    }
+    if (input.rarely(4)) request.scribbling = 1 + input.take<std::uint16_t>();
     return request;
 }
 

@@ -1,9 +1,8 @@
 // Requests and records of any kind through the request loop, as they would come over the socket.
 //
-//     0   u8    memory of the slot
+//     0   u8    memory of the slot; bit 7: requests at the borders
 //     1   ...   requests, one after the other, each served on the same job
-//     (fuzz/hostile_request.h);
-//               a good one behind them
+//               (fuzz/hostile_request.h); a good one behind them
 
 #include <cstdio>
 #include <cstdlib>
@@ -17,10 +16,11 @@ using namespace tvsort::fuzz;
 namespace {
 
 constexpr int kRequestsMax = 4;
-constexpr std::int32_t kLayoutCount = 64;
+constexpr std::uint8_t kBordersBit = 0x80;
+constexpr std::uint8_t kLayoutMask = 0x3f;
 
-SlotLayout takeLayout(FuzzInput& input) {
-    switch (input.below(kLayoutCount)) {
+SlotLayout takeLayout(FuzzInput& input, std::uint8_t choice) {
+    switch (choice & kLayoutMask) {
         case 63:
             return {280, 1};  // enough for the distribution sort, and slow
         case 62:
@@ -30,6 +30,12 @@ SlotLayout takeLayout(FuzzInput& input) {
         default:
             return input.below(2) == 0 ? SlotLayout{5, 1} : SlotLayout{5, 2};
     }
+}
+
+// Blocks of a page, and of as many and more as the largest record needs.
+SlotLayout borderLayout(std::uint8_t choice) {
+    constexpr SlotLayout kLayouts[] = {{5, 1}, {5, 2}, {5, 16}, {5, 17}, {5, 32}, {6, 20}, {40, 1}};
+    return kLayouts[(choice & kLayoutMask) % std::size(kLayouts)];
 }
 
 // Says at the end how much was done: an input is several requests.
@@ -53,8 +59,8 @@ const CollationTable* smallCollation() {
     return &table;
 }
 
-// What a request would keep the process busy with for longer than the watchdog waits: it may ask
-// for two thousand million records, in a file that holds none of them.
+// What would keep the process busy for longer than the watchdog waits: a request may ask for two
+// thousand million records, in a file that holds none of them. The server does not wait either.
 bool asksForTooMuch(const Bytes& message) {
     constexpr std::int32_t kRecordsServed = 20000;
     constexpr std::int64_t kBlocksServed = 1 << 16;
@@ -69,22 +75,31 @@ bool asksForTooMuch(const Bytes& message) {
 
 // The process takes nothing from the heap, so what is freed need not be kept aside to be watched.
 extern "C" const char* __asan_default_options() {
-    return "quarantine_size_mb=8";
+    return "quarantine_size_mb=8:abort_on_error=1";
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const Byte* data, std::size_t size) {
     FuzzInput input(data, size);
     std::srand(1);  // the pivots of one input are the same every time
-    const SlotLayout layout = takeLayout(input);
+    const auto choice = input.take<std::uint8_t>();
+    const bool atBorders = (choice & kBordersBit) != 0;
+    const SlotLayout layout = atBorders ? borderLayout(choice) : takeLayout(input, choice);
     collationTable = input.rarely(4) ? smallCollation() : nullptr;
     WatchedJob job(layout);
     for (int i = 0; i < kRequestsMax && !input.atEnd(); ++i) {
-        const HostileRequest request = takeRequest(input, layout);
-        if (asksForTooMuch(request.message)) return 0;
+        const HostileRequest request =
+            atBorders ? takeRequestAtBorders(input, layout) : takeRequest(input, layout);
         ++counter.served;
         job.lay(request.geometry, request.records, request.missingBytes);
         if (request.poolGarbage != 0) job.fillPool(request.poolGarbage);
-        if (!job.serve(request.message)) return 0;
+        if (asksForTooMuch(request.message)) {
+            job.hangUpDuring(request.message);
+            return 0;
+        }
+        const bool goesOn = request.scribbling != 0
+                                ? job.serveScribbled(request.message, request.scribbling)
+                                : job.serve(request.message);
+        if (!goesOn) return 0;
     }
     job.serveGoodRequest();
     return 0;

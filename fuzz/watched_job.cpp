@@ -1,16 +1,17 @@
 #include "fuzz/watched_job.h"
 
-#include <sanitizer/asan_interface.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "keys/record_precedes.h"
-#include "service/channel.h"
 #include "service/request_loop.h"
+#include "tests/support/scribbler.h"
 
 namespace {
 
@@ -30,10 +31,10 @@ namespace tvsort::fuzz {
 
 namespace {
 
-constexpr Byte kGuard = 0xd7;
-
-void require(bool holds) {
-    if (!holds) std::abort();
+void require(bool holds, int line = __builtin_LINE()) {
+    if (holds) return;
+    std::fprintf(stderr, "watched_job.cpp:%d does not hold\n", line);
+    std::abort();
 }
 
 std::size_t sizeOf(std::int64_t bytes) {
@@ -102,11 +103,9 @@ Bytes packRecords(const SortRequest& request, std::int32_t frameCount, const Byt
 
 }  // namespace
 
-WatchedJob::WatchedJob(SlotLayout layout) : layout_(layout), job_(std::make_unique<SortJob>()) {
-    const std::size_t slotBytes = sizeOf(layout_.slotBytes());
-    slots_.reset(static_cast<Byte*>(std::aligned_alloc(kPageBytes, 3 * slotBytes)));
-    std::memset(slots_.get(), kGuard, 3 * slotBytes);
-    std::memset(slot(), 0, slotBytes);
+WatchedJob::WatchedJob(SlotLayout layout)
+    : layout_(layout), slot_(layout), job_(std::make_unique<SortJob>()) {
+    slot_.giveTo(*job_);
     int pair[2];
     require(socketpair(AF_UNIX, SOCK_STREAM, 0, pair) == 0);
     serverFd_ = pair[1];
@@ -116,14 +115,11 @@ WatchedJob::WatchedJob(SlotLayout layout) : layout_(layout), job_(std::make_uniq
     job_->workFileOpen = 1;
     job_->slotNumber = 2;
     job_->processId = 4711;
-    job_->memoryBlocks = job_->hashBlocks = layout_.memoryBlocks;
-    job_->pagesPerBlock = layout_.pagesPerBlock;
-    attachSlot(*job_, slot());
     job_->directoryPrefix = "/tmp/";
 }
 
 WatchedJob::~WatchedJob() {
-    close(serverFd_);
+    if (serverFd_ >= 0) close(serverFd_);
     close(job_->socketFd);
     if (job_->workFileOpen == 1) close(job_->workFd);
 }
@@ -135,7 +131,8 @@ void WatchedJob::lay(const Geometry& geometry, const Bytes& records, std::uint32
     Bytes data(blockBytes * static_cast<std::size_t>(geometry.blockCount()), Byte{0x3c});
     for (std::size_t block = 0; block * perBlock < records.size(); ++block) {
         const std::size_t start = block * perBlock;
-        std::copy_n(records.data() + start, std::min(perBlock, records.size() - start),
+        std::copy_n(records.data() + start,
+                    std::min({perBlock, blockBytes, records.size() - start}),
                     data.data() + block * blockBytes);
     }
     const std::size_t frames =
@@ -166,34 +163,27 @@ Bytes WatchedJob::workFile() const {
 }
 
 // False when the process ended instead.
-bool WatchedJob::runsToItsEnd() {
-    const std::size_t slotBytes = sizeOf(layout_.slotBytes());
-    const std::size_t usedBytes = sizeOf(layout_.hashTableOffset() + layout_.framesMax() * 4);
-    ASAN_POISON_MEMORY_REGION(slots_.get(), slotBytes);
-    ASAN_POISON_MEMORY_REGION(slot() + usedBytes, 2 * slotBytes - usedBytes);
+bool WatchedJob::runsToItsEnd(const SortRequest& request) {
+    slot_.poisonUnused(request);
     serving = true;
     const bool ended = setjmp(afterEnd) != 0;
     if (!ended) serveRequest(*job_);
     serving = false;
-    ASAN_UNPOISON_MEMORY_REGION(slots_.get(), 3 * slotBytes);
+    slot_.unpoison();
     return !ended;
 }
 
-void WatchedJob::checkNeighbours() const {
-    const std::size_t slotBytes = sizeOf(layout_.slotBytes());
-    const Byte* const slots = slots_.get();
-    // Every byte is the guard's if the first is and each is like the one before it.
-    const auto isGuarded = [slotBytes](const Byte* bytes) {
-        return bytes[0] == kGuard && std::memcmp(bytes, bytes + 1, slotBytes - 1) == 0;
-    };
-    require(isGuarded(slots) && isGuarded(slots + 2 * slotBytes));
-    const std::size_t usedBytes = sizeOf(layout_.hashTableOffset() + layout_.framesMax() * 4);
-    require(std::all_of(slot() + usedBytes, slot() + slotBytes, [](Byte b) { return b == 0; }));
+void WatchedJob::checkConstants() const {
     require(job_->shmBase == slot() && job_->message == slot());
     require(job_->frameArea == slot() + layout_.frameAreaOffset());
     require(job_->slotNumber == 2 && job_->processId == 4711);
     require(job_->memoryBlocks == layout_.memoryBlocks && job_->hashBlocks == layout_.memoryBlocks);
     require(job_->pagesPerBlock == layout_.pagesPerBlock);
+}
+
+void WatchedJob::checkRest(const Bytes& before) const {
+    const std::int64_t end = layout_.hashTableOffset() + layout_.framesMax() * 4;
+    require(std::equal(before.begin() + end, before.end(), slot() + end));
 }
 
 void WatchedJob::checkBuffer(const Bytes& expected, ErrorCode code) const {
@@ -234,7 +224,18 @@ void WatchedJob::checkDataSet(const SortRequest& request, const Before& before,
     }
     const std::size_t loaded =
         std::min(file.size(), blockBytes * static_cast<std::size_t>(frameCount));
-    require(std::equal(file.data(), file.data() + loaded, job_->frameArea));
+    // The only record stays in the first frame and never gets to the file.
+    const std::size_t kept = request.recordCount == 1 ? std::min(blockBytes, loaded) : 0;
+    require(std::equal(file.data() + kept, file.data() + loaded, job_->frameArea + kept));
+}
+
+// One record is not looked at, and stays where it is: in the first frame.
+void WatchedJob::checkOnlyRecord(const SortRequest& request, const Before& before) const {
+    if (request.recordCount < 1 || request.fileBlocks < 1) return;
+    const std::size_t bytes =
+        std::min<std::size_t>(request.recordLength, sizeOf(request.blockPages * kPageBytes));
+    require(std::memcmp(job_->frameArea, before.slot.data() + layout_.frameAreaOffset(), bytes) ==
+            0);
 }
 
 void WatchedJob::checkResult(const SortRequest& request, const Before& before) {
@@ -243,7 +244,7 @@ void WatchedJob::checkResult(const SortRequest& request, const Before& before) {
     require(reply.recordLength == request.recordLength && reply.blockPages == request.blockPages);
     require(reply.recordCount >= 0 && reply.recordCount <= request.recordCount);
     require(reply.fileBlocks >= 0 && reply.fileBlocks <= request.fileBlocks);
-    if (request.recordCount < 2) return;
+    if (request.recordCount < 2) return checkOnlyRecord(request, before);
     for (std::int32_t frame = 0; frame < job_->framesInUse; ++frame)
         require(job_->pageDescriptors[frame].pinned == 0);
 
@@ -288,38 +289,67 @@ void WatchedJob::checkOrder(const SortRequest& request, const Bytes& records) {
     }
 }
 
-bool WatchedJob::serve(const Bytes& message) {
-    const Before before = {Bytes(slot(), slot() + layout_.slotBytes()), workFile()};
-    // The buffer as the message leaves it; what a short message does not fill is an earlier one's.
-    Bytes expected = before.slot;
-    std::copy_n(message.data(), std::min(message.size(), kMessageBufferBytes), expected.data());
-    const std::uint32_t length = loadU32(expected.data());
+WatchedJob::Delivery WatchedJob::deliver(const Bytes& message) {
+    const Bytes before(slot(), slot() + kMessageBufferBytes);
+    // What a short message does not fill is an earlier one's.
+    Delivery delivery = {before, {}, false, false};
+    std::copy_n(message.data(), std::min(message.size(), kMessageBufferBytes),
+                delivery.buffer.data());
+    const std::uint32_t length = loadU32(delivery.buffer.data());
     const bool lengthFits = length >= kMessageBytesMin && length <= kMessageBytesMax;
     const bool complete =
         message.size() >= kLengthWordBytes && lengthFits && length <= message.size();
     if (complete && length < kMessageBufferBytes) {
-        std::copy(before.slot.begin() + length, before.slot.begin() + kMessageBufferBytes,
-                  expected.begin() + length);
+        std::copy(before.begin() + length, before.end(), delivery.buffer.begin() + length);
     }
-    const auto request = loadAs<SortRequest>(expected.data());
-    const bool stop = std::memcmp(request.workDirName, kShutdownName, kDirectoryNameBytes) == 0;
-
+    delivery.request = loadAs<SortRequest>(delivery.buffer.data());
+    delivery.answered = complete && std::memcmp(delivery.request.workDirName, kShutdownName,
+                                                kDirectoryNameBytes) != 0;
+    delivery.alone = length == message.size();
     require(write(serverFd_, message.data(), message.size()) ==
             static_cast<ssize_t>(message.size()));
     if (!complete) ::shutdown(serverFd_, SHUT_WR);
-    const bool answered = runsToItsEnd();
-    checkNeighbours();
-    require(answered == (complete && !stop));
-    if (!answered) return false;
+    return delivery;
+}
+
+bool WatchedJob::serve(const Bytes& message) {
+    const Before before = {Bytes(slot(), slot() + layout_.slotBytes()), workFile()};
+    const Delivery delivery = deliver(message);
+    require(runsToItsEnd(delivery.request) == delivery.answered);
+    checkConstants();
+    checkRest(before.slot);
+    if (!delivery.answered) return false;
 
     Bytes reply(sizeof(SortReply) + 1);
     require(recv(serverFd_, reply.data(), reply.size(), MSG_DONTWAIT) == sizeof(SortReply));
     require(std::memcmp(reply.data(), slot(), sizeof(SortReply)) == 0);
     const auto code = job_->errorCode;
-    checkBuffer(expected, code);
-    checkDataSet(request, before, code);
-    if (code == ErrorCode::kSuccess) checkResult(request, before);
-    return length == message.size();
+    checkBuffer(delivery.buffer, code);
+    checkDataSet(delivery.request, before, code);
+    if (code == ErrorCode::kSuccess) checkResult(delivery.request, before);
+    return delivery.alone;
+}
+
+bool WatchedJob::serveScribbled(const Bytes& message, std::uint32_t seed) {
+    const Delivery delivery = deliver(message);
+    {
+        const test::Scribbler scribbler(slot(), layout_, seed);
+        require(runsToItsEnd(delivery.request) == delivery.answered);
+    }
+    checkConstants();
+    if (!delivery.answered) return false;
+    Bytes reply(sizeof(SortReply) + 1);
+    require(recv(serverFd_, reply.data(), reply.size(), MSG_DONTWAIT) == sizeof(SortReply));
+    return delivery.alone;
+}
+
+void WatchedJob::hangUpDuring(const Bytes& message) {
+    std::signal(SIGPIPE, SIG_IGN);  // as the process does at its start
+    const Delivery delivery = deliver(message);
+    close(serverFd_);
+    serverFd_ = -1;
+    require(!runsToItsEnd(delivery.request));
+    checkConstants();
 }
 
 void WatchedJob::serveGoodRequest() {

@@ -163,7 +163,7 @@ std::int32_t judgeRun(const Scan& scan, Side& side, std::int32_t records) {
 template <LeadingKind kind, bool plain, Direction direction>
 bool findStops(const Scan& scan, Side& side, std::int32_t& between, bool otherIsEmpty) {
     while (side.isEmpty()) {
-        const std::int32_t share = otherIsEmpty ? (between + 1) / 2 : between;
+        const std::int32_t share = otherIsEmpty ? between - between / 2 : between;
         const std::int32_t records = std::min({kRunRecords, side.within, share});
         if (records <= 0) return false;
         between -= judgeRun<kind, plain, direction>(scan, side, records);

@@ -156,8 +156,8 @@ bool scanAndExchange(SortJob& job, Partition& partition) {
 }
 
 std::int32_t recordsPassed(const HeldRange& held) {
-    return held.i.recordNumber - held.low.recordNumber + held.high.recordNumber -
-           held.j.recordNumber;
+    return (held.i.recordNumber - held.low.recordNumber) +
+           (held.high.recordNumber - held.j.recordNumber);
 }
 
 // Scans and exchanges, from both ends to where the cursors meet.
@@ -168,7 +168,7 @@ void movePast(SortJob& job, Partition& partition) {
     do {
         const BlockCursors cursors = {held.i, held.j, partition.iLast, partition.jFirst,
                                       judgedInVain};
-        const bool paysOff = judgedInVain <= recordsPassed(held) + kVainJudgementsMax;
+        const bool paysOff = judgedInVain - kVainJudgementsMax <= recordsPassed(held);
         const bool exchanged =
             paysOff && exchangeInBlocks(job, partition.key, partition.pivot, cursors);
         if (!exchanged && !scanAndExchange<kind, plain>(job, partition)) return;

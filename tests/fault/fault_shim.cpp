@@ -1,5 +1,5 @@
 // Preloaded into the built sort process: makes the system calls that the plan names go wrong, and
-// counts the calls for heap memory.
+// counts the calls for heap memory. Its slot ends at pages without access.
 //
 // It goes straight to the kernel, so that it needs nothing that it might itself replace.
 
@@ -16,6 +16,7 @@
 #include <cstdlib>
 
 #include "tests/fault/fault_plan.h"
+#include "tests/fault/guarded_mapping.h"
 
 using tvsort::test::Call;
 using tvsort::test::Deed;
@@ -108,8 +109,7 @@ int fstat(int fd, struct stat* status) noexcept {
 
 void* mmap(void* start, size_t bytes, int protection, int flags, int fd, off_t offset) noexcept {
     if (fd >= 0 && strikes(Call::kMmap)) return MAP_FAILED;
-    const long result = syscall(SYS_mmap, start, bytes, protection, flags, fd, offset);
-    return reinterpret_cast<void*>(result);  // NOLINT(performance-no-int-to-ptr)
+    return tvsort::test::mapGuarded(start, bytes, protection, flags, fd, offset);
 }
 
 int socket(int domain, int type, int protocol) noexcept {

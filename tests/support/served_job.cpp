@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "service/channel.h"
 #include "service/request_loop.h"
 
 namespace tvsort::test {
@@ -70,11 +69,11 @@ std::uint16_t recordsThatFit(std::int32_t blockPages, std::uint16_t recordLength
 }
 
 ServedJob::ServedJob(SlotLayout layout)
-    : layout_(layout), job_(std::make_unique<SortJob>()), path_("/tmp/tvsort-test-XXXXXX") {
-    // Memory of exactly the slot's size, so that the address sanitizer sees a step beyond it.
-    slot_.reset(static_cast<Byte*>(
-        std::aligned_alloc(4096, static_cast<std::size_t>(layout_.slotBytes()))));
-    std::memset(slot_.get(), 0, static_cast<std::size_t>(layout_.slotBytes()));
+    : layout_(layout),
+      slot_(layout),
+      job_(std::make_unique<SortJob>()),
+      path_("/tmp/tvsort-test-XXXXXX") {
+    slot_.giveTo(*job_);
     int pair[2];
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);
     serverFd_ = pair[1];
@@ -83,10 +82,6 @@ ServedJob::ServedJob(SlotLayout layout)
     EXPECT_GE(job_->workFd, 0) << "no temporary file at " << path_;
     job_->workFileOpen = 1;
     job_->slotNumber = 1;
-    job_->memoryBlocks = layout_.memoryBlocks;
-    job_->pagesPerBlock = layout_.pagesPerBlock;
-    job_->hashBlocks = layout_.memoryBlocks;
-    attachSlot(*job_, slot_.get());
     job_->directoryPrefix = "/tmp/";
 }
 
@@ -135,7 +130,11 @@ Request ServedJob::lay(const Records& records, Geometry geometry) {
 Answer ServedJob::ask(const Bytes& message) {
     EXPECT_EQ(write(serverFd_, message.data(), message.size()),
               static_cast<ssize_t>(message.size()));
+    Bytes head = message;
+    head.resize(sizeof(SortRequest));
+    slot_.poisonUnused(loadAs<SortRequest>(head.data()));
     serveRequest(*job_);
+    slot_.unpoison();
     Answer answer = {Bytes(sizeof(SortReply))};
     EXPECT_EQ(read(serverFd_, answer.bytes.data(), answer.bytes.size()),
               static_cast<ssize_t>(answer.bytes.size()));

@@ -10,7 +10,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "service/messages.h"
 #include "service/slot_layout.h"
 #include "service/sort_job.h"
+#include "tests/support/guarded_slot.h"
 
 namespace tvsort::test {
 
@@ -81,13 +81,9 @@ class ServedJob {
     const SlotLayout& layout() const { return layout_; }
 
   private:
-    struct FreeBytes {
-        void operator()(void* bytes) const { std::free(bytes); }
-    };
-
     SlotLayout layout_;
+    GuardedSlot slot_;
     std::unique_ptr<SortJob> job_;
-    std::unique_ptr<Byte, FreeBytes> slot_;
     int serverFd_ = -1;
     Geometry geometry_;
     std::string path_;
