@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/lies/lies.h"
+#include "tests/lies/ways.h"
 #include "tests/system/command_fixture.h"
 
 namespace tvsort::test {
@@ -19,55 +20,11 @@ using testing::Not;
 
 constexpr int kRandomLies = 300;
 
-// A way to sort: what the words read and what a record's length or place is at.
-struct Way {
-    const char* name;
-    const char* words;
-};
-
-constexpr Way kWays[] = {
-    {"lines", "--lines lines"},
-    {"lines spilled", "--lines many --memory 20K --block-pages 1"},
-    {"long lines", "--lines long"},
-    {"values", "--lines --as int32 numbers"},
-    {"distinct", "--lines --distinct lines"},
-    {"groups", "--lines --groups lines"},
-    {"counts", "--lines --groups=count lines"},
-    {"limited", "--lines --limit 5 many"},
-    {"intersection", "--lines --intersect lines numbers lines"},
-    {"difference", "--lines --except --all lines numbers"},
-    {"unique", "--lines --unique lines"},
-    {"hierarchy", "--lines --hierarchy outline"},
-    {"records", "--record-length 8 --key int32:0 records"},
-    {"rows", "--key number:int rows.csv"},
-    {"rows left behind", "--key number:int wide.csv wide.csv"},
-    {"rows in groups", "--key number:int --groups wide.csv"},
-    {"two processes", "--lines --processes 2 many"},
-};
-
 class LyingProcess : public CommandTest {
   protected:
     LyingProcess() {
-        std::string lines;
-        std::string many;
-        std::string rows = "number,text\n";
-        std::string wide = rows;
-        for (int i = 0; i < 40; ++i) {
-            const std::string number = std::to_string(i * 7 % 40);
-            lines += number + "\n";
-            rows += number + ",x\n";
-            wide += number + "," + std::string(static_cast<std::size_t>(i) * 30, 'w') + "\n";
-        }
-        for (int i = 0; i < 4000; ++i)
-            many += std::to_string(i * 7919 % 4000) + "\n";
-        write("lines", lines);
-        write("numbers", lines);
-        write("many", many);
-        write("long", lines + std::string(40000, 'l') + "\n");
-        write("outline", "a\n\tb\n\t\tc\n\td\ne\n");
-        write("records", lines.substr(0, 104));
-        write("rows.csv", rows);
-        write("wide.csv", wide);
+        for (const auto& [name, content] : inputFiles())
+            write(name, content);
     }
 
     Outcome sort(const std::string& words, const std::string& lies) const {
