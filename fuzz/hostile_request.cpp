@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "keys/key_meaning.h"
+#include "process/keys/key_meaning.h"
 
 namespace tvsort::fuzz {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "keys/key_meaning.h"
+#include "process/keys/key_meaning.h"
 
 namespace tvsort::host {
 
