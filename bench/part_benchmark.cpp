@@ -14,6 +14,7 @@
 #include "bench/workload.h"
 #include "host/data_set.h"
 #include "process/job/sort_job.h"
+#include "process/keys/key_meaning.h"
 #include "process/sort/counting_pass.h"
 #include "process/sort/partition.h"
 #include "process/sort/range_insertion.h"

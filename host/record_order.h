@@ -1,7 +1,7 @@
 // Whether two neighbours of a result stand in the order that a request asks for.
 //
 // This is a second, plain definition of the order, written from the meaning of the keys
-// (process/keys/key_meaning.h) and sharing no code with the process's comparator: what sorts and
+// (protocol/data_type.h) and sharing no code with the process's comparator: what sorts and
 // what checks are not to make the same mistake. It takes its time.
 //
 // Ascending floating-point keys compare with a tolerance in the process, so their order is not

@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
-#include "process/keys/key_meaning.h"
 #include "protocol/bytes.h"
+#include "protocol/data_type.h"
 #include "protocol/messages.h"
 
 namespace tvsort::host {

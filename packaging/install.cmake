@@ -36,7 +36,7 @@ install(TARGETS tvsort_host EXPORT tvsort DESTINATION ${CMAKE_INSTALL_LIBDIR}
 
 # The headers of the host library and those of the process that they include: messages, slots, keys.
 get_target_property(host_headers tvsort_host TVSORT_HEADERS)
-set(installed_headers ${host_headers} process/keys/key_meaning.h protocol/bytes.h protocol/error_code.h
+set(installed_headers ${host_headers} protocol/bytes.h protocol/data_type.h protocol/error_code.h
                       protocol/messages.h protocol/slot_layout.h protocol/page_descriptor.h)
 set(header_folder ${PROJECT_BINARY_DIR}/installed-headers)
 install(CODE "set(source_folder \"${PROJECT_SOURCE_DIR}\")

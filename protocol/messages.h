@@ -56,7 +56,7 @@ inline constexpr std::uint8_t kEnvelopeBit = 0x80;
 inline constexpr std::uint8_t kStartsGroup = 2;
 
 struct KeyDescriptor {
-    std::uint8_t dataType;        //  0  type code, process/keys/key_meaning.h
+    std::uint8_t dataType;        //  0  type code (protocol/data_type.h)
     std::uint8_t geometryType;    //  1  types 8 and 9: 0 for text, else a geometry type
     std::uint16_t fieldLength;    //  2  bytes of the field; the largest length of a prefixed value
     std::uint16_t fieldOffset;    //  4  byte of the record where the field starts

@@ -8,7 +8,7 @@
 #include "host/values/geometry_text.h"
 #include "host/values/ucs2_text.h"
 #include "host/values/value_error.h"
-#include "process/keys/geometry_envelope.h"
+#include "protocol/data_type.h"
 
 namespace tvsort::host {
 

@@ -30,7 +30,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "process/keys/key_meaning.h"
+#include "process/job/key_rule.h"
 #include "protocol/bytes.h"
 #include "protocol/error_code.h"
 #include "protocol/messages.h"

@@ -12,11 +12,10 @@
 #include <cstdint>
 
 #include "protocol/bytes.h"
+#include "protocol/data_type.h"
 
 namespace tvsort {
 
-inline constexpr std::uint32_t kDecimalBytes = 16;
-inline constexpr std::uint32_t kDecimalDigitsOffset = 1;
 inline constexpr std::uint32_t kDecimalDigitCount = 15;
 inline constexpr Byte kDecimalDigitMax = 99;
 

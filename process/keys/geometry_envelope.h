@@ -25,22 +25,11 @@
 #pragma once
 
 #include <cstdint>
-#include <type_traits>
 
 #include "protocol/bytes.h"
+#include "protocol/data_type.h"
 
 namespace tvsort {
-
-struct Envelope {
-    double minX;
-    double minY;
-    double maxX;
-    double maxY;
-};
-static_assert(sizeof(Envelope) == 32 && std::is_trivially_copyable_v<Envelope>);
-
-// As a key's geometry type: read the type from the value.
-inline constexpr std::uint8_t kGeometryTypeOfValue = 255;
 
 // Collections inside collections, this many levels deep, are followed: more than any value can
 // hold, whose length is at most 32767 bytes of which a level takes at least 9.

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "process/collation/collation_table.h"
-#include "process/job/sort_job.h"
 #include "process/keys/byte_weights.h"
+#include "protocol/data_type.h"
 
 namespace tvsort {
 
@@ -72,34 +72,6 @@ bool nullsStandFirst(const KeyDescriptor& key, bool ascending) {
 }
 
 }  // namespace
-
-std::uint32_t keyFieldBytes(std::uint8_t dataType, std::uint16_t fieldLength) {
-    switch (static_cast<DataType>(dataType)) {
-        case DataType::kInteger:
-            return fieldLength == 2 || fieldLength == 4 ? fieldLength : 8;
-        case DataType::kFloat:
-            return fieldLength == 4 ? 4 : 8;
-        case DataType::kDecimal:
-        case DataType::kAlsoDecimal:
-            return 16;
-        case DataType::kWeightedBytes:
-        case DataType::kBytes:
-        case DataType::kUnits:
-            return fieldLength;
-        case DataType::kWeightedString:
-        case DataType::kString:
-        case DataType::kUnitString:
-            return std::max<std::uint32_t>(kLengthPrefixBytes, fieldLength);
-        case DataType::kSingleByte:
-            return 1;
-        case DataType::kFixedField:
-            return kFixedFieldSkippedBytes + kFixedFieldComparedBytes;
-        case DataType::kNone:
-        case DataType::kAlsoNone:
-            break;
-    }
-    return 0;
-}
 
 void resolveKeyRules(SortJob& job) {
     for (int k = 0; k < job.keyCount; ++k) {

@@ -2,8 +2,8 @@
 
 #pragma once
 
-#include "process/keys/key_meaning.h"
 #include "protocol/bytes.h"
+#include "process/job/key_rule.h"
 
 namespace tvsort {
 

@@ -12,12 +12,13 @@
 #include <cstdint>
 #include <cstring>
 
+#include "process/job/key_rule.h"
 #include "process/keys/byte_weights.h"
 #include "process/keys/collated_text.h"
 #include "process/keys/decimal_value.h"
 #include "process/keys/geometry_envelope.h"
-#include "process/keys/key_meaning.h"
 #include "protocol/bytes.h"
+#include "protocol/data_type.h"
 
 namespace tvsort {
 

@@ -1,6 +1,7 @@
 #include "process/service/request_check.h"
 
 #include "process/result/hierarchy_sort.h"
+#include "protocol/data_type.h"
 
 namespace tvsort {
 

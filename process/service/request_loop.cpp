@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "process/keys/key_meaning.h"
 #include "process/result/compaction.h"
 #include "process/result/hierarchy_sort.h"
 #include "process/result/row_limit.h"

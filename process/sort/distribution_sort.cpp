@@ -8,6 +8,7 @@
 #include "process/sort/bucket_sort.h"
 #include "process/sort/counting_pass.h"
 #include "process/storage/record_address.h"
+#include "protocol/data_type.h"
 
 namespace tvsort {
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "process/job/sort_job.h"
+#include "protocol/data_type.h"
 #include "protocol/messages.h"
 #include "protocol/slot_layout.h"
 #include "tests/support/guarded_slot.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/host_error.h"
-#include "process/keys/key_meaning.h"
+#include "protocol/data_type.h"
 #include "tools/options/key_types.h"
 
 namespace tvsort::tools {

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "process/keys/key_meaning.h"
+#include "protocol/data_type.h"
 
 namespace tvsort::tools {
 

@@ -4,6 +4,7 @@
 
 #include <initializer_list>
 
+#include "process/keys/key_meaning.h"
 #include "process/keys/record_precedes.h"
 #include "process/keys/records_differ.h"
 #include "tests/support/served_job.h"
