@@ -157,6 +157,7 @@ void openChannel(SortJob& job) {
 
 bool receiveMessage(SortJob& job) {
     readFully(job, received, kLengthWordBytes);
+    memcpy(job.message, received, kLengthWordBytes);
     const std::uint32_t length = messageBytes();
     if (length > kMessageBytesMax || length < kMessageBytesMin) {
         // Where the next message starts is unknown: nothing more can be read.
