@@ -15,11 +15,12 @@
 #include <string>
 #include <vector>
 
-#include "collation/collation_file.h"
-#include "collation/collation_table.h"
-#include "host/collation_writer.h"
-#include "host/value_text.h"
-#include "keys/record_precedes.h"
+#include "host/values/collation_writer.h"
+#include "host/values/value_text.h"
+#include "process/collation/collation_file.h"
+#include "process/collation/collation_table.h"
+#include "process/keys/key_meaning.h"
+#include "process/keys/record_precedes.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "bench/cost.h"
 #include "host/sort_server.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::bench {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "bench/cost.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::bench {
 

@@ -13,13 +13,14 @@
 
 #include "bench/workload.h"
 #include "host/data_set.h"
-#include "service/sort_job.h"
-#include "sort/counting_pass.h"
-#include "sort/partition.h"
-#include "sort/range_insertion.h"
-#include "sort/short_range.h"
-#include "storage/page_pool.h"
-#include "storage/record_address.h"
+#include "process/job/sort_job.h"
+#include "process/keys/key_meaning.h"
+#include "process/sort/counting_pass.h"
+#include "process/sort/partition.h"
+#include "process/sort/range_insertion.h"
+#include "process/sort/short_range.h"
+#include "process/storage/page_pool.h"
+#include "process/storage/record_address.h"
 
 namespace {
 

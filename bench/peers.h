@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "bench/pair_sort.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::bench {
 

@@ -23,7 +23,7 @@
 
 #include "bench/random.h"
 #include "host/request_builder.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::bench {
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "service/slot_layout.h"
-#include "sort/counting_pass.h"
+#include "process/sort/counting_pass.h"
+#include "protocol/slot_layout.h"
 
 namespace tvsort::bench {
 

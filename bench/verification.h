@@ -7,7 +7,7 @@
 #include <string>
 
 #include "bench/workload.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::bench {
 

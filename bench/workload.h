@@ -10,7 +10,7 @@
 #include "bench/peers.h"
 #include "bench/random.h"
 #include "host/request_builder.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::bench {
 

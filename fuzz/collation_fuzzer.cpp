@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <vector>
 
-#include "collation/collation_file.h"
-#include "collation/collation_table.h"
-#include "keys/collated_text.h"
+#include "process/collation/collation_file.h"
+#include "process/collation/collation_table.h"
+#include "process/keys/collated_text.h"
 
 using namespace tvsort;
 

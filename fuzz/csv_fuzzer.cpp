@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "host/host_error.h"
-#include "tools/csv_record.h"
-#include "tools/csv_rows.h"
-#include "tools/input_file.h"
+#include "tools/files/input_file.h"
+#include "tools/formats/csv/csv_record.h"
+#include "tools/formats/csv/csv_rows.h"
 
 using namespace tvsort;
 using namespace tvsort::tools;

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::fuzz {
 

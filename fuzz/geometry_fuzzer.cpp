@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "keys/geometry_envelope.h"
+#include "process/keys/geometry_envelope.h"
 
 using namespace tvsort;
 

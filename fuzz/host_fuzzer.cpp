@@ -15,7 +15,7 @@
 #include "host/host_error.h"
 #include "tests/lies/lies.h"
 #include "tests/lies/ways.h"
-#include "tools/subcommands.h"
+#include "tools/command/subcommands.h"
 
 namespace {
 

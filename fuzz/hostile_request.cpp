@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "keys/key_meaning.h"
+#include "protocol/data_type.h"
 
 namespace tvsort::fuzz {
 

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "fuzz/fuzz_input.h"
-#include "service/messages.h"
-#include "service/slot_layout.h"
+#include "protocol/messages.h"
+#include "protocol/slot_layout.h"
 
 namespace tvsort::fuzz {
 

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "collation/collation_table.h"
 #include "fuzz/watched_job.h"
+#include "process/collation/collation_table.h"
 
 using namespace tvsort;
 using namespace tvsort::fuzz;

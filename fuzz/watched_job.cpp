@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "keys/record_precedes.h"
-#include "service/request_loop.h"
+#include "process/keys/record_precedes.h"
+#include "process/service/request_loop.h"
 #include "tests/support/scribbler.h"
 
 namespace {

@@ -21,7 +21,7 @@
 #include <memory>
 
 #include "fuzz/hostile_request.h"
-#include "service/sort_job.h"
+#include "process/job/sort_job.h"
 #include "tests/support/guarded_slot.h"
 
 namespace tvsort::fuzz {

@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <fstream>
 
-#include "collation/collation_file.h"
-#include "collation/collation_table.h"
 #include "host/host_error.h"
+#include "process/collation/collation_file.h"
+#include "process/collation/collation_table.h"
 
 namespace tvsort::host {
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "host/private_directory.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::host {
 

@@ -24,8 +24,8 @@
 #include "host/deadline.h"
 #include "host/file_descriptor.h"
 #include "host/sort_process.h"
-#include "service/bytes.h"
-#include "service/messages.h"
+#include "protocol/bytes.h"
+#include "protocol/messages.h"
 
 namespace tvsort::host {
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <system_error>
 
-#include "service/error_code.h"
+#include "protocol/error_code.h"
 
 namespace tvsort::host {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "service/messages.h"
+#include "protocol/messages.h"
 
 namespace tvsort::host {
 

@@ -17,7 +17,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "service/error_code.h"
+#include "protocol/error_code.h"
 
 namespace tvsort::host {
 

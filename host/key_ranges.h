@@ -15,7 +15,7 @@
 
 #include "host/record_order.h"
 #include "host/request_builder.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::host {
 

@@ -1,8 +1,8 @@
 // Whether two neighbours of a result stand in the order that a request asks for.
 //
 // This is a second, plain definition of the order, written from the meaning of the keys
-// (keys/key_meaning.h) and sharing no code with the process's comparator: what sorts and what
-// checks are not to make the same mistake. It takes its time.
+// (protocol/data_type.h) and sharing no code with the process's comparator: what sorts and
+// what checks are not to make the same mistake. It takes its time.
 //
 // Ascending floating-point keys compare with a tolerance in the process, so their order is not
 // transitive: two neighbours that the sort never compared with one another, only with a pivot
@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "host/request_builder.h"
-#include "service/bytes.h"
-#include "service/messages.h"
+#include "protocol/bytes.h"
+#include "protocol/messages.h"
 
 namespace tvsort::host {
 

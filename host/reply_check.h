@@ -20,7 +20,7 @@
 #include <string>
 
 #include "host/request_builder.h"
-#include "service/messages.h"
+#include "protocol/messages.h"
 
 namespace tvsort::host {
 

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
-#include "keys/key_meaning.h"
-#include "service/bytes.h"
-#include "service/messages.h"
+#include "protocol/bytes.h"
+#include "protocol/data_type.h"
+#include "protocol/messages.h"
 
 namespace tvsort::host {
 

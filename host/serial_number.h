@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "service/bytes.h"
-#include "service/messages.h"
+#include "protocol/bytes.h"
+#include "protocol/messages.h"
 
 namespace tvsort::host {
 

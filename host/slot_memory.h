@@ -1,7 +1,7 @@
 // The shared-memory object with the slots of all sort processes.
 //
 // Slot n (from 1) is mapped by process n alone; this side sees them all. The layout of a slot
-// stands in service/slot_layout.h. The object has no name: processes inherit its descriptor, and
+// stands in protocol/slot_layout.h. The object has no name: processes inherit its descriptor, and
 // it is gone when the last of them and this side have ended. Its size is sealed: a process that cut
 // it would end this side by signal at the next look at a page that is gone.
 //
@@ -14,8 +14,8 @@
 #include <span>
 
 #include "host/file_descriptor.h"
-#include "service/bytes.h"
-#include "service/slot_layout.h"
+#include "protocol/bytes.h"
+#include "protocol/slot_layout.h"
 
 namespace tvsort::host {
 

@@ -23,7 +23,7 @@
 #include <cstdint>
 
 #include "host/request_builder.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::host {
 

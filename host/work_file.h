@@ -11,7 +11,7 @@
 #include <span>
 
 #include "host/file_descriptor.h"
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 
 namespace tvsort::host {
 

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "service/slot_layout.h"
+#include "protocol/slot_layout.h"
 #include "tests/fault/fault_injector.h"
 #include "tests/fault/shaped_case.h"
 

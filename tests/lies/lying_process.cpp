@@ -34,9 +34,9 @@
 #include <string>
 #include <vector>
 
-#include "service/bytes.h"
-#include "service/messages.h"
-#include "service/slot_layout.h"
+#include "protocol/bytes.h"
+#include "protocol/messages.h"
+#include "protocol/slot_layout.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #pragma once
 
-#include "collation/collation_file.h"
-#include "collation/collation_table.h"
+#include "process/collation/collation_file.h"
+#include "process/collation/collation_table.h"
 #include "tests/support/served_job.h"
 
 namespace tvsort::test {

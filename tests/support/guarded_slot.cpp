@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "service/channel.h"
-#include "sort/distribution_sort.h"
+#include "process/service/channel.h"
+#include "process/sort/distribution_sort.h"
 
 namespace tvsort::test {
 

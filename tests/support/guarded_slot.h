@@ -11,9 +11,9 @@
 
 #pragma once
 
-#include "service/messages.h"
-#include "service/slot_layout.h"
-#include "service/sort_job.h"
+#include "process/job/sort_job.h"
+#include "protocol/messages.h"
+#include "protocol/slot_layout.h"
 
 namespace tvsort::test {
 

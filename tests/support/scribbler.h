@@ -12,8 +12,8 @@
 #include <random>
 #include <thread>
 
-#include "service/bytes.h"
-#include "service/slot_layout.h"
+#include "protocol/bytes.h"
+#include "protocol/slot_layout.h"
 
 namespace tvsort::test {
 

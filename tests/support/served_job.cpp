@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "service/request_loop.h"
+#include "process/service/request_loop.h"
 
 namespace tvsort::test {
 

@@ -14,9 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "service/messages.h"
-#include "service/slot_layout.h"
-#include "service/sort_job.h"
+#include "process/job/sort_job.h"
+#include "protocol/data_type.h"
+#include "protocol/messages.h"
+#include "protocol/slot_layout.h"
 #include "tests/support/guarded_slot.h"
 
 namespace tvsort::test {

@@ -7,9 +7,9 @@
 #include <fstream>
 
 #include "host/collation_directory.h"
-#include "host/collation_writer.h"
 #include "host/sort_server.h"
-#include "host/ucs2_text.h"
+#include "host/values/collation_writer.h"
+#include "host/values/ucs2_text.h"
 
 namespace tvsort::host {
 namespace {

@@ -8,9 +8,9 @@
 #include <random>
 
 #include "host/collation_directory.h"
-#include "host/collation_writer.h"
 #include "host/sort_server.h"
-#include "host/value_text.h"
+#include "host/values/collation_writer.h"
+#include "host/values/value_text.h"
 
 namespace tvsort::host {
 namespace {

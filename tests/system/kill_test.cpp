@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <random>
 
-#include "service/slot_layout.h"
+#include "protocol/slot_layout.h"
 #include "tests/fault/shaped_case.h"
 #include "tests/system/command_fixture.h"
 

@@ -14,7 +14,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "service/slot_layout.h"
+#include "protocol/slot_layout.h"
 #include "tests/system/numbers_sorted.h"
 
 namespace tvsort::host {

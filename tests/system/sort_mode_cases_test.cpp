@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "service/bytes.h"
+#include "protocol/bytes.h"
 #include "tests/system/command_fixture.h"
 
 namespace tvsort::test {

@@ -13,7 +13,7 @@
 #include <functional>
 
 #include "host/private_directory.h"
-#include "service/slot_layout.h"
+#include "protocol/slot_layout.h"
 #include "tests/fault/fault_injector.h"
 #include "tests/support/filter_expected.h"
 #include "tests/system/numbers_sorted.h"

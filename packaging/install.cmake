@@ -1,0 +1,62 @@
+# What `cmake --install` puts where:
+#
+#     bin/tvsort, bin/tvsort-host            side by side, where the command looks for the process
+#     lib/libtvsort_host.a                   the server's side, for engines
+#     include/tvsort/                        its headers: #include <tvsort/host/sort_server.h>
+#     lib/cmake/tvsort/                      find_package(tvsort): tvsort::host, tvsort::program
+#     lib/pkgconfig/tvsort-host.pc           the same for pkg-config
+#     share/man, share/bash-completion, share/doc/tvsort
+#
+# Everything is found relative to where it lies, so that the prefix can be moved.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+install(TARGETS tvsort EXPORT tvsort DESTINATION ${CMAKE_INSTALL_BINDIR})
+set_target_properties(tvsort PROPERTIES EXPORT_NAME program)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/man/tvsort.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
+        DESTINATION ${CMAKE_INSTALL_DOCDIR} USE_SOURCE_PERMISSIONS)
+
+if(TARGET tvsort-host)
+  install(TARGETS tvsort-host DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/man/tvsort-host.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion/tvsort-host
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+endif()
+
+if(NOT TARGET tvsort_host)
+  return()
+endif()
+
+set_target_properties(tvsort_host PROPERTIES EXPORT_NAME host)
+install(TARGETS tvsort_host EXPORT tvsort DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# The headers of the host library and those of the process that they include: messages, slots, keys.
+get_target_property(host_headers tvsort_host TVSORT_HEADERS)
+set(installed_headers ${host_headers} protocol/bytes.h protocol/data_type.h protocol/error_code.h
+                      protocol/messages.h protocol/slot_layout.h protocol/page_descriptor.h)
+set(header_folder ${PROJECT_BINARY_DIR}/installed-headers)
+install(CODE "set(source_folder \"${PROJECT_SOURCE_DIR}\")
+set(header_folder \"${header_folder}\")
+set(headers \"${installed_headers}\")")
+install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/installed_headers.cmake)
+install(DIRECTORY ${header_folder}/tvsort DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/tvsort)
+install(EXPORT tvsort NAMESPACE tvsort:: FILE tvsortTargets.cmake DESTINATION ${package_folder})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/tvsortConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/tvsortConfig.cmake
+                              INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/tvsortConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/tvsortConfig.cmake
+              ${PROJECT_BINARY_DIR}/tvsortConfigVersion.cmake DESTINATION ${package_folder})
+
+set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${pkgconfig_folder} /prefix)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/tvsort-host.pc.in ${PROJECT_BINARY_DIR}/tvsort-host.pc
+               @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tvsort-host.pc DESTINATION ${pkgconfig_folder})

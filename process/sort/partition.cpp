@@ -1,0 +1,209 @@
+#include "process/sort/partition.h"
+
+#include <cassert>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "process/keys/record_precedes.h"
+#include "process/sort/block_scan.h"
+#include "process/sort/deciding_key.h"
+#include "process/sort/record_exchange.h"
+#include "process/storage/page_pool.h"
+
+namespace tvsort {
+
+namespace {
+
+// The distance between a range's ends above which its pivot is drawn at random.
+constexpr std::int32_t kRandomPivotDistance = 100;
+
+// Judging records in runs is given up for the rest of a partition when it has judged so many more
+// in vain than the cursors have passed.
+constexpr std::int32_t kVainJudgementsMax = 256;
+
+// One partition at work.
+struct Partition {
+    HeldRange& held;
+    std::uint32_t pivot;  // place of the pivot's copy
+    DecidingKey key;
+    std::int32_t iLast;   // last record of i's block
+    std::int32_t jFirst;  // first record of j's block
+};
+
+std::int32_t pivotRecordNumber(const HeldRange& held) {
+    const std::int32_t distance = held.high.recordNumber - held.low.recordNumber;
+    const std::int32_t step = distance > kRandomPivotDistance ? rand() % distance : distance / 2;
+    return held.low.recordNumber + step;
+}
+
+std::int32_t lastRecordOfBlock(const SortJob& job, std::int32_t block) {
+    // The end of the last block may lie beyond 32 bits; no cursor gets there.
+    const std::int64_t last = std::int64_t{block} * job.recordsPerBlock;
+    constexpr std::int64_t kMax = std::numeric_limits<std::int32_t>::max();
+    return static_cast<std::int32_t>(last < kMax ? last : kMax);
+}
+
+std::int32_t firstRecordOfBlock(const SortJob& job, std::int32_t block) {
+    return (block - 1) * std::int32_t{job.recordsPerBlock} + 1;
+}
+
+bool isFrameOf(std::int32_t frame, const HeldRecord& held) {
+    return frame == held.frameIndex;
+}
+
+// Moves a cursor to another block: its old frame stays pinned until the new one is there.
+bool crossBlock(SortJob& job, const HeldRange& held, HeldRecord& cursor,
+                const HeldRecord& otherCursor) {
+    const std::uint32_t offset = addressRecord(job, cursor.recordNumber);
+    if (failed(job)) return false;
+    const std::int32_t oldFrame = cursor.frameIndex;
+    if (!isFrameOf(oldFrame, held.low) && !isFrameOf(oldFrame, held.high) &&
+        !isFrameOf(oldFrame, otherCursor)) {
+        unpinFrame(job, oldFrame);
+    }
+    cursor.frameIndex = job.currentFrame;
+    cursor.offset = offset;
+    pinFrame(job, cursor.frameIndex);
+    return true;
+}
+
+bool stepUp(SortJob& job, Partition& partition) {
+    HeldRecord& i = partition.held.i;
+    i.recordNumber += 1;
+    if (i.recordNumber <= partition.iLast) {
+        i.offset += job.recordLength;
+        return true;
+    }
+    partition.iLast = lastRecordOfBlock(job, blockOfRecord(job, i.recordNumber));
+    return crossBlock(job, partition.held, i, partition.held.j);
+}
+
+bool stepDown(SortJob& job, Partition& partition) {
+    HeldRecord& j = partition.held.j;
+    j.recordNumber -= 1;
+    if (j.recordNumber >= partition.jFirst) {
+        j.offset -= job.recordLength;
+        return true;
+    }
+    partition.jFirst = firstRecordOfBlock(job, blockOfRecord(job, j.recordNumber));
+    return crossBlock(job, partition.held, j, partition.held.i);
+}
+
+// Whether record i comes before the pivot.
+template <LeadingKind kind, bool plain>
+bool precedesPivot(SortJob& job, const Partition& partition) {
+    const std::uint32_t i = partition.held.i.offset;
+    const Verdict verdict = judge<kind, plain>(partition.key, recordAt(job, i));
+    if (verdict.open != 0) return recordPrecedes(job, i, partition.pivot);
+    if (verdict.differs() != 0) job.compareState = 1;
+    return verdict.before != 0;
+}
+
+// Whether the pivot comes before record j.
+template <LeadingKind kind, bool plain>
+bool pivotPrecedes(SortJob& job, const Partition& partition) {
+    const std::uint32_t j = partition.held.j.offset;
+    const Verdict verdict = judge<kind, plain>(partition.key, recordAt(job, j));
+    if (verdict.open != 0) return recordPrecedes(job, partition.pivot, j);
+    if (verdict.differs() != 0) job.compareState = 1;
+    return verdict.behind != 0;
+}
+
+// Moves i up to the first record that does not precede the pivot.
+template <LeadingKind kind, bool plain>
+bool scanUp(SortJob& job, Partition& partition) {
+    const HeldRange& held = partition.held;
+    while (precedesPivot<kind, plain>(job, partition)) {
+        if (held.i.recordNumber == held.high.recordNumber) break;
+        if (!stepUp(job, partition)) return false;
+    }
+    return true;
+}
+
+// Moves j down to the first record that the pivot does not precede.
+template <LeadingKind kind, bool plain>
+bool scanDown(SortJob& job, Partition& partition) {
+    const HeldRange& held = partition.held;
+    while (pivotPrecedes<kind, plain>(job, partition)) {
+        if (held.j.recordNumber == held.low.recordNumber) break;
+        if (!stepDown(job, partition)) return false;
+    }
+    return true;
+}
+
+// Copies the pivot record behind the frames. False when it could not be reached.
+bool copyPivot(SortJob& job, const Partition& partition) {
+    const std::uint32_t source = addressRecord(job, pivotRecordNumber(partition.held));
+    if (failed(job)) return false;
+    std::memcpy(recordAt(job, partition.pivot), recordAt(job, source), job.recordLength);
+    return true;
+}
+
+// The two scans and the exchange of the records where they stop. False when a scan failed.
+template <LeadingKind kind, bool plain>
+bool scanAndExchange(SortJob& job, Partition& partition) {
+    const HeldRange& held = partition.held;
+    if (!scanUp<kind, plain>(job, partition)) return false;
+    if (!scanDown<kind, plain>(job, partition)) return false;
+    if (held.i.recordNumber < held.j.recordNumber) {
+        exchangeRecords(recordAt(job, held.i.offset), recordAt(job, held.j.offset),
+                        job.recordLength);
+        markDirty(job, held.i.frameIndex);
+        markDirty(job, held.j.frameIndex);
+    }
+    return true;
+}
+
+std::int32_t recordsPassed(const HeldRange& held) {
+    return (held.i.recordNumber - held.low.recordNumber) +
+           (held.high.recordNumber - held.j.recordNumber);
+}
+
+// Scans and exchanges, from both ends to where the cursors meet.
+template <LeadingKind kind, bool plain>
+void movePast(SortJob& job, Partition& partition) {
+    HeldRange& held = partition.held;
+    std::int32_t judgedInVain = 0;
+    do {
+        const BlockCursors cursors = {held.i, held.j, partition.iLast, partition.jFirst,
+                                      judgedInVain};
+        const bool paysOff = judgedInVain - kVainJudgementsMax <= recordsPassed(held);
+        const bool exchanged =
+            paysOff && exchangeInBlocks(job, partition.key, partition.pivot, cursors);
+        if (!exchanged && !scanAndExchange<kind, plain>(job, partition)) return;
+        if (held.i.recordNumber <= held.j.recordNumber) {
+            // The cursors may pass each other by one, but leave the data set for no comparison.
+            if (held.i.recordNumber != job.recordCount && !stepUp(job, partition)) return;
+            if (held.j.recordNumber != 1 && !stepDown(job, partition)) return;
+        }
+        if (failed(job)) return;
+    } while (held.i.recordNumber <= held.j.recordNumber);
+}
+
+}  // namespace
+
+void partitionRange(SortJob& job, HeldRange& held) {
+    assert(poolIsSane(job) && pinsAreFew(job));
+    Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), {}, 0, 0};
+    if (!copyPivot(job, partition)) return;
+    held.i = held.low;
+    held.j = held.high;
+    partition.iLast = lastRecordOfBlock(job, blockOfRecord(job, held.i.recordNumber));
+    partition.jFirst = firstRecordOfBlock(job, blockOfRecord(job, held.j.recordNumber));
+    partition.key =
+        chooseDecidingKey(job, recordAt(job, partition.pivot), recordAt(job, held.low.offset),
+                          recordAt(job, held.high.offset));
+    withDecidingKey(partition.key,
+                    [&]<LeadingKind kind, bool plain>() { movePast<kind, plain>(job, partition); });
+    assert(poolIsSane(job) && pinsAreFew(job));
+}
+
+void unpinUnlessHeld(SortJob& job, const HeldRecord& released, const HeldRecord& first,
+                     const HeldRecord& second) {
+    if (!isFrameOf(released.frameIndex, first) && !isFrameOf(released.frameIndex, second)) {
+        unpinFrame(job, released.frameIndex);
+    }
+}
+
+}  // namespace tvsort

@@ -1,0 +1,233 @@
+#include "tools/command/explain_command.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "host/data_set.h"
+#include "host/sort_method.h"
+#include "tools/command/subcommands.h"
+#include "tools/files/interrupt.h"
+#include "tools/formats/records/record_layout.h"
+#include "tools/options/key_option.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+constexpr std::size_t kPieceRecords = 64;
+constexpr std::int32_t kFramesMin = 5;
+// The frames of a slot are addressed with 32 bits.
+constexpr std::int64_t kSlotPagesMax = (std::int64_t{1} << 32) / kPageBytes - 64;
+constexpr std::uint64_t kMemoryPagesMax = std::uint64_t{1} << 21;
+
+// What one request would have to do.
+struct Question {
+    host::RequestBuilder request;
+    host::MethodForecaster forecaster;
+    std::int32_t recordCount = 0;
+};
+
+// Reads the records and keeps what the request is about.
+class QuestionList {
+  public:
+    SortStats take(const host::RequestBuilder& request, std::uint16_t recordLength,
+                   const host::RecordSource& source) {
+        Question question = {request, host::MethodForecaster(request)};
+        std::vector<Byte> piece(kPieceRecords * recordLength);
+        while (const std::size_t count = source(piece.data(), kPieceRecords)) {
+            throwIfInterrupted();
+            for (std::size_t i = 0; i < count; ++i)
+                question.forecaster.look(piece.data() + i * recordLength);
+            question.recordCount += static_cast<std::int32_t>(count);
+        }
+        questions_.push_back(std::move(question));
+        return {};
+    }
+    const std::vector<Question>& questions() const { return questions_; }
+
+  private:
+    std::vector<Question> questions_;
+};
+
+// A question in so much memory.
+struct Prospect {
+    host::Geometry geometry;
+    host::Extent extent;
+    std::int32_t frameCount;
+    bool fits;
+    host::MethodForecast method;
+};
+
+Prospect prospectIn(const MemoryPlan& plan, std::uint16_t recordLength, const Question& question) {
+    Prospect prospect = {};
+    prospect.geometry = host::chooseGeometry(recordLength, plan.blockPages);
+    const std::int32_t perBlock = prospect.geometry.recordsPerBlock;
+    prospect.extent = {
+        question.recordCount,
+        static_cast<std::int32_t>((std::int64_t{question.recordCount} + perBlock - 1) / perBlock)};
+    prospect.frameCount = plan.pages / plan.blockPages;
+    prospect.fits = prospect.extent.fileBlocks <= prospect.frameCount;
+    prospect.method =
+        question.forecaster.forecast(prospect.geometry, prospect.extent, prospect.frameCount);
+    return prospect;
+}
+
+// The least number of pages, from `from` on, for which it holds; above kMemoryPagesMax for none.
+std::uint64_t leastFor(const std::function<bool(std::uint64_t pages)>& holds, std::uint64_t from) {
+    if (holds(from)) return from;
+    std::uint64_t low = from;
+    std::uint64_t high = 2 * from;
+    while (high <= kMemoryPagesMax && !holds(high)) {
+        low = high;
+        high *= 2;
+    }
+    while (high <= kMemoryPagesMax && low + 1 < high) {
+        const std::uint64_t middle = low + (high - low) / 2;
+        (holds(middle) ? high : low) = middle;
+    }
+    return high;
+}
+
+bool distributes(const Prospect& prospect) {
+    return prospect.method.reason == host::MethodReason::kDistributes;
+}
+
+class Explanation {
+  public:
+    Explanation(SortSetup& setup, const Question& question)
+        : setup_(setup),
+          question_(question),
+          now_(prospectIn(setup.memoryPlan(), setup.sort().recordLength(), question)) {}
+
+    std::string text(std::size_t requestCount, bool hex) const {
+        std::string text = fmt::format("record    {} bytes\n{}", now_.geometry.recordLength,
+                                       describeLayout(question_.request, setup_.sort().fields()));
+        text += fmt::format("records   {}\n", question_.recordCount);
+        text += fmt::format("blocks    {} of {} bytes, {} records each\n", now_.extent.fileBlocks,
+                            now_.geometry.blockBytes(), now_.geometry.recordsPerBlock);
+        text += fmt::format("frames    {} in {} bytes of memory\n", now_.frameCount,
+                            setup_.memoryPlan().pages * kPageBytes);
+        text += "fits      " + fits() + "\nmethod    " + method() + "\n";
+        const std::vector<Byte> bytes = question_.request.build(now_.geometry, now_.extent, 1);
+        text += fmt::format("request   {} bytes", bytes.size());
+        if (requestCount > 1) {
+            text += fmt::format(
+                ", the first of {}; the later ones take up the result of the one before",
+                requestCount);
+        }
+        text += "\n";
+        return hex ? text + hexLines(bytes) : text;
+    }
+
+  private:
+    std::string fits() const {
+        const std::string change = changeAt([](const Prospect& prospect) { return prospect.fits; });
+        if (now_.fits && change.empty()) return "yes, in any memory that makes a pool";
+        if (now_.fits) return fmt::format("yes; blocks spill below {}", change);
+        return fmt::format("no, {} blocks spill to the work file; all fit from {} on",
+                           now_.extent.fileBlocks - now_.frameCount, change);
+    }
+
+    std::string method() const {
+        const auto& keys = question_.request.keys();
+        switch (now_.method.reason) {
+            case host::MethodReason::kDistributes:
+                return fmt::format(
+                    "distribution sort: the bytes of the keys say it all, and {} frames are "
+                    "enough for the blocks and a copy of the records; quicksort below {}",
+                    now_.method.framesWanted, changeAt(distributes));
+            case host::MethodReason::kHierarchy:
+                return "hierarchy sort, in any memory";
+            case host::MethodReason::kFewRecords:
+                return fmt::format("quicksort, in any memory: there are fewer than {} records",
+                                   host::kDistributionCountMin);
+            case host::MethodReason::kKeyType:
+                return fmt::format("quicksort, in any memory: key {}, {}, must be compared",
+                                   now_.method.keyIndex + 1, typeWord(keys[now_.method.keyIndex]));
+            case host::MethodReason::kStringRest:
+                return fmt::format(
+                    "quicksort, in any memory: not all fields of key {} are zero behind the value",
+                    now_.method.keyIndex + 1);
+            case host::MethodReason::kTooFewFrames:
+                break;
+        }
+        return fmt::format(
+            "quicksort: a copy of the records beside the blocks wants {} frames; distribution "
+            "sort from {} on",
+            now_.method.framesWanted, changeAt(distributes));
+    }
+
+    // The least --memory at which it holds, taken for one from which on it holds; empty where that
+    // is the least with which the process sorts.
+    std::string changeAt(const std::function<bool(const Prospect&)>& holds) const {
+        MemoryRequest request = setup_.memoryRequest();
+        const auto holdsIn = [&](std::uint64_t pages) {
+            request.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);
+            const MemoryPlan plan = planMemory(request);
+            return plan.pages >= plan.blockPages && plan.pages <= kSlotPagesMax &&
+                   holds(prospectIn(plan, setup_.sort().recordLength(), question_));
+        };
+        const auto makesPool = [&](std::uint64_t pages) {
+            request.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);
+            const MemoryPlan plan = planMemory(request);
+            return plan.pages / plan.blockPages >= kFramesMin;
+        };
+        const std::uint64_t least = leastFor(makesPool, 1);
+        const std::uint64_t change = leastFor(holdsIn, least);
+        if (change > kMemoryPagesMax) return "no --memory that a process can have";
+        if (change == least) return "";
+        constexpr std::uint64_t kKilo = 1024;
+        return fmt::format("--memory {}K", change * static_cast<std::uint64_t>(kPageBytes) / kKilo);
+    }
+
+    static std::string hexLines(const std::vector<Byte>& bytes) {
+        constexpr std::size_t kPerLine = 16;
+        std::string text;
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            if (i % kPerLine == 0) text += fmt::format("  {:>5} ", i);
+            text += fmt::format(" {:02x}", bytes[i]);
+            if (i % kPerLine == kPerLine - 1 || i + 1 == bytes.size()) text += "\n";
+        }
+        return text;
+    }
+
+    SortSetup& setup_;
+    const Question& question_;
+    Prospect now_;
+};
+
+}  // namespace
+
+void explainSort(const ExplainOptions& options) {
+    SortSetup setup(options.sort);
+    QuestionList list;
+    setup.sort().shape([&](const host::RequestBuilder& request, const host::RecordSource& source,
+                           const host::RecordSink&) {
+        return list.take(request, setup.sort().recordLength(), source);
+    });
+    const std::string text =
+        setup.errors().report() +
+        Explanation(setup, list.questions().front()).text(list.questions().size(), options.hex);
+    setup.output().write(reinterpret_cast<const Byte*>(text.data()), text.size());
+    setup.output().finish();
+}
+
+void addExplainCommand(CLI::App& app, int& exitStatus) {
+    const auto options = std::make_shared<ExplainOptions>();
+    CLI::App& command = *app.add_subcommand(
+        "explain", "Print what a sort with these options would ask of the process");
+    addSortOptions(command, options->sort);
+    command.add_flag("--hex", options->hex, "Print the request's bytes too");
+    command.callback([options, &exitStatus] {
+        explainSort(*options);
+        exitStatus = kStatusSuccess;
+    });
+}
+
+}  // namespace tvsort::tools

@@ -1,0 +1,85 @@
+// tvsort-host: the server's side of the sort process on a command line.
+//
+// Results go to standard output or a file, words to standard error. Every way out but the end of a
+// successful command is an exception, so that nothing stays behind.
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <new>
+#include <string>
+
+#include "host/host_error.h"
+#include "tools/command/subcommands.h"
+#include "tools/files/interrupt.h"
+
+namespace {
+
+// Into the place of a standard stream that the caller has closed a file would be opened, and words
+// meant for the stream would end up in it. Reading the input and writing the output go on failing.
+void occupyStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const int mode = stream == STDOUT_FILENO ? O_RDONLY : O_WRONLY;
+        if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", mode) < 0) return;
+    }
+}
+
+// Words that cannot be written do not change the status.
+void say(const std::string& text) {
+    std::fputs(("tvsort-host: " + text + "\n").c_str(), stderr);
+}
+
+int fail(const std::string& text) {
+    say(text);
+    return tvsort::tools::kStatusFailure;
+}
+
+std::string describeParseError(const CLI::App*, const CLI::Error& error) {
+    return fmt::format("tvsort-host: {}; --help lists the options\n", error.what());
+}
+
+int run(int argumentCount, char** arguments) {
+    using namespace tvsort::tools;
+    int exitStatus = kStatusSuccess;
+    CLI::App app("Sorts files through the sort process of the TAVRIN database server.",
+                 "tvsort-host");
+    app.set_version_flag("--version", TVSORT_VERSION);
+    // None is told apart below: a word that is no subcommand is then named as such.
+    app.require_subcommand(0, 1);
+    app.failure_message(describeParseError);
+    app.footer("Exit status: 0 success, 1 verify found a file not in order, 2 failure.");
+    for (const AddSubcommand addSubcommand : kSubcommands)
+        addSubcommand(app, exitStatus);
+    try {
+        app.parse(argumentCount, arguments);
+        if (app.get_subcommands().empty())
+            return fail("say what to do; --help lists the subcommands");
+    } catch (const CLI::ParseError& error) {
+        if (app.exit(error) != 0) return kStatusFailure;
+        return std::cout.flush() ? kStatusSuccess : fail("cannot write to standard output");
+    }
+    return exitStatus;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    occupyStandardStreams();
+    tvsort::tools::catchInterrupts();
+    try {
+        return run(argumentCount, arguments);
+    } catch (const tvsort::tools::Interrupted& interrupted) {
+        say(fmt::format("interrupted by signal {}; no output file was changed",
+                        interrupted.signalNumber()));
+        return tvsort::tools::kStatusInterrupted + interrupted.signalNumber();
+    } catch (const std::bad_alloc&) {
+        return fail("out of memory; ask for less with --memory");
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+}

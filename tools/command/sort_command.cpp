@@ -1,0 +1,110 @@
+#include "tools/command/sort_command.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+
+#include "host/sort_server.h"
+#include "tools/command/collation_command.h"
+#include "tools/command/process_path.h"
+#include "tools/command/subcommands.h"
+#include "tools/files/interrupt.h"
+#include "tools/run/slot_sort.h"
+#include "tools/run/sort_stats.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+constexpr int kProcessesMax = 64;
+constexpr double kTimeoutSecondsMin = 0.001;
+constexpr double kTimeoutSecondsMax = 1e9;
+
+host::ServerOptions serverOptions(SortSetup& setup) {
+    const SortOptions& options = setup.options();
+    host::ServerOptions server;
+    server.processPath = findProcess(options.process);
+    server.memoryPages = setup.memoryPlan().pages;
+    server.pagesPerBlock = setup.memoryPlan().blockPages;
+    server.slotCount = options.processCount;
+    server.tempDirectory = tempDirectoryOf(options);
+    if (options.timeoutSeconds.has_value()) {
+        server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};
+        server.startTimeout = std::min(server.startTimeout, server.requestTimeout);
+    }
+    // Several slots wait in threads of their own.
+    const auto oneAtATime = std::make_shared<std::mutex>();
+    server.whileWaiting = [&progress = setup.progress(), oneAtATime] {
+        throwIfInterrupted();
+        const std::lock_guard lock(*oneAtATime);
+        progress.tick();
+    };
+    return server;
+}
+
+void report(const SortOptions& options, const SortStats& stats) {
+    if (options.stats == "json") {
+        fmt::print(stderr, "{}", statsAsJson(stats));
+        return;
+    }
+    if (!options.mode.groups.empty()) {
+        fmt::print(stderr, "{} {}\n", stats.groupCount, stats.groupCount == 1 ? "group" : "groups");
+    }
+    if (options.stats == "text") fmt::print(stderr, "{}", statsAsText(stats));
+}
+
+}  // namespace
+
+void sortFile(const SortOptions& options) {
+    SortSetup setup(options);
+    host::ServerOptions processOptions = serverOptions(setup);
+    const auto collation =
+        putCollationInForce(options.collation, setup.userRequest(), processOptions);
+    host::SortServer server(processOptions);
+    const host::Geometry geometry =
+        host::chooseGeometry(setup.sort().recordLength(), server.options().pagesPerBlock);
+    SlotSort slots(server, geometry, setup.keyRanges(), setup.userRecordLength(), setup.progress());
+    SortStats stats = setup.sort().run(
+        [&](const host::RequestBuilder& request, const host::RecordSource& source,
+            const host::RecordSink& sink) { return slots.sort(request, source, sink); });
+    StageClock finishing;
+    setup.output().finish();
+    stats.write += finishing.lap();
+    stats.read = setup.readCost();
+    stats.skippedCount = setup.errors().skippedCount();
+    stats.ownPeakBytes = ownPeakBytes();
+    fmt::print(stderr, "{}", setup.errors().report());
+    report(options, stats);
+}
+
+void addSortCommand(CLI::App& app, int& exitStatus) {
+    const auto options = std::make_shared<SortOptions>();
+    CLI::App& command =
+        *app.add_subcommand("sort", "Sort files of records, text lines or CSV rows");
+    addSortOptions(command, *options);
+    command.add_option("-o,--output", options->output, "File to write; standard output without it");
+    command
+        .add_option("--timeout", options->timeoutSeconds,
+                    "Give the sort up after so many seconds; never without it")
+        ->check(CLI::Range(kTimeoutSecondsMin, kTimeoutSecondsMax));
+    command
+        .add_option("--processes", options->processCount,
+                    "So many sort processes, each for a range of keys and with its part of the "
+                    "memory; inputs are read once more to find the ranges")
+        ->check(CLI::Range(1, kProcessesMax));
+    command.add_option("--process", options->process, "The tvsort program to use");
+    command
+        .add_flag("--stats{text}", options->stats,
+                  "Say on standard error what happened; --stats=json for machines")
+        ->check(CLI::IsMember({"text", "json"}));
+    command.callback([options, &exitStatus] {
+        sortFile(*options);
+        exitStatus = kStatusSuccess;
+    });
+}
+
+}  // namespace tvsort::tools

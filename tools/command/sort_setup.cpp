@@ -1,0 +1,148 @@
+#include "tools/command/sort_setup.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "host/host_error.h"
+#include "host/private_directory.h"
+#include "tools/files/spool.h"
+#include "tools/formats/csv/csv_flow.h"
+#include "tools/formats/lines/value_line.h"
+#include "tools/formats/record_flow.h"
+#include "tools/run/sampling.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+std::vector<InputFile> openInputs(const std::vector<std::string>& names) {
+    if (std::count(names.begin(), names.end(), kStandardStream) > 1) {
+        throw host::badUse("standard input (-) can be read once only; give the other input a name");
+    }
+    return {names.begin(), names.end()};
+}
+
+// Lines must be measured before they are sorted; what is not unique is read again to be named.
+bool isReadTwice(const SortOptions& options) {
+    return inputKindOf(options.records) != InputKind::kRecords || !options.mode.unique.empty() ||
+           options.processCount > 1;
+}
+
+// The conversion of sizes would take a negative number for a very large one.
+std::string refuseNegative(const std::string& text) {
+    return text.starts_with('-') ? "must not be negative: " + text : std::string();
+}
+
+SortOptions understood(SortOptions options) {
+    recogniseFormat(options.inputs, options.records);
+    checkRecordOptions(options.records);
+    checkModeOptions(options.mode,
+                     {options.inputs.size(), inputKindOf(options.records), options.processCount});
+    return options;
+}
+
+}  // namespace
+
+std::filesystem::path tempDirectoryOf(const SortOptions& options) {
+    return options.tempDirectory.empty() ? host::defaultTempDirectory()
+                                         : std::filesystem::path(options.tempDirectory);
+}
+
+SortSetup::SortSetup(const SortOptions& options)
+    : options_(understood(options)),
+      inputs_(openInputs(options.inputs)),
+      output_(options.output),
+      errors_(options.records.onError) {
+    StageClock clock;
+    makeInputsRereadable();
+    progress_.begin("measuring");
+    RecordFlow flow = makeFlow();
+    readCost_ = clock.lap();
+    userRequest_ = flow.request;
+    userRecordLength_ = flow.recordLength;
+    sort_ = std::make_unique<ShapedSort>(
+        ShapedSort::Setting{options_.mode, [this] { return makeFlowAgain(); },
+                            tempDirectoryOf(options_)},
+        std::move(flow));
+    memoryPlan_ = planMemory(memoryRequest());
+}
+
+MemoryRequest SortSetup::memoryRequest() const {
+    return {options_.memoryBytes, options_.blockPages, sort_->recordLength(), sort_->memoryShare(),
+            options_.processCount};
+}
+
+std::optional<host::KeyRanges> SortSetup::keyRanges() {
+    if (options_.processCount == 1) return std::nullopt;
+    const std::string hindrance = host::splitHindrance(userRequest_, !options_.collation.empty());
+    if (!hindrance.empty()) {
+        throw host::badUse(fmt::format(
+            "--processes splits records by their keys, and the keys {}; leave it out", hindrance));
+    }
+    StageClock clock;
+    progress_.begin("sampling");
+    const RecordFlow flow = makeFlowAgain();
+    const host::KeyRanges ranges =
+        sampleKeyRanges(flow, static_cast<std::size_t>(options_.processCount));
+    for (InputFile& input : inputs_)
+        input.rewind();
+    errors_.restart();
+    readCost_ += clock.lap();
+    return ranges;
+}
+
+RecordFlow SortSetup::makeFlowAgain() {
+    for (InputFile& input : inputs_)
+        input.rewind();
+    return makeFlow();
+}
+
+void SortSetup::makeInputsRereadable() {
+    if (!isReadTwice(options_)) return;
+    for (InputFile& input : inputs_) {
+        progress_.begin("reading " + input.displayName());
+        input = makeRereadable(std::move(input), tempDirectoryOf(options_));
+    }
+}
+
+RecordFlow SortSetup::makeFlow() {
+    const RecordOptions& records = options_.records;
+    switch (inputKindOf(records)) {
+        case InputKind::kRows:
+            return csvRecords(records, options_.mode, inputs_, options_.memoryBytes, errors_,
+                              output_);
+        case InputKind::kLines:
+            return records.as.empty()
+                       ? lineRecords(options_.mode, inputs_, output_)
+                       : valueLineRecords(records.as, options_.mode, inputs_, output_);
+        case InputKind::kRecords:
+            break;
+    }
+    return fixedRecords(records, options_.mode, inputs_, output_);
+}
+
+void addSortOptions(CLI::App& command, SortOptions& options) {
+    command
+        .add_option("INPUT", options.inputs,
+                    "Files to sort, read one behind the other; - for standard input")
+        ->required();
+    addRecordOptions(command, options.records);
+    addCsvOptions(command, options.records);
+    addModeOptions(command, options.mode);
+    command.add_option(
+        "--collation", options.collation,
+        "Order of UCS-2 text: a file that tvsort-host collation wrote, or a language "
+        "such as fr, whose tertiary order is then used");
+    command.add_option("--memory", options.memoryBytes, "Memory for the sort, such as 64M")
+        ->transform(CLI::AsSizeValue(false))
+        ->transform(CLI::Validator(refuseNegative, "", "NOT_NEGATIVE"))  // is asked first
+        ->default_str("64M");
+    command.add_option("--block-pages", options.blockPages, "Pages of 4096 bytes per block")
+        ->check(CLI::Range(1, 1 << 20));
+    command.add_option("--temp-dir", options.tempDirectory,
+                       "Directory for work file and socket; TMPDIR or /tmp without it");
+}
+
+}  // namespace tvsort::tools

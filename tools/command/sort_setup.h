@@ -1,0 +1,88 @@
+// What a sort and its explanation have in common: the options, understood, and the inputs, opened
+// and measured.
+
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/key_ranges.h"
+#include "tools/files/input_file.h"
+#include "tools/files/output_file.h"
+#include "tools/files/progress.h"
+#include "tools/options/mode_options.h"
+#include "tools/options/record_options.h"
+#include "tools/options/row_errors.h"
+#include "tools/run/memory_plan.h"
+#include "tools/run/shaped_sort.h"
+#include "tools/run/stage_clock.h"
+
+namespace tvsort::tools {
+
+struct SortOptions {
+    RecordOptions records;
+    ModeOptions mode;
+    std::vector<std::string> inputs;
+    std::string output;     // empty: standard output
+    std::string collation;  // file or locale; empty: UCS-2 keys compare by code unit
+    std::uint64_t memoryBytes = std::uint64_t{64} * 1024 * 1024;
+    std::optional<std::int32_t> blockPages;
+    std::string tempDirectory;
+    std::optional<double> timeoutSeconds;
+    std::string process;
+    std::string stats;  // empty, "text" or "json"
+    int processCount = 1;
+};
+
+// Adds the options that say what is sorted, how, and with how much memory.
+void addSortOptions(CLI::App& command, SortOptions& options);
+
+std::filesystem::path tempDirectoryOf(const SortOptions& options);
+
+class SortSetup {
+  public:
+    // Checks the options, opens inputs and output, and reads the inputs where they must be
+    // measured.
+    explicit SortSetup(const SortOptions& options);
+    SortSetup(const SortSetup&) = delete;
+    SortSetup& operator=(const SortSetup&) = delete;
+
+    // With the format recognised.
+    const SortOptions& options() const { return options_; }
+    const MemoryPlan& memoryPlan() const { return memoryPlan_; }
+    // What the plan was made from, for other amounts of memory.
+    MemoryRequest memoryRequest() const;
+    // As the user's records have them, of so many bytes.
+    const host::RequestBuilder& userRequest() const { return userRequest_; }
+    std::uint16_t userRecordLength() const { return userRecordLength_; }
+    // The parts of several processes; none for one. Reads the inputs once more.
+    std::optional<host::KeyRanges> keyRanges();
+    const StageCost& readCost() const { return readCost_; }
+    const RowErrors& errors() const { return errors_; }
+
+    ShapedSort& sort() { return *sort_; }
+    OutputFile& output() { return output_; }
+    Progress& progress() { return progress_; }
+
+  private:
+    void makeInputsRereadable();
+    RecordFlow makeFlow();
+    RecordFlow makeFlowAgain();
+
+    SortOptions options_;
+    std::vector<InputFile> inputs_;
+    OutputFile output_;
+    Progress progress_;
+    RowErrors errors_;
+    host::RequestBuilder userRequest_;
+    std::uint16_t userRecordLength_ = 0;
+    std::unique_ptr<ShapedSort> sort_;
+    MemoryPlan memoryPlan_ = {};
+    StageCost readCost_;
+};
+
+}  // namespace tvsort::tools

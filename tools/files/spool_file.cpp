@@ -1,0 +1,66 @@
+#include "tools/files/spool_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "host/host_error.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
+constexpr char kAdvice[] = "make room there or choose another temporary directory";
+
+// It never has a name, and none can be given to it; where the file system has no such files, it has
+// one for a moment.
+host::FileDescriptor createNameless(const std::filesystem::path& directory) {
+    constexpr mode_t kOwnerOnly = 0600;
+    host::FileDescriptor file(
+        open(directory.c_str(), O_TMPFILE | O_EXCL | O_RDWR | O_CLOEXEC, kOwnerOnly));
+    if (file.isOpen()) return file;
+    std::string pattern = (directory / "tvsort-spool-XXXXXX").string();
+    file = host::FileDescriptor(mkostemp(pattern.data(), O_CLOEXEC));
+    if (!file.isOpen()) {
+        throw host::systemFailure("cannot create a file in " + directory.string(), errno, kAdvice);
+    }
+    unlink(pattern.c_str());
+    return file;
+}
+
+}  // namespace
+
+SpoolFile::SpoolFile(const std::filesystem::path& directory)
+    : directory_(directory), file_(createNameless(directory)) {}
+
+void SpoolFile::write(const Byte* bytes, std::size_t byteCount) {
+    buffer_.insert(buffer_.end(), bytes, bytes + byteCount);
+    if (buffer_.size() < kBufferBytes) return;
+    writeThrough(buffer_.data(), buffer_.size());
+    buffer_.clear();
+}
+
+void SpoolFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
+    while (byteCount > 0) {
+        const ssize_t moved = ::write(file_.number(), bytes, byteCount);
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved <= 0) {
+            throw host::systemFailure("cannot keep records in " + directory_.string(),
+                                      moved < 0 ? errno : ENOSPC, kAdvice);
+        }
+        bytes += moved;
+        byteCount -= static_cast<std::size_t>(moved);
+    }
+}
+
+InputFile SpoolFile::takeAsInput(const std::string& displayName) {
+    writeThrough(buffer_.data(), buffer_.size());
+    InputFile input(std::move(file_), displayName);
+    input.rewind();
+    return input;
+}
+
+}  // namespace tvsort::tools

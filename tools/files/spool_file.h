@@ -1,0 +1,32 @@
+// Bytes that are kept for a while in a file without a name: written first, then read.
+
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/file_descriptor.h"
+#include "protocol/bytes.h"
+#include "tools/files/input_file.h"
+
+namespace tvsort::tools {
+
+class SpoolFile {
+  public:
+    // The bytes lie in `directory`; the file goes away by itself.
+    explicit SpoolFile(const std::filesystem::path& directory);
+
+    void write(const Byte* bytes, std::size_t byteCount);
+    // The file from its start, to be read under this name. Nothing can be written after that.
+    InputFile takeAsInput(const std::string& displayName);
+
+  private:
+    void writeThrough(const Byte* bytes, std::size_t byteCount);
+
+    std::filesystem::path directory_;
+    host::FileDescriptor file_;
+    std::vector<Byte> buffer_;
+};
+
+}  // namespace tvsort::tools

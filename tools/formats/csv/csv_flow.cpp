@@ -1,0 +1,175 @@
+#include "tools/formats/csv/csv_flow.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "host/host_error.h"
+#include "tools/formats/csv/csv_output.h"
+#include "tools/formats/csv/csv_record.h"
+#include "tools/formats/csv/csv_scan.h"
+#include "tools/options/csv_key.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+// A row above this size needs so much memory that it is rather an open quote.
+constexpr std::uint64_t kRowBytesMin = std::uint64_t{1} << 20;
+// Rows up to this size cost less when they travel with their records than when they are fetched.
+constexpr std::size_t kShortRowBytesMax = 128;
+// The same for longer ones up to this size, unless a few long rows would make all records long.
+constexpr std::size_t kCarriedBytesMax = 512;
+constexpr std::uint64_t kLongestToAverageMax = 2;
+// Of the memory, for rows on their way out that were not carried.
+constexpr std::uint64_t kFetchShare = 4;
+
+// Lays the rows of one input into records, in the second reading.
+class CsvSource {
+  public:
+    CsvSource(InputFile& input, std::shared_ptr<const CsvTable> table, CsvRecord layout,
+              std::uint64_t inputStart, RowErrors& errors)
+        : table_(std::move(table)),
+          rows_(input, *table_, &errors),
+          layout_(std::move(layout)),
+          inputStart_(inputStart),
+          errors_(errors) {}
+
+    std::size_t read(Byte* target, std::size_t recordsMax) {
+        std::size_t records = 0;
+        while (records < recordsMax && rows_.next(row_)) {
+            if (encode(target + records * layout_.recordLength())) records += 1;
+        }
+        return records;
+    }
+
+    // Of the record that was read last.
+    std::int64_t lineNumber() const { return row_.lineNumber; }
+
+  private:
+    bool encode(Byte* target) {
+        try {
+            layout_.encode(rows_.fields(), row_.bytes,
+                           inputStart_ + static_cast<std::uint64_t>(row_.offset), target);
+            return true;
+        } catch (const host::HostError& error) {
+            errors_.take(fmt::format("{}, {}", rows_.nameOf(row_), error.what()));
+            return false;
+        }
+    }
+
+    std::shared_ptr<const CsvTable> table_;
+    CsvTableRows rows_;
+    CsvRecord layout_;
+    std::uint64_t inputStart_;
+    RowErrors& errors_;
+    CsvRow row_ = {};
+};
+
+std::vector<CsvKey> parseKeys(const RecordOptions& options) {
+    std::vector<CsvKey> keys;
+    for (const std::string& text : options.keys)
+        keys.push_back(parseCsvKey(text));
+    return keys;
+}
+
+std::vector<KeyColumn> keyColumns(const std::vector<CsvKey>& keys, const CsvTable& table) {
+    std::vector<KeyColumn> columns;
+    for (const CsvKey& key : keys) {
+        const std::size_t index =
+            columnIndexOf(key.column, table.names, table.columnCount, "--key");
+        columns.push_back({index, key.column, ColumnField(*key.type, key.scale), key.kindFlags});
+        ColumnField& field = columns.back().field;
+        if (!key.length.has_value()) continue;
+        if (field.bytesOfLength(*key.length) > field.contentBytesLimit()) {
+            throw host::badUse(fmt::format(
+                "--key {}: a length of {} makes values of more than {} bytes; name a smaller one",
+                key.column, *key.length, field.contentBytesLimit()));
+        }
+        field.setContentBytes(field.bytesOfLength(*key.length));
+    }
+    return columns;
+}
+
+std::optional<LevelColumn> levelColumn(const ModeOptions& mode, const CsvTable& table) {
+    if (!mode.hierarchy) return std::nullopt;
+    return LevelColumn{columnIndexOf(mode.level, table.names, table.columnCount, "--level"),
+                       mode.level, ColumnField(*findColumnType("int32"), "")};
+}
+
+bool areCarried(const CsvExtent& extent) {
+    if (extent.rowBytesMax <= kShortRowBytesMax) return true;
+    const std::uint64_t carriedBytes =
+        extent.rowBytesMax * static_cast<std::uint64_t>(extent.rowCount);
+    return extent.rowBytesMax <= kCarriedBytesMax &&
+           carriedBytes <= kLongestToAverageMax * extent.rowBytesTotal;
+}
+
+// What stands before the rows: groups put a column in front of the others.
+std::string headOf(const CsvTable& table, const ModeOptions& mode) {
+    std::string header = table.mark;
+    if (table.hasHeader && !mode.groups.empty()) {
+        header += mode.groups == kCountGroups ? "count" : "group";
+        header += table.delimiter;
+    }
+    return header + table.header;
+}
+
+}  // namespace
+
+RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
+                      std::vector<InputFile>& inputs, std::uint64_t memoryBytes, RowErrors& errors,
+                      OutputFile& output) {
+    errors.restart();
+    const std::vector<CsvKey> keys = parseKeys(options);
+    const auto table = std::make_shared<const CsvTable>(
+        readTable(delimiterOf(options), !options.noHeader,
+                  std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs));
+    std::vector<KeyColumn> columns = keyColumns(keys, *table);
+    std::vector<bool> isMeasured;
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        isMeasured.push_back(columns[i].field.hasLength() && !keys[i].length.has_value());
+    const CsvExtent extent = measureRows(*table, columns, isMeasured, errors, inputs);
+    const CsvRecord layout(std::move(columns), levelColumn(mode, *table),
+                           areCarried(extent) ? std::max<std::size_t>(extent.rowBytesMax, 1) : 0);
+
+    RecordFlow flow;
+    flow.kind = InputKind::kRows;
+    if (!layout.carriesRows()) flow.memoryShare = kFetchShare;
+    flow.delimiter = table->delimiter;
+    flow.recordLength = layout.recordLength();
+    flow.fields = layout.fields();
+    flow.request = layout.request(kWeightTableId);
+    addWeights(options, flow.request);
+    std::uint64_t inputStart = 0;
+    for (InputFile& input : inputs) {
+        const auto rows = std::make_shared<CsvSource>(input, table, layout, inputStart, errors);
+        const auto lineOf = [&input, table, layout, inputStart](std::int64_t rowNumber) {
+            input.rewind();
+            RowErrors skipped(kSkipOnError);
+            CsvSource again(input, table, layout, inputStart, skipped);
+            std::vector<Byte> record(layout.recordLength());
+            for (std::int64_t i = 0; i < rowNumber; ++i)
+                again.read(record.data(), 1);
+            return again.lineNumber();
+        };
+        flow.operands.push_back(operandOf(rows, input.displayName()));
+        flow.operands.back().lineOf = lineOf;
+        inputStart += static_cast<std::uint64_t>(input.fileBytes().value_or(0));
+    }
+    flow.output =
+        std::make_shared<CsvOutput>(CsvOutput::Form{layout, headOf(*table, mode), table->lineEnd},
+                                    inputs, memoryBytes / kFetchShare, output);
+    if (mode.hierarchy) {
+        flow.readLevel = [layout](const Byte* record) -> LevelReading {
+            return {layout.levelOf(record), ""};
+        };
+    }
+    return flow;
+}
+
+}  // namespace tvsort::tools

@@ -1,0 +1,29 @@
+// CSV files through a sort: `tvsort-host sort data.csv --key name --key born:int:desc`.
+//
+//     scan   every input once: the header, the longest value of each key column, the longest row
+//     load   every input again: rows into records (tools/formats/csv/csv_record.h)
+//     write  the header of the first input, then the rows in the order of the result
+//
+// All inputs must have the same columns. Inputs are read twice, so they must be regular files.
+
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "tools/files/input_file.h"
+#include "tools/files/output_file.h"
+#include "tools/formats/record_flow.h"
+#include "tools/options/mode_options.h"
+#include "tools/options/record_options.h"
+#include "tools/options/row_errors.h"
+
+namespace tvsort::tools {
+
+// Scans the inputs and gives the flow of the rows. `memoryBytes` is the memory of the whole sort,
+// of which the flow says how much it takes. All that is passed must outlive the flow.
+RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
+                      std::vector<InputFile>& inputs, std::uint64_t memoryBytes, RowErrors& errors,
+                      OutputFile& output);
+
+}  // namespace tvsort::tools

@@ -1,0 +1,37 @@
+#include "tools/options/row_errors.h"
+
+#include <fmt/format.h>
+
+#include "host/host_error.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+constexpr std::size_t kNamedMax = 10;
+
+}  // namespace
+
+void RowErrors::take(const std::string& text) {
+    if (!skips_) {
+        throw host::badUse(text + "; correct it, or leave such rows out with --on-error=skip");
+    }
+    skippedCount_ += 1;
+    if (first_.size() < kNamedMax) first_.push_back(text);
+}
+
+void RowErrors::restart() {
+    skippedCount_ = 0;
+    first_.clear();
+}
+
+std::string RowErrors::report() const {
+    std::string report;
+    if (skippedCount_ == 0) return report;
+    for (const std::string& text : first_)
+        report += fmt::format("skipped: {}\n", text);
+    return report +
+           fmt::format("{} {} skipped\n", skippedCount_, skippedCount_ == 1 ? "row" : "rows");
+}
+
+}  // namespace tvsort::tools

@@ -1,0 +1,98 @@
+#include "tools/run/sort_stats.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
+
+namespace tvsort::tools {
+
+namespace {
+
+std::array<std::pair<std::string_view, StageCost>, 4> stagesOf(const SortStats& stats) {
+    return {
+        {{"read", stats.read}, {"load", stats.load}, {"sort", stats.sort}, {"write", stats.write}}};
+}
+
+}  // namespace
+
+void SortStats::addRequest(const SortStats& later) {
+    const SortStats earlier = *this;
+    *this = later;
+    fitted = earlier.fitted && later.fitted;
+    spilledBytes += earlier.spilledBytes;
+    systemCallsFiltered = earlier.systemCallsFiltered && later.systemCallsFiltered;
+    blocksRead += earlier.blocksRead;
+    blocksWritten += earlier.blocksWritten;
+    read += earlier.read;
+    load += earlier.load;
+    sort += earlier.sort;
+    write += earlier.write;
+    processPeakBytes = std::max(earlier.processPeakBytes, later.processPeakBytes);
+}
+
+std::string statsAsText(const SortStats& stats) {
+    std::string text = fmt::format(
+        "records read     {}\n"
+        "records sorted   {} of {} bytes\n"
+        "records written  {}\n",
+        stats.readCount, stats.recordCount, stats.recordLength, stats.writtenCount);
+    if (stats.skippedCount > 0) text += fmt::format("rows skipped     {}\n", stats.skippedCount);
+    if (stats.duplicateCount > 0) {
+        text += fmt::format("duplicates       {} removed\n", stats.duplicateCount);
+    }
+    if (stats.groupCount > 0) text += fmt::format("groups           {}\n", stats.groupCount);
+    text += fmt::format(
+        "blocks           {} of {} bytes, {} records each\n"
+        "frames           {}\n"
+        "fitted           {}\n"
+        "spilled          {} bytes\n"
+        "blocks read      {}\n"
+        "blocks written   {}\n"
+        "filter           {}\n",
+        stats.blockCount, stats.blockBytes, stats.recordsPerBlock, stats.frameCount,
+        stats.fitted ? "yes" : "no", stats.spilledBytes, stats.blocksRead, stats.blocksWritten,
+        stats.systemCallsFiltered ? "on" : "off");
+    for (const auto& [name, cost] : stagesOf(stats)) {
+        text += fmt::format("{:<16} {:.3f} s, CPU {:.3f} s\n", name, cost.elapsedSeconds,
+                            cost.cpuSeconds);
+    }
+    return text + fmt::format(
+                      "process memory   {} bytes at its peak\n"
+                      "command memory   {} bytes at its peak\n",
+                      stats.processPeakBytes, stats.ownPeakBytes);
+}
+
+std::string statsAsJson(const SortStats& stats) {
+    nlohmann::ordered_json json = {
+        {"read_count", stats.readCount},
+        {"record_count", stats.recordCount},
+        {"record_length", stats.recordLength},
+        {"result_count", stats.resultCount},
+        {"written_count", stats.writtenCount},
+        {"skipped_count", stats.skippedCount},
+        {"duplicate_count", stats.duplicateCount},
+        {"group_count", stats.groupCount},
+        {"records_per_block", stats.recordsPerBlock},
+        {"block_bytes", stats.blockBytes},
+        {"block_count", stats.blockCount},
+        {"frame_count", stats.frameCount},
+        {"fitted", stats.fitted},
+        {"spilled_bytes", stats.spilledBytes},
+        {"blocks_read", stats.blocksRead},
+        {"blocks_written", stats.blocksWritten},
+        {"system_calls_filtered", stats.systemCallsFiltered},
+    };
+    for (const auto& [name, cost] : stagesOf(stats)) {
+        json[fmt::format("{}_seconds", name)] = cost.elapsedSeconds;
+        json[fmt::format("{}_cpu_seconds", name)] = cost.cpuSeconds;
+    }
+    json["process_peak_bytes"] = stats.processPeakBytes;
+    json["command_peak_bytes"] = stats.ownPeakBytes;
+    return json.dump() + "\n";
+}
+
+}  // namespace tvsort::tools
