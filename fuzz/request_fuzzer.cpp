@@ -63,12 +63,13 @@ const CollationTable* smallCollation() {
 // thousand million records, in a file that holds none of them. The server does not wait either.
 bool asksForTooMuch(const Bytes& message) {
     constexpr std::int32_t kRecordsServed = 20000;
-    constexpr std::int64_t kBlocksServed = 1 << 16;
+    constexpr std::int64_t kPagesServed = 1 << 13;
     if (message.size() < sizeof(SortRequest)) return false;
     const auto request = loadAs<SortRequest>(message.data());
-    return request.recordCount > kRecordsServed && request.recordsPerBlock > 0 &&
-           (request.fileBlocks > kBlocksServed ||
-            request.recordCount <= std::int64_t{request.fileBlocks} * request.recordsPerBlock);
+    if (request.recordsPerBlock == 0) return false;
+    const std::int64_t blocks = std::int64_t{request.recordCount} / request.recordsPerBlock + 1;
+    return request.fileBlocks >= blocks - 1 &&
+           (request.recordCount > kRecordsServed || blocks * request.blockPages > kPagesServed);
 }
 
 }  // namespace
