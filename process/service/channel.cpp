@@ -168,11 +168,14 @@ bool receiveMessage(SortJob& job) {
     }
     readFully(job, received + kLengthWordBytes, length - kLengthWordBytes);
     memcpy(job.message, received, std::min<std::size_t>(length, kMessageBufferBytes));
-    // A message shorter than a reply leaves what the buffer held behind it.
+    // A message shorter than a reply leaves what the buffer held behind it. The rest is taken from
+    // the private copy: in the buffer another writer could have put a shutdown.
     job.reply = loadAs<SortReply>(job.message);
+    memcpy(&job.reply, received, std::min<std::size_t>(length, sizeof job.reply));
 
     char name[kDirectoryNameBytes];
-    memcpy(name, job.message + offsetof(SortRequest, workDirName), sizeof name);
+    memcpy(name, reinterpret_cast<const Byte*>(&job.reply) + offsetof(SortRequest, workDirName),
+           sizeof name);
     if (memcmp(name, kShutdownName, kDirectoryNameBytes) == 0) stopProcess(job);
     if (job.workFileOpen == 0) {
         openWorkFile(job, name);

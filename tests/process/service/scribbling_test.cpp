@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
+#include <thread>
 
 #include "process/collation/collation_table.h"
 #include "process/service/request_loop.h"
@@ -179,6 +181,29 @@ TEST_P(Scribbling, EveryRequestIsAnswered) {
 
 INSTANTIATE_TEST_SUITE_P(OfWays, Scribbling, testing::ValuesIn(kWays),
                          [](const auto& way) { return way.param.name; });
+
+// A message is as it was sent, whatever the buffer says: a shutdown that nobody sent ends nothing.
+TEST(ScribblingMessage, NoOtherWriterEndsTheProcess) {
+    std::atexit(failUnlessItMayEnd);
+    mayEnd = false;
+    ServedJob served;
+    std::atomic<bool> ended = false;
+    std::thread writer([&] {
+        Byte* const name = served.job().message + offsetof(SortRequest, workDirName);
+        while (!ended)
+            __atomic_store_n(reinterpret_cast<std::uint32_t*>(name), 0x54554853U, __ATOMIC_RELAXED);
+    });
+    Request request = served.lay({}, {1, 1, 8});
+    request.keys = {ascendingKey(DataType::kInteger, 0, 4)};
+    Bytes message = request.bytes();
+    message.resize(kMessageBufferBytes);  // copying it takes a while
+    storeAs(message.data(), static_cast<std::uint32_t>(message.size()));
+    for (int i = 0; i < 50000; ++i)
+        EXPECT_EQ(served.ask(message).errorCode(), ErrorCode::kSuccess);
+    ended = true;
+    writer.join();
+    mayEnd = true;
+}
 
 }  // namespace
 }  // namespace tvsort::test
