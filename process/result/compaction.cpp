@@ -57,12 +57,12 @@ void copyRecord(SortJob& job, const HeldRecord& source, std::int32_t targetNumbe
 
 Survivors compactThroughPool(SortJob& job) {
     std::int32_t kept = 0;
-    for (std::int32_t n = 1; n <= job.recordCount; ++n) {
-        const HeldRecord source = locateRecord(job, n);
+    for (std::int32_t before = 0; before < job.recordCount; ++before) {
+        const HeldRecord source = locateRecord(job, before + 1);
         if (failed(job)) break;
         if (flagAt(job, source.offset) == 0) continue;
         kept += 1;
-        if (n > kept) copyRecord(job, source, kept);
+        if (before >= kept) copyRecord(job, source, kept);
     }
     return survivorsOf(job, kept);
 }

@@ -89,8 +89,8 @@ void evaluateGroup(SortJob& job, std::int32_t first, std::int32_t last,
     const std::int32_t firstOperands = table.entries[0].count;
     if (survivors.begin == 0 && survivors.end == firstOperands) return;
     std::int32_t index = 0;
-    for (std::int32_t n = first; n <= last && index < firstOperands; ++n) {
-        const HeldRecord record = locateRecord(job, n);
+    for (std::int32_t n = 0; n <= last - first && index < firstOperands; ++n) {
+        const HeldRecord record = locateRecord(job, first + n);
         if (failed(job)) return;
         Byte& flag = flagOf(job, record);
         if (flag != kFirstOperand) continue;
@@ -119,21 +119,21 @@ bool joinsGroup(SortJob& job, std::int32_t first, std::int32_t n, TagCountTable&
     return true;
 }
 
-// The group that begins at record `first`, which has tag 1. Answers the record behind it.
+// The group that begins at record `first`, which has tag 1. Answers its last record.
 std::int32_t filterGroup(SortJob& job, std::int32_t first) {
     TagCountTable table;
     table.begin();
-    std::int32_t n = first + 1;
-    while (n <= job.recordCount && joinsGroup(job, first, n, table))
-        n += 1;
-    if (!failed(job)) evaluateGroup(job, first, n - 1, table);
-    return n;
+    std::int32_t last = first;
+    while (last < job.recordCount && joinsGroup(job, first, last + 1, table))
+        last += 1;
+    if (!failed(job)) evaluateGroup(job, first, last, table);
+    return last;
 }
 
 // Whatever carries another tag still belongs to no group's survivors.
 void dropOtherOperands(SortJob& job) {
-    for (std::int32_t n = 1; n <= job.recordCount; ++n) {
-        const HeldRecord record = locateRecord(job, n);
+    for (std::int32_t n = 0; n < job.recordCount; ++n) {
+        const HeldRecord record = locateRecord(job, n + 1);
         if (failed(job)) return;
         Byte& flag = flagOf(job, record);
         if (flag == kSurvives) continue;
@@ -145,11 +145,12 @@ void dropOtherOperands(SortJob& job) {
 }  // namespace
 
 void applySetOperation(SortJob& job) {
-    std::int32_t n = 1;
-    while (n <= job.recordCount) {
-        const HeldRecord record = locateRecord(job, n);
+    // Counts the records done: the one behind the last may have no number.
+    std::int32_t done = 0;
+    while (done < job.recordCount) {
+        const HeldRecord record = locateRecord(job, done + 1);
         if (failed(job)) return;
-        n = flagOf(job, record) == kFirstOperand ? filterGroup(job, n) : n + 1;
+        done = flagOf(job, record) == kFirstOperand ? filterGroup(job, done + 1) : done + 1;
         if (failed(job)) return;
     }
     dropOtherOperands(job);
