@@ -63,7 +63,7 @@ struct SortJob {
     std::int32_t socketFd;  // the connected socket
     std::int32_t workFd;    // the work file
     std::uint16_t workFileOpen;
-    std::size_t unwatchedBytes;  // moved since the last look at the server (storage/server_watch.h)
+    std::size_t unwatchedBytes;  // moved or compared since the last look (storage/server_watch.h)
     Byte* shmBase;
     Byte* frameArea;
     Byte* message;                         // request in, reply out

@@ -3,6 +3,7 @@
 #include "process/keys/record_precedes.h"
 #include "process/result/hierarchy_sort.h"
 #include "process/result/record_field.h"
+#include "process/storage/server_watch.h"
 
 namespace tvsort {
 
@@ -29,6 +30,7 @@ bool siblingPrecedes(SortJob& job, std::int32_t leftNumber, std::int32_t rightNu
     pinFrame(job, left.frameIndex);
     const std::uint32_t right = addressRecord(job, rightNumber);
     unpinFrame(job, left.frameIndex);
+    watchServer(job, 2 * std::size_t{job.recordLength});
     return !failed(job) && recordPrecedes(job, left.offset, right);
 }
 

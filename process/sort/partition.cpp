@@ -10,6 +10,7 @@
 #include "process/sort/deciding_key.h"
 #include "process/sort/record_exchange.h"
 #include "process/storage/page_pool.h"
+#include "process/storage/server_watch.h"
 
 namespace tvsort {
 
@@ -185,6 +186,8 @@ void movePast(SortJob& job, Partition& partition) {
 
 void partitionRange(SortJob& job, HeldRange& held) {
     assert(poolIsSane(job) && pinsAreFew(job));
+    const auto distance = static_cast<std::size_t>(held.high.recordNumber - held.low.recordNumber);
+    watchServer(job, distance * job.recordLength);
     Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), {}, 0, 0};
     if (!copyPivot(job, partition)) return;
     held.i = held.low;

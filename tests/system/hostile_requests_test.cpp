@@ -164,6 +164,32 @@ TEST(HostileServer, HangingUpDuringALongRequestEndsTheProcess) {
     }
 }
 
+// In memory too: siblings that floats tell apart, and behind those values that complain, have all
+// to be compared with one another.
+TEST(HostileServer, HangingUpDuringALongRequestInMemoryEndsTheProcess) {
+    constexpr std::int32_t kRecords = 200000;
+    std::vector<Byte> records(std::size_t{kRecords} * 26, 0);
+    for (std::int32_t n = 0; n < kRecords; ++n) {
+        Byte* const record = records.data() + std::size_t{26} * static_cast<std::size_t>(n);
+        storeAs(record + 12, std::int32_t{1});
+        storeAs(record + 16, static_cast<double>(n + 1));
+        storeAs(record + 24, std::int16_t{99});
+    }
+    SortServer server(optionsFor(2000, 8), Processes::kLeave);
+    SortSlot& slot = server.slot(1);
+    slot.start();
+    const Geometry geometry = chooseGeometry(26, 1);
+    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    RequestBuilder request;
+    request.addKey(KeyDescriptor{})
+        .addKey(ascendingKey(DataType::kFloat, 16, 8))
+        .addKey(ascendingKey(DataType::kString, 24, 2))
+        .setMode(SortMode::kHierarchy);
+    slot.connection().send(request.build(geometry, loaded.extent), kSoon);
+    slot.connection().close();
+    expectEnd(slot, " TVSORT -- send msg error : 32\n");
+}
+
 // A server in a process of its own: asks for a long sort, tells who sorts, and is killed.
 [[noreturn]] void serveAndDie(const std::filesystem::path& directory, int toParent) {
     ServerOptions options = optionsFor(5, 1);
