@@ -2,8 +2,8 @@
 
 #pragma once
 
-#include "protocol/bytes.h"
 #include "process/job/key_rule.h"
+#include "protocol/bytes.h"
 
 namespace tvsort {
 

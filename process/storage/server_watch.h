@@ -21,8 +21,8 @@ inline constexpr std::size_t kUnwatchedBytesMax = std::size_t{1} << 20;
 // with status 0.
 [[noreturn]] void endWithoutReply(SortJob& job, int systemError);
 
-// To be called before `byteCount` bytes of the work file are moved, or of records compared. Ends the
-// process as a reply that cannot be sent does, where the server has hung up.
+// To be called before `byteCount` bytes of the work file are moved, or of records compared. Ends
+// the process as a reply that cannot be sent does, where the server has hung up.
 void watchServer(SortJob& job, std::size_t byteCount);
 
 }  // namespace tvsort
