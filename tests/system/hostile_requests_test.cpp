@@ -168,18 +168,21 @@ TEST(HostileServer, HangingUpDuringALongRequestEndsTheProcess) {
 // to be compared with one another.
 TEST(HostileServer, HangingUpDuringALongRequestInMemoryEndsTheProcess) {
     constexpr std::int32_t kRecords = 200000;
-    std::vector<Byte> records(std::size_t{kRecords} * 26, 0);
-    for (std::int32_t n = 0; n < kRecords; ++n) {
-        Byte* const record = records.data() + std::size_t{26} * static_cast<std::size_t>(n);
-        storeAs(record + 12, std::int32_t{1});
-        storeAs(record + 16, static_cast<double>(n + 1));
-        storeAs(record + 24, std::int16_t{99});
-    }
+    constexpr std::uint16_t kLength = 26;
+    const auto source = [n = 0](Byte* target, std::size_t recordsMax) mutable {
+        std::size_t count = 0;
+        for (; count < recordsMax && n < kRecords; ++count, target += kLength) {
+            storeAs(target + 12, std::int32_t{1});
+            storeAs(target + 16, static_cast<double>(++n));
+            storeAs(target + 24, std::int16_t{99});
+        }
+        return count;
+    };
     SortServer server(optionsFor(2000, 8), Processes::kLeave);
     SortSlot& slot = server.slot(1);
     slot.start();
-    const Geometry geometry = chooseGeometry(26, 1);
-    const LoadedData loaded = slot.load(geometry, sourceOf(records));
+    const Geometry geometry = chooseGeometry(kLength, 1);
+    const LoadedData loaded = slot.load(geometry, source);
     RequestBuilder request;
     request.addKey(KeyDescriptor{})
         .addKey(ascendingKey(DataType::kFloat, 16, 8))
