@@ -18,7 +18,7 @@
 #include "tools/options/record_options.h"
 #include "tools/options/row_errors.h"
 #include "tools/run/memory_plan.h"
-#include "tools/run/shaped_sort.h"
+#include "tools/modes/shaped_sort.h"
 #include "tools/run/stage_clock.h"
 
 namespace tvsort::tools {

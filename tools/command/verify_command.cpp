@@ -10,13 +10,13 @@
 #include "host/host_error.h"
 #include "host/record_order.h"
 #include "tools/command/subcommands.h"
-#include "tools/files/checksum.h"
+#include "tools/command/checksum.h"
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
 #include "tools/formats/lines/line_input.h"
 #include "tools/formats/lines/value_line.h"
-#include "tools/formats/records/record_input.h"
+#include "tools/formats/records/fixed_records.h"
 
 namespace tvsort::tools {
 

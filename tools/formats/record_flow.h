@@ -2,7 +2,7 @@
 //
 // What all kinds of input, fixed-length records, text lines and CSV rows, have in common: how long
 // a record is, how it is ordered, where records come from and where they go. What is made of them
-// (tools/run/shaped_sort.h) needs to know no more.
+// (tools/modes/shaped_sort.h) needs to know no more.
 
 #pragma once
 
@@ -18,7 +18,7 @@
 #include "tools/formats/record_field.h"
 #include "tools/formats/record_output.h"
 #include "tools/modes/operand_input.h"
-#include "tools/modes/outline_level.h"
+#include "tools/formats/outline_level.h"
 #include "tools/options/mode_options.h"
 #include "tools/options/record_options.h"
 

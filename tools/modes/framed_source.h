@@ -8,7 +8,7 @@
 #include "protocol/bytes.h"
 #include "tools/modes/framed_record.h"
 #include "tools/modes/operand_input.h"
-#include "tools/modes/outline_level.h"
+#include "tools/formats/outline_level.h"
 
 namespace tvsort::tools {
 

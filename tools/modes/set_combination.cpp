@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "tools/files/spool_file.h"
-#include "tools/formats/records/record_input.h"
+#include "tools/formats/records/fixed_records.h"
 #include "tools/modes/framed_source.h"
 
 namespace tvsort::tools {

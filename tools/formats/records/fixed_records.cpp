@@ -1,4 +1,4 @@
-#include "tools/formats/records/record_input.h"
+#include "tools/formats/records/fixed_records.h"
 
 #include <fmt/format.h>
 

@@ -10,7 +10,7 @@
 #include "tools/files/spool.h"
 #include "tools/formats/lines/line_input.h"
 #include "tools/formats/lines/line_record.h"
-#include "tools/formats/records/record_input.h"
+#include "tools/formats/records/fixed_records.h"
 
 namespace tvsort::tools {
 

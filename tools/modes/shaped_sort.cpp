@@ -1,4 +1,4 @@
-#include "tools/run/shaped_sort.h"
+#include "tools/modes/shaped_sort.h"
 
 #include <fmt/format.h>
 
