@@ -9,7 +9,6 @@
 #include "protocol/messages.h"
 #include "tools/files/interrupt.h"
 #include "tools/modes/framed_record.h"
-#include "tools/run/stage_clock.h"
 
 namespace tvsort::tools {
 
