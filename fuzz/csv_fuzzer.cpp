@@ -54,15 +54,15 @@ void checkQuoted(const std::vector<CsvField>& fields, char delimiter) {
         row += quoted(field.text);
     }
     CsvRowParser parser(delimiter);
-    auto progress = CsvRowParser::Progress::kGoesOn;
+    auto outcome = CsvRowParser::Outcome::kGoesOn;
     row += "\n";
     for (std::size_t begin = 0; begin < row.size();) {
         const std::size_t end = row.find('\n', begin) + 1;
-        require(progress == CsvRowParser::Progress::kGoesOn);
-        progress = parser.take(std::string_view(row).substr(begin, end - begin));
+        require(outcome == CsvRowParser::Outcome::kGoesOn);
+        outcome = parser.take(std::string_view(row).substr(begin, end - begin));
         begin = end;
     }
-    require(progress == CsvRowParser::Progress::kWhole);
+    require(outcome == CsvRowParser::Outcome::kWhole);
     require(parser.fields().size() == fields.size());
     for (std::size_t i = 0; i < fields.size(); ++i) {
         require(parser.fields()[i].text == fields[i].text && !parser.fields()[i].isNull);
@@ -74,7 +74,7 @@ void checkPlain(const CsvRow& row, const std::vector<CsvField>& fields, char del
     if (row.bytes.find('"') != std::string_view::npos) return;
     const std::string longer = "\"\"" + std::string(1, delimiter) + std::string(row.bytes);
     CsvRowParser parser(delimiter);
-    require(parser.take(longer) == CsvRowParser::Progress::kWhole);
+    require(parser.take(longer) == CsvRowParser::Outcome::kWhole);
     require(parser.fields().size() == fields.size() + 1);
     for (std::size_t i = 0; i < fields.size(); ++i) {
         const CsvField& field = parser.fields()[i + 1];
@@ -109,8 +109,8 @@ void checkRecord(const CsvRow& row, const std::vector<CsvField>& fields, CsvReco
     if (record.carriesRows()) {
         require(record.rowOf(bytes.data()) == row.bytes);
     } else {
-        require(record.placeOf(bytes.data()).offset == 0x123456789a);
-        require(record.placeOf(bytes.data()).byteCount == row.bytes.size());
+        require(record.rowPlaceOf(bytes.data()).offset == 0x123456789a);
+        require(record.rowPlaceOf(bytes.data()).byteCount == row.bytes.size());
     }
 }
 

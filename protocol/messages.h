@@ -148,5 +148,7 @@ enum class SortMode : std::uint8_t {
 
 // Byte of every record that carries its fate or its operand (process/result/compaction.h).
 inline constexpr std::size_t kRecordFlagOffset = 4;
+// Set in that byte of the last record of a group, of all groups but the last one.
+inline constexpr std::uint8_t kGroupEndBit = 2;
 
 }  // namespace tvsort

@@ -5,12 +5,6 @@
 
 namespace tvsort {
 
-namespace {
-
-constexpr Byte kGroupEnd = 2;
-
-}  // namespace
-
 void markDuplicates(SortJob& job, std::int32_t reference, std::int32_t start, std::int32_t last) {
     std::uint32_t referencePlace = placeInFrames(job, reference);
     for (std::int32_t n = start; n <= last; ++n) {
@@ -24,7 +18,7 @@ void markDuplicates(SortJob& job, std::int32_t reference, std::int32_t start, st
         referencePlace = place;
         if (job.sortMode == SortMode::kGroups && difference == Difference::kNewGroup) {
             job.groupCount += 1;
-            recordAt(job, placeInFrames(job, n - 1))[kRecordFlagOffset] |= kGroupEnd;
+            recordAt(job, placeInFrames(job, n - 1))[kRecordFlagOffset] |= kGroupEndBit;
         }
     }
 }

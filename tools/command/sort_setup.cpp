@@ -7,10 +7,11 @@
 
 #include "host/host_error.h"
 #include "host/private_directory.h"
-#include "tools/files/spool.h"
+#include "tools/files/spool_file.h"
 #include "tools/formats/csv/csv_flow.h"
+#include "tools/formats/lines/line_flow.h"
 #include "tools/formats/lines/value_line.h"
-#include "tools/formats/record_flow.h"
+#include "tools/formats/records/fixed_records.h"
 #include "tools/run/sampling.h"
 
 namespace tvsort::tools {

@@ -14,12 +14,11 @@
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
+#include "tools/modes/shaped_sort.h"
 #include "tools/options/mode_options.h"
 #include "tools/options/record_options.h"
 #include "tools/options/row_errors.h"
 #include "tools/run/memory_plan.h"
-#include "tools/run/shaped_sort.h"
-#include "tools/run/stage_clock.h"
 
 namespace tvsort::tools {
 

@@ -9,14 +9,14 @@
 
 #include "host/host_error.h"
 #include "host/record_order.h"
+#include "tools/command/checksum.h"
 #include "tools/command/subcommands.h"
-#include "tools/files/checksum.h"
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
 #include "tools/formats/lines/line_input.h"
 #include "tools/formats/lines/value_line.h"
-#include "tools/formats/records/record_input.h"
+#include "tools/formats/records/fixed_records.h"
 
 namespace tvsort::tools {
 
@@ -83,7 +83,7 @@ void verifyValueLines(InputFile& input, const std::string& as, Verifier& verifie
 void verifyRecords(InputFile& input, const RecordOptions& options, Verifier& verifier) {
     const std::size_t recordLength = options.recordLength.value();
     const host::RecordOrder order(requestFor(options));
-    RecordInput records(input, *options.recordLength);
+    FixedRecordSource records(input, *options.recordLength);
     const std::size_t recordsMax = std::max<std::size_t>(kPieceBytes / recordLength, 1);
     // The record before the piece stands in front of it.
     std::vector<Byte> piece((recordsMax + 1) * recordLength);

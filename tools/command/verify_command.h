@@ -5,7 +5,7 @@
 //
 //     in order  yes
 //     records   1000
-//     checksum  2a9f...   the same for every order of the same records (tools/files/checksum.h)
+//     checksum  2a9f...   the same for every order of the same records (tools/command/checksum.h)
 
 #pragma once
 

@@ -138,7 +138,6 @@ void OutputFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
                 "cannot write the output " + displayName_, error,
                 error == EPIPE ? "its reader has gone" : "make room there or choose another place");
         }
-        writtenBytes_ += moved;
         bytes += moved;
         byteCount -= static_cast<std::size_t>(moved);
     }

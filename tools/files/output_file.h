@@ -10,9 +10,7 @@
 
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/file_descriptor.h"
@@ -34,9 +32,6 @@ class OutputFile {
     // Writes what is left in the buffer and gives the file its name.
     void finish();
 
-    const std::string& displayName() const { return displayName_; }
-    std::int64_t writtenBytes() const { return writtenBytes_; }
-
   private:
     // In the folder, with rights for its owner only.
     void createNameless();
@@ -53,7 +48,6 @@ class OutputFile {
     std::string finalName_;   // in the folder; empty where there is nothing to rename
     std::string hiddenName_;  // empty before it has one and once it is final
     std::vector<Byte> buffer_;
-    std::int64_t writtenBytes_ = 0;
 };
 
 }  // namespace tvsort::tools

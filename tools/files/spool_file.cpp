@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 
 #include "host/host_error.h"
 
@@ -61,6 +62,16 @@ InputFile SpoolFile::takeAsInput(const std::string& displayName) {
     InputFile input(std::move(file_), displayName);
     input.rewind();
     return input;
+}
+
+InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirectory) {
+    if (input.fileBytes().has_value()) return input;
+    SpoolFile copy(tempDirectory);
+    std::vector<Byte> piece(kBufferBytes);
+    while (const std::size_t read = input.read(piece.data(), piece.size())) {
+        copy.write(piece.data(), read);
+    }
+    return copy.takeAsInput(input.displayName());
 }
 
 }  // namespace tvsort::tools

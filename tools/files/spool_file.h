@@ -1,4 +1,5 @@
-// Bytes that are kept for a while in a file without a name: written first, then read.
+// Bytes that are kept for a while in a file without a name: written first, then read. So an input
+// that cannot be read twice, a pipe, can be.
 
 #pragma once
 
@@ -28,5 +29,8 @@ class SpoolFile {
     host::FileDescriptor file_;
     std::vector<Byte> buffer_;
 };
+
+// The input itself where it is a regular file, else a copy of it under the same display name.
+InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirectory);
 
 }  // namespace tvsort::tools

@@ -7,25 +7,20 @@
 namespace tvsort::tools {
 
 std::optional<EqualRecords> findEqualRecords(const FramedRecord& frame, Nulls nulls,
-                                             const host::RecordSource& source,
-                                             const SortOnce& sortOnce) {
+                                             OperandInput& input, const SortOnce& sortOnce) {
     host::RequestBuilder request = frame.request();
     request.setMode(SortMode::kGroups);
     std::optional<EqualRecords> found;
     std::optional<std::int32_t> previousNumber;  // of a record in the same group
-    std::int64_t loaded = 0;
-    const host::RecordSource counted = [&](Byte* target, std::size_t recordsMax) {
-        const std::size_t records = source(target, recordsMax);
-        loaded += static_cast<std::int64_t>(records);
-        return records;
-    };
-    sortOnce(request, counted, [&](const Byte* records, std::size_t recordCount) {
+    std::int64_t nextNumber = 1;
+    const host::RecordSource source = numberedSource(input, frame, kFirstOperand, nextNumber);
+    sortOnce(request, source, [&](const Byte* records, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount && !found.has_value(); ++i) {
             const Byte* const framed = records + i * frame.recordLength();
             const std::int32_t number = frame.numberOf(framed);
-            if (number < 1 || number > loaded) {
+            if (number < 1 || number >= nextNumber) {
                 throw host::brokenResult("gave back record " + std::to_string(number) + " of " +
-                                         std::to_string(loaded));
+                                         std::to_string(nextNumber - 1));
             }
             const bool counts = nulls == Nulls::kEqual || !frame.hasNull(framed);
             if (previousNumber.has_value() && counts) found = {*previousNumber, number};

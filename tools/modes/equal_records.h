@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "host/data_set.h"
 #include "tools/modes/framed_record.h"
+#include "tools/modes/operand_input.h"
 #include "tools/run/sort_once.h"
 
 namespace tvsort::tools {
@@ -19,10 +19,9 @@ struct EqualRecords {
     std::int32_t secondNumber;
 };
 
-// Has the source's numbered records grouped and answers the numbers of the first two of the first
-// group that has two.
+// Has the input's records numbered and grouped and answers the numbers of the first two of the
+// first group that has two.
 std::optional<EqualRecords> findEqualRecords(const FramedRecord& frame, Nulls nulls,
-                                             const host::RecordSource& source,
-                                             const SortOnce& sortOnce);
+                                             OperandInput& input, const SortOnce& sortOnce);
 
 }  // namespace tvsort::tools

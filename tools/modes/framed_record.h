@@ -31,10 +31,13 @@
 #include <string>
 #include <vector>
 
+#include "host/data_set.h"
 #include "host/request_builder.h"
 #include "protocol/bytes.h"
 #include "protocol/messages.h"
+#include "tools/formats/outline_level.h"
 #include "tools/formats/record_field.h"
+#include "tools/modes/operand_input.h"
 
 namespace tvsort::tools {
 
@@ -65,17 +68,12 @@ class FramedRecord {
     const Byte* recordOf(const Byte* framed) const { return framed + headerBytes_; }
     std::int32_t numberOf(const Byte* framed) const { return loadI32(framed); }
     Byte flagOf(const Byte* framed) const { return framed[kRecordFlagOffset]; }
-    // Whether the process has marked a numbered record as the last of its group, which it does for
-    // all groups but the last.
+    // Whether the process has marked a numbered record as the last of its group.
     bool endsGroup(const Byte* framed) const { return (flagOf(framed) & kGroupEndBit) != 0; }
-    // Does what the process does.
-    static void markGroupEnd(Byte* framed) { framed[kRecordFlagOffset] |= kGroupEndBit; }
     // Whether a key of the user's is null.
     bool hasNull(const Byte* framed) const;
 
   private:
-    static constexpr Byte kGroupEndBit = 2;
-
     FrameKind kind_;
     // The user's null indicators: in the user's record, and in the framed one.
     std::optional<std::uint16_t> nullsOffset_;
@@ -86,5 +84,20 @@ class FramedRecord {
     std::uint16_t recordLength_;
     host::RequestBuilder request_;
 };
+
+// Flags of numbered records: the operand, where two are combined.
+inline constexpr Byte kFirstOperand = 1;
+inline constexpr Byte kOtherOperand = 2;
+
+// User records on their way to the process, each laid behind its header: the input's records
+// behind numbers from `nextNumber` on, which is advanced, and this flag. All
+// that is passed must outlive the source.
+host::RecordSource numberedSource(OperandInput& input, const FramedRecord& frame, Byte flag,
+                                  std::int64_t& nextNumber);
+
+// The input's records behind their levels. Each operand is a hierarchy of its own; a level that
+// does not fit is thrown as bad use that names the record.
+host::RecordSource levelledSource(OperandInput& input, const FramedRecord& frame,
+                                  const LevelReader& readLevel);
 
 }  // namespace tvsort::tools

@@ -21,6 +21,7 @@
 namespace tvsort::tools {
 
 enum class GroupForm : std::uint8_t { kMark, kCount };
+
 class GroupOutput {
   public:
     // Writes the flow's records to its output.
@@ -35,7 +36,6 @@ class GroupOutput {
 
   private:
     void mark(const Byte* record);
-    void count(const Byte* record);
     void endGroup();
 
     GroupForm groupForm_;

@@ -2,9 +2,10 @@
 
 #include <memory>
 
+#include "tools/files/input_file.h"
 #include "tools/files/spool_file.h"
-#include "tools/formats/records/record_input.h"
-#include "tools/modes/framed_source.h"
+#include "tools/formats/records/fixed_records.h"
+#include "tools/modes/operand_input.h"
 
 namespace tvsort::tools {
 
@@ -22,9 +23,11 @@ SortStats combineTwo(const SetCombination& combination, const SortOnce& sortOnce
     host::RequestBuilder request = frame.request();
     request.setMode(combination.mode);
     std::size_t loaded = 0;
-    const host::RecordSource both = concatenated(first, other);
+    bool firstEnded = false;
     const host::RecordSource source = [&](Byte* target, std::size_t recordsMax) {
-        const std::size_t records = both(target, recordsMax);
+        std::size_t records = firstEnded ? 0 : first(target, recordsMax);
+        firstEnded = records == 0;
+        if (firstEnded) records = other(target, recordsMax);
         loaded += records;
         return records;
     };
@@ -41,20 +44,20 @@ SortStats combineTwo(const SetCombination& combination, const SortOnce& sortOnce
 // An earlier request's result as the first operand of the next: its records keep their headers.
 host::RecordSource framedSource(SpoolFile& spool, std::uint16_t recordLength) {
     const auto file = std::make_shared<InputFile>(spool.takeAsInput("an intermediate result"));
-    return [file, records = RecordInput(*file, recordLength)](Byte* target,
-                                                              std::size_t recordsMax) mutable {
+    return [file, records = FixedRecordSource(*file, recordLength)](
+               Byte* target, std::size_t recordsMax) mutable {
         return records.read(target, recordsMax);
     };
 }
 
 // The operands that each request combines with the first one, or with the result so far.
-std::vector<std::vector<Operand>> othersByRequest(const SetCombination& combination) {
-    const std::vector<Operand> others(combination.operands.begin() + 1, combination.operands.end());
-    if (!isIntersection(combination.mode)) return {others};
-    std::vector<std::vector<Operand>> byRequest;
+std::vector<OperandInput> othersByRequest(const SetCombination& combination) {
+    const std::vector others(combination.operands.begin() + 1, combination.operands.end());
+    if (!isIntersection(combination.mode)) return {OperandInput(others)};
+    std::vector<OperandInput> byRequest;
     byRequest.reserve(others.size());
-    for (const Operand& other : others)
-        byRequest.push_back({other});
+    for (const std::shared_ptr<Operand>& other : others)
+        byRequest.push_back(OperandInput({other}));
     return byRequest;
 }
 
@@ -64,14 +67,13 @@ SortStats combine(const SetCombination& combination, const SortOnce& sortOnce,
                   const TakeFramed& take) {
     const FramedRecord& frame = combination.frame;
     std::int64_t nextNumber = 1;
-    OperandInput firstInput({combination.operands.front()}, "");
+    OperandInput firstInput({combination.operands.front()});
     host::RecordSource first = numberedSource(firstInput, frame, kFirstOperand, nextNumber);
-    const std::vector<std::vector<Operand>> requests = othersByRequest(combination);
+    std::vector<OperandInput> requests = othersByRequest(combination);
     SortStats stats;
     for (std::size_t i = 0; i < requests.size(); ++i) {
-        OperandInput otherInput(requests[i], "");
         const host::RecordSource other =
-            numberedSource(otherInput, frame, kOtherOperand, nextNumber);
+            numberedSource(requests[i], frame, kOtherOperand, nextNumber);
         if (i + 1 == requests.size()) {
             stats.addRequest(combineTwo(combination, sortOnce, first, other, take));
             break;

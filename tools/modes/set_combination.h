@@ -14,11 +14,12 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "host/request_builder.h"
+#include "tools/formats/operand.h"
 #include "tools/modes/framed_record.h"
-#include "tools/modes/operand_input.h"
 #include "tools/run/sort_once.h"
 
 namespace tvsort::tools {
@@ -26,7 +27,7 @@ namespace tvsort::tools {
 struct SetCombination {
     const FramedRecord& frame;  // numbered
     SortMode mode;              // one of the four set operations
-    std::vector<Operand> operands;
+    std::vector<std::shared_ptr<Operand>> operands;
     std::filesystem::path tempDirectory;  // for results that are operands again
 };
 

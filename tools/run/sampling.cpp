@@ -1,6 +1,7 @@
 #include "tools/run/sampling.h"
 
 #include <algorithm>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -27,9 +28,8 @@ host::KeyRanges sampleKeyRanges(const RecordFlow& flow, std::size_t partCount) {
     std::vector<Byte> sample;
     std::vector<Byte> piece(std::max<std::size_t>(kPieceBytes / recordLength, 1) * recordLength);
     std::uint64_t seen = 0;
-    for (const Operand& operand : flow.operands) {
-        while (const std::size_t count =
-                   operand.source(piece.data(), piece.size() / recordLength)) {
+    for (const std::shared_ptr<Operand>& operand : flow.operands) {
+        while (const std::size_t count = operand->read(piece.data(), piece.size() / recordLength)) {
             throwIfInterrupted();
             for (std::size_t i = 0; i < count; ++i) {
                 const Byte* const record = piece.data() + i * recordLength;

@@ -8,8 +8,6 @@
 
 #include "protocol/messages.h"
 #include "tools/files/interrupt.h"
-#include "tools/modes/framed_record.h"
-#include "tools/run/stage_clock.h"
 
 namespace tvsort::tools {
 
@@ -41,12 +39,11 @@ SortStats SlotSort::sort(const host::RequestBuilder& request, const host::Record
     SortStats stats;
     StageClock clock;
     progress_.begin("loading");
-    load([&](Byte* target, std::size_t recordsMax) {
-        throwIfInterrupted();
-        const std::size_t records = source(target, recordsMax);
-        progress_.advance(static_cast<std::int64_t>(records));
-        return records;
-    });
+    if (parts_.size() > 1) {
+        route(source);
+    } else {
+        load(source);
+    }
     stats.load = clock.lap();
 
     progress_.begin("sorting");
@@ -69,9 +66,23 @@ SortStats SlotSort::sort(const host::RequestBuilder& request, const host::Record
     return stats;
 }
 
+std::size_t SlotSort::pull(const host::RecordSource& source, Byte* target, std::size_t recordsMax) {
+    throwIfInterrupted();
+    const std::size_t records = source(target, recordsMax);
+    progress_.advance(static_cast<std::int64_t>(records));
+    return records;
+}
+
 void SlotSort::load(const host::RecordSource& source) {
-    if (parts_.size() > 1) return route(source);
-    parts_[0].loaded = slotOf(0).load(geometry_, source);
+    host::RecordLoader loader = slotOf(0).loader(geometry_);
+    for (;;) {
+        std::size_t recordsMax = 0;
+        Byte* const room = loader.room(recordsMax);
+        const std::size_t records = pull(source, room, recordsMax);
+        if (records == 0) break;
+        loader.took(records);
+    }
+    parts_[0].loaded = loader.finish();
 }
 
 void SlotSort::route(const host::RecordSource& source) {
@@ -81,7 +92,7 @@ void SlotSort::route(const host::RecordSource& source) {
     for (std::size_t i = 0; i < parts_.size(); ++i)
         loaders.push_back(slotOf(i).loader(geometry_));
     std::vector<Byte> piece(std::max<std::size_t>(kPieceBytes / recordLength, 1) * recordLength);
-    while (const std::size_t count = source(piece.data(), piece.size() / recordLength)) {
+    while (const std::size_t count = pull(source, piece.data(), piece.size() / recordLength)) {
         for (std::size_t i = 0; i < count; ++i) {
             const Byte* const record = piece.data() + i * recordLength;
             host::RecordLoader& loader = loaders[ranges_->partOf(record + keysOffset)];
@@ -154,7 +165,7 @@ void SlotSort::readPart(std::size_t partIndex, const host::RecordSink& sink) {
         sink(records, recordCount - (endsHere ? 1 : 0));
         if (endsHere) {
             std::copy_n(records + (recordCount - 1) * last.size(), last.size(), last.begin());
-            FramedRecord::markGroupEnd(last.data());
+            last[kRecordFlagOffset] |= kGroupEndBit;
             sink(last.data(), 1);
         }
         progress_.advance(static_cast<std::int64_t>(recordCount));

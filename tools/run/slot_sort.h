@@ -49,8 +49,11 @@ class SlotSort {
         host::ProcessUsage after;
     };
 
+    // Both lay the source's records into the slots: into the one, or into that of their part.
     void load(const host::RecordSource& source);
     void route(const host::RecordSource& source);
+    // The source's next records.
+    std::size_t pull(const host::RecordSource& source, Byte* target, std::size_t recordsMax);
     void planRequests(const host::RequestBuilder& request);
     void ask();
     void askPart(std::size_t partIndex);

@@ -1,6 +1,7 @@
 #include "tools/run/sort_stats.h"
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
@@ -17,7 +18,37 @@ std::array<std::pair<std::string_view, StageCost>, 4> stagesOf(const SortStats& 
         {{"read", stats.read}, {"load", stats.load}, {"sort", stats.sort}, {"write", stats.write}}};
 }
 
+rusage ownUsage() {
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage;
+}
+
+double secondsOf(const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+}
+
+double ownCpuSeconds() {
+    const rusage usage = ownUsage();
+    return secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
+}
+
 }  // namespace
+
+StageClock::StageClock()
+    : begin_(std::chrono::steady_clock::now()), beginCpuSeconds_(ownCpuSeconds()) {}
+
+StageCost StageClock::lap() {
+    const StageClock now;
+    const std::chrono::duration<double> passed = now.begin_ - begin_;
+    const StageCost cost = {passed.count(), now.beginCpuSeconds_ - beginCpuSeconds_};
+    *this = now;
+    return cost;
+}
+
+std::int64_t ownPeakBytes() {
+    return std::int64_t{ownUsage().ru_maxrss} * 1024;
+}
 
 void SortStats::addRequest(const SortStats& later) {
     const SortStats earlier = *this;

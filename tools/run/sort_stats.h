@@ -1,13 +1,24 @@
-// What a sort did, for people and for machines.
+// What a sort did and what its stages cost, for people and for machines.
 
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
-#include "tools/run/stage_clock.h"
-
 namespace tvsort::tools {
+
+// Of a stage of a command.
+struct StageCost {
+    double elapsedSeconds = 0;
+    double cpuSeconds = 0;  // of this command and of the sort processes
+
+    StageCost& operator+=(const StageCost& other) {
+        elapsedSeconds += other.elapsedSeconds;
+        cpuSeconds += other.cpuSeconds;
+        return *this;
+    }
+};
 
 struct SortStats {
     std::int64_t readCount = 0;       // records that came out of the inputs
@@ -40,6 +51,20 @@ struct SortStats {
     // data set and its result are the later one's.
     void addRequest(const SortStats& later);
 };
+
+class StageClock {
+  public:
+    StageClock();
+    // The cost since the last call, or since the making. Processor time is this command's alone.
+    StageCost lap();
+
+  private:
+    std::chrono::steady_clock::time_point begin_;
+    double beginCpuSeconds_;
+};
+
+// The largest resident size of this command so far, the shared slots that it touched included.
+std::int64_t ownPeakBytes();
 
 std::string statsAsText(const SortStats& stats);
 // One object, one line; the names are the fields' in snake case.

@@ -29,17 +29,21 @@ constexpr std::uint64_t kLongestToAverageMax = 2;
 constexpr std::uint64_t kFetchShare = 4;
 
 // Lays the rows of one input into records, in the second reading.
-class CsvSource {
+class CsvSource : public Operand {
   public:
+    // `inputStart` bytes lie in the inputs before this one.
     CsvSource(InputFile& input, std::shared_ptr<const CsvTable> table, CsvRecord layout,
               std::uint64_t inputStart, RowErrors& errors)
-        : table_(std::move(table)),
+        : Operand(input.displayName(), "line"),
+          input_(input),
+          table_(std::move(table)),
           rows_(input, *table_, &errors),
           layout_(std::move(layout)),
           inputStart_(inputStart),
           errors_(errors) {}
 
-    std::size_t read(Byte* target, std::size_t recordsMax) {
+  private:
+    std::size_t readRecords(Byte* target, std::size_t recordsMax) override {
         std::size_t records = 0;
         while (records < recordsMax && rows_.next(row_)) {
             if (encode(target + records * layout_.recordLength())) records += 1;
@@ -47,10 +51,6 @@ class CsvSource {
         return records;
     }
 
-    // Of the record that was read last.
-    std::int64_t lineNumber() const { return row_.lineNumber; }
-
-  private:
     bool encode(Byte* target) {
         try {
             layout_.encode(rows_.fields(), row_.bytes,
@@ -62,6 +62,18 @@ class CsvSource {
         }
     }
 
+    // Rows have several lines, and some rows are left out: they are read once more.
+    std::int64_t unitNumberOf(std::int64_t recordNumber) override {
+        input_.rewind();
+        RowErrors skipped(kSkipOnError);
+        CsvSource again(input_, table_, layout_, inputStart_, skipped);
+        std::vector<Byte> record(layout_.recordLength());
+        for (std::int64_t i = 0; i < recordNumber; ++i)
+            again.read(record.data(), 1);
+        return again.row_.lineNumber;
+    }
+
+    InputFile& input_;
     std::shared_ptr<const CsvTable> table_;
     CsvTableRows rows_;
     CsvRecord layout_;
@@ -147,18 +159,8 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
     addWeights(options, flow.request);
     std::uint64_t inputStart = 0;
     for (InputFile& input : inputs) {
-        const auto rows = std::make_shared<CsvSource>(input, table, layout, inputStart, errors);
-        const auto lineOf = [&input, table, layout, inputStart](std::int64_t rowNumber) {
-            input.rewind();
-            RowErrors skipped(kSkipOnError);
-            CsvSource again(input, table, layout, inputStart, skipped);
-            std::vector<Byte> record(layout.recordLength());
-            for (std::int64_t i = 0; i < rowNumber; ++i)
-                again.read(record.data(), 1);
-            return again.lineNumber();
-        };
-        flow.operands.push_back(operandOf(rows, input.displayName()));
-        flow.operands.back().lineOf = lineOf;
+        flow.operands.push_back(
+            std::make_shared<CsvSource>(input, table, layout, inputStart, errors));
         inputStart += static_cast<std::uint64_t>(input.fileBytes().value_or(0));
     }
     flow.output =

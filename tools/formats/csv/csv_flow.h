@@ -4,6 +4,17 @@
 //     load   every input again: rows into records (tools/formats/csv/csv_record.h)
 //     write  the header of the first input, then the rows in the order of the result
 //
+// On its way from the file to the slot a row is asked for from the top and comes from the bottom:
+//
+//     SlotSort              room in a block of the slot or the work file     run/slot_sort.h
+//       OperandInput        one input behind the other                       modes/operand_input.h
+//         Operand           counted                                          formats/operand.h
+//           CsvSource       laid into a record, with CsvRecord               csv_flow.cpp
+//             CsvTableRows  neither the header nor malformed                 csv_scan.h
+//               CsvRows     taken apart                                      csv_rows.h
+//
+// Where the operation needs a header, FramedRecord lays it before the record above OperandInput.
+//
 // All inputs must have the same columns. Inputs are read twice, so they must be regular files.
 
 #pragma once

@@ -45,7 +45,7 @@ void CsvOutput::writeRecords(const Byte* records, std::size_t recordCount) {
         if (form_.record.carriesRows()) {
             writeCarried(form_.record.rowOf(record));
         } else {
-            hold(form_.record.placeOf(record));
+            hold(form_.record.rowPlaceOf(record));
         }
     }
 }

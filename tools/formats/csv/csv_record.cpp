@@ -129,7 +129,7 @@ std::string_view CsvRecord::rowOf(const Byte* record) const {
             storedLength(carried, carriedBytesMax_)};
 }
 
-RowPlace CsvRecord::placeOf(const Byte* record) const {
+RowPlace CsvRecord::rowPlaceOf(const Byte* record) const {
     const Byte* const place = record + rowOffset_;
     return {loadAs<std::uint64_t>(place), loadAs<std::uint32_t>(place + sizeof(std::uint64_t))};
 }

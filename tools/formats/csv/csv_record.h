@@ -69,7 +69,7 @@ class CsvRecord {
     // kProtocolBroken.
     std::string_view rowOf(const Byte* record) const;
     // Of one that does not carry it. Whether a row can be there is the caller's to check.
-    RowPlace placeOf(const Byte* record) const;
+    RowPlace rowPlaceOf(const Byte* record) const;
     std::int32_t levelOf(const Byte* record) const { return loadI32(record + levelOffset_); }
 
   private:

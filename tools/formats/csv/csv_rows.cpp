@@ -49,7 +49,7 @@ CsvRowParser::~CsvRowParser() {
     csv_free(&parser_);
 }
 
-CsvRowParser::Progress CsvRowParser::take(std::string_view line) {
+CsvRowParser::Outcome CsvRowParser::take(std::string_view line) {
     const std::string_view content = line.substr(0, line.size() - lineEndBytes(line));
     if (!goesOn_) {
         if (!contains(line, CSV_QUOTE)) return takePlain(content);
@@ -63,7 +63,7 @@ CsvRowParser::Progress CsvRowParser::take(std::string_view line) {
     if (!feed(line.substr(content.size()))) return fail(kStrayQuote);
     goesOn_ = !ended_;
     const bool isLast = content.size() == line.size();
-    if (goesOn_ && !isLast) return Progress::kGoesOn;
+    if (goesOn_ && !isLast) return Outcome::kGoesOn;
     if (goesOn_ && csv_fini(&parser_, onField, onEnd, this) != 0) return fail(kOpenQuote);
     goesOn_ = false;
     fields_.clear();
@@ -71,7 +71,7 @@ CsvRowParser::Progress CsvRowParser::take(std::string_view line) {
         fields_.push_back({std::string_view(content_).substr(piece.begin, piece.end - piece.begin),
                            piece.isNull});
     }
-    return Progress::kWhole;
+    return Outcome::kWhole;
 }
 
 bool CsvRowParser::feed(std::string_view text) {
@@ -81,7 +81,7 @@ bool CsvRowParser::feed(std::string_view text) {
     return false;
 }
 
-CsvRowParser::Progress CsvRowParser::takePlain(std::string_view content) {
+CsvRowParser::Outcome CsvRowParser::takePlain(std::string_view content) {
     if (contains(content, CSV_CR)) return fail(kStrayReturn);
     fields_.clear();
     const char* begin = content.data();
@@ -91,12 +91,12 @@ CsvRowParser::Progress CsvRowParser::takePlain(std::string_view content) {
         const void* const found = left == 0 ? nullptr : std::memchr(begin, delimiter_, left);
         const char* const fieldEnd = found == nullptr ? end : static_cast<const char*>(found);
         fields_.push_back({{begin, static_cast<std::size_t>(fieldEnd - begin)}, begin == fieldEnd});
-        if (found == nullptr) return Progress::kWhole;
+        if (found == nullptr) return Outcome::kWhole;
         begin = fieldEnd + 1;
     }
 }
 
-CsvRowParser::Progress CsvRowParser::fail(const std::string& problem) {
+CsvRowParser::Outcome CsvRowParser::fail(const std::string& problem) {
     problem_ = problem;
     goesOn_ = false;
     // What the row has left in the parser must not reach the next one. In strict mode an open
@@ -104,10 +104,10 @@ CsvRowParser::Progress CsvRowParser::fail(const std::string& problem) {
     csv_set_opts(&parser_, 0);
     csv_fini(&parser_, nullptr, nullptr, nullptr);
     csv_set_opts(&parser_, kParserOptions);
-    return Progress::kMalformed;
+    return Outcome::kMalformed;
 }
 
-CsvRowParser::Progress CsvRowParser::end() {
+CsvRowParser::Outcome CsvRowParser::end() {
     return fail(kOpenQuote);
 }
 
@@ -135,11 +135,11 @@ bool CsvRows::next(CsvRow& row) {
         if (line.empty() && lineCount == 1) return false;
         byteCount += line.size();
         if (lineCount == 1) firstLineBytes = byteCount;
-        const auto progress = byteCount > rowBytesMax_ ? refuseLongRow(lineCount)
-                              : line.empty()           ? parser_.end()
-                                                       : parser_.take(line);
-        if (progress == CsvRowParser::Progress::kGoesOn) continue;
-        if (progress == CsvRowParser::Progress::kWhole) {
+        const auto outcome = byteCount > rowBytesMax_ ? refuseLongRow(lineCount)
+                             : line.empty()           ? parser_.end()
+                                                      : parser_.take(line);
+        if (outcome == CsvRowParser::Outcome::kGoesOn) continue;
+        if (outcome == CsvRowParser::Outcome::kWhole) {
             finishRow(byteCount, lineCount, row);
         } else {
             row.problem = parser_.problem();
@@ -149,7 +149,7 @@ bool CsvRows::next(CsvRow& row) {
     }
 }
 
-CsvRowParser::Progress CsvRows::refuseLongRow(std::int64_t lineCount) {
+CsvRowParser::Outcome CsvRows::refuseLongRow(std::int64_t lineCount) {
     const std::string problem = fmt::format(
         "has more than {} bytes; close its quotes, or give more --memory", rowBytesMax_);
     if (lineCount > 1) return parser_.fail(problem);

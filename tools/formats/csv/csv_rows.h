@@ -48,21 +48,21 @@ class CsvRowParser {
     CsvRowParser(const CsvRowParser&) = delete;
     CsvRowParser& operator=(const CsvRowParser&) = delete;
 
-    enum class Progress : std::uint8_t { kWhole, kGoesOn, kMalformed };
+    enum class Outcome : std::uint8_t { kWhole, kGoesOn, kMalformed };
     // Takes the row's next line with its line end, which only the file's last may lack. The views
     // of the fields are good until the next row and need the line as long.
-    Progress take(std::string_view line);
+    Outcome take(std::string_view line);
     // No line follows a row that goes on.
-    Progress end();
+    Outcome end();
     // Drops a row that goes on.
-    Progress fail(const std::string& problem);
+    Outcome fail(const std::string& problem);
     // Of a whole row.
     const std::vector<CsvField>& fields() const { return fields_; }
     // Of a malformed row.
     const std::string& problem() const { return problem_; }
 
   private:
-    Progress takePlain(std::string_view content);
+    Outcome takePlain(std::string_view content);
     // False where it breaks the rules.
     bool feed(std::string_view text);
     static void onField(void* text, std::size_t byteCount, void* self);
@@ -106,7 +106,7 @@ class CsvRows {
     // The line at `from` bytes behind the row's start, with its line end; empty at the end.
     std::string_view lineAt(std::size_t from);
     void passMark();
-    CsvRowParser::Progress refuseLongRow(std::int64_t lineCount);
+    CsvRowParser::Outcome refuseLongRow(std::int64_t lineCount);
     void finishRow(std::size_t byteCount, std::int64_t lineCount, CsvRow& row);
 
     InputFile& input_;

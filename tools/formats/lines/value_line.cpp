@@ -119,9 +119,13 @@ std::string_view ValueLineRecord::lineOf(const Byte* record) const {
 
 ValueLineSource::ValueLineSource(const ValueLineType& type, const ValueLineRecord& layout,
                                  InputFile& input)
-    : encoder_(type.format), layout_(layout), input_(input), lines_(input) {}
+    : Operand(input.displayName(), "line"),
+      encoder_(type.format),
+      layout_(layout),
+      input_(input),
+      lines_(input) {}
 
-std::size_t ValueLineSource::read(Byte* target, std::size_t recordsMax) {
+std::size_t ValueLineSource::readRecords(Byte* target, std::size_t recordsMax) {
     std::size_t records = 0;
     for (std::string_view line; records < recordsMax && lines_.next(line); ++records) {
         atLine(input_, lines_,
@@ -165,8 +169,7 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
     flow.fields = layout.fields();
     flow.request = layout.request();
     for (InputFile& input : inputs) {
-        const auto lines = std::make_shared<ValueLineSource>(type, layout, input);
-        flow.operands.push_back(operandOf(lines, input.displayName()));
+        flow.operands.push_back(std::make_shared<ValueLineSource>(type, layout, input));
     }
     const auto writeLines = [layout, &output](const Byte* first, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {

@@ -67,16 +67,15 @@ class ValueLineRecord {
     std::uint16_t recordLength_;
 };
 
-class ValueLineSource {
+class ValueLineSource : public Operand {
   public:
-    // Needs the input as long as it reads.
+    // Needs the input as long as it reads. A line that is no value is thrown as bad use when it is
+    // read, with the input's name and the line's number.
     ValueLineSource(const ValueLineType& type, const ValueLineRecord& layout, InputFile& input);
 
-    // Puts up to `recordsMax` records to `target`; answers how many, 0 at the end. A line that is
-    // no value is thrown as bad use, with the input's name and the line's number.
-    std::size_t read(Byte* target, std::size_t recordsMax);
-
   private:
+    std::size_t readRecords(Byte* target, std::size_t recordsMax) override;
+
     host::ValueEncoder encoder_;
     ValueLineRecord layout_;
     InputFile& input_;

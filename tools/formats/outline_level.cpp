@@ -1,4 +1,4 @@
-#include "tools/modes/outline_level.h"
+#include "tools/formats/outline_level.h"
 
 #include <fmt/format.h>
 

@@ -58,7 +58,6 @@ class ShapedSort {
     // With mode and limit.
     host::RequestBuilder framedRequest() const;
     host::RecordSource numberedRecords();
-    std::vector<Operand> countedOperands();
     // Takes the headers off and passes the user's records on.
     host::RecordSink unframed() const;
     void throwIfEqualRecordsAreFound(const SortOnce& sortOnce);
@@ -66,7 +65,6 @@ class ShapedSort {
     Setting setting_;
     Operation operation_;
     RecordFlow flow_;
-    std::int64_t readCount_ = 0;
     OperandInput input_;
     std::optional<FramedRecord> frame_;  // none for a plain sort
     std::int64_t nextNumber_ = 1;

@@ -1,4 +1,4 @@
-#include "tools/run/shaped_sort.h"
+#include "tools/modes/shaped_sort.h"
 
 #include <fmt/format.h>
 
@@ -6,7 +6,6 @@
 
 #include "host/host_error.h"
 #include "tools/modes/equal_records.h"
-#include "tools/modes/framed_source.h"
 #include "tools/modes/group_output.h"
 #include "tools/modes/set_combination.h"
 
@@ -18,17 +17,13 @@ FrameKind frameKindOf(Operation operation) {
     return operation == Operation::kHierarchy ? FrameKind::kLevelled : FrameKind::kNumbered;
 }
 
-const char* unitOf(InputKind kind) {
-    return kind == InputKind::kLines ? "line" : "record";
-}
-
 }  // namespace
 
 ShapedSort::ShapedSort(Setting setting, RecordFlow flow)
     : setting_(std::move(setting)),
       operation_(operationOf(setting_.mode)),
       flow_(std::move(flow)),
-      input_(countedOperands(), unitOf(flow_.kind)) {
+      input_(flow_.operands) {
     if (hasNulls()) checkModeWithNulls(setting_.mode);
     if (operation_ == Operation::kOrder) return;
     frame_.emplace(frameKindOf(operation_), flow_.request, flow_.recordLength, nameOf(operation_));
@@ -47,10 +42,11 @@ SortStats ShapedSort::run(const SortOnce& sortOnce) {
     StageClock clock;
     flow_.output->finish();
     stats.write += clock.lap();
-    stats.readCount = readCount_;
+    stats.readCount = input_.recordCount();
     stats.writtenCount = flow_.output->recordCount();
     if (operation_ != Operation::kGroups) stats.groupCount = 0;
-    if (operation_ == Operation::kDistinct) stats.duplicateCount = readCount_ - stats.writtenCount;
+    if (operation_ == Operation::kDistinct)
+        stats.duplicateCount = stats.readCount - stats.writtenCount;
     return stats;
 }
 
@@ -110,7 +106,7 @@ SortStats ShapedSort::sortGroups(const SortOnce& sortOnce) {
 
 SortStats ShapedSort::combineSets(const SortOnce& sortOnce) {
     const SetCombination combination = {*frame_, sortModeOf(setting_.mode, hasNulls()),
-                                        countedOperands(), setting_.tempDirectory};
+                                        flow_.operands, setting_.tempDirectory};
     return combine(combination, sortOnce,
                    [&](const Byte* framed) { flow_.output->write(frame_->recordOf(framed), 1); });
 }
@@ -147,26 +143,13 @@ host::RecordSink ShapedSort::unframed() const {
     };
 }
 
-std::vector<Operand> ShapedSort::countedOperands() {
-    std::vector<Operand> operands = flow_.operands;
-    for (Operand& operand : operands) {
-        operand.source = [this, source = operand.source](Byte* target, std::size_t recordsMax) {
-            const std::size_t records = source(target, recordsMax);
-            readCount_ += static_cast<std::int64_t>(records);
-            return records;
-        };
-    }
-    return operands;
-}
-
 // The process's code does not say which records are equal, so they are grouped to find out.
 void ShapedSort::throwIfEqualRecordsAreFound(const SortOnce& sortOnce) {
     flow_ = setting_.restartFlow();
-    input_ = OperandInput(flow_.operands, unitOf(flow_.kind));
-    nextNumber_ = 1;
+    input_ = OperandInput(flow_.operands);
     const bool distinct = sortModeOf(setting_.mode, hasNulls()) == SortMode::kUniqueUnlessNull;
-    const auto equal = findEqualRecords(*frame_, distinct ? Nulls::kDistinct : Nulls::kEqual,
-                                        numberedRecords(), sortOnce);
+    const auto equal =
+        findEqualRecords(*frame_, distinct ? Nulls::kDistinct : Nulls::kEqual, input_, sortOnce);
     if (!equal.has_value()) return;
     throw host::HostError(
         host::FailureKind::kAnsweredWithError,

@@ -1,4 +1,4 @@
-#include "tools/files/checksum.h"
+#include "tools/command/checksum.h"
 
 #define XXH_INLINE_ALL
 #include <fmt/format.h>

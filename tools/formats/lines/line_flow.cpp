@@ -1,0 +1,102 @@
+#include "tools/formats/lines/line_flow.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "host/host_error.h"
+#include "tools/formats/lines/line_input.h"
+#include "tools/formats/lines/line_record.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+// Lays lines into records, in the second reading of the input.
+class LineSource : public Operand {
+  public:
+    LineSource(InputFile& input, const LineRecord& layout, std::size_t lineBytesMax)
+        : Operand(input.displayName(), "line"),
+          input_(input),
+          lines_(input),
+          layout_(layout),
+          lineBytesMax_(lineBytesMax) {}
+
+  private:
+    std::size_t readRecords(Byte* target, std::size_t recordsMax) override {
+        std::size_t records = 0;
+        for (std::string_view line; records < recordsMax && lines_.next(line); ++records) {
+            if (line.size() > lineBytesMax_) throw changedWhileRead(input_.displayName());
+            layout_.encode(line, target + records * layout_.recordLength());
+        }
+        return records;
+    }
+
+    InputFile& input_;
+    LineInput lines_;
+    LineRecord layout_;
+    std::size_t lineBytesMax_;
+};
+
+// Of the longest line. Reads the inputs to their ends and back to their starts.
+std::size_t longestLineBytes(std::vector<InputFile>& inputs) {
+    std::size_t longestBytes = 0;
+    for (InputFile& input : inputs) {
+        LineInput lines(input);
+        std::size_t bytes = 0;
+        std::int64_t lineNumber = 0;  // of the longest, the first of several
+        for (std::string_view line; lines.next(line);) {
+            if (line.size() <= bytes) continue;
+            bytes = line.size();
+            lineNumber = lines.lineNumber();
+        }
+        input.rewind();
+        if (bytes > kLineBytesMax) {
+            throw host::badUse(fmt::format(
+                "line {} of {} has {} bytes, and a line can have {} at most; shorten it or leave "
+                "it out",
+                lineNumber, input.displayName(), bytes, kLineBytesMax));
+        }
+        longestBytes = std::max(longestBytes, bytes);
+    }
+    return longestBytes;
+}
+
+// A line whose indentation fills the first part of its record is too deep anyway.
+LevelReader indentationReader(const std::string& indent) {
+    return [indentation = Indentation(indent)](const Byte* record) {
+        return indentation.levelOf(LineRecord::firstPart(record));
+    };
+}
+
+}  // namespace
+
+RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
+                       OutputFile& output) {
+    const std::size_t lineBytesMax = longestLineBytes(inputs);
+    const LineRecord layout(lineBytesMax);
+    RecordFlow flow;
+    flow.kind = InputKind::kLines;
+    flow.recordLength = layout.recordLength();
+    flow.fields = layout.fields();
+    flow.request = layout.request();
+    for (InputFile& input : inputs) {
+        flow.operands.push_back(std::make_shared<LineSource>(input, layout, lineBytesMax));
+    }
+    // Room for the newline too.
+    const auto line = std::make_shared<std::vector<Byte>>(lineBytesMax + 1);
+    const auto writeLines = [layout, line, &output](const Byte* first, std::size_t recordCount) {
+        for (std::size_t i = 0; i < recordCount; ++i) {
+            const std::size_t length =
+                layout.decode(first + i * layout.recordLength(), line->data());
+            (*line)[length] = '\n';
+            output.write(line->data(), length + 1);
+        }
+    };
+    flow.output = std::make_shared<PlainOutput>(writeLines, output);
+    if (mode.hierarchy) flow.readLevel = indentationReader(mode.indent);
+    return flow;
+}
+
+}  // namespace tvsort::tools
