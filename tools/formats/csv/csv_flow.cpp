@@ -12,7 +12,7 @@
 #include "tools/formats/csv/csv_output.h"
 #include "tools/formats/csv/csv_record.h"
 #include "tools/formats/csv/csv_scan.h"
-#include "tools/options/csv_key.h"
+#include "tools/options/key_text.h"
 
 namespace tvsort::tools {
 

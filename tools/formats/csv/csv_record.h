@@ -1,6 +1,6 @@
 // A CSV row as a fixed-length record.
 //
-//      0         the key fields, one behind the other (tools/options/column_type.h)
+//      0         the key fields, one behind the other (tools/formats/csv/column_field.h)
 //      +         u8[]   null indicators, one per key
 //      +         i32    level in a hierarchy, where one is asked for
 //      +         the row, in one of two forms:
@@ -24,7 +24,7 @@
 #include "protocol/bytes.h"
 #include "tools/formats/csv/csv_rows.h"
 #include "tools/formats/record_field.h"
-#include "tools/options/column_type.h"
+#include "tools/formats/csv/column_field.h"
 
 namespace tvsort::tools {
 

@@ -8,7 +8,7 @@
 //     "a:b":text:40         a name with a colon stands in quotes; room for 40 bytes
 //     3:int                 the third column of a file without a header
 //
-// The names of types stand in tools/options/column_type.h.
+// The names of types stand in tools/formats/csv/column_field.h.
 
 #pragma once
 
@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/options/column_type.h"
+#include "tools/formats/csv/column_field.h"
 
 namespace tvsort::tools {
 

@@ -1,4 +1,4 @@
-#include "tools/options/csv_key.h"
+#include "tools/options/key_text.h"
 
 #include <fmt/format.h>
 

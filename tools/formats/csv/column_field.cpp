@@ -1,4 +1,4 @@
-#include "tools/options/column_type.h"
+#include "tools/formats/csv/column_field.h"
 
 #include <fmt/format.h>
 
