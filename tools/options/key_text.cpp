@@ -1,41 +1,39 @@
 #include "tools/options/key_text.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "host/host_error.h"
-#include "tools/options/key_option.h"
 
 namespace tvsort::tools {
 
 namespace {
 
-[[noreturn]] void badKey(const std::string& text, const std::string& reason) {
-    throw host::badUse(
-        fmt::format("--key {}: {}; write COLUMN[:TYPE[:LENGTH]][:desc][:nulls-first|:nulls-last]",
-                    text, reason));
-}
+using host::ValuePlace;
 
-// The parts between colons; the first may stand in quotes.
-std::vector<std::string> partsOf(const std::string& text) {
-    std::vector<std::string> parts(1);
-    std::size_t next = 0;
-    if (text.starts_with('"')) {
-        const std::size_t close = text.find('"', 1);
-        if (close == std::string::npos) badKey(text, "the quote is not closed");
-        parts[0] = text.substr(1, close - 1);
-        next = close + 1;
-    }
-    for (; next < text.size(); ++next) {
-        if (text[next] == ':') {
-            parts.emplace_back();
-        } else {
-            parts.back() += text[next];
-        }
-    }
-    return parts;
+struct OrderWord {
+    const char* name;
+    std::uint8_t replacedBits;
+    std::uint8_t bits;
+};
+
+constexpr OrderWord kOrderWords[] = {
+    {"asc", kKeyKindMask, static_cast<std::uint8_t>(KeyKind::kAscending)},
+    {"desc", kKeyKindMask, static_cast<std::uint8_t>(KeyKind::kDescending)},
+    {"nulls-first", 0, kNullsFirstBit},
+    {"nulls-last", 0, kNullsLastBit},
+};
+
+// Null when it is none.
+const OrderWord* orderWord(const std::string& name) {
+    const auto* const found =
+        std::find_if(std::begin(kOrderWords), std::end(kOrderWords),
+                     [&](const OrderWord& word) { return word.name == name; });
+    return found == std::end(kOrderWords) ? nullptr : found;
 }
 
 template <typename Number>
@@ -47,45 +45,125 @@ std::optional<Number> numberIn(const std::string& text) {
     return number;
 }
 
-std::string joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& name : names)
-        text += fmt::format("{}{}", text.empty() ? "" : ", ", name);
-    return text;
+// Takes a text apart at its colons, part by part.
+class KeyReader {
+  public:
+    KeyReader(const std::string& text, ValuePlace place) : place_(place) {
+        std::size_t next = 0;
+        // A column's name may stand in quotes.
+        if (place == ValuePlace::kColumn && text.starts_with('"')) {
+            const std::size_t close = text.find('"', 1);
+            if (close == std::string::npos) throw host::badUse("the quote is not closed");
+            parts_[0] = text.substr(1, close - 1);
+            next = close + 1;
+        }
+        for (; next < text.size(); ++next) {
+            if (text[next] == ':') {
+                parts_.emplace_back();
+            } else {
+                parts_.back() += text[next];
+            }
+        }
+    }
+
+    KeyText read() {
+        KeyText key = {};
+        if (place_ == ValuePlace::kColumn) key.column = take();
+        key.format = readFormat();
+        if (place_ == ValuePlace::kRecord) {
+            if (atEnd()) throw host::badUse("the offset is missing");
+            key.fieldOffset = readNumber("offset");
+        }
+        key.length = readLength(key.format);
+        key.kindFlags = readOrder();
+        return key;
+    }
+
+  private:
+    bool atEnd() const { return next_ == parts_.size(); }
+    bool atNumber() const {
+        return !atEnd() && !parts_[next_].empty() &&
+               parts_[next_].find_first_not_of("0123456789") == std::string::npos;
+    }
+    const std::string& take() { return parts_[next_++]; }
+
+    host::ValueFormat readFormat() {
+        if (place_ == ValuePlace::kColumn) {
+            if (atEnd() || orderWord(parts_[next_]) != nullptr)
+                return host::valueFormat("text", place_);
+            if (host::findValueFormat(parts_[next_], place_) == nullptr) {
+                throw host::badUse(
+                    fmt::format("there is no type and no word \"{}\"; the types are {}",
+                                parts_[next_], host::valueFormatNames(place_)));
+            }
+        }
+        std::string name = take();
+        const host::ValueFormat* const known = host::findValueFormat(name, place_);
+        const bool hasScale =
+            place_ == ValuePlace::kLine || (known != nullptr && known->takesScale(place_));
+        if (hasScale && atNumber()) name += ":" + take();
+        return host::valueFormat(name, place_);
+    }
+
+    std::optional<std::uint16_t> readLength(const host::ValueFormat& format) {
+        if (atNumber()) {
+            if (format.takesLength()) return readNumber("length");
+            throw host::badUse(
+                fmt::format("the length of type {} is given by the type", format.name));
+        }
+        if (place_ == ValuePlace::kRecord && format.takesLength())
+            throw host::badUse(fmt::format("a key of type {} needs a length", format.name));
+        return std::nullopt;
+    }
+
+    std::uint16_t readNumber(const char* meaning) {
+        const std::string& text = take();
+        const auto number = numberIn<std::uint16_t>(text);
+        if (number.has_value()) return *number;
+        throw host::badUse(
+            fmt::format("the {} \"{}\" is no number from 0 to 65535", meaning, text));
+    }
+
+    std::uint8_t readOrder() {
+        auto flags = static_cast<std::uint8_t>(KeyKind::kAscending);
+        while (!atEnd()) {
+            const std::string& text = take();
+            const OrderWord* const word = orderWord(text);
+            if (word == nullptr) throw host::badUse(fmt::format("\"{}\" is not known", text));
+            flags = static_cast<std::uint8_t>((flags & ~word->replacedBits) | word->bits);
+        }
+        return flags;
+    }
+
+    ValuePlace place_;
+    std::vector<std::string> parts_ = std::vector<std::string>(1);
+    std::size_t next_ = 0;
+};
+
+const char* optionOf(ValuePlace place) {
+    return place == ValuePlace::kLine ? "--as" : "--key";
+}
+
+const char* grammarOf(ValuePlace place) {
+    if (place == ValuePlace::kRecord) return "TYPE:OFFSET[:LENGTH]";
+    return place == ValuePlace::kLine ? "TYPE[:SCALE]" : "COLUMN[:TYPE[:LENGTH]]";
 }
 
 }  // namespace
 
-CsvKey parseCsvKey(const std::string& text) {
-    const std::vector<std::string> parts = partsOf(text);
-    KeyDescriptor flags = host::ascendingKey(DataType::kNone, 0, 0);
-    CsvKey key = {parts[0], findColumnType("text"), "", std::nullopt, 0};
-    std::size_t next = 1;
-    if (next < parts.size()) {
-        if (const ColumnType* const named = findColumnType(parts[next]); named != nullptr) {
-            key.type = named;
-            next += 1;
-            if (next < parts.size() && !applyKeyWord(parts[next], flags)) {
-                const std::string& length = parts[next];
-                next += 1;
-                if (key.type->dataType == DataType::kDecimal) {
-                    key.scale = length;
-                } else if (key.length = numberIn<std::uint16_t>(length); !key.length.has_value()) {
-                    badKey(text, fmt::format("\"{}\" is not known", length));
-                }
-            }
-        }
-    }
-    for (; next < parts.size(); ++next) {
-        if (applyKeyWord(parts[next], flags)) continue;
-        badKey(text, fmt::format("there is no type and no word \"{}\"; the types are {}",
-                                 parts[next], columnTypeNames()));
-    }
-    if (key.length.has_value() && !ColumnField(*key.type, key.scale).hasLength()) {
-        badKey(text, fmt::format("the length of type {} is given by the type", key.type->name));
-    }
-    key.kindFlags = flags.kindFlags;
+KeyDescriptor KeyText::descriptor(std::uint16_t contentBytes) const {
+    KeyDescriptor key = format.key(fieldOffset, contentBytes);
+    key.kindFlags = static_cast<std::uint8_t>((key.kindFlags & ~kKeyKindMask) | kindFlags);
     return key;
+}
+
+KeyText parseKey(const std::string& text, ValuePlace place) {
+    try {
+        return KeyReader(text, place).read();
+    } catch (const host::HostError& error) {
+        throw host::badUse(fmt::format("{} {}: {}; write {}[:desc][:nulls-first|:nulls-last]",
+                                       optionOf(place), text, error.what(), grammarOf(place)));
+    }
 }
 
 std::size_t columnIndexOf(const std::string& name, const std::vector<std::string>& names,
@@ -100,7 +178,7 @@ std::size_t columnIndexOf(const std::string& name, const std::vector<std::string
     const auto found = std::find(names.begin(), names.end(), name);
     if (found == names.end()) {
         throw host::badUse(fmt::format("{}: there is no column \"{}\"; the columns are {}", option,
-                                       name, joined(names)));
+                                       name, fmt::join(names, ", ")));
     }
     if (std::find(found + 1, names.end(), name) != names.end()) {
         throw host::badUse(

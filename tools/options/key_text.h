@@ -1,14 +1,18 @@
-// The `--key` of a CSV file: which column, and what its values are.
+// The text of a key, in one grammar for the three kinds of input:
 //
-//     COLUMN[:TYPE[:LENGTH]][:asc|:desc][:nulls-first|:nulls-last]
+//     records   --key  TYPE:OFFSET[:LENGTH][:WORD]...
+//     lines     --as   TYPE[:SCALE][:WORD]...
+//     columns   --key  COLUMN[:TYPE[:SCALE or :LENGTH]][:WORD]...
 //
-//     name                  text without a type
-//     born:int:desc         a number, the largest first
-//     price:decimal:2       LENGTH is the scale of a decimal
-//     "a:b":text:40         a name with a colon stands in quotes; room for 40 bytes
-//     3:int                 the third column of a file without a header
+//     int32:0                  an integer at the record's start
+//     string:32:40:desc        a field of 2 + 40 bytes, the greatest value first
+//     decimal:2:nulls-first    lines that are numbers, the empty ones first
+//     name                     a column of text
+//     price:decimal:2          of exact numbers, two digits behind the point
+//     "a:b":text:40            whose name has a colon; room for 40 bytes
+//     3:int                    the third column of a file without a header
 //
-// The names of types stand in tools/formats/csv/column_field.h.
+// The types stand in host/values/value_format.h; the words are asc, desc, nulls-first, nulls-last.
 
 #pragma once
 
@@ -17,20 +21,24 @@
 #include <string>
 #include <vector>
 
-#include "tools/formats/csv/column_field.h"
+#include "host/values/value_format.h"
+#include "protocol/messages.h"
 
 namespace tvsort::tools {
 
-struct CsvKey {
+struct KeyText {
     std::string column;  // name or number, as written
-    const ColumnType* type;
-    std::string scale;                    // where the type needs one
+    host::ValueFormat format;
+    std::uint16_t fieldOffset;
     std::optional<std::uint16_t> length;  // where one was written
     std::uint8_t kindFlags;               // direction and place of nulls, as descriptors have it
+
+    // Of values that have up to `contentBytes`; ascending unless the text says otherwise.
+    KeyDescriptor descriptor(std::uint16_t contentBytes) const;
 };
 
-// Throws, naming the text and what is wrong with it.
-CsvKey parseCsvKey(const std::string& text);
+// Throws bad use that names the option, its text, what is wrong with it, and the grammar.
+KeyText parseKey(const std::string& text, host::ValuePlace place);
 
 // The index of the column that `name` stands for: a name of the header, or a number from 1 where
 // `names` is empty and the file has `columnCount` columns. `option` is for the message when there

@@ -22,9 +22,9 @@
 
 #include "host/request_builder.h"
 #include "protocol/bytes.h"
+#include "tools/formats/csv/column_field.h"
 #include "tools/formats/csv/csv_rows.h"
 #include "tools/formats/record_field.h"
-#include "tools/formats/csv/column_field.h"
 
 namespace tvsort::tools {
 
