@@ -86,8 +86,8 @@ void checkPlain(const CsvRow& row, const std::vector<CsvField>& fields, char del
 std::vector<CsvRecord> recordLayouts() {
     std::vector<CsvRecord> layouts;
     for (const char* const name : {"text", "bytes", "ucs2", "padded-ucs2", "field512", "int",
-                                   "int16", "float", "double", "byte", "decimal"}) {
-        ColumnField field(*findColumnType(name), name == std::string("decimal") ? "3" : "");
+                                   "int16", "float", "double", "byte", "decimal:3"}) {
+        ColumnField field(host::valueFormat(name, host::ValuePlace::kColumn));
         if (field.hasLength()) field.setContentBytes(kTextBytesMax);
         for (const std::size_t carriedBytesMax : {std::size_t{0}, kRowBytesMax}) {
             layouts.emplace_back(std::vector<KeyColumn>{{0, name, field, 1}}, std::nullopt,

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "host/values/value_error.h"
+#include "host/values/value_text.h"
 
 namespace tvsort::host {
 

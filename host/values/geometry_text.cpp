@@ -5,7 +5,7 @@
 #include <limits>
 #include <string>
 
-#include "host/values/value_error.h"
+#include "host/values/value_text.h"
 
 namespace tvsort::host {
 

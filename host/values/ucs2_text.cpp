@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <string>
 
-#include "host/values/value_error.h"
+#include "host/values/value_text.h"
 
 namespace tvsort::host {
 

@@ -1,34 +1,17 @@
 #include "host/values/value_text.h"
 
-#include <array>
+#include <algorithm>
 #include <charconv>
 
-#include "host/request_builder.h"
 #include "host/values/decimal_text.h"
 #include "host/values/geometry_text.h"
 #include "host/values/ucs2_text.h"
-#include "host/values/value_error.h"
-#include "protocol/data_type.h"
 
 namespace tvsort::host {
 
 namespace {
 
-constexpr std::uint16_t kOwnLength = 0;
-
-constexpr std::array kFormats = {
-    ValueFormat{ValueKind::kInt16, "int16", DataType::kInteger, 2},
-    ValueFormat{ValueKind::kInt32, "int32", DataType::kInteger, 4},
-    ValueFormat{ValueKind::kInt64, "int64", DataType::kInteger, 8},
-    ValueFormat{ValueKind::kSingle, "float", DataType::kFloat, 4},
-    ValueFormat{ValueKind::kDouble, "double", DataType::kFloat, 8},
-    ValueFormat{ValueKind::kDecimal, "decimal", DataType::kDecimal, sizeof(DecimalBytes)},
-    ValueFormat{ValueKind::kByte, "byte", DataType::kSingleByte, 1},
-    ValueFormat{ValueKind::kString, "string", DataType::kString, kOwnLength},
-    ValueFormat{ValueKind::kUnits, "ucs2", DataType::kUnitString, kOwnLength},
-    ValueFormat{ValueKind::kGeometry, "wkt", DataType::kString, kOwnLength},
-    ValueFormat{ValueKind::kEnvelope, "wkt-envelope", DataType::kString, sizeof(Envelope)},
-};
+constexpr std::size_t kShownBytesMax = 60;
 
 template <typename Number>
 void appendNumber(std::string_view text, const std::string& wanted, std::vector<Byte>& target) {
@@ -46,68 +29,20 @@ void appendNumber(std::string_view text, const std::string& wanted, std::vector<
     target.insert(target.end(), first, first + sizeof number);
 }
 
-int parseScale(const std::string& text, const std::string& scaleText) {
-    int scale = -1;
-    const char* const end = scaleText.data() + scaleText.size();
-    const auto [stop, status] = std::from_chars(scaleText.data(), end, scale);
-    if (status != std::errc() || stop != end || scale < 0 || scale > kDecimalTextDigitsMax) {
-        throw badUse("the type \"" + text +
-                     "\" needs a scale, the digits behind the point, from 0 "
-                     "to 30, such as decimal:2");
-    }
-    return scale;
-}
-
 }  // namespace
 
-bool ValueFormat::isPrefixed() const {
-    return valueBytes == kOwnLength || kind == ValueKind::kEnvelope;
-}
-
-bool ValueFormat::takesEmptyText() const {
-    return kind == ValueKind::kString || kind == ValueKind::kUnits;
-}
-
-KeyDescriptor ValueFormat::key(std::uint16_t fieldOffset, std::uint16_t valueBytesMax) const {
-    KeyDescriptor descriptor =
-        ascendingKey(dataType, fieldOffset, valueBytes == kOwnLength ? valueBytesMax : valueBytes);
-    if (kind == ValueKind::kGeometry || kind == ValueKind::kEnvelope) {
-        descriptor.geometryType = kGeometryTypeOfValue;
-    }
-    if (kind == ValueKind::kEnvelope) descriptor.kindFlags |= kEnvelopeBit;
-    return descriptor;
-}
-
-ValueFormat valueFormat(const std::string& text) {
-    const std::size_t colon = text.find(':');
-    for (const ValueFormat& known : kFormats) {
-        if (known.name != text.substr(0, colon)) continue;
-        ValueFormat format = known;
-        if (format.kind == ValueKind::kDecimal) {
-            format.scale = parseScale(text, colon < text.size() ? text.substr(colon + 1) : "");
-        } else if (colon < text.size()) {
-            throw badUse("the type \"" + text + "\" has a scale, and only decimal takes one");
-        }
-        return format;
-    }
-    throw badUse("there is no type \"" + text + "\" of text values; the types are " +
-                 valueFormatNames());
-}
-
-std::string valueFormatNames() {
-    std::string names;
-    for (const ValueFormat& format : kFormats) {
-        if (!names.empty()) names += ", ";
-        names += format.name;
-        if (format.kind == ValueKind::kDecimal) names += ":SCALE";
-    }
-    return names;
+HostError badValue(std::string_view text, const std::string& wanted, const std::string& reason) {
+    std::string shown(text.substr(0, kShownBytesMax));
+    // What a terminal would obey instead of showing it.
+    std::replace_if(
+        shown.begin(), shown.end(),
+        [](char character) { return static_cast<unsigned char>(character) < ' '; }, '?');
+    if (shown.size() < text.size()) shown += "...";
+    return badUse("\"" + shown + "\" is no " + wanted + ": " + reason);
 }
 
 ValueEncoder::ValueEncoder(const ValueFormat& format) : format_(format) {
-    if (format.kind == ValueKind::kGeometry || format.kind == ValueKind::kEnvelope) {
-        geometryText_ = std::make_unique<GeometryText>();
-    }
+    if (format.isGeometry()) geometryText_ = std::make_unique<GeometryText>();
 }
 
 ValueEncoder::~ValueEncoder() = default;
@@ -115,7 +50,7 @@ ValueEncoder::~ValueEncoder() = default;
 const std::vector<Byte>& ValueEncoder::encode(std::string_view text) {
     bytes_.clear();
     append(text);
-    if (format_.isPrefixed() && bytes_.size() > kPrefixedValueBytesMax) {
+    if (format_.form == FieldForm::kPrefixed && bytes_.size() > kPrefixedValueBytesMax) {
         throw badValue(text, "key value",
                        "it takes " + std::to_string(bytes_.size()) +
                            " bytes, and a value can have " +

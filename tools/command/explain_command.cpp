@@ -14,7 +14,6 @@
 #include "tools/command/subcommands.h"
 #include "tools/files/interrupt.h"
 #include "tools/formats/records/record_layout.h"
-#include "tools/options/key_option.h"
 
 namespace tvsort::tools {
 

@@ -66,7 +66,7 @@ void verifyLines(InputFile& input, Verifier& verifier) {
 constexpr ValueLineExtent kAnyLine = {host::kPrefixedValueBytesMax, 32763};
 
 void verifyValueLines(InputFile& input, const std::string& as, Verifier& verifier) {
-    const ValueLineType type = parseValueLineType(as);
+    const KeyText type = parseKey(as, host::ValuePlace::kLine);
     const ValueLineRecord layout(type, kAnyLine);
     const host::RecordOrder order(layout.request());
     std::vector<Byte> previous(layout.recordLength());

@@ -5,10 +5,9 @@
 #include <algorithm>
 
 #include "host/host_error.h"
-#include "host/values/value_text.h"
+#include "host/values/value_format.h"
 #include "tools/files/input_file.h"
-#include "tools/options/key_option.h"
-#include "tools/options/key_types.h"
+#include "tools/options/key_text.h"
 #include "tools/options/row_errors.h"
 
 namespace tvsort::tools {
@@ -73,7 +72,8 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
         "--as", options.as,
         "Lines are values, ordered by what they mean: TYPE[:desc][:nulls-first|:nulls-last] with "
         "one of the types " +
-            host::valueFormatNames() + "; an empty line is null where it can be no value");
+            host::valueFormatNames(host::ValuePlace::kLine) +
+            "; an empty line is null where it can be no value");
     command.add_option("--record-length", options.recordLength, "Bytes per record, 1 to 65535")
         ->check(CLI::Range(1, 65535));
     command
@@ -85,7 +85,8 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
                        "Offset of the null indicators: one byte per --key, 1 for null");
     command.add_option("--weights", options.weightsFile,
                        "File of 256 bytes: the weight of each byte value, for weighted keys");
-    command.footer("Key types of fixed-length records:\n" + keyTypesHelp());
+    command.footer("Types, known in records (R), lines (L) and columns (C):\n" +
+                   host::valueFormatsHelp());
 }
 
 void addCsvOptions(CLI::App& command, RecordOptions& options) {
@@ -164,9 +165,12 @@ host::RequestBuilder requestFor(const RecordOptions& options) {
     host::RequestBuilder request;
     const std::uint16_t recordLength = options.recordLength.value();
     for (const std::string& text : options.keys) {
-        KeyDescriptor key = parseKey(text);
+        const KeyText parsed = parseKey(text, host::ValuePlace::kRecord);
+        const std::uint16_t contentBytes = parsed.length.value_or(0);
+        const auto fieldBytes = static_cast<std::uint32_t>(parsed.format.fieldBytes(contentBytes));
+        checkInsideRecord("--key " + text, parsed.fieldOffset + fieldBytes, recordLength);
+        KeyDescriptor key = parsed.descriptor(contentBytes);
         key.weightTableId = kWeightTableId;
-        checkInsideRecord("--key " + text, key.fieldOffset + keyBytes(key), recordLength);
         request.addKey(key);
     }
     if (options.nullsOffset.has_value()) {

@@ -12,7 +12,7 @@
 #include "tools/formats/csv/csv_output.h"
 #include "tools/formats/csv/csv_record.h"
 #include "tools/formats/csv/csv_scan.h"
-#include "tools/options/csv_key.h"
+#include "tools/options/key_text.h"
 
 namespace tvsort::tools {
 
@@ -82,19 +82,19 @@ class CsvSource : public Operand {
     CsvRow row_ = {};
 };
 
-std::vector<CsvKey> parseKeys(const RecordOptions& options) {
-    std::vector<CsvKey> keys;
+std::vector<KeyText> parseKeys(const RecordOptions& options) {
+    std::vector<KeyText> keys;
     for (const std::string& text : options.keys)
-        keys.push_back(parseCsvKey(text));
+        keys.push_back(parseKey(text, host::ValuePlace::kColumn));
     return keys;
 }
 
-std::vector<KeyColumn> keyColumns(const std::vector<CsvKey>& keys, const CsvTable& table) {
+std::vector<KeyColumn> keyColumns(const std::vector<KeyText>& keys, const CsvTable& table) {
     std::vector<KeyColumn> columns;
-    for (const CsvKey& key : keys) {
+    for (const KeyText& key : keys) {
         const std::size_t index =
             columnIndexOf(key.column, table.names, table.columnCount, "--key");
-        columns.push_back({index, key.column, ColumnField(*key.type, key.scale), key.kindFlags});
+        columns.push_back({index, key.column, ColumnField(key.format), key.kindFlags});
         ColumnField& field = columns.back().field;
         if (!key.length.has_value()) continue;
         if (field.bytesOfLength(*key.length) > field.contentBytesLimit()) {
@@ -110,7 +110,7 @@ std::vector<KeyColumn> keyColumns(const std::vector<CsvKey>& keys, const CsvTabl
 std::optional<LevelColumn> levelColumn(const ModeOptions& mode, const CsvTable& table) {
     if (!mode.hierarchy) return std::nullopt;
     return LevelColumn{columnIndexOf(mode.level, table.names, table.columnCount, "--level"),
-                       mode.level, ColumnField(*findColumnType("int32"), "")};
+                       mode.level, ColumnField(host::valueFormat("int32"))};
 }
 
 bool areCarried(const CsvExtent& extent) {
@@ -137,7 +137,7 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
                       std::vector<InputFile>& inputs, std::uint64_t memoryBytes, RowErrors& errors,
                       OutputFile& output) {
     errors.restart();
-    const std::vector<CsvKey> keys = parseKeys(options);
+    const std::vector<KeyText> keys = parseKeys(options);
     const auto table = std::make_shared<const CsvTable>(
         readTable(delimiterOf(options), !options.noHeader,
                   std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs));

@@ -1,6 +1,6 @@
 // A CSV row as a fixed-length record.
 //
-//      0         the key fields, one behind the other (tools/options/column_type.h)
+//      0         the key fields, one behind the other (tools/formats/csv/column_field.h)
 //      +         u8[]   null indicators, one per key
 //      +         i32    level in a hierarchy, where one is asked for
 //      +         the row, in one of two forms:
@@ -22,9 +22,9 @@
 
 #include "host/request_builder.h"
 #include "protocol/bytes.h"
+#include "tools/formats/csv/column_field.h"
 #include "tools/formats/csv/csv_rows.h"
 #include "tools/formats/record_field.h"
-#include "tools/options/column_type.h"
 
 namespace tvsort::tools {
 

@@ -8,7 +8,6 @@
 #include "host/host_error.h"
 #include "tools/formats/lines/line_input.h"
 #include "tools/formats/stored_length.h"
-#include "tools/options/key_option.h"
 
 namespace tvsort::tools {
 
@@ -35,34 +34,9 @@ void atLine(const InputFile& input, const LineInput& lines, Use use) {
 
 }  // namespace
 
-ValueLineType parseValueLineType(const std::string& text) {
-    // The scale, a number, belongs to the type's name; the other parts are words as in --key.
-    std::size_t end = text.find(':');
-    if (end < text.size() && end + 1 < text.size() && text[end + 1] >= '0' &&
-        text[end + 1] <= '9') {
-        end = text.find(':', end + 1);
-    }
-    ValueLineType type = {host::valueFormat(text.substr(0, end)), 0};
-    KeyDescriptor key = type.format.key(0, 0);
-    while (end < text.size()) {
-        const std::size_t next = text.find(':', end + 1);
-        const std::string word = text.substr(end + 1, next - end - 1);
-        if (!applyKeyWord(word, key)) {
-            throw host::badUse(
-                fmt::format("--as {}: \"{}\" is not known; write "
-                            "TYPE[:SCALE][:desc][:nulls-first|:nulls-last]",
-                            text, word));
-        }
-        end = next;
-    }
-    type.kindFlags = key.kindFlags;
-    return type;
-}
-
-ValueLineRecord::ValueLineRecord(const ValueLineType& type, const ValueLineExtent& extent)
+ValueLineRecord::ValueLineRecord(const KeyText& type, const ValueLineExtent& extent)
     : type_(type), extent_(extent) {
-    const std::size_t valuePrefix = type.format.isPrefixed() ? kPrefix : 0;
-    const std::size_t nullOffset = valuePrefix + extent.valueBytesMax;
+    const std::size_t nullOffset = type.format.fieldBytes(extent.valueBytesMax);
     const std::size_t recordLength = nullOffset + 1 + kPrefix + extent.lineBytesMax;
     if (recordLength > kRecordBytesMax) {
         throw host::badUse(fmt::format(
@@ -75,10 +49,9 @@ ValueLineRecord::ValueLineRecord(const ValueLineType& type, const ValueLineExten
 }
 
 host::RequestBuilder ValueLineRecord::request() const {
-    KeyDescriptor key = type_.format.key(0, static_cast<std::uint16_t>(extent_.valueBytesMax));
-    key.kindFlags = type_.kindFlags;
     host::RequestBuilder request;
-    request.addKey(key).setNullIndicators(nullOffset_);
+    request.addKey(type_.descriptor(static_cast<std::uint16_t>(extent_.valueBytesMax)))
+        .setNullIndicators(nullOffset_);
     return request;
 }
 
@@ -102,9 +75,12 @@ void ValueLineRecord::encode(host::ValueEncoder& encoder, std::string_view line,
                 "values of {}; if it was changed while it was being read, try again",
                 line.size(), value.size(), extent_.lineBytesMax, extent_.valueBytesMax));
         }
-        const std::size_t valuePrefix = type_.format.isPrefixed() ? kPrefix : 0;
-        if (valuePrefix > 0) storeAs(target, static_cast<std::uint16_t>(value.size()));
-        std::copy(value.begin(), value.end(), target + valuePrefix);
+        Byte* content = target;
+        if (type_.format.form == host::FieldForm::kPrefixed) {
+            storeAs(content, static_cast<std::uint16_t>(value.size()));
+            content += kPrefix;
+        }
+        std::copy(value.begin(), value.end(), content);
     }
     Byte* const carried = target + nullOffset_ + 1;
     storeAs(carried, static_cast<std::uint16_t>(line.size()));
@@ -117,7 +93,7 @@ std::string_view ValueLineRecord::lineOf(const Byte* record) const {
             storedLength(carried, extent_.lineBytesMax)};
 }
 
-ValueLineSource::ValueLineSource(const ValueLineType& type, const ValueLineRecord& layout,
+ValueLineSource::ValueLineSource(const KeyText& type, const ValueLineRecord& layout,
                                  InputFile& input)
     : Operand(input.displayName(), "line"),
       encoder_(type.format),
@@ -134,7 +110,7 @@ std::size_t ValueLineSource::readRecords(Byte* target, std::size_t recordsMax) {
     return records;
 }
 
-ValueLineExtent measureValueLines(const ValueLineType& type, InputFile& input) {
+ValueLineExtent measureValueLines(const KeyText& type, InputFile& input) {
     host::ValueEncoder encoder(type.format);
     ValueLineExtent extent;
     LineInput lines(input);
@@ -154,7 +130,7 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
     if (mode.hierarchy) {
         throw host::badUse("--hierarchy orders lines by their text; leave --as out");
     }
-    const ValueLineType type = parseValueLineType(as);
+    const KeyText type = parseKey(as, host::ValuePlace::kLine);
     ValueLineExtent extent;
     extent.valueBytesMax = type.format.valueBytes;
     for (InputFile& input : inputs) {

@@ -24,18 +24,10 @@
 #include "tools/formats/lines/line_input.h"
 #include "tools/formats/record_field.h"
 #include "tools/formats/record_flow.h"
+#include "tools/options/key_text.h"
 #include "tools/options/mode_options.h"
 
 namespace tvsort::tools {
-
-// The text of an `--as` option: TYPE[:SCALE][:asc|:desc][:nulls-first|:nulls-last].
-struct ValueLineType {
-    host::ValueFormat format;
-    std::uint8_t kindFlags;
-};
-
-// Throws, naming the text and what is wrong with it.
-ValueLineType parseValueLineType(const std::string& text);
 
 struct ValueLineExtent {
     std::size_t valueBytesMax = 0;
@@ -45,7 +37,7 @@ struct ValueLineExtent {
 class ValueLineRecord {
   public:
     // Values and lines up to this size; throws when records would have more than 65535 bytes.
-    ValueLineRecord(const ValueLineType& type, const ValueLineExtent& extent);
+    ValueLineRecord(const KeyText& type, const ValueLineExtent& extent);
 
     std::uint16_t recordLength() const { return recordLength_; }
     // Orders lines by their values.
@@ -61,7 +53,7 @@ class ValueLineRecord {
     std::string_view lineOf(const Byte* record) const;
 
   private:
-    ValueLineType type_;
+    KeyText type_;
     ValueLineExtent extent_;
     std::uint16_t nullOffset_;
     std::uint16_t recordLength_;
@@ -71,7 +63,7 @@ class ValueLineSource : public Operand {
   public:
     // Needs the input as long as it reads. A line that is no value is thrown as bad use when it is
     // read, with the input's name and the line's number.
-    ValueLineSource(const ValueLineType& type, const ValueLineRecord& layout, InputFile& input);
+    ValueLineSource(const KeyText& type, const ValueLineRecord& layout, InputFile& input);
 
   private:
     std::size_t readRecords(Byte* target, std::size_t recordsMax) override;
@@ -84,7 +76,7 @@ class ValueLineSource : public Operand {
 
 // Reads the input to its end and back to its start. The first line that is no value is thrown as
 // bad use, with the input's name and its number.
-ValueLineExtent measureValueLines(const ValueLineType& type, InputFile& input);
+ValueLineExtent measureValueLines(const KeyText& type, InputFile& input);
 
 // The lines of the inputs, ordered as the text of `--as` says. Inputs as for `lineRecords`.
 RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,

@@ -3,9 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <string_view>
 
-#include "tools/options/key_option.h"
+#include "host/values/value_format.h"
 
 namespace tvsort::tools {
 
@@ -32,7 +31,9 @@ std::string directionOf(const KeyDescriptor& key) {
 LayoutLine keyLine(const host::RequestBuilder& request, std::size_t keyIndex,
                    const std::vector<RecordField>& fields) {
     const KeyDescriptor& key = request.keys()[keyIndex];
-    LayoutLine line = {key.fieldOffset, keyBytes(key), "", typeWord(key), "", ""};
+    const host::ValueFormat* const format = host::valueFormatOf(key);
+    const std::size_t fieldBytes = format == nullptr ? 0 : format->fieldBytes(key.fieldLength);
+    LayoutLine line = {key.fieldOffset, fieldBytes, "", typeWord(key), "", ""};
     line.key = fmt::format("{} {}", keyIndex + 1, directionOf(key));
     const auto nulls = request.nullIndicatorsOffset();
     if (nulls.has_value()) line.nullByte = std::to_string(*nulls + keyIndex);
@@ -49,12 +50,8 @@ LayoutLine keyLine(const host::RequestBuilder& request, std::size_t keyIndex,
 }  // namespace
 
 std::string typeWord(const KeyDescriptor& key) {
-    constexpr std::string_view kWords[] = {
-        "none",    "weighted bytes", "integer",      "floating point",    "decimal",
-        "decimal", "bytes",          "none",         "weighted string",   "string",
-        "byte",    "UCS-2",          "UCS-2 string", "field of 512 bytes"};
-    if (key.geometryType != kGeometryTypeNone) return "geometry";
-    return std::string(key.dataType < std::size(kWords) ? kWords[key.dataType] : kWords[0]);
+    const host::ValueFormat* const format = host::valueFormatOf(key);
+    return std::string(format == nullptr ? "none" : format->family);
 }
 
 std::string describeLayout(const host::RequestBuilder& request,

@@ -1,0 +1,49 @@
+// The text of a key, in one grammar for the three kinds of input:
+//
+//     records   --key  TYPE:OFFSET[:LENGTH][:WORD]...
+//     lines     --as   TYPE[:SCALE][:WORD]...
+//     columns   --key  COLUMN[:TYPE[:SCALE or :LENGTH]][:WORD]...
+//
+//     int32:0                  an integer at the record's start
+//     string:32:40:desc        a field of 2 + 40 bytes, the greatest value first
+//     decimal:2:nulls-first    lines that are numbers, the empty ones first
+//     name                     a column of text
+//     price:decimal:2          of exact numbers, two digits behind the point
+//     "a:b":text:40            whose name has a colon; room for 40 bytes
+//     3:int                    the third column of a file without a header
+//
+// The types stand in host/values/value_format.h; the words are asc, desc, nulls-first, nulls-last.
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/values/value_format.h"
+#include "protocol/messages.h"
+
+namespace tvsort::tools {
+
+struct KeyText {
+    std::string column;  // name or number, as written
+    host::ValueFormat format;
+    std::uint16_t fieldOffset;
+    std::optional<std::uint16_t> length;  // where one was written
+    std::uint8_t kindFlags;               // direction and place of nulls, as descriptors have it
+
+    // Of values that have up to `contentBytes`; ascending unless the text says otherwise.
+    KeyDescriptor descriptor(std::uint16_t contentBytes) const;
+};
+
+// Throws bad use that names the option, its text, what is wrong with it, and the grammar.
+KeyText parseKey(const std::string& text, host::ValuePlace place);
+
+// The index of the column that `name` stands for: a name of the header, or a number from 1 where
+// `names` is empty and the file has `columnCount` columns. `option` is for the message when there
+// is none.
+std::size_t columnIndexOf(const std::string& name, const std::vector<std::string>& names,
+                          std::size_t columnCount, const std::string& option);
+
+}  // namespace tvsort::tools
