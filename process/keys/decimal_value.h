@@ -16,7 +16,6 @@
 namespace tvsort {
 
 inline constexpr std::uint32_t kDecimalBytes = 16;
-inline constexpr std::uint32_t kDecimalDigitsOffset = 1;
 inline constexpr std::uint32_t kDecimalDigitCount = 15;
 inline constexpr Byte kDecimalDigitMax = 99;
 
