@@ -17,7 +17,6 @@
 
 #include "host/values/collation_writer.h"
 #include "host/values/value_text.h"
-#include "process/collation/collation_file.h"
 #include "process/collation/collation_table.h"
 #include "process/keys/key_meaning.h"
 #include "process/keys/record_precedes.h"

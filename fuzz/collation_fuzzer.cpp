@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <vector>
 
-#include "process/collation/collation_file.h"
 #include "process/collation/collation_table.h"
 #include "process/keys/collated_text.h"
 

@@ -4,28 +4,23 @@
 #include <fstream>
 
 #include "host/host_error.h"
-#include "process/collation/collation_file.h"
-#include "process/collation/collation_table.h"
+#include "protocol/collation_layout.h"
 
 namespace tvsort::host {
 
 std::string collationFileFault(const std::vector<Byte>& file) {
-    if (file.size() < kCollationHeaderBytes + kCollationPageOffsetsBytes) {
-        return "its " + std::to_string(file.size()) +
-               " bytes are fewer than header and page "
-               "offsets take";
+    const CollationCheck check = checkCollation(file.data(), file.size());
+    switch (check.fault) {
+        case CollationFault::kShort:
+            return "its " + std::to_string(file.size()) +
+                   " bytes are fewer than header and page offsets take";
+        case CollationFault::kMagic:
+            return "the magic number 0x667DED94 does not stand at byte 4";
+        case CollationFault::kPageOutside:
+            return "page " + std::to_string(check.page) + " does not lie inside it";
+        default:
+            return "";
     }
-    if (loadU32(file.data() + kCollationMagicOffset) != kCollationMagic) {
-        return "the magic number 0x667DED94 does not stand at byte 4";
-    }
-    const Byte* const table = file.data() + kCollationHeaderBytes;
-    const std::size_t tableBytes = file.size() - kCollationHeaderBytes;
-    for (std::uint32_t page = 0; page < kCollationPageCount; ++page) {
-        if (loadU16(table + 2 * page) + kCollationPageBytes > tableBytes) {
-            return "page " + std::to_string(page) + " does not lie inside it";
-        }
-    }
-    return "";
 }
 
 CollationDirectory::CollationDirectory(const std::filesystem::path& tempDirectory, int instance,

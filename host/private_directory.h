@@ -54,9 +54,6 @@ class PrivateDirectory {
     FileDescriptor marker_;
 };
 
-// Characters that a private directory's own name and the slash before it take.
-inline constexpr std::size_t kPrivateNameChars = sizeof "/tvsort-host-XXXXXX" - 1;
-
 // `TMPDIR` where it is set, else "/tmp".
 std::filesystem::path defaultTempDirectory();
 

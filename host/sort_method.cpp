@@ -1,6 +1,6 @@
 #include "host/sort_method.h"
 
-#include <algorithm>
+#include "protocol/stored_string.h"
 
 namespace tvsort::host {
 
@@ -27,15 +27,6 @@ bool isOrderedByBytes(const KeyDescriptor& key) {
         default:
             return isPlainString(key);
     }
-}
-
-// Whether the field has its value, and zeros to the end.
-bool isZeroFilled(const Byte* field, std::uint16_t fieldLength) {
-    const int contentMax = fieldLength - static_cast<int>(kLengthPrefixBytes);
-    const int length = loadI16(field);
-    if (length < 0 || length > contentMax) return false;
-    const Byte* const content = field + kLengthPrefixBytes;
-    return std::all_of(content + length, content + contentMax, [](Byte byte) { return byte == 0; });
 }
 
 }  // namespace

@@ -1,10 +1,9 @@
 // Which of its two methods the sort process will use, before it is asked.
 //
 //     distribution sort  moves records by the digits of their keys, without comparing; equal
-//     records
-//                        keep their order. It needs 10000 records or more, keys of types whose
-//                        bytes say it all (integers, decimals, bytes, and strings whose fields hold
-//                        nothing but zeros behind their value), and frames for
+//                        records keep their order. It needs 10000 records or more, keys of types
+//                        whose bytes say it all (integers, decimals, bytes, and strings whose
+//                        fields hold nothing but zeros behind their value), and frames for
 //
 //                            the data set            fileBlocks
 //                          + a copy of its records   recordLength x recordCount bytes

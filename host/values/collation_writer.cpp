@@ -4,8 +4,7 @@
 #include <numeric>
 #include <unordered_map>
 
-#include "process/collation/collation_file.h"
-#include "process/collation/collation_table.h"
+#include "protocol/collation_layout.h"
 
 namespace tvsort::host {
 

@@ -1,5 +1,4 @@
-// Writes collation files: the table of unit weights (process/collation/collation_table.h) behind
-// its header (process/collation/collation_file.h), made from an order of the units
+// Writes collation files (protocol/collation_layout.h), made from an order of the units
 // (host/values/collation_order.h).
 //
 // A table has room for less than the units ask for. Page offsets are 16 bits, so 43 pages of 256

@@ -10,6 +10,7 @@
 
 #include "process/collation/collation_table.h"
 #include "process/job/notice.h"
+#include "protocol/collation_layout.h"
 
 namespace tvsort {
 
@@ -39,17 +40,6 @@ std::size_t readFile(int fd) {
 }
 
 }  // namespace
-
-bool isCollationFile(const Byte* bytes, std::size_t fileBytes) {
-    if (fileBytes < kCollationHeaderBytes + kCollationPageOffsetsBytes) return false;
-    if (loadU32(bytes + kCollationMagicOffset) != kCollationMagic) return false;
-    const Byte* const table = bytes + kCollationHeaderBytes;
-    const std::size_t tableBytes = fileBytes - kCollationHeaderBytes;
-    for (std::uint32_t page = 0; page < kCollationPageCount; ++page) {
-        if (loadU16(table + 2 * page) + kCollationPageBytes > tableBytes) return false;
-    }
-    return true;
-}
 
 void loadCollation(const char* directoryPrefix) {
     collationTable = nullptr;

@@ -46,7 +46,7 @@ Survivors compactRecords(const SortJob& job, std::int32_t last) {
 }
 
 // Copies a record over another one through the pool. Stops at the pool's errors.
-void copyRecord(SortJob& job, const HeldRecord& source, std::int32_t targetNumber) {
+void copyThroughPool(SortJob& job, const HeldRecord& source, std::int32_t targetNumber) {
     pinFrame(job, source.frameIndex);
     const HeldRecord target = locateRecord(job, targetNumber);
     unpinFrame(job, source.frameIndex);
@@ -62,7 +62,7 @@ Survivors compactThroughPool(SortJob& job) {
         if (failed(job)) break;
         if (flagAt(job, source.offset) == 0) continue;
         kept += 1;
-        if (before >= kept) copyRecord(job, source, kept);
+        if (before >= kept) copyThroughPool(job, source, kept);
     }
     return survivorsOf(job, kept);
 }

@@ -4,17 +4,6 @@ namespace tvsort {
 
 namespace {
 
-void exchangeRecords(Byte* left, Byte* right, std::uint32_t length) {
-    std::uint32_t done = 0;
-    for (; done + sizeof(std::uint64_t) <= length; done += sizeof(std::uint64_t)) {
-        const auto held = loadAs<std::uint64_t>(left + done);
-        storeAs(left + done, loadAs<std::uint64_t>(right + done));
-        storeAs(right + done, held);
-    }
-    for (; done < length; ++done)
-        std::swap(left[done], right[done]);
-}
-
 // Walks through the records in either direction.
 class RecordCursor {
   public:

@@ -9,6 +9,7 @@
 #include "process/sort/counting_pass.h"
 #include "process/storage/record_address.h"
 #include "protocol/data_type.h"
+#include "protocol/stored_string.h"
 
 namespace tvsort {
 
@@ -33,17 +34,6 @@ bool isDistributable(const KeyDescriptor& key) {
         default:
             return false;
     }
-}
-
-// Whether the field of a string orders as its value: its length lies inside the field and zeros
-// follow the content.
-bool isZeroFilled(const Byte* field, std::uint16_t fieldLength) {
-    const std::int32_t length = loadI16(field);
-    const std::int32_t contentBytes = fieldLength - static_cast<std::int32_t>(kLengthPrefixBytes);
-    if (length < 0 || length > contentBytes) return false;
-    const Byte* const content = field + kLengthPrefixBytes;
-    return std::all_of(content + length, content + contentBytes,
-                       [](Byte byte) { return byte == 0; });
 }
 
 bool stringsAreZeroFilled(const SortJob& job, const KeyRule& rule) {

@@ -150,7 +150,8 @@ struct WindowReader {
             digits |= windowShare(window.words[i], readWord(window.words[i].word, record));
         return digits;
     }
-    // For any record. Counts in `misfits` those that do not fit.
+    // For any record; needs a window of fewer than 64 bits. Counts in `misfits` those that do not
+    // fit: they may read like their neighbours in the key's order, but never beyond them.
     std::uint64_t read(const Byte* record, std::uint32_t& misfits) const {
         std::uint64_t digits = 0;
         for (std::uint32_t i = 0; i < window.wordCount; ++i) {

@@ -8,7 +8,7 @@
 #include "process/keys/record_precedes.h"
 #include "process/sort/block_scan.h"
 #include "process/sort/deciding_key.h"
-#include "process/sort/record_exchange.h"
+#include "process/sort/record_array.h"
 #include "process/storage/page_pool.h"
 #include "process/storage/server_watch.h"
 

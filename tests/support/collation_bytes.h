@@ -5,7 +5,6 @@
 
 #pragma once
 
-#include "process/collation/collation_file.h"
 #include "process/collation/collation_table.h"
 #include "tests/support/served_job.h"
 

@@ -6,11 +6,9 @@
 //     --distinct    1..                              the first record of each key: SELECT DISTINCT,
 //                                                    or UNION of several inputs
 //     --groups      1..                              every record, group ends marked; or one of
-//     each
-//                                                    group with its count: GROUP BY
+//                                                    each group with its count: GROUP BY
 //     --intersect   2..     --all                    the first input's records whose key is in
-//     every
-//                                                    other input too
+//                                                    every other input too
 //     --except      2..     --all                    the first input's records whose key is in no
 //                                                    other input
 //     --unique      1..     --limit                  every record, if no two have one key

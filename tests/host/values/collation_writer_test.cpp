@@ -14,7 +14,6 @@
 
 #include "host/collation_directory.h"
 #include "host/host_error.h"
-#include "process/collation/collation_file.h"
 #include "process/collation/collation_table.h"
 
 namespace tvsort::host {

@@ -1,0 +1,124 @@
+#include "process/sort/normalized_key.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "process/keys/record_precedes.h"
+#include "tests/process/sort/key_worlds.h"
+
+namespace tvsort::test {
+namespace {
+
+Bytes fieldOf(std::initializer_list<int> bytes) {
+    Bytes field(16);
+    std::transform(bytes.begin(), bytes.end(), field.begin(),
+                   [](int byte) { return static_cast<Byte>(byte); });
+    return field;
+}
+
+TEST(NormalizedKey, WordsAreThoseOfTheFormat) {
+    struct Case {
+        const char* name;
+        DataType type;
+        std::uint16_t length;
+        Bytes field;
+        std::vector<std::uint64_t> words;
+    };
+    const Case cases[] = {
+        {"-2", DataType::kInteger, 2, fieldOf({0xfe, 0xff}), {0x7ffe000000000000}},
+        {"1", DataType::kInteger, 4, fieldOf({1, 0, 0, 0}), {0x8000000100000000}},
+        {"-1", DataType::kInteger, 8, Bytes(16, 0xff), {0x7fffffffffffffff}},
+        {"nine bytes",
+         DataType::kBytes,
+         9,
+         fieldOf({1, 2, 3, 4, 5, 6, 7, 8, 9}),
+         {0x0102030405060708, 0x0900000000000000}},
+        {"string ab",
+         DataType::kString,
+         5,
+         fieldOf({2, 0, 0x61, 0x62, 0}),
+         {0x6162000000000000, 0x0002000000000000}},
+        {"zero", DataType::kDecimal, 16, fieldOf({2}), {0x2000000000000000, 0}},
+        {"lowest", DataType::kDecimal, 16, fieldOf({3, 7}), {0, 0}},
+        {"highest", DataType::kDecimal, 16, fieldOf({4}), {0x4000000000000000, 0}},
+        {"205", DataType::kDecimal, 16, fieldOf({2, 5, 2}), {0x3202050000000000, 0}},
+        {"-205",
+         DataType::kDecimal,
+         16,
+         fieldOf({1, 5, 2}),
+         {0x1d7d7a7f7f7f7f7f, 0x7f7f7f7f7f7f7f7f}},
+        {"fifteen digits",
+         DataType::kDecimal,
+         16,
+         fieldOf({2, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}),
+         {0x3f01020304050607, 0x08090a0b0c0d0e0f}},
+    };
+    ServedJob served;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes record = c.field;
+        record.resize(32);
+        for (const bool ascending : {true, false}) {
+            const KeyDescriptor key =
+                ascending ? ascendingKey(c.type, 0, c.length) : descendingKey(c.type, 0, c.length);
+            served.sort({record}, {.recordLength = 32}, {key});
+            NormalizedKey normalized;
+            describeKey(served.job(), normalized);
+            std::vector<std::uint64_t> words;
+            for (std::uint32_t s = 0; s < normalized.segmentCount; ++s) {
+                for (std::uint32_t w = 0; w < normalized.segments[s].words; ++w) {
+                    const KeyWord word = wordAt(normalized, s, w);
+                    const std::uint64_t turn = ascending ? 0 : ~std::uint64_t{0};
+                    words.push_back((readWord(word, record.data()) ^ turn) & word.bits);
+                }
+            }
+            EXPECT_EQ(words, c.words) << (ascending ? "ascending" : "descending");
+        }
+    }
+}
+
+TEST(NormalizedKey, OrdersRecordsAsTheComparatorDoes) {
+    for (std::uint32_t seed = 1; seed <= 200; ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        KeyWorld world(seed, 40);
+        NormalizedKey key;
+        describeKey(world.job(), key);
+        ASSERT_TRUE(decimalsHavePlaces(world.job(), key));
+        for (int i = 0; i < 40; ++i) {
+            for (int j = 0; j < 40; ++j) {
+                const int order = compareKeys(key, kKeyStart, world.record(i), world.record(j));
+                EXPECT_EQ(order < 0, recordPrecedes(world.job(), world.place(i), world.place(j)));
+                EXPECT_EQ(order > 0, recordPrecedes(world.job(), world.place(j), world.place(i)));
+            }
+        }
+    }
+}
+
+TEST(NormalizedKey, DecimalsThatAreNoneHaveNoPlace) {
+    struct Case {
+        Bytes field;
+        bool ascending;  // whether it has a place then
+        bool descending;
+    };
+    const Case cases[] = {
+        {fieldOf({2, 99}), true, true}, {fieldOf({2, 100}), false, true},
+        {fieldOf({0, 1}), false, true}, {fieldOf({4, 255}), false, true},
+        {fieldOf({5}), false, false},   {fieldOf({255, 1}), false, false},
+    };
+    ServedJob served;
+    for (const Case& c : cases) {
+        for (const bool ascending : {true, false}) {
+            const KeyDescriptor descriptor = ascending ? ascendingKey(DataType::kDecimal, 0, 16)
+                                                       : descendingKey(DataType::kDecimal, 0, 16);
+            served.sort({c.field}, {.recordLength = 16}, {descriptor});
+            NormalizedKey key;
+            describeKey(served.job(), key);
+            EXPECT_EQ(decimalsHavePlaces(served.job(), key), ascending ? c.ascending : c.descending)
+                << int{c.field[0]} << ' ' << int{c.field[1]};
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tvsort::test
