@@ -33,14 +33,16 @@ class CsvSource : public Operand {
   public:
     // `inputStart` bytes lie in the inputs before this one.
     CsvSource(InputFile& input, std::shared_ptr<const CsvTable> table, CsvRecord layout,
-              std::uint64_t inputStart, RowErrors& errors)
+              std::uint64_t inputStart, RowErrors& errors, std::shared_ptr<TextBalance> balance)
         : Operand(input.displayName(), "line"),
           input_(input),
           table_(std::move(table)),
           rows_(input, *table_, &errors),
           layout_(std::move(layout)),
           inputStart_(inputStart),
-          errors_(errors) {}
+          inputBytes_(input.fileBytes().value_or(0)),
+          errors_(errors),
+          balance_(std::move(balance)) {}
 
   private:
     std::size_t readRecords(Byte* target, std::size_t recordsMax) override {
@@ -52,9 +54,15 @@ class CsvSource : public Operand {
     }
 
     bool encode(Byte* target) {
+        // The place of a row that was appended since is one of the next input, or of none.
+        const auto rowEnd = row_.offset + static_cast<std::int64_t>(row_.bytes.size());
+        if (rowEnd > inputBytes_ && !layout_.carriesRows()) {
+            throw changedWhileRead(input_.displayName());
+        }
         try {
             layout_.encode(rows_.fields(), row_.bytes,
                            inputStart_ + static_cast<std::uint64_t>(row_.offset), target);
+            balance_->goes(row_.bytes.size());
             return true;
         } catch (const host::HostError& error) {
             errors_.take(fmt::format("{}, {}", rows_.nameOf(row_), error.what()));
@@ -66,7 +74,8 @@ class CsvSource : public Operand {
     std::int64_t unitNumberOf(std::int64_t recordNumber) override {
         input_.rewind();
         RowErrors skipped(kSkipOnError);
-        CsvSource again(input_, table_, layout_, inputStart_, skipped);
+        CsvSource again(input_, table_, layout_, inputStart_, skipped,
+                        std::make_shared<TextBalance>());
         std::vector<Byte> record(layout_.recordLength());
         for (std::int64_t i = 0; i < recordNumber; ++i)
             again.read(record.data(), 1);
@@ -78,7 +87,9 @@ class CsvSource : public Operand {
     CsvTableRows rows_;
     CsvRecord layout_;
     std::uint64_t inputStart_;
+    std::int64_t inputBytes_;  // when the rows were measured
     RowErrors& errors_;
+    std::shared_ptr<TextBalance> balance_;
     CsvRow row_ = {};
 };
 
@@ -158,14 +169,15 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
     flow.request = layout.request(kWeightTableId);
     addWeights(options, flow.request);
     std::uint64_t inputStart = 0;
+    const auto balance = std::make_shared<TextBalance>();
     for (InputFile& input : inputs) {
         flow.operands.push_back(
-            std::make_shared<CsvSource>(input, table, layout, inputStart, errors));
+            std::make_shared<CsvSource>(input, table, layout, inputStart, errors, balance));
         inputStart += static_cast<std::uint64_t>(input.fileBytes().value_or(0));
     }
-    flow.output =
-        std::make_shared<CsvOutput>(CsvOutput::Form{layout, headOf(*table, mode), table->lineEnd},
-                                    inputs, memoryBytes / kFetchShare, output);
+    flow.output = std::make_shared<CsvOutput>(
+        CsvOutput::Form{layout, headOf(*table, mode), table->lineEnd, balance}, inputs,
+        memoryBytes / kFetchShare, output);
     if (mode.hierarchy) {
         flow.readLevel = [layout](const Byte* record) -> LevelReading {
             return {layout.levelOf(record), ""};

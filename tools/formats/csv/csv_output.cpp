@@ -43,7 +43,9 @@ void CsvOutput::writeRecords(const Byte* records, std::size_t recordCount) {
     for (std::size_t i = 0; i < recordCount; ++i) {
         const Byte* const record = records + i * form_.record.recordLength();
         if (form_.record.carriesRows()) {
-            writeCarried(form_.record.rowOf(record));
+            const std::string_view row = form_.record.rowOf(record);
+            form_.balance->comesBack(row.size());
+            writeCarried(row);
         } else {
             hold(form_.record.rowPlaceOf(record));
         }
@@ -88,6 +90,7 @@ void CsvOutput::checkPlace(const RowPlace& place) const {
 
 void CsvOutput::hold(const RowPlace& place) {
     checkPlace(place);
+    form_.balance->comesBack(place.byteCount);
     // The vector of rows may have twice the room that it uses.
     const std::size_t held = buffer_.size() + 2 * sizeof(HeldRow) * (rows_.size() + 1);
     if (held + place.byteCount > memoryBytes_) writeHeld();

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,7 @@
 #include "tools/files/output_file.h"
 #include "tools/formats/csv/csv_record.h"
 #include "tools/formats/record_output.h"
+#include "tools/formats/text_balance.h"
 
 namespace tvsort::tools {
 
@@ -35,6 +37,7 @@ class CsvOutput : public RecordOutput {
         CsvRecord record;
         std::string head;  // written before the first row
         std::string lineEnd;
+        std::shared_ptr<TextBalance> balance;  // of the rows that went to the process
     };
 
     // Holds about `memoryBytes` at most. Inputs, which are regular files, and output are needed as

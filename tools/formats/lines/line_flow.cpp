@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "host/host_error.h"
 #include "tools/formats/lines/line_input.h"
 #include "tools/formats/lines/line_record.h"
+#include "tools/formats/text_balance.h"
 
 namespace tvsort::tools {
 
@@ -16,12 +18,14 @@ namespace {
 // Lays lines into records, in the second reading of the input.
 class LineSource : public Operand {
   public:
-    LineSource(InputFile& input, const LineRecord& layout, std::size_t lineBytesMax)
+    LineSource(InputFile& input, const LineRecord& layout, std::size_t lineBytesMax,
+               std::shared_ptr<TextBalance> balance)
         : Operand(input.displayName(), "line"),
           input_(input),
           lines_(input),
           layout_(layout),
-          lineBytesMax_(lineBytesMax) {}
+          lineBytesMax_(lineBytesMax),
+          balance_(std::move(balance)) {}
 
   private:
     std::size_t readRecords(Byte* target, std::size_t recordsMax) override {
@@ -29,6 +33,7 @@ class LineSource : public Operand {
         for (std::string_view line; records < recordsMax && lines_.next(line); ++records) {
             if (line.size() > lineBytesMax_) throw changedWhileRead(input_.displayName());
             layout_.encode(line, target + records * layout_.recordLength());
+            balance_->goes(line.size());
         }
         return records;
     }
@@ -37,6 +42,7 @@ class LineSource : public Operand {
     LineInput lines_;
     LineRecord layout_;
     std::size_t lineBytesMax_;
+    std::shared_ptr<TextBalance> balance_;
 };
 
 // Of the longest line. Reads the inputs to their ends and back to their starts.
@@ -81,15 +87,18 @@ RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
     flow.recordLength = layout.recordLength();
     flow.fields = layout.fields();
     flow.request = layout.request();
+    const auto balance = std::make_shared<TextBalance>();
     for (InputFile& input : inputs) {
-        flow.operands.push_back(std::make_shared<LineSource>(input, layout, lineBytesMax));
+        flow.operands.push_back(std::make_shared<LineSource>(input, layout, lineBytesMax, balance));
     }
     // Room for the newline too.
     const auto line = std::make_shared<std::vector<Byte>>(lineBytesMax + 1);
-    const auto writeLines = [layout, line, &output](const Byte* first, std::size_t recordCount) {
+    const auto writeLines = [layout, line, balance, &output](const Byte* first,
+                                                             std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {
             const std::size_t length =
                 layout.decode(first + i * layout.recordLength(), line->data());
+            balance->comesBack(length);
             (*line)[length] = '\n';
             output.write(line->data(), length + 1);
         }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "host/host_error.h"
 #include "tools/formats/lines/line_input.h"
@@ -94,18 +95,20 @@ std::string_view ValueLineRecord::lineOf(const Byte* record) const {
 }
 
 ValueLineSource::ValueLineSource(const KeyText& type, const ValueLineRecord& layout,
-                                 InputFile& input)
+                                 InputFile& input, std::shared_ptr<TextBalance> balance)
     : Operand(input.displayName(), "line"),
       encoder_(type.format),
       layout_(layout),
       input_(input),
-      lines_(input) {}
+      lines_(input),
+      balance_(std::move(balance)) {}
 
 std::size_t ValueLineSource::readRecords(Byte* target, std::size_t recordsMax) {
     std::size_t records = 0;
     for (std::string_view line; records < recordsMax && lines_.next(line); ++records) {
         atLine(input_, lines_,
                [&] { layout_.encode(encoder_, line, target + records * layout_.recordLength()); });
+        balance_->goes(line.size());
     }
     return records;
 }
@@ -144,12 +147,14 @@ RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
     flow.recordLength = layout.recordLength();
     flow.fields = layout.fields();
     flow.request = layout.request();
+    const auto balance = std::make_shared<TextBalance>();
     for (InputFile& input : inputs) {
-        flow.operands.push_back(std::make_shared<ValueLineSource>(type, layout, input));
+        flow.operands.push_back(std::make_shared<ValueLineSource>(type, layout, input, balance));
     }
-    const auto writeLines = [layout, &output](const Byte* first, std::size_t recordCount) {
+    const auto writeLines = [layout, balance, &output](const Byte* first, std::size_t recordCount) {
         for (std::size_t i = 0; i < recordCount; ++i) {
             const std::string_view line = layout.lineOf(first + i * layout.recordLength());
+            balance->comesBack(line.size());
             output.write(reinterpret_cast<const Byte*>(line.data()), line.size());
             constexpr Byte kNewline = '\n';
             output.write(&kNewline, 1);

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +25,7 @@
 #include "tools/formats/lines/line_input.h"
 #include "tools/formats/record_field.h"
 #include "tools/formats/record_flow.h"
+#include "tools/formats/text_balance.h"
 #include "tools/options/key_text.h"
 #include "tools/options/mode_options.h"
 
@@ -62,8 +64,9 @@ class ValueLineRecord {
 class ValueLineSource : public Operand {
   public:
     // Needs the input as long as it reads. A line that is no value is thrown as bad use when it is
-    // read, with the input's name and the line's number.
-    ValueLineSource(const KeyText& type, const ValueLineRecord& layout, InputFile& input);
+    // read, with the input's name and the line's number. The balance is told of the lines that go.
+    ValueLineSource(const KeyText& type, const ValueLineRecord& layout, InputFile& input,
+                    std::shared_ptr<TextBalance> balance = std::make_shared<TextBalance>());
 
   private:
     std::size_t readRecords(Byte* target, std::size_t recordsMax) override;
@@ -72,6 +75,7 @@ class ValueLineSource : public Operand {
     ValueLineRecord layout_;
     InputFile& input_;
     LineInput lines_;
+    std::shared_ptr<TextBalance> balance_;
 };
 
 // Reads the input to its end and back to its start. The first line that is no value is thrown as
