@@ -15,6 +15,7 @@
 #include "tools/files/input_file.h"
 #include "tools/files/interrupt.h"
 #include "tools/files/output_place.h"
+#include "tools/output_rights.h"
 
 namespace tvsort::tools {
 
@@ -33,20 +34,16 @@ constexpr mode_t kOwnerOnly = 0600;
                               "choose a name that can be written");
 }
 
-// The rights of the file that is replaced, or those that a new file gets.
-mode_t rightsFor(const std::optional<struct stat>& replaced) {
-    constexpr mode_t kRightsMask = 0777;
-    if (replaced.has_value()) return replaced->st_mode & kRightsMask;
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
-}
-
 // Where it stands in a folder that everybody can write, a name may have become a link.
 host::FileDescriptor openInPlace(const OutputPlace& place) {
     const int follow = place.isOpenFile ? 0 : O_NOFOLLOW;
-    return host::FileDescriptor(openat(place.folder.number(), place.name.c_str(),
-                                       O_WRONLY | O_NOCTTY | O_CLOEXEC | follow));
+    int file = -1;
+    do {
+        throwIfInterrupted();  // a pipe without a reader waits for one
+        file = openat(place.folder.number(), place.name.c_str(),
+                      O_WRONLY | O_NOCTTY | O_CLOEXEC | follow);
+    } while (file < 0 && errno == EINTR);
+    return host::FileDescriptor(file);
 }
 
 }  // namespace
@@ -73,10 +70,17 @@ OutputFile::OutputFile(const std::string& name) : displayName_(name) {
     folder_ = std::move(place.folder);
     finalName_ = place.name;
     createNameless();
-    if (fchmod(file_.number(), rightsFor(place.found)) != 0) cannotCreate(name, errno);
+    if (setRights(file_.number(), {folder_.number(), finalName_, place.found})) return;
+    const int error = errno;
+    removeHidden();
+    cannotCreate(name, error);
 }
 
 OutputFile::~OutputFile() {
+    removeHidden();
+}
+
+void OutputFile::removeHidden() {
     if (!hiddenName_.empty()) unlinkat(folder_.number(), hiddenName_.c_str(), 0);
 }
 

@@ -3,10 +3,11 @@
 // A file comes into being without a name in the folder of the final one and gets the final name by
 // `finish`, when it is whole: nobody ever sees a half-written output, an earlier file of that name
 // stays until then, and of a command that was killed nothing is left. To take the place of an
-// earlier file it gets, for a moment, a hidden name that nobody can foresee; where the file system
-// has no nameless files, it has that name from the beginning. It gets the earlier file's rights to
-// read, write and execute, and never those that change whose rights a program has. Devices and
-// pipes are written directly. `OutputPlace` says which symbolic links are followed.
+// earlier file it gets, for a moment (which a kill may hit), a hidden name that nobody can foresee;
+// where the file system has no nameless files, it has that name from the beginning. It gets the
+// earlier file's rights to read, write and execute (`setRights`), and never those that change whose
+// rights a program has. Devices and pipes are written directly. `OutputPlace` says which symbolic
+// links are followed.
 
 #pragma once
 
@@ -40,6 +41,7 @@ class OutputFile {
     int giveHiddenName();
     template <typename Attempt>
     int underHiddenName(const Attempt& attempt);
+    void removeHidden();
     void writeThrough(const Byte* bytes, std::size_t byteCount);
 
     host::FileDescriptor file_;

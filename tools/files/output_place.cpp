@@ -32,7 +32,9 @@ class Walk {
     void enterStart();
     void enter(host::FileDescriptor folder) { folder_ = std::move(folder); }
     bool isInProc() const;
+    bool isAnothersInPublic(const struct stat& thing) const;
     void checkMayFollow(const std::string& name, const struct stat& link) const;
+    void checkMayWrite(const struct stat& found) const;
     // True when the walk goes on along the link's text.
     bool follow(const std::string& name, int link, const struct stat& status);
     bool textLeadsTo(const std::string& text, const struct stat& status) const;
@@ -72,19 +74,30 @@ bool Walk::isInProc() const {
     return fstatfs(folder_.number(), &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
 }
 
-void Walk::checkMayFollow(const std::string& name, const struct stat& link) const {
+// In a folder like /tmp, and neither the user's nor that of the folder's owner.
+bool Walk::isAnothersInPublic(const struct stat& thing) const {
     constexpr mode_t kEverybodysSticky = S_ISVTX | S_IWOTH;
     struct stat folder = {};
     if (fstat(folder_.number(), &folder) != 0) fail(errno);
-    if ((folder.st_mode & kEverybodysSticky) != kEverybodysSticky || link.st_uid == geteuid() ||
-        link.st_uid == folder.st_uid) {
-        return;
-    }
+    return (folder.st_mode & kEverybodysSticky) == kEverybodysSticky && thing.st_uid != geteuid() &&
+           thing.st_uid != folder.st_uid;
+}
+
+void Walk::checkMayFollow(const std::string& name, const struct stat& link) const {
+    if (!isAnothersInPublic(link)) return;
     throw host::badUse(
         fmt::format("cannot create the output {}: {} is a symbolic link of another user in a "
                     "folder that everybody can write; name the file that is meant, or remove the "
                     "link",
                     path_, name));
+}
+
+void Walk::checkMayWrite(const struct stat& found) const {
+    if (!(S_ISREG(found.st_mode) || S_ISFIFO(found.st_mode)) || !isAnothersInPublic(found)) return;
+    throw host::badUse(
+        fmt::format("cannot create the output {}: it belongs to another user, in a folder that "
+                    "everybody can write; choose another name",
+                    path_));
 }
 
 bool Walk::textLeadsTo(const std::string& text, const struct stat& status) const {
@@ -113,6 +126,7 @@ bool Walk::follow(const std::string& name, int link, const struct stat& status) 
 }
 
 OutputPlace Walk::placeAt(std::string name, std::optional<struct stat> found, bool isOpenFile) {
+    if (found.has_value() && !isOpenFile) checkMayWrite(*found);
     return {std::move(folder_), std::move(name), found, isOpenFile};
 }
 

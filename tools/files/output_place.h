@@ -6,8 +6,10 @@
 // of another user to a file of that user's. Linux refuses to follow such links, but not everywhere
 // (fs.protected_symlinks), and not for a program that reads where they lead. Here the rule holds at
 // every step of the way: a link in a sticky folder that everybody can write is followed when it
-// belongs to the user or to the folder's owner. The folder stays open, so nothing that is exchanged
-// on the way to it afterwards matters.
+// belongs to the user or to the folder's owner. So with a file or a pipe there (Linux has the rule
+// as fs.protected_regular and fs.protected_fifos): whoever laid it under the output's name could
+// read what is written. The folder stays open, so nothing that is exchanged on the way to it
+// afterwards matters.
 
 #pragma once
 
@@ -30,7 +32,8 @@ struct OutputPlace {
     bool isOpenFile = false;
 };
 
-// Throws where a part of the way is missing or no directory, and at a link that is not followed.
+// Throws where a part of the way is missing or no directory, at a link that is not followed, and
+// where another user's file or pipe is not written.
 OutputPlace findOutputPlace(const std::string& path);
 
 }  // namespace tvsort::tools
