@@ -53,22 +53,24 @@ bool hasUnitKey(const host::RequestBuilder& request) {
     });
 }
 
-void report(const host::CollationFile& file) {
-    fmt::print(stderr, "{} units have weights in ICU's order; the others weigh their own value\n",
-               file.exactUnits() - file.displacedUnits - file.unmappedUnits);
+std::string report(const host::CollationFile& file) {
+    std::string text =
+        fmt::format("{} units have weights in ICU's order; the others weigh their own value\n",
+                    file.exactUnits() - file.displacedUnits - file.unmappedUnits);
     if (file.mergedUnits > 0) {
-        fmt::print(stderr,
-                   "{} of them are variants of an ideograph or syllable and weigh the same\n",
-                   file.mergedUnits);
+        text +=
+            fmt::format("{} of them are variants of an ideograph or syllable and weigh the same\n",
+                        file.mergedUnits);
     }
     if (file.displacedUnits > 0) {
-        fmt::print(stderr, "{} units stand behind the ideographs, where ICU puts them before\n",
-                   file.displacedUnits);
+        text += fmt::format("{} units stand behind the ideographs, where ICU puts them before\n",
+                            file.displacedUnits);
     }
     if (file.unmappedUnits > 0) {
-        fmt::print(stderr, "{} units are equal to one another and last, for lack of weights\n",
-                   file.unmappedUnits);
+        text += fmt::format("{} units are equal to one another and last, for lack of weights\n",
+                            file.unmappedUnits);
     }
+    return text;
 }
 
 }  // namespace
@@ -79,7 +81,7 @@ void writeCollation(const CollationOptions& options) {
     OutputFile output(options.output);
     output.write(file.bytes.data(), file.bytes.size());
     output.finish();
-    report(file);
+    std::fputs(report(file).c_str(), stderr);
 }
 
 std::unique_ptr<host::CollationDirectory> putCollationInForce(const std::string& name,

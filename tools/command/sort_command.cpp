@@ -46,15 +46,13 @@ host::ServerOptions serverOptions(SortSetup& setup) {
     return server;
 }
 
-void report(const SortOptions& options, const SortStats& stats) {
-    if (options.stats == "json") {
-        fmt::print(stderr, "{}", statsAsJson(stats));
-        return;
-    }
+std::string report(const SortOptions& options, const SortStats& stats) {
+    if (options.stats == "json") return statsAsJson(stats);
+    std::string text;
     if (!options.mode.groups.empty()) {
-        fmt::print(stderr, "{} {}\n", stats.groupCount, stats.groupCount == 1 ? "group" : "groups");
+        text = fmt::format("{} {}\n", stats.groupCount, stats.groupCount == 1 ? "group" : "groups");
     }
-    if (options.stats == "text") fmt::print(stderr, "{}", statsAsText(stats));
+    return options.stats == "text" ? text + statsAsText(stats) : text;
 }
 
 }  // namespace
@@ -77,8 +75,8 @@ void sortFile(const SortOptions& options) {
     stats.read = setup.readCost();
     stats.skippedCount = setup.errors().skippedCount();
     stats.ownPeakBytes = ownPeakBytes();
-    fmt::print(stderr, "{}", setup.errors().report());
-    report(options, stats);
+    // The output is final: that the words cannot be written makes no failure of it.
+    std::fputs((setup.errors().report() + report(options, stats)).c_str(), stderr);
 }
 
 void addSortCommand(CLI::App& app, int& exitStatus) {

@@ -46,7 +46,7 @@ bool Progress::isDue() {
 }
 
 void Progress::show(const std::string& text) {
-    fmt::print(stderr, "{}tvsort-host: {}: {}", kClearLine, work_, text);
+    std::fputs(fmt::format("{}tvsort-host: {}: {}", kClearLine, work_, text).c_str(), stderr);
     std::fflush(stderr);
     shown_ = true;
 }
