@@ -191,12 +191,28 @@ std::string makeDirectory(int parent) {
     return "";
 }
 
+// One that could not be opened, for want of descriptors, say, has no marker: no host would remove it
+// later. The reason stays in `errno`.
+void removeUnopened(int parent, const std::string& name) {
+    const int reason = errno;
+    struct stat status = {};
+    if (fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        status.st_uid == geteuid()) {
+        unlinkat(parent, name.c_str(), AT_REMOVEDIR);
+    }
+    errno = reason;
+}
+
 // Whatever group bit or list of rights the parent hands on, the mode is the owner's only.
 // Where others may rename in the parent, another directory may stand in its place by now.
 bool openNewDirectory(int parent, const std::string& name, FileDescriptor& directory) {
     directory = openDirectory(parent, name.c_str());
+    if (!directory.isOpen()) {
+        removeUnopened(parent, name);
+        return false;
+    }
     struct stat status = {};
-    if (!directory.isOpen() || fstat(directory.number(), &status) != 0) return false;
+    if (fstat(directory.number(), &status) != 0) return false;
     if (status.st_uid == geteuid()) return fchmod(directory.number(), kOwnerOnly) == 0;
     errno = EPERM;
     return false;
@@ -254,8 +270,12 @@ void PrivateDirectory::mark() {
 PrivateDirectory::~PrivateDirectory() {
     // There is nobody to tell of a failure here; the directory then stays for its owner to remove.
     try {
-        const auto contents = contentsOf(directory_.number());
-        if (!contents.has_value()) return;
+        auto contents = contentsOf(directory_.number());
+        if (!contents.has_value()) {
+            marker_.close();  // reading takes a descriptor, and there may be no other
+            contents = contentsOf(directory_.number());
+        }
+        if (!contents.has_value()) contents.emplace();
         removeDirectory(parent_.directory.number(), path_.filename().string(), directory_.number(),
                         *contents);
     } catch (...) {

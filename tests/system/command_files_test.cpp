@@ -8,9 +8,11 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <vector>
 
@@ -170,6 +172,99 @@ TEST_F(CommandFiles, AreNotWrittenThroughAnothersLinkInAPublicFolder) {
         EXPECT_TRUE(fs::is_symlink(folder() / "public/file"));
         EXPECT_FALSE(fs::exists(folder() / "home/out") || fs::exists(folder() / "home/new"));
     }
+}
+
+TEST_F(CommandFiles, AreNotWhatAnotherLaidUnderTheirNameInAPublicFolder) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root has other users";
+    for (const bool isPipe : {false, true}) {
+        const std::string path = folder() / "public/out";
+        ASSERT_EQ(mknod(path.c_str(), (isPipe ? S_IFIFO : S_IFREG) | 0666U, 0), 0);
+        ASSERT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
+        const Outcome outcome = sortTo("public/out");
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_THAT(outcome.errors, HasSubstr("output public/out: it belongs to another user"));
+        ASSERT_EQ(chown((folder() / "public").c_str(), kNobody, kNobody), 0);
+        if (!isPipe) {
+            EXPECT_EQ(sortTo("public/out").status, 0) << "the folder's owner is trusted";
+        }
+        ASSERT_EQ(chown((folder() / "public").c_str(), 0, 0), 0);
+        fs::remove(path);
+    }
+}
+
+// Bits for a group mean its members, and beside an access list the most that the list gives.
+TEST_F(CommandFiles, GiveNobodyRightsWhoHadNoneToTheEarlierFile) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root has other groups";
+    const fs::path path = folder() / "out";
+    const auto groupOf = [&] {
+        struct stat status = {};
+        return stat(path.c_str(), &status) == 0 ? status.st_gid : 0;
+    };
+    write("out", "before");
+    ASSERT_EQ(chown(path.c_str(), 0, 77), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0664), 0);
+    EXPECT_EQ(sortTo("out").status, 0);
+    EXPECT_EQ(groupOf(), 77U);
+    EXPECT_EQ(modeOf("out"), 0664U);
+    // A user who is not of the group cannot give the file to it.
+    const std::string asNobody =
+        "cd '" + folder().string() +
+        "' && chmod 711 . && chmod 777 temp "
+        "public && chmod 644 words && mv out public/own && chown 65534:77 public/own && "
+        "setpriv --reuid 65534 --regid 65534 --clear-groups '" TVSORT_HOST_PROGRAM
+        "' sort --lines words -o public/own 2>.errors";
+    if (std::system(asNobody.c_str()) == 0) {
+        EXPECT_EQ(modeOf("public/own"), 0644U);
+    } else {
+        EXPECT_THAT(read(".errors"), HasSubstr("ermission")) << "programs of another user's folder";
+    }
+    // user::rw-, user:77:rw-, group::---, mask::rw-, other::---
+    const unsigned char list[] = {2, 0,  0,   0,   1,   0,   6,  0, 255, 255, 255, 255, 2,   0,  6,
+                                  0, 77, 0,   0,   0,   4,   0,  0, 0,   255, 255, 255, 255, 16, 0,
+                                  6, 0,  255, 255, 255, 255, 32, 0, 0,   0,   255, 255, 255, 255};
+    constexpr char kAccessList[] = "system.posix_acl_access";
+    write("out", "before");
+    if (setxattr(path.c_str(), kAccessList, list, sizeof list, 0) != 0) return;
+    EXPECT_EQ(sortTo("out").status, 0);
+    unsigned char after[sizeof list] = {};
+    EXPECT_EQ(getxattr(path.c_str(), kAccessList, after, sizeof after), ssize_t{sizeof list});
+    EXPECT_THAT(after, testing::ElementsAreArray(list));
+}
+
+TEST_F(CommandFiles, ThatWaitForAnotherSideAreGivenUpAtASignal) {
+    ASSERT_EQ(mkfifo((folder() / "pipe").c_str(), 0600), 0);
+    for (const char* const words : {"pipe", "words -o pipe"}) {
+        const std::string command =
+            "cd '" + folder().string() + "' && exec timeout -s TERM " +
+            "--preserve-status 0.3 '" TVSORT_HOST_PROGRAM "' sort --lines " + words + " 2>.errors";
+        EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 128 + SIGTERM) << words;
+        EXPECT_THAT(read(".errors"), HasSubstr("interrupted by signal 15"));
+    }
+}
+
+TEST_F(CommandFiles, AreAllRemovedWhereDescriptorsRunOut) {
+    int failures = 0;
+    for (int limit = 4; limit < 24; ++limit) {
+        const std::string command = "cd '" + folder().string() + "'; exec 2>.errors; ulimit -n " +
+                                    std::to_string(limit) +
+                                    "; exec '" TVSORT_HOST_PROGRAM "' sort --lines words -o out";
+        const int status = std::system(command.c_str());
+        EXPECT_TRUE(WIFEXITED(status));
+        failures += WEXITSTATUS(status) == 2 ? 1 : 0;
+        EXPECT_TRUE(fs::is_empty(folder() / "temp")) << limit << read(".errors");
+    }
+    EXPECT_GT(failures, 3);
+}
+
+TEST_F(CommandFiles, ThatGrowMeanwhileAreNamed) {
+    write("words.csv", "word,text\na," + std::string(600, 'x') +
+                           "\n"
+                           "b,y\n");
+    write("grower", "#!/bin/sh\necho c,z >>words.csv\nexec '" TVSORT_PROGRAM "' \"$@\"\n");
+    ASSERT_EQ(chmod((folder() / "grower").c_str(), 0700), 0);
+    const Outcome outcome = run("sort --key word words.csv words.csv --process ./grower -o out");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.errors, HasSubstr("words.csv was changed while it was being read"));
 }
 
 TEST_F(CommandFiles, AreWrittenThroughLinksThatMayBeTrusted) {

@@ -26,8 +26,12 @@ void waitForInput(int file) {
 }
 
 host::FileDescriptor openInput(const std::string& name) {
-    host::FileDescriptor file(name == kStandardStream ? dup(STDIN_FILENO)
-                                                      : open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    host::FileDescriptor file;
+    do {
+        throwIfInterrupted();  // a pipe without a writer waits for one
+        file = host::FileDescriptor(
+            name == kStandardStream ? dup(STDIN_FILENO) : open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    } while (!file.isOpen() && errno == EINTR);
     if (!file.isOpen()) {
         throw host::systemFailure(
             "cannot open the input " + name, errno,
