@@ -15,7 +15,7 @@
 #include "tools/files/input_file.h"
 #include "tools/files/interrupt.h"
 #include "tools/files/output_place.h"
-#include "tools/output_rights.h"
+#include "tools/files/output_rights.h"
 
 namespace tvsort::tools {
 

@@ -1,4 +1,4 @@
-#include "tools/output_rights.h"
+#include "tools/files/output_rights.h"
 
 #include <fmt/format.h>
 #include <linux/limits.h>
