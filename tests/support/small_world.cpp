@@ -80,7 +80,7 @@ Records grouped(Records sorted, const std::vector<KeyDescriptor>& keys, std::int
 }
 
 // How many of the first operand's records a group keeps: a row for each count of them, 1 to 3, and
-// a figure for each pair of the other two's counts, 0 to 3, the second operand's before the third's.
+// a figure for each pair of the other two's counts, 0 to 3, first the second operand's.
 struct KeptRecords {
     SortMode mode;
     bool keepsFirst;  // or the last ones
