@@ -15,6 +15,7 @@ constexpr char kStartAdvice[] = "check that the program is tvsort, and what it s
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kIsSanitized = true;
 #elif defined(__has_feature)
+// NOLINTNEXTLINE(misc-redundant-expression): it reads what the questions expand to
 constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ||
                               __has_feature(memory_sanitizer);
 #else

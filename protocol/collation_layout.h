@@ -3,8 +3,9 @@
 //
 //       0    4                not read
 //       4    u32              magic 0x667DED94
-//       8    512              page offsets: 256 x u16, by the unit's high byte; bytes from here (the
-//                             table's start) to the page that serves it. High bytes may share a page.
+//       8    512              pageOffset: 256 x u16, by the unit's high byte; bytes from here, the
+//                             table's start, to the page that serves it. High bytes may share a
+//                             page.
 //     520    1536 x pages     pages of 256 entries, by the unit's low byte
 //
 // An entry, 6 bytes, little-endian like everything here:

@@ -41,7 +41,6 @@
 namespace {
 
 using tvsort::Byte;
-using tvsort::SortMode;
 using tvsort::SortReply;
 using tvsort::SortRequest;
 

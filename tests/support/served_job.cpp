@@ -108,9 +108,9 @@ Request ServedJob::lay(const Records& records, Geometry geometry) {
                                      i / geometry.recordsPerBlock * blockBytes +
                                      i % geometry.recordsPerBlock * geometry.recordLength));
     }
-    const auto frames = static_cast<std::size_t>(layout_.pagesPerBlock / geometry.blockPages *
-                                                 layout_.memoryBlocks);
-    const std::size_t inFrames = std::min(data.size(), frames * blockBytes);
+    const std::int32_t frames = layout_.pagesPerBlock / geometry.blockPages * layout_.memoryBlocks;
+    const std::size_t inFrames =
+        std::min(data.size(), static_cast<std::size_t>(frames) * blockBytes);
     std::copy_n(data.begin(), inFrames, job_->frameArea);
     EXPECT_EQ(ftruncate(job_->workFd, 0), 0);
     EXPECT_EQ(pwrite(job_->workFd, data.data() + inFrames, data.size() - inFrames,

@@ -1,8 +1,9 @@
 #include "tests/support/small_world.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
-#include <map>
+#include <string_view>
 
 namespace tvsort::test {
 
@@ -78,25 +79,46 @@ Records grouped(Records sorted, const std::vector<KeyDescriptor>& keys, std::int
     return result;
 }
 
-// How many of the first operand's records survive a group, and from which on.
-std::pair<int, int> survivors(SortMode mode, std::map<int, int>& counts) {
-    const bool shared = counts.size() > 1;
-    int smallest = counts[1];
-    int largestOther = 0;
-    for (const auto& [tag, count] : counts) {
-        smallest = std::min(smallest, count);
-        if (tag != 1) largestOther = std::max(largestOther, count);
-    }
-    switch (mode) {
-        case SortMode::kIntersect:
-            return {0, shared ? 1 : 0};
-        case SortMode::kIntersectAll:
-            return {0, counts.size() == 2 ? smallest : shared ? 1 : 0};
-        case SortMode::kExcept:
-            return {0, shared ? 0 : 1};
-        default:
-            return {largestOther, counts[1]};
-    }
+// How many of the first operand's records a group keeps: a row for each count of them, 1 to 3, and
+// a figure for each pair of the other two's counts, 0 to 3, first the second operand's.
+struct KeptRecords {
+    SortMode mode;
+    bool keepsFirst;  // or the last ones
+    const char* rows[kTagRecordsMax];
+};
+
+constexpr KeptRecords kKept[] = {
+    {SortMode::kIntersect,
+     true,
+     {"0111 1111 1111 1111",  //
+      "0111 1111 1111 1111",  //
+      "0111 1111 1111 1111"}},
+    {SortMode::kIntersectAll,
+     true,
+     {"0111 1111 1111 1111",  //
+      "0122 1111 2111 2111",  //
+      "0123 1111 2111 3111"}},
+    {SortMode::kExcept,
+     true,
+     {"1000 0000 0000 0000",  //
+      "1000 0000 0000 0000",  //
+      "1000 0000 0000 0000"}},
+    {SortMode::kExceptAll,
+     false,
+     {"1000 0000 0000 0000",  //
+      "2100 1100 0000 0000",  //
+      "3210 2210 1110 0000"}},
+};
+
+// The group's records that survive; `counts` are those of its operands, the first one's not 0.
+Records survivors(SortMode mode, const Records& first, const std::array<std::size_t, 3>& counts) {
+    const KeptRecords& kept =
+        *std::find_if(std::begin(kKept), std::end(kKept),
+                      [mode](const KeptRecords& other) { return other.mode == mode; });
+    const char figure = std::string_view(kept.rows[counts[0] - 1]).at(5 * counts[1] + counts[2]);
+    const auto count = static_cast<std::ptrdiff_t>(figure - '0');
+    return kept.keepsFirst ? Records(first.begin(), first.begin() + count)
+                           : Records(first.end() - count, first.end());
 }
 
 Records combined(const Records& sorted, const std::vector<KeyDescriptor>& keys, SortMode mode) {
@@ -107,16 +129,15 @@ Records combined(const Records& sorted, const std::vector<KeyDescriptor>& keys, 
             continue;
         }
         std::size_t end = i;
-        std::map<int, int> counts;
+        std::array<std::size_t, 3> counts = {};
         Records first;
         for (; end < sorted.size() && differenceByModel(sorted[i], sorted[end], keys, false) == 0;
              ++end) {
-            counts[sorted[end][kRecordFlagOffset]] += 1;
+            counts.at(sorted[end][kRecordFlagOffset] - 1U) += 1;
             if (sorted[end][kRecordFlagOffset] == 1) first.push_back(sorted[end]);
         }
-        const auto [from, to] = survivors(mode, counts);
-        for (int j = from; j < to; ++j)
-            result.push_back(first[static_cast<std::size_t>(j)]);
+        for (Bytes& record : survivors(mode, first, counts))
+            result.push_back(std::move(record));
         i = end;
     }
     return result;
@@ -183,6 +204,18 @@ Records randomWorld(std::mt19937& random, int count, int distinct, int tags, boo
         records.push_back(std::move(record));
     }
     return records;
+}
+
+void thinOut(Records& records, const std::vector<KeyDescriptor>& keys) {
+    Records kept;
+    for (const Bytes& record : records) {
+        const auto like = std::count_if(kept.begin(), kept.end(), [&](const Bytes& other) {
+            return record[kRecordFlagOffset] == other[kRecordFlagOffset] &&
+                   differenceByModel(record, other, keys, false) == 0;
+        });
+        if (like < kTagRecordsMax) kept.push_back(record);
+    }
+    records = kept;
 }
 
 void growForest(std::mt19937& random, Records& records, int levelMax) {

@@ -24,10 +24,16 @@ inline constexpr std::uint16_t kKeyAOffset = 16;
 inline constexpr std::uint16_t kKeyBOffset = 18;
 inline constexpr std::uint16_t kNullsOffset = 20;
 
+inline constexpr int kTagRecordsMax = 3;
+
 std::uint32_t arrivalOf(const Bytes& record);
 
 // `count` records with keys below `distinct`, operand tags 1 to `tags`, and nulls if asked for.
 Records randomWorld(std::mt19937& random, int count, int distinct, int tags, bool nulls);
+
+// Leaves of each operand the first kTagRecordsMax records of a group: the model of the set
+// operations knows no more.
+void thinOut(Records& records, const std::vector<KeyDescriptor>& keys);
 
 // Gives the records random levels of a well-formed forest.
 void growForest(std::mt19937& random, Records& records, int levelMax);
@@ -36,8 +42,8 @@ void growForest(std::mt19937& random, Records& records, int levelMax);
 // indicators.
 std::vector<KeyDescriptor> randomKeys(std::mt19937& random);
 
-// The result of sort modes 1 to 6 and 10 up on records that are in order; counts the groups of
-// mode 2.
+// The result of sort modes 1 to 6 and 10 up on records that are in order, in modes 3 to 6 of three
+// operands and thinned out; counts the groups of mode 2.
 Records shapedByModel(const Records& sorted, const std::vector<KeyDescriptor>& keys, SortMode mode,
                       std::int32_t& groupCount);
 

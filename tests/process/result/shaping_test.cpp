@@ -46,8 +46,9 @@ TEST_P(Shaping, AgreesWithTheModelOnRandomWorlds) {
         geometry.recordsPerBlock = static_cast<std::uint16_t>(1 + random() % 20);
         const int count = 2 + static_cast<int>(random() % 600);
         const int distinct = 1 + static_cast<int>(random() % (seed % 2 == 0 ? 4 : 40));
-        const Records records = randomWorld(random, count, distinct, 3, true);
+        Records records = randomWorld(random, count, distinct, 3, true);
         const std::vector<KeyDescriptor> keys = randomKeys(random);
+        if (mode >= SortMode::kIntersect && mode <= SortMode::kExceptAll) thinOut(records, keys);
 
         ServedJob served(pool.layout);
         const Records sorted = sortedByProcess(served, records, geometry, keys, mode);

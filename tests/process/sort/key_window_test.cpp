@@ -63,6 +63,7 @@ TEST(KeyWindow, WindowsInARowOrderAsTheKeyDoes) {
             const WindowFit fit = randomFit(world, kWindowBits);
             const FittedWindow fitted(world, key, place, fit, kRecords);
             ASSERT_LE(fitted.window.width, fit.widthMax);
+            ASSERT_LT(digits[0].size(), kWindowBits * kSegmentsMax);  // each window moves on
             for (int i = 0; i < kRecords; ++i) {
                 std::uint32_t misfits = 0;
                 digits[static_cast<std::size_t>(i)].push_back(fitted.readFitted(i));
