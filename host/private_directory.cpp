@@ -191,8 +191,8 @@ std::string makeDirectory(int parent) {
     return "";
 }
 
-// One that could not be opened, for want of descriptors, say, has no marker: no host would remove it
-// later. The reason stays in `errno`.
+// One that could not be opened, for want of descriptors, say, has no marker, and no host would
+// remove it later. The reason stays in `errno`.
 void removeUnopened(int parent, const std::string& name) {
     const int reason = errno;
     struct stat status = {};
