@@ -34,10 +34,11 @@ set_target_properties(tvsort_host PROPERTIES EXPORT_NAME host)
 install(TARGETS tvsort_host EXPORT tvsort DESTINATION ${CMAKE_INSTALL_LIBDIR}
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
-# The headers of the host library and those of the process that they include: messages, slots, keys.
+# The headers of the host library, and what server and process say to each other.
 get_target_property(host_headers tvsort_host TVSORT_HEADERS)
-set(installed_headers ${host_headers} protocol/bytes.h protocol/data_type.h protocol/error_code.h
-                      protocol/messages.h protocol/slot_layout.h protocol/page_descriptor.h)
+file(GLOB protocol_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
+     ${PROJECT_SOURCE_DIR}/protocol/*.h)
+set(installed_headers ${host_headers} ${protocol_headers})
 set(header_folder ${PROJECT_BINARY_DIR}/installed-headers)
 install(CODE "set(source_folder \"${PROJECT_SOURCE_DIR}\")
 set(header_folder \"${header_folder}\")

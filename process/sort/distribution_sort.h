@@ -33,19 +33,10 @@
 
 namespace tvsort {
 
-// From this many records on the distribution sort pays.
-inline constexpr std::int32_t kDistributionRecordsMin = 10000;
-
-// Whether the data set is large enough, fits twice into the frames with the counters, and has only
-// keys that passes over raw bytes order as the comparator does: types 2, 4, 5 and 6, and strings of
-// type 9 that are no geometry and whose fields hold nothing but zeros behind the stored length.
-// Reads the string fields; touches nothing.
-bool distributionSortApplies(const SortJob& job);
-
 // Sorts the data set in frames 0 to `fileBlocks` - 1. Marks no frame dirty and pins none. Needs
-// distributionSortApplies. Raises 1090, before any record has moved, when there is a decimal of an
-// unknown class, or an invalid one under an ascending key; 903 when sort mode 8 or 9 finds two
-// records that its unique check refuses.
+// distributionSortApplies (sort/distribution_choice.h). Raises 1090, before any record has moved,
+// when there is a decimal of an unknown class, or an invalid one under an ascending key; 903 when
+// sort mode 8 or 9 finds two records that its unique check refuses.
 void distributionSort(SortJob& job);
 
 }  // namespace tvsort

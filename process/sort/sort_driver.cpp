@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "process/sort/distribution_choice.h"
 #include "process/sort/distribution_sort.h"
 #include "process/sort/partition.h"
 #include "process/sort/range_insertion.h"

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "process/service/channel.h"
-#include "process/sort/distribution_sort.h"
+#include "process/sort/distribution_choice.h"
 
 namespace tvsort::test {
 

@@ -8,7 +8,7 @@
 
 #include "process/keys/decimal_value.h"
 #include "process/keys/record_precedes.h"
-#include "process/sort/distribution_sort.h"
+#include "process/sort/distribution_choice.h"
 #include "tests/support/small_world.h"
 
 namespace tvsort::test {

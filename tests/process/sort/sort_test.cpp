@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 #include "process/keys/record_precedes.h"
-#include "process/sort/distribution_sort.h"
+#include "process/sort/distribution_choice.h"
 #include "process/sort/sort_driver.h"
 #include "tests/support/small_world.h"
 
