@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
@@ -35,5 +36,12 @@ class FileDescriptor {
   private:
     int number_ = -1;
 };
+
+// The same under a number that is no standard stream's. In a host that has closed its own streams a
+// new descriptor gets such a number, and a child's streams are laid over it.
+inline FileDescriptor aboveStreams(FileDescriptor file) {
+    if (file.number() > STDERR_FILENO || !file.isOpen()) return file;
+    return FileDescriptor(fcntl(file.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 }  // namespace tvsort::host

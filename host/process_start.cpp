@@ -157,7 +157,9 @@ pid_t startProcess(const ProcessStart& start, int output) {
                             "close other files or raise the limit of open files");
     }
     const FileDescriptor failure(ends[0]);
-    FileDescriptor childsFailure(ends[1]);
+    FileDescriptor childsFailure = aboveStreams(FileDescriptor(ends[1]));
+    if (!childsFailure.isOpen())
+        throw systemFailure("cannot make a pipe for the sort process", errno);
     const std::string program = lookedUp(start.program.string());
     std::vector<std::string> arguments = {start.program.string()};
     arguments.insert(arguments.end(), start.arguments.begin(), start.arguments.end());

@@ -44,7 +44,8 @@ SlotMemory::SlotMemory(const SlotLayout& layout, int slotCount)
     checkLayout(layout, slotCount);
     bytes_ = static_cast<std::size_t>(layout.slotBytes()) * static_cast<std::size_t>(slotCount);
     const std::string size = std::to_string(bytes_) + " bytes of shared memory";
-    descriptor_ = FileDescriptor(memfd_create("tvsort", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    descriptor_ =
+        aboveStreams(FileDescriptor(memfd_create("tvsort", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
     if (!descriptor_.isOpen() || ftruncate(descriptor(), static_cast<off_t>(bytes_)) != 0 ||
         fcntl(descriptor(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
         throw systemFailure("cannot create " + size, errno, "ask for less memory or fewer slots");

@@ -210,6 +210,37 @@ TEST(ProcessStart, AProgramIsLookedUpAndWhatCannotRunIsNamed) {
 }
 
 // Whatever the host ignores or holds back.
+TEST(ProcessStart, HostsNeedNoStandardStreams) {
+    constexpr int kServed = 7;
+    for (const int last : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const pid_t host = fork();
+        if (host == 0) {
+            ProcessStart absent;
+            absent.program = "/absent/program";
+            constexpr int kOutput = 10;
+            dup2(open("/dev/null", O_WRONLY), kOutput);
+            for (int stream = STDIN_FILENO; stream <= last; ++stream)
+                close(stream);
+            try {
+                startProcess(absent, kOutput);
+                _exit(3);
+            } catch (const HostError& error) {
+                if (error.systemError() != ENOENT) _exit(1);
+            }
+            try {
+                SortServer server(smallOptions());
+                const SortResult result = server.slot(1).sort(byNumber(), kTenPerPage, falling(95));
+                _exit(result.reply.recordCount == 95 ? kServed : 2);
+            } catch (const HostError&) {
+                _exit(4);
+            }
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(host, &status, 0), host);
+        EXPECT_EQ(WEXITSTATUS(status), kServed) << last;
+    }
+}
+
 TEST(ProcessStart, SignalsAreAsAtFirst) {
     sigset_t held;
     sigset_t before;
