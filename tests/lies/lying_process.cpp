@@ -176,7 +176,11 @@ class Liar {
         });
         forEach("shout", [&](const Move&) { shout(); });
         forEach("end", [&](const Move& move) { _exit(static_cast<int>(move.number(0))); });
-        forEach("signal", [&](const Move& move) { raise(static_cast<int>(move.number(0))); });
+        forEach("signal", [&](const Move& move) {
+            // A sanitizer would catch it and have a word.
+            signal(static_cast<int>(move.number(0)), SIG_DFL);
+            raise(static_cast<int>(move.number(0)));
+        });
         forEach("part", [&](const Move& move) {
             send(&reply, static_cast<std::size_t>(std::clamp<std::int64_t>(move.number(0), 0, 80)));
             close(socket_);
