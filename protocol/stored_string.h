@@ -12,7 +12,7 @@ namespace tvsort {
 // Whether the field orders as its value: the length lies inside the field, and zeros follow the
 // content. `fieldLength` counts the bytes of the length, too.
 inline bool isZeroFilled(const Byte* field, std::uint16_t fieldLength) {
-    const std::int16_t length = loadI16(field);
+    const auto length = loadOnce<std::int16_t>(field);
     const int contentBytes = fieldLength - static_cast<int>(sizeof length);
     if (length < 0 || length > contentBytes) return false;
     const Byte* const content = field + sizeof length;
