@@ -172,15 +172,12 @@ struct WindowReader {
 
 // Reads a window of one word of this kind that is never null: most are, and a loop that knows it
 // keeps all in registers.
-template <WordKind kind>
+template <WordKind kind, bool bounded>
 struct WordReader {
     WindowWord at;
 
     std::uint64_t value(const Byte* record) const {
-        KeyWord word = at.word;
-        word.kind = kind;
-        word.nullable = false;
-        return readWord(word, record);
+        return readWordOf<kind, bounded>(at.word, record);
     }
     std::uint64_t readFitted(const Byte* record) const { return windowShare(at, value(record)); }
     std::uint64_t read(const Byte* record, std::uint32_t& misfits) const {
@@ -197,14 +194,12 @@ struct WordReader {
 // Calls `use` with a reader of the window: one switch for a whole loop.
 template <typename Use>
 void withReader(const KeyWindow& window, Use use) {
-    if (window.wordCount == 1 && !window.words[0].word.nullable) {
-        const WindowWord& at = window.words[0];
-        if (at.word.kind == WordKind::kBytes) return use(WordReader<WordKind::kBytes>{at});
-        if (at.word.kind == WordKind::kInteger) return use(WordReader<WordKind::kInteger>{at});
-        if (at.word.kind == WordKind::kDecimalHigh)
-            return use(WordReader<WordKind::kDecimalHigh>{at});
-    }
-    use(WindowReader{window});
+    const WindowWord& at = window.words[0];
+    if (window.wordCount != 1 || at.word.nullable) return use(WindowReader{window});
+    withCommonKind(
+        at.word,
+        [&]<WordKind kind, bool bounded>() { use(WordReader<kind, bounded>{at}); },
+        [&] { use(WindowReader{window}); });
 }
 
 }  // namespace tvsort

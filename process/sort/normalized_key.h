@@ -6,8 +6,11 @@
 //
 //     null mark    1 bit, where the request has indicators; the words of a null are zero
 //     integer      2, 4 or 8 bytes, the sign bit turned
-//     bytes        8 bytes a word, as they are
-//     string       its zero-filled content as bytes, then its length as an integer without sign
+//     float        4 or 8 bytes, its bits turned so that they order as the numbers do; the zeros are
+//                  one, and under ascending keys all that is not finite is the highest value
+//     bytes        8 bytes a word, as they are or by their weights
+//     units        4 units a word, as they are or by their weights
+//     string       its content as bytes or units, zeros behind its end, then its length
 //     decimal      2 words: the class's rank, the number of digits, and the digits from the highest
 //                  one on, so that leading zeros take no room:
 //
@@ -17,12 +20,21 @@
 //     recordFlag   1 byte, last, in the set-operation modes
 //
 // All bits of descending keys are turned, and in a negative decimal those of count and digits.
+//
+// Not every value has a place in that order. About some the comparator has something to say: a
+// stored length above the field's, a decimal that is none, a NaN under a descending key.
+// `doubtsAbout` finds these; of two records without doubts the words tell the order, but for floats
+// that are unlike and count as equal all the same. A geometry has no words at all: the key ends
+// before it.
 
 #pragma once
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 
+#include "process/collation/collation_table.h"
 #include "process/keys/decimal_value.h"
 #include "process/keys/null_indicator.h"
 #include "protocol/messages.h"
@@ -31,31 +43,73 @@ namespace tvsort {
 
 struct SortJob;
 
-enum class WordKind : std::uint8_t { kBytes, kInteger, kDecimalHigh, kDecimalLow, kNullMark };
+enum class WordKind : std::uint8_t {
+    kBytes,
+    kInteger,
+    kSingle,
+    kDouble,
+    kWeighted,
+    kUnits,
+    kCollated,
+    kUnitCount,
+    kDecimalHigh,
+    kDecimalLow,
+    kNullMark,
+};
+
+constexpr bool isFloat(WordKind kind) {
+    return kind == WordKind::kSingle || kind == WordKind::kDouble;
+}
 
 // One word of the key, and how to read it from a record.
 struct KeyWord {
     WordKind kind;
     bool nullable;
-    std::uint8_t shift;        // kInteger: to the left
-    Byte digitTurn;            // decimals: what turns a digit of a negative one
-    std::uint32_t offset;      // bytes from the record's start
-    std::uint32_t nullOffset;  // of the indicator, where there is one
-    std::uint64_t turn;        // bits to be turned
-    std::uint64_t bits;        // bits that belong to the key; the others read as anything
+    bool bounded;        // content of a string: bytes behind its end count as zeros
+    bool ascending;
+    std::uint8_t shift;  // kInteger: to the left
+    Byte digitTurn;      // decimals: what turns a digit of a negative one
+    std::uint32_t offset;        // bytes from the record's start
+    std::uint32_t nullOffset;    // of the indicator, where there is one
+    std::uint32_t lengthOffset;  // of the stored length, where there is one
+    std::int32_t skippedBytes;   // of the content, before this word
+    std::int32_t contentBytes;   // strings: as many as the record has room for
+    std::int32_t lengthMax;      // strings: a stored length above it is an error
+    const Byte* weights;         // kWeighted: 256
+    std::uint64_t turn;          // bits to be turned
+    std::uint64_t bits;          // bits that belong to the key; the others read as anything
 };
 
 struct KeySegment {
     KeyWord first;  // with the bits of a word that is not the last one
     std::uint32_t words;
-    std::uint64_t lastBits;  // of the last word
+    std::uint64_t lastBits;   // of the last word
+    std::uint32_t checkCount;  // checks of the values up to this one
 };
 
 inline constexpr std::uint32_t kSegmentsMax = 3 * kKeysMax + 1;
 
+// A value that may have no place in the order.
+enum class CheckKind : std::uint8_t { kLength, kDecimal, kNumber, kDouble };
+
+struct ValueCheck {
+    CheckKind kind;
+    bool nullable;
+    bool ascending;
+    std::uint16_t lengthMax;
+    std::uint32_t offset;
+    std::uint32_t nullOffset;
+};
+
 struct NormalizedKey {
     std::uint32_t segmentCount;
+    bool isWhole;                   // no geometry ends it early
+    std::uint32_t uniqueSegment;    // of the last key in sort modes 8 and 9, or segmentCount
+    bool hasTolerantFloats;         // under ascending keys
     KeySegment segments[kSegmentsMax];
+    std::uint32_t admitted;  // doubts that are none
+    std::uint32_t checkCount;
+    ValueCheck checks[kKeysMax];
 };
 
 // A place in the key, for what goes on there.
@@ -67,34 +121,45 @@ struct KeyPlace {
 
 inline constexpr KeyPlace kKeyStart = {0, 0, ~std::uint64_t{0}};
 
-// Describes the key of the request. Needs keys that the distribution sort knows.
+// Describes the key of the request, whose rules are resolved.
 void describeKey(const SortJob& job, NormalizedKey& key);
 
-// Whether every decimal has a place in the order: none has an unknown class, and under ascending
-// keys none is invalid. A digit above 99 under a descending key has no code to be reported with; it
-// is ordered as the number that it is, and `key` takes note of it. Reads the decimals of all
-// records.
-bool decimalsHavePlaces(const SortJob& job, NormalizedKey& key);
+// What there is to say about the values of a record; they add up.
+using Doubts = std::uint32_t;
+inline constexpr Doubts kNoDoubts = 0;
+inline constexpr Doubts kNotOrdered = 1;   // a stored length too long, a NaN under a descending key
+inline constexpr Doubts kNoDecimal = 2;    // unknown class, or invalid under an ascending key
+inline constexpr Doubts kWideDecimal = 4;  // invalid, but of a known class, under a descending key
+
+// By the first `checkCount` checks.
+Doubts findDoubts(const NormalizedKey& key, std::uint32_t checkCount, const Byte* record);
+
+inline Doubts doubtsAbout(const NormalizedKey& key, const Byte* record) {
+    return key.checkCount == 0 ? kNoDoubts : findDoubts(key, key.checkCount, record);
+}
+
+// Lets wide decimals have a place: as the numbers that their digits make, above 99 too.
+void admitWideDecimals(NormalizedKey& key);
 
 inline KeyWord wordAt(const NormalizedKey& key, std::uint32_t segment, std::uint32_t word) {
     const KeySegment& found = key.segments[segment];
     KeyWord result = found.first;
     if (word + 1 == found.words) result.bits = found.lastBits;
-    if (result.kind == WordKind::kBytes) {
-        result.offset += 8 * word;
-    } else if (result.kind == WordKind::kDecimalHigh && word == 1) {
-        result.kind = WordKind::kDecimalLow;
+    if (result.kind == WordKind::kDecimalHigh) {
+        if (word == 1) result.kind = WordKind::kDecimalLow;
+        return result;
     }
+    result.offset += 8 * word;
+    result.skippedBytes += static_cast<std::int32_t>(8 * word);
     return result;
 }
 
-// A decimal's word, before direction. Its class is one that decimalsHavePlaces lets pass, unless
-// the record has changed since.
+// A decimal's word, before direction.
 inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh) {
     constexpr int kRankShift = 60;
     constexpr int kCountShift = 56;
     constexpr std::uint64_t kCountBits = std::uint64_t{0xf} << kCountShift;
-    constexpr std::uint64_t kDigitBits = (std::uint64_t{1} << kCountShift) - 1;
+    constexpr std::uint64_t kMagnitudeBits = (std::uint64_t{1} << kCountShift) - 1;
     constexpr std::uint64_t kEachByte = 0x0101010101010101;
 
     const DecimalMagnitude magnitude = decimalMagnitude(value);
@@ -130,31 +195,149 @@ inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh)
     constexpr std::uint64_t kNegativeRank = std::uint64_t{decimalClassRank(DecimalClass::kNegative)}
                                             << kRankShift;
     const std::uint64_t rank = kPositiveRank ^ ((kPositiveRank ^ kNegativeRank) & negative);
-    return rank |
-           ((count << kCountShift ^ (kCountBits & negative)) | ((high >> 8 ^ turn) & kDigitBits));
+    return rank | ((count << kCountShift ^ (kCountBits & negative)) |
+                   ((high >> 8 ^ turn) & kMagnitudeBits));
 }
 
-// The word of a record. May read up to seven bytes behind the record's end.
-inline std::uint64_t readWord(const KeyWord& word, const Byte* record) {
+// The words of values that need a table, before direction; `bytes` of the content are there, at
+// most 8.
+std::uint64_t readWeighted(const Byte* weights, const Byte* content, std::int32_t bytes);
+std::uint64_t readCollated(const Byte* content, std::int32_t bytes);
+
+inline constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
+
+// The bits that the first `count` bytes take of a word.
+inline std::uint64_t leadingBytes(std::int32_t count) {
+    if (count >= 8) return ~std::uint64_t{0};
+    return count <= 0 ? 0 : ~(~std::uint64_t{0} >> 8 * count);
+}
+
+// Exchanges the bytes of each unit.
+inline std::uint64_t swapInUnits(std::uint64_t units) {
+    constexpr std::uint64_t kLowBytes = 0x00ff00ff00ff00ff;
+    return (units & kLowBytes) << 8 | (units >> 8 & kLowBytes);
+}
+
+// A float's bits in the order of the numbers. The bits of a single stand in the upper half.
+inline std::uint64_t orderedFloat(std::uint64_t bits, std::uint64_t exponent, bool ascending) {
+    const std::uint64_t magnitude = bits & ~kSignBit;
+    if (magnitude == 0) return kSignBit;  // both zeros
+    if (ascending && magnitude >= exponent) return ~std::uint64_t{0};
+    const auto sign = static_cast<std::uint64_t>(static_cast<std::int64_t>(bits) >> 63);
+    return bits ^ (sign | kSignBit);
+}
+
+// Bytes of a string's content from `word` on.
+inline std::int32_t bytesLeft(const KeyWord& word, const Byte* record) {
+    const std::int32_t length = loadOnce<std::int16_t>(record + word.lengthOffset);
+    return std::clamp(length, 0, word.contentBytes) - word.skippedBytes;
+}
+
+// The word of a record that is not null, of a kind that is known.
+template <WordKind kind, bool bounded>
+[[gnu::always_inline]] inline std::uint64_t readWordOf(const KeyWord& word, const Byte* record) {
+    constexpr std::uint64_t kSingleExponent = std::uint64_t{0x7f800000} << 32;
+    constexpr std::uint64_t kDoubleExponent = std::uint64_t{0x7ff} << 52;
     const Byte* const field = record + word.offset;
-    if (word.nullable && record[word.nullOffset] == kNullIndicator) return 0;
+    const std::int32_t bytes = bounded ? bytesLeft(word, record) : 8;
+    std::uint64_t read = 0;
+    if constexpr (kind == WordKind::kBytes) {
+        read = __builtin_bswap64(loadAs<std::uint64_t>(field));
+        if (bounded) read &= leadingBytes(bytes);
+    } else if constexpr (kind == WordKind::kInteger) {
+        read = loadAs<std::uint64_t>(field) << word.shift;
+    } else if constexpr (kind == WordKind::kSingle) {
+        const std::uint64_t bits{loadAs<std::uint32_t>(field)};
+        read = orderedFloat(bits << 32, kSingleExponent, word.ascending);
+    } else if constexpr (kind == WordKind::kDouble) {
+        read = orderedFloat(loadAs<std::uint64_t>(field), kDoubleExponent, word.ascending);
+    } else if constexpr (kind == WordKind::kWeighted) {
+        read = readWeighted(word.weights, field, bytes);
+    } else if constexpr (kind == WordKind::kUnits) {
+        read = swapInUnits(__builtin_bswap64(loadAs<std::uint64_t>(field)));
+        if (bounded) read &= leadingBytes(bytes & ~1);
+    } else if constexpr (kind == WordKind::kCollated) {
+        read = readCollated(field, bytes);
+    } else if constexpr (kind == WordKind::kUnitCount) {
+        read = static_cast<std::uint64_t>(bytes / 2) << 48;
+    } else if constexpr (kind == WordKind::kNullMark) {
+        read = *field == kNullIndicator ? ~std::uint64_t{0} : 0;
+    } else {
+        read = readDecimal(field, word.digitTurn, kind == WordKind::kDecimalHigh);
+    }
+    return read ^ word.turn;
+}
+
+// Calls `use` with the kind of a word, and whether it is bounded, as template arguments.
+template <typename Use>
+[[gnu::always_inline]] inline auto withKind(const KeyWord& word, Use use) {
     switch (word.kind) {
         case WordKind::kBytes:
-            return __builtin_bswap64(loadAs<std::uint64_t>(field)) ^ word.turn;
+            return word.bounded ? use.template operator()<WordKind::kBytes, true>()
+                                : use.template operator()<WordKind::kBytes, false>();
         case WordKind::kInteger:
-            return loadAs<std::uint64_t>(field) << word.shift ^ word.turn;
+            return use.template operator()<WordKind::kInteger, false>();
+        case WordKind::kSingle:
+            return use.template operator()<WordKind::kSingle, false>();
+        case WordKind::kDouble:
+            return use.template operator()<WordKind::kDouble, false>();
+        case WordKind::kWeighted:
+            return word.bounded ? use.template operator()<WordKind::kWeighted, true>()
+                                : use.template operator()<WordKind::kWeighted, false>();
+        case WordKind::kUnits:
+            return word.bounded ? use.template operator()<WordKind::kUnits, true>()
+                                : use.template operator()<WordKind::kUnits, false>();
+        case WordKind::kCollated:
+            return word.bounded ? use.template operator()<WordKind::kCollated, true>()
+                                : use.template operator()<WordKind::kCollated, false>();
+        case WordKind::kUnitCount:
+            return use.template operator()<WordKind::kUnitCount, true>();
         case WordKind::kDecimalHigh:
-            return readDecimal(field, word.digitTurn, true) ^ word.turn;
+            return use.template operator()<WordKind::kDecimalHigh, false>();
         case WordKind::kDecimalLow:
-            return readDecimal(field, word.digitTurn, false) ^ word.turn;
+            return use.template operator()<WordKind::kDecimalLow, false>();
         case WordKind::kNullMark:
             break;
     }
-    return (*field == kNullIndicator ? ~std::uint64_t{0} : 0) ^ word.turn;
+    return use.template operator()<WordKind::kNullMark, false>();
 }
 
-// Below 0, 0 or above 0: how the key of `left` from `place` on stands to that of `right`.
-int compareKeys(const NormalizedKey& key, const KeyPlace& place, const Byte* left,
-                const Byte* right);
+// The same for the kinds that deserve loops of their own; else calls `otherwise`.
+template <typename Use, typename Otherwise>
+auto withCommonKind(const KeyWord& word, Use use, Otherwise otherwise) {
+    switch (word.kind) {
+        case WordKind::kBytes:
+            return word.bounded ? use.template operator()<WordKind::kBytes, true>()
+                                : use.template operator()<WordKind::kBytes, false>();
+        case WordKind::kInteger:
+            return use.template operator()<WordKind::kInteger, false>();
+        case WordKind::kDouble:
+            return use.template operator()<WordKind::kDouble, false>();
+        case WordKind::kDecimalHigh:
+            return use.template operator()<WordKind::kDecimalHigh, false>();
+        default:
+            return otherwise();
+    }
+}
+
+// The word of a record. May read up to seven bytes behind the record's end: each word begins with a
+// byte of a field, and all fields with words lie in the record.
+inline std::uint64_t readWord(const KeyWord& word, const Byte* record) {
+    if (word.nullable && record[word.nullOffset] == kNullIndicator) return 0;
+    return withKind(word, [&]<WordKind kind, bool bounded>() {
+        return readWordOf<kind, bounded>(word, record);
+    });
+}
+
+// How the key of one record stands to that of another: below 0, 0 or above 0, and in which segment
+// that shows.
+struct KeyOrder {
+    int order;
+    std::uint32_t segment;
+};
+
+// Compares the keys from `place` on.
+KeyOrder compareKeys(const NormalizedKey& key, const KeyPlace& place, const Byte* left,
+                     const Byte* right);
 
 }  // namespace tvsort

@@ -17,15 +17,30 @@ struct RecordArray {
     std::uint32_t recordLength;
     std::uint32_t recordsPerBlock;
     std::size_t blockBytes;
+    std::uint64_t reciprocal;  // of recordsPerBlock, in units of 2^-64
 
+    // The block of a record: index / recordsPerBlock, exact for every index because the product
+    // falls short by less than index x recordsPerBlock / 2^64, below one part in recordsPerBlock. A
+    // division would take as long as the rest of a step of the permutation.
+    std::uint32_t blockOf(std::uint32_t index) const {
+        __extension__ using Wide = unsigned __int128;
+        return static_cast<std::uint32_t>((Wide{index} + 1) * reciprocal >> 64);
+    }
     Byte* at(std::uint32_t index) const {
-        return first + index / recordsPerBlock * blockBytes +
-               std::size_t{index % recordsPerBlock} * recordLength;
+        const std::uint32_t block = blockOf(index);
+        return first + block * blockBytes +
+               std::size_t{index - block * recordsPerBlock} * recordLength;
     }
 };
 
+inline RecordArray recordsInBlocks(Byte* first, std::uint32_t count, std::uint32_t recordLength,
+                                   std::uint32_t recordsPerBlock, std::size_t blockBytes) {
+    return {first,           count,      recordLength,
+            recordsPerBlock, blockBytes, ~std::uint64_t{0} / recordsPerBlock};
+}
+
 inline RecordArray packedRecords(Byte* first, std::uint32_t count, std::uint32_t recordLength) {
-    return {first, count, recordLength, std::max(count, 1U), 0};
+    return recordsInBlocks(first, count, recordLength, std::max(count, 1U), 0);
 }
 
 // Calls `visit` with each record from index `begin` up to, not including, `end`, in order.
@@ -38,6 +53,17 @@ void visitRecords(const RecordArray& array, std::uint32_t begin, std::uint32_t e
         for (std::uint32_t i = 0; i < here; ++i, record += array.recordLength)
             visit(record);
         begin += here;
+    }
+}
+
+// Calls `look` with every step-th record, from the first on, as long as it answers true.
+template <typename Look>
+void visitEvery(const RecordArray& array, std::uint32_t step, Look look) {
+    if (step > 1) {
+        for (std::uint32_t i = 0; i < array.count && look(array.at(i)); i += step)
+            continue;
+    } else if (array.count > 0 && look(array.first)) {
+        visitRecords(array, 1, array.count, look);
     }
 }
 

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "process/keys/record_precedes.h"
-#include "process/sort/deciding_key.h"
+#include "process/sort/entry.h"
+#include "process/sort/pivot_judge.h"
 #include "process/sort/range_insertion.h"
 
 namespace tvsort {
@@ -18,17 +20,14 @@ constexpr std::int32_t kCountedRun = 8;
 // More records with the same digits are left to the partition.
 constexpr std::int32_t kAlikeEntriesMax = 8;
 
-struct Entry {
-    std::uint64_t digits;
-    std::uint64_t index;  // of the record in the range, from 0
-};
+PivotJudge judge;
 
 // Sorts `count` entries, at most kCountedRun, from `source` to `target`.
 inline void sortByCounting(const Entry* source, Entry* target, std::int32_t count) {
     std::int32_t before[kCountedRun] = {};
     for (std::int32_t i = 1; i < count; ++i) {
         for (std::int32_t k = 0; k < i; ++k) {
-            const bool behind = source[k].digits > source[i].digits;
+            const bool behind = source[k].digits() > source[i].digits();
             before[k] += behind;
             before[i] += !behind;
         }
@@ -46,7 +45,7 @@ void mergeRuns(const Entry* source, std::int32_t leftCount, std::int32_t rightCo
     const Entry* right = leftEnd;
     const Entry* const rightEnd = right + rightCount;
     while (left != leftEnd && right != rightEnd) {
-        const bool takesRight = right->digits < left->digits;
+        const bool takesRight = right->digits() < left->digits();
         const Entry* const head = takesRight ? right : left;
         *target++ = *head;
         right += takesRight;
@@ -74,23 +73,33 @@ Entry* sortEntries(Entry* entries, Entry* second, std::int32_t count) {
     return source;
 }
 
-// The entries of `count` records from `first` on. False when one has no digits.
-template <LeadingKind kind, bool plain>
-bool makeEntries(const DecidingKey& key, const Byte* first, std::uint32_t recordLength,
-                 std::int32_t count, Entry* entries) {
-    bool good = true;
-    for (std::int32_t i = 0; i < count; ++i, first += recordLength) {
-        std::uint64_t digits = 0;
-        good &= decidingDigits<kind, plain>(key, first, digits);
-        entries[i] = {digits, static_cast<std::uint64_t>(i)};
-    }
-    return good;
+// The entries of `count` records from `first` on. False when one is not sure.
+bool makeEntries(const Byte* first, std::uint32_t recordLength, std::uint32_t count,
+                 Entry* entries) {
+    return withJudgedWord(judge, [&](const auto& reader) {
+        std::uint32_t sure = 1;
+        const Byte* record = first;
+        for (std::uint32_t i = 0; i < count; ++i, record += recordLength) {
+            sure &= reader.isSure(record);
+            entries[i] = makeEntry(reader.read(record), i);
+        }
+        return sure != 0;
+    });
+}
+
+// Whether there is no doubt about any record.
+bool areFreeOfDoubts(const NormalizedKey& key, const Byte* first, std::uint32_t recordLength,
+                     std::int32_t count) {
+    if (key.checkCount == 0) return true;
+    Doubts doubts = kNoDoubts;
+    for (std::int32_t i = 0; i < count; ++i, first += recordLength)
+        doubts |= doubtsAbout(key, first);
+    return doubts == kNoDoubts;
 }
 
 // A short range at work.
 struct ShortRange {
     SortJob& job;
-    const DecidingKey& key;
     std::uint32_t first;  // place of the first record
     std::int32_t count;
     bool keepsEquals;  // equal records are to stay in their order
@@ -101,7 +110,7 @@ struct ShortRange {
 
   private:
     std::uint32_t placeOf(const Entry& entry) const {
-        return first + static_cast<std::uint32_t>(entry.index) * job.recordLength;
+        return first + entry.index * job.recordLength;
     }
 };
 
@@ -116,38 +125,31 @@ bool insertAlike(const ShortRange& range, Entry* entries, std::int32_t begin, st
     return range.keepsEquals || place == begin || range.precedes(entries[place - 1], entry);
 }
 
-// Orders the records that the digits leave alike, if there are few: by comparing them, where that
-// can raise no code and has one outcome only. False when their order remains open.
+// Orders the records that the digits leave alike, if there are few, by comparing them. False when
+// their order remains open.
 bool settleAlike(const ShortRange& range, Entry* entries) {
     std::int32_t begin = 0;
     for (std::int32_t i = 1; i < range.count; ++i) {
-        if (entries[i].digits != entries[begin].digits) {
+        if (entries[i].digits() != entries[begin].digits()) {
             begin = i;
             continue;
         }
-        if (range.key.isComplete && range.keepsEquals) continue;
-        if (range.key.isComplete || i - begin >= kAlikeEntriesMax) return false;
-        const FreeComparisons free = freeComparisons(range.job, range.key);
-        if (!free.ofComparable || !free.areOrderly) return false;
-        if (!insertAlike(range, entries, begin, i)) return false;
+        if (i - begin >= kAlikeEntriesMax || !insertAlike(range, entries, begin, i)) return false;
     }
     return true;
 }
 
-// Whether the digits tell all floats apart: under the tolerant rule they must be further apart than
-// values that count as equal.
-template <LeadingKind kind>
-bool areApart(const DecidingKey& key, const Entry* entries, std::int32_t count) {
+// Whether all words are further apart than floats that count as equal.
+bool areApart(const Entry* entries, std::int32_t count) {
     bool apart = true;
     for (std::int32_t i = 1; i < count; ++i)
-        apart &= entries[i].digits > alikeDigits<kind>(key, entries[i - 1].digits).high;
+        apart &= entries[i].digits() - entries[i - 1].digits() > judge.span;
     return apart;
 }
 
-template <LeadingKind kind>
 bool settleOrder(const ShortRange& range, Entry* entries) {
-    if constexpr (isFloatKind(kind)) return areApart<kind>(range.key, entries, range.count);
-    return settleAlike(range, entries);
+    if (isTolerantFloat(judge.word)) return areApart(entries, range.count);
+    return (judge.isComplete && range.keepsEquals) || settleAlike(range, entries);
 }
 
 // Moves each record once, by way of a copy of all, which `copy` has room for: at most
@@ -157,53 +159,45 @@ void placeRecords(Byte* first, std::uint32_t recordLength, const Entry* entries,
     std::memcpy(copy, first, static_cast<std::size_t>(count) * recordLength);
     for (std::int32_t i = 0; i < count; ++i)
         std::memcpy(first + static_cast<std::size_t>(i) * recordLength,
-                    copy + entries[i].index * recordLength, recordLength);
-}
-
-// Whether every record can be compared with itself. A partition compares its pivot with its copy,
-// and meets in keys behind the deciding one what no two records of the range would show.
-bool areComparable(const ShortRange& range) {
-    SortJob& job = range.job;
-    if (freeComparisons(job, range.key).ofComparable) return true;
-    std::uint32_t record = range.first;
-    for (std::int32_t i = 0; i < range.count && !failed(job); ++i, record += job.recordLength)
-        recordPrecedes(job, record, record);
-    const bool comparable = !failed(job);
-    job.errorCode = ErrorCode::kSuccess;  // the partition will raise it, or not, in its turn
-    return comparable;
+                    copy + std::size_t{entries[i].index} * recordLength, recordLength);
 }
 
 bool isInPlace(const Entry* entries, std::int32_t count) {
     bool inPlace = true;
     for (std::int32_t i = 0; i < count; ++i)
-        inPlace &= entries[i].index == static_cast<std::uint64_t>(i);
+        inPlace &= entries[i].index == static_cast<std::uint32_t>(i);
     return inPlace;
 }
 
 }  // namespace
 
-bool sortShortRange(SortJob& job, const HeldRecord& low, const HeldRecord& high, Byte* scratch) {
+bool sortShortRange(SortJob& job, const NormalizedKey& key, const HeldRecord& low,
+                    const HeldRecord& high, Byte* scratch) {
     const std::uint32_t recordLength = job.recordLength;
     const std::int32_t distance = high.recordNumber - low.recordNumber;
     const std::int32_t count = distance + 1;
-    if (static_cast<std::uint32_t>(count) * recordLength > kRecordBufferBytes) return false;
+    if (!isFree(key) || static_cast<std::uint32_t>(count) * recordLength > kRecordBufferBytes)
+        return false;
     Byte* const first = recordAt(job, low.offset);
-    const Byte* const middle = first + static_cast<std::size_t>(count / 2) * recordLength;
-    const DecidingKey key = chooseDecidingKey(job, middle, first, recordAt(job, high.offset));
-    const ShortRange range = {job, key, low.offset, count, distance < kInsertionDistance};
-    return withDecidingKey(key, [&]<LeadingKind kind, bool plain>() {
-        Entry entries[kEntriesMax];
-        Entry second[kEntriesMax];
-        if (!makeEntries<kind, plain>(key, first, recordLength, count, entries)) return false;
-        Entry* const sorted = sortEntries(entries, second, count);
-        if (!settleOrder<kind>(range, sorted)) return false;
-        if (!range.keepsEquals && !areComparable(range)) return false;
-        if (!isInPlace(sorted, count)) {
-            placeRecords(first, recordLength, sorted, count, scratch);
-            markDirty(job, low.frameIndex);
-        }
-        return true;
-    });
+    const Byte* const sample[] = {first + std::size_t{static_cast<std::uint32_t>(count) / 2} *
+                                              recordLength,
+                                  first, recordAt(job, high.offset)};
+    appointJudge(key, sample, std::size(sample), judge);
+    if (!judge.isAble) return false;
+    const ShortRange range = {job, low.offset, count, distance < kInsertionDistance};
+    Entry entries[kEntriesMax];
+    Entry second[kEntriesMax];
+    if (!makeEntries(first, recordLength, static_cast<std::uint32_t>(count), entries) ||
+        !areFreeOfDoubts(key, first, recordLength, count)) {
+        return false;
+    }
+    Entry* const sorted = sortEntries(entries, second, count);
+    if (!settleOrder(range, sorted)) return false;
+    if (!isInPlace(sorted, count)) {
+        placeRecords(first, recordLength, sorted, count, scratch);
+        markDirty(job, low.frameIndex);
+    }
+    return true;
 }
 
 }  // namespace tvsort
