@@ -172,12 +172,12 @@ struct WindowReader {
 
 // Reads a window of one word of this kind that is never null: most are, and a loop that knows it
 // keeps all in registers.
-template <WordKind kind, bool bounded>
+template <WordKind kind>
 struct WordReader {
     WindowWord at;
 
     std::uint64_t value(const Byte* record) const {
-        return readWordOf<kind, bounded>(at.word, record);
+        return readWordOf<kind, false>(at.word, record);
     }
     std::uint64_t readFitted(const Byte* record) const { return windowShare(at, value(record)); }
     std::uint64_t read(const Byte* record, std::uint32_t& misfits) const {
@@ -195,11 +195,15 @@ struct WordReader {
 template <typename Use>
 void withReader(const KeyWindow& window, Use use) {
     const WindowWord& at = window.words[0];
-    if (window.wordCount != 1 || at.word.nullable) return use(WindowReader{window});
-    withCommonKind(
-        at.word,
-        [&]<WordKind kind, bool bounded>() { use(WordReader<kind, bounded>{at}); },
-        [&] { use(WindowReader{window}); });
+    if (window.wordCount == 1 && !at.word.nullable && !at.word.bounded) {
+        if (at.word.kind == WordKind::kBytes)
+            return use(WordReader<WordKind::kBytes>{at});
+        if (at.word.kind == WordKind::kInteger)
+            return use(WordReader<WordKind::kInteger>{at});
+        if (at.word.kind == WordKind::kDouble)
+            return use(WordReader<WordKind::kDouble>{at});
+    }
+    use(WindowReader{window});
 }
 
 }  // namespace tvsort
