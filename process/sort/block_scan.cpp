@@ -129,7 +129,7 @@ std::int32_t judgeRun(const Scan& scan, Side& side, std::int32_t records) {
     const std::uint32_t open = withJudgedWord(scan.judge, [&](const auto& reader) {
         return noteStops<direction>(scan, reader, side, records);
     });
-    if (open > 0 && !scan.judge.isComplete)
+    if (open > 0 && !scan.judge.knowsAll())
         records = settleOpenStops<direction>(scan, side, records);
     const std::uint32_t distance = static_cast<std::uint32_t>(records) * scan.job.recordLength;
     side.next = direction == Direction::kUp ? side.next + distance : side.next - distance;

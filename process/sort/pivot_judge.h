@@ -30,7 +30,7 @@ struct AlikeWord {
 struct PivotJudge {
     const NormalizedKey* key;
     bool isAble;      // otherwise it judges nothing
-    bool isComplete;  // a record with the pivot's word equals it in every key
+    bool isComplete;  // a sure record with the pivot's word equals it in every key
     std::uint64_t low;   // the pivot's word, less the tolerance
     std::uint64_t span;  // from there to the word and the tolerance
     KeyWord word;
@@ -39,6 +39,8 @@ struct PivotJudge {
     int alikeCount;
     AlikeWord alikeWords[kAlikeWordsMax];
 
+    // Every record is sure, and the rest equals the pivot.
+    bool knowsAll() const { return isComplete && alikeCount == 0 && checkCount == 0; }
     bool isAlike(const Byte* record) const {
         std::uint64_t unlike = 0;
         for (int i = 0; i < alikeCount; ++i) {
