@@ -62,7 +62,8 @@ MethodForecast forecastMethod(const RequestBuilder& request, const Geometry& geo
     const bool floats = std::any_of(keys.begin(), keys.end(), isTolerantFloat);
     const std::int64_t count = extent.recordCount;
     const std::int64_t forEntries = framesWith(kEntryBytes * count, geometry, extent);
-    const bool copies = count >= kCopyCountMin && std::all_of(keys.begin(), keys.end(), isCopiedType);
+    const bool copies =
+        count >= kCopyCountMin && std::all_of(keys.begin(), keys.end(), isCopiedType);
     const std::int64_t copyBytes = geometry.recordLength * count + kCounterBytes;
     const std::int64_t forCopy =
         extent.fileBlocks + copyBytes / static_cast<std::int64_t>(geometry.blockBytes()) + 1;

@@ -86,8 +86,8 @@ Stop settleStop(const Scan& scan, std::uint32_t place, std::uint32_t open) {
     const Byte* const record = recordAt(job, place);
     if (!isFree(key) || doubtsAbout(key, record) != kNoDoubts) return Stop::kUnknown;
     const bool goesOn = open == kOpenBehindWord && scan.judge.span == 0;
-    const KeyOrder found = compareKeys(key, goesOn ? scan.judge.next : kKeyStart, record,
-                                       recordAt(job, scan.pivot));
+    const KeyOrder found =
+        compareKeys(key, goesOn ? scan.judge.next : kKeyStart, record, recordAt(job, scan.pivot));
     if (found.order == 0) return Stop::kYes;
     bool stops = direction == Direction::kUp ? found.order > 0 : found.order < 0;
     if (isTolerantFloat(key.segments[found.segment].first)) {

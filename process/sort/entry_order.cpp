@@ -74,8 +74,7 @@ struct DigitSink {
 
 // Gives the entries of a range the digits of the window that goes on.
 void readOn(Ordering& work, Range& range) {
-    const std::uint32_t offset =
-        work.key.segments[range.after.place.segment].first.offset;
+    const std::uint32_t offset = work.key.segments[range.after.place.segment].first.offset;
     const Entry* const entries = work.area.entries;
     const auto visit = [&](std::uint32_t step, auto look) {
         for (std::uint32_t i = range.begin; i < range.end; i += step) {
@@ -85,8 +84,7 @@ void readOn(Ordering& work, Range& range) {
         }
     };
     DigitSink sink = {work.area.entries + range.begin, nullptr};
-    range.after =
-        readThrough(work.key, range.after, range.end - range.begin, visit, sink, window);
+    range.after = readThrough(work.key, range.after, range.end - range.begin, visit, sink, window);
     work.sameDigits = false;
 }
 
@@ -130,8 +128,7 @@ void distribute(const Entry* source, Entry* target, std::uint32_t count, std::ui
 
 // Distributes a range by the upper bits of its digits, which are equal from bit `width` on, and
 // takes on the parts. The entries are at `source`.
-void distributeRange(Ordering& work, const Range& range, std::uint32_t width,
-                     const Entry* source) {
+void distributeRange(Ordering& work, const Range& range, std::uint32_t width, const Entry* source) {
     const std::uint32_t count = range.end - range.begin;
     Entry* const entries = work.area.entries + range.begin;
     Entry* const target = source == entries ? work.area.others + range.begin : entries;

@@ -185,9 +185,8 @@ Outcome sortCopied(SortJob& job) {
     const RecordArray records = dataRecords(job);
     Doubts doubts = kNoDoubts;
     if (normalizedKey.checkCount > 0) {
-        visitRecords(records, 0, records.count, [&](const Byte* record) {
-            doubts |= doubtsAbout(normalizedKey, record);
-        });
+        visitRecords(records, 0, records.count,
+                     [&](const Byte* record) { doubts |= doubtsAbout(normalizedKey, record); });
     }
     const Outcome outcome = judgeDoubts(doubts, true);
     if (outcome != Outcome::kGoOn) return outcome;

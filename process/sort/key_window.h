@@ -196,12 +196,9 @@ template <typename Use>
 void withReader(const KeyWindow& window, Use use) {
     const WindowWord& at = window.words[0];
     if (window.wordCount == 1 && !at.word.nullable && !at.word.bounded) {
-        if (at.word.kind == WordKind::kBytes)
-            return use(WordReader<WordKind::kBytes>{at});
-        if (at.word.kind == WordKind::kInteger)
-            return use(WordReader<WordKind::kInteger>{at});
-        if (at.word.kind == WordKind::kDouble)
-            return use(WordReader<WordKind::kDouble>{at});
+        if (at.word.kind == WordKind::kBytes) return use(WordReader<WordKind::kBytes>{at});
+        if (at.word.kind == WordKind::kInteger) return use(WordReader<WordKind::kInteger>{at});
+        if (at.word.kind == WordKind::kDouble) return use(WordReader<WordKind::kDouble>{at});
     }
     use(WindowReader{window});
 }

@@ -237,8 +237,8 @@ KeyOrder compareKeys(const NormalizedKey& key, const KeyPlace& place, const Byte
         for (;;) {
             const std::uint64_t leftWord = readWord(at, left);
             const std::uint64_t unlike =
-                (leftWord ^ readWord(at, right)) & (word + 1 == segment.words ? segment.lastBits
-                                                                              : segment.first.bits);
+                (leftWord ^ readWord(at, right)) &
+                (word + 1 == segment.words ? segment.lastBits : segment.first.bits);
             if (unlike != 0) {
                 const bool rightHigher = (leftWord >> (std::bit_width(unlike) - 1) & 1) == 0;
                 return {rightHigher ? -1 : 1, s};

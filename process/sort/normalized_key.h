@@ -65,10 +65,10 @@ constexpr bool isFloat(WordKind kind) {
 struct KeyWord {
     WordKind kind;
     bool nullable;
-    bool bounded;        // content of a string: bytes behind its end count as zeros
+    bool bounded;  // content of a string: bytes behind its end count as zeros
     bool ascending;
-    std::uint8_t shift;  // kInteger: to the left
-    Byte digitTurn;      // decimals: what turns a digit of a negative one
+    std::uint8_t shift;          // kInteger: to the left
+    Byte digitTurn;              // decimals: what turns a digit of a negative one
     std::uint32_t offset;        // bytes from the record's start
     std::uint32_t nullOffset;    // of the indicator, where there is one
     std::uint32_t lengthOffset;  // of the stored length, where there is one
@@ -83,7 +83,7 @@ struct KeyWord {
 struct KeySegment {
     KeyWord first;  // with the bits of a word that is not the last one
     std::uint32_t words;
-    std::uint64_t lastBits;   // of the last word
+    std::uint64_t lastBits;    // of the last word
     std::uint32_t checkCount;  // checks of the values up to this one
 };
 
@@ -103,9 +103,9 @@ struct ValueCheck {
 
 struct NormalizedKey {
     std::uint32_t segmentCount;
-    bool isWhole;                   // no geometry ends it early
-    std::uint32_t uniqueSegment;    // of the last key in sort modes 8 and 9, or segmentCount
-    bool hasTolerantFloats;         // under ascending keys
+    bool isWhole;                 // no geometry ends it early
+    std::uint32_t uniqueSegment;  // of the last key in sort modes 8 and 9, or segmentCount
+    bool hasTolerantFloats;       // under ascending keys
     KeySegment segments[kSegmentsMax];
     std::uint32_t admitted;  // doubts that are none
     std::uint32_t checkCount;

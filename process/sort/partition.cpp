@@ -178,8 +178,7 @@ void movePast(SortJob& job, Partition& partition) {
                                       judgedInVain};
         const bool paysOff = judgedInVain - kVainJudgementsMax <= recordsPassed(held);
         const bool exchanged =
-            paysOff && judge.isAble &&
-            exchangeInBlocks(job, judge, partition.pivot, cursors);
+            paysOff && judge.isAble && exchangeInBlocks(job, judge, partition.pivot, cursors);
         if (!exchanged && !scanAndExchange(job, partition)) return;
         if (held.i.recordNumber <= held.j.recordNumber) {
             // The cursors may pass each other by one, but leave the data set for no comparison.

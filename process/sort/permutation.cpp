@@ -56,8 +56,8 @@ bool startChain(Permutation& work) {
     if (work.freeCount == 0) return false;
     for (; work.nextStart < work.records.count; ++work.nextStart) {
         const std::uint32_t start = work.nextStart;
-        const std::uint32_t source = loadOnce<std::uint32_t>(
-            reinterpret_cast<const Byte*>(work.order + start));
+        const std::uint32_t source =
+            loadOnce<std::uint32_t>(reinterpret_cast<const Byte*>(work.order + start));
         if (source == start || source >= work.records.count) continue;
         const std::uint32_t slot = work.freeSlots[--work.freeCount];
         copyRecord(work.slot(slot), work.records.at(start), work.records.recordLength);

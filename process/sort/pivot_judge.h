@@ -29,12 +29,12 @@ struct AlikeWord {
 
 struct PivotJudge {
     const NormalizedKey* key;
-    bool isAble;      // otherwise it judges nothing
-    bool isComplete;  // a sure record with the pivot's word equals it in every key
+    bool isAble;         // otherwise it judges nothing
+    bool isComplete;     // a sure record with the pivot's word equals it in every key
     std::uint64_t low;   // the pivot's word, less the tolerance
     std::uint64_t span;  // from there to the word and the tolerance
     KeyWord word;
-    KeyPlace next;  // where the key goes on behind it
+    KeyPlace next;             // where the key goes on behind it
     std::uint32_t checkCount;  // checks of the values up to that word
     int alikeCount;
     AlikeWord alikeWords[kAlikeWordsMax];
@@ -97,8 +97,8 @@ struct AnyJudgedWord {
     const PivotJudge& judge;
 
     std::uint32_t isSure(const Byte* record) const {
-        const bool sure = judge.isAlike(record) &&
-                          findDoubts(*judge.key, judge.checkCount, record) == kNoDoubts;
+        const bool sure =
+            judge.isAlike(record) && findDoubts(*judge.key, judge.checkCount, record) == kNoDoubts;
         return sure ? 1 : 0;
     }
     std::uint64_t read(const Byte* record) const {
