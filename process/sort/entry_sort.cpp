@@ -9,7 +9,6 @@
 #include "process/sort/entry_order.h"
 #include "process/sort/permutation.h"
 #include "process/sort/pivot_judge.h"
-
 #include "process/storage/record_address.h"
 #include "process/storage/server_watch.h"
 #include "protocol/data_type.h"

@@ -177,7 +177,7 @@ struct WordReader {
     WindowWord at;
 
     std::uint64_t value(const Byte* record) const {
-        return readWordOf<kind, false>(at.word, record);
+        return readKnownWord(at.word, kind, false, record);
     }
     std::uint64_t readFitted(const Byte* record) const { return windowShare(at, value(record)); }
     std::uint64_t read(const Byte* record, std::uint32_t& misfits) const {

@@ -213,6 +213,11 @@ void admitWideDecimals(NormalizedKey& key) {
         key.segments[s].first.digitTurn = kByteBits;
 }
 
+std::uint64_t readWord(const KeyWord& word, const Byte* record) {
+    if (word.nullable && record[word.nullOffset] == kNullIndicator) return 0;
+    return readKnownWord(word, word.kind, word.bounded, record);
+}
+
 std::uint64_t readWeighted(const Byte* weights, const Byte* content, std::int32_t bytes) {
     std::uint64_t word = 0;
     for (std::int32_t i = 0; i < bytes && i < 8; ++i)

@@ -159,7 +159,7 @@ inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh)
     constexpr int kRankShift = 60;
     constexpr int kCountShift = 56;
     constexpr std::uint64_t kCountBits = std::uint64_t{0xf} << kCountShift;
-    constexpr std::uint64_t kMagnitudeBits = (std::uint64_t{1} << kCountShift) - 1;
+    constexpr std::uint64_t kDigitBits = (std::uint64_t{1} << kCountShift) - 1;
     constexpr std::uint64_t kEachByte = 0x0101010101010101;
 
     const DecimalMagnitude magnitude = decimalMagnitude(value);
@@ -195,8 +195,8 @@ inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh)
     constexpr std::uint64_t kNegativeRank = std::uint64_t{decimalClassRank(DecimalClass::kNegative)}
                                             << kRankShift;
     const std::uint64_t rank = kPositiveRank ^ ((kPositiveRank ^ kNegativeRank) & negative);
-    return rank | ((count << kCountShift ^ (kCountBits & negative)) |
-                   ((high >> 8 ^ turn) & kMagnitudeBits));
+    return rank |
+           ((count << kCountShift ^ (kCountBits & negative)) | ((high >> 8 ^ turn) & kDigitBits));
 }
 
 // The words of values that need a table, before direction; `bytes` of the content are there, at
@@ -233,101 +233,50 @@ inline std::int32_t bytesLeft(const KeyWord& word, const Byte* record) {
     return std::clamp(length, 0, word.contentBytes) - word.skippedBytes;
 }
 
-// The word of a record that is not null, of a kind that is known.
-template <WordKind kind, bool bounded>
-[[gnu::always_inline]] inline std::uint64_t readWordOf(const KeyWord& word, const Byte* record) {
+// The word of a record. May read up to seven bytes behind the record's end: each word begins with a
+// byte of a field, and all fields with words lie in the record. In line by force, so that a loop
+// that knows the kind of its word keeps nothing of the others.
+[[gnu::always_inline]] inline std::uint64_t readKnownWord(const KeyWord& word, WordKind kind,
+                                                          bool bounded, const Byte* record) {
     constexpr std::uint64_t kSingleExponent = std::uint64_t{0x7f800000} << 32;
     constexpr std::uint64_t kDoubleExponent = std::uint64_t{0x7ff} << 52;
     const Byte* const field = record + word.offset;
     const std::int32_t bytes = bounded ? bytesLeft(word, record) : 8;
-    std::uint64_t read = 0;
-    if constexpr (kind == WordKind::kBytes) {
-        read = __builtin_bswap64(loadAs<std::uint64_t>(field));
-        if (bounded) read &= leadingBytes(bytes);
-    } else if constexpr (kind == WordKind::kInteger) {
-        read = loadAs<std::uint64_t>(field) << word.shift;
-    } else if constexpr (kind == WordKind::kSingle) {
-        const std::uint64_t bits{loadAs<std::uint32_t>(field)};
-        read = orderedFloat(bits << 32, kSingleExponent, word.ascending);
-    } else if constexpr (kind == WordKind::kDouble) {
-        read = orderedFloat(loadAs<std::uint64_t>(field), kDoubleExponent, word.ascending);
-    } else if constexpr (kind == WordKind::kWeighted) {
-        read = readWeighted(word.weights, field, bytes);
-    } else if constexpr (kind == WordKind::kUnits) {
-        read = swapInUnits(__builtin_bswap64(loadAs<std::uint64_t>(field)));
-        if (bounded) read &= leadingBytes(bytes & ~1);
-    } else if constexpr (kind == WordKind::kCollated) {
-        read = readCollated(field, bytes);
-    } else if constexpr (kind == WordKind::kUnitCount) {
-        read = static_cast<std::uint64_t>(bytes / 2) << 48;
-    } else if constexpr (kind == WordKind::kNullMark) {
-        read = *field == kNullIndicator ? ~std::uint64_t{0} : 0;
-    } else {
-        read = readDecimal(field, word.digitTurn, kind == WordKind::kDecimalHigh);
-    }
-    return read ^ word.turn;
-}
-
-// Calls `use` with the kind of a word, and whether it is bounded, as template arguments.
-template <typename Use>
-[[gnu::always_inline]] inline auto withKind(const KeyWord& word, Use use) {
-    switch (word.kind) {
+    switch (kind) {
         case WordKind::kBytes:
-            return word.bounded ? use.template operator()<WordKind::kBytes, true>()
-                                : use.template operator()<WordKind::kBytes, false>();
+            return (__builtin_bswap64(loadAs<std::uint64_t>(field)) & leadingBytes(bytes)) ^
+                   word.turn;
         case WordKind::kInteger:
-            return use.template operator()<WordKind::kInteger, false>();
+            return loadAs<std::uint64_t>(field) << word.shift ^ word.turn;
         case WordKind::kSingle:
-            return use.template operator()<WordKind::kSingle, false>();
+            return orderedFloat(std::uint64_t{loadAs<std::uint32_t>(field)} << 32, kSingleExponent,
+                                word.ascending) ^
+                   word.turn;
         case WordKind::kDouble:
-            return use.template operator()<WordKind::kDouble, false>();
+            return orderedFloat(loadAs<std::uint64_t>(field), kDoubleExponent, word.ascending) ^
+                   word.turn;
         case WordKind::kWeighted:
-            return word.bounded ? use.template operator()<WordKind::kWeighted, true>()
-                                : use.template operator()<WordKind::kWeighted, false>();
+            return readWeighted(word.weights, field, bytes) ^ word.turn;
         case WordKind::kUnits:
-            return word.bounded ? use.template operator()<WordKind::kUnits, true>()
-                                : use.template operator()<WordKind::kUnits, false>();
+            return (swapInUnits(__builtin_bswap64(loadAs<std::uint64_t>(field))) &
+                    leadingBytes(bytes & ~1)) ^
+                   word.turn;
         case WordKind::kCollated:
-            return word.bounded ? use.template operator()<WordKind::kCollated, true>()
-                                : use.template operator()<WordKind::kCollated, false>();
+            return readCollated(field, bytes) ^ word.turn;
         case WordKind::kUnitCount:
-            return use.template operator()<WordKind::kUnitCount, true>();
+            return static_cast<std::uint64_t>(bytes / 2) << 48 ^ word.turn;
         case WordKind::kDecimalHigh:
-            return use.template operator()<WordKind::kDecimalHigh, false>();
+            return readDecimal(field, word.digitTurn, true) ^ word.turn;
         case WordKind::kDecimalLow:
-            return use.template operator()<WordKind::kDecimalLow, false>();
+            return readDecimal(field, word.digitTurn, false) ^ word.turn;
         case WordKind::kNullMark:
             break;
     }
-    return use.template operator()<WordKind::kNullMark, false>();
+    return (*field == kNullIndicator ? ~std::uint64_t{0} : 0) ^ word.turn;
 }
 
-// The same for the kinds that deserve loops of their own; else calls `otherwise`.
-template <typename Use, typename Otherwise>
-auto withCommonKind(const KeyWord& word, Use use, Otherwise otherwise) {
-    switch (word.kind) {
-        case WordKind::kBytes:
-            return word.bounded ? use.template operator()<WordKind::kBytes, true>()
-                                : use.template operator()<WordKind::kBytes, false>();
-        case WordKind::kInteger:
-            return use.template operator()<WordKind::kInteger, false>();
-        case WordKind::kDouble:
-            return use.template operator()<WordKind::kDouble, false>();
-        case WordKind::kDecimalHigh:
-            return use.template operator()<WordKind::kDecimalHigh, false>();
-        default:
-            return otherwise();
-    }
-}
-
-// The word of a record. May read up to seven bytes behind the record's end: each word begins with a
-// byte of a field, and all fields with words lie in the record.
-inline std::uint64_t readWord(const KeyWord& word, const Byte* record) {
-    if (word.nullable && record[word.nullOffset] == kNullIndicator) return 0;
-    return withKind(word, [&]<WordKind kind, bool bounded>() {
-        return readWordOf<kind, bounded>(word, record);
-    });
-}
+// The same for any word; that of a null is zeros.
+std::uint64_t readWord(const KeyWord& word, const Byte* record);
 
 // How the key of one record stands to that of another: below 0, 0 or above 0, and in which segment
 // that shows.

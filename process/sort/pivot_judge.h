@@ -88,7 +88,7 @@ struct JudgedWord {
         return sure ? 1 : 0;
     }
     std::uint64_t read(const Byte* record) const {
-        return readWordOf<kind, bounded>(word, record) & word.bits;
+        return readKnownWord(word, kind, bounded, record) & word.bits;
     }
 };
 
@@ -114,10 +114,23 @@ auto withJudgedWord(const PivotJudge& judge, Use use) {
         return judge.alikeCount == 0 ? use(JudgedWord<kind, bounded, true>(judge))
                                      : use(JudgedWord<kind, bounded, false>(judge));
     };
-    const auto useAny = [&] { return use(AnyJudgedWord{judge}); };
-    // Of descending floats some have no place.
-    if (judge.word.kind == WordKind::kDouble && !judge.word.ascending) return useAny();
-    return withCommonKind(judge.word, useKind, useAny);
+    const KeyWord& word = judge.word;
+    switch (word.kind) {
+        case WordKind::kBytes:
+            return word.bounded ? useKind.template operator()<WordKind::kBytes, true>()
+                                : useKind.template operator()<WordKind::kBytes, false>();
+        case WordKind::kInteger:
+            return useKind.template operator()<WordKind::kInteger, false>();
+        case WordKind::kDecimalHigh:
+            return useKind.template operator()<WordKind::kDecimalHigh, false>();
+        case WordKind::kDouble:
+            // Of descending ones some have no place.
+            if (word.ascending) return useKind.template operator()<WordKind::kDouble, false>();
+            break;
+        default:
+            break;
+    }
+    return use(AnyJudgedWord{judge});
 }
 
 // Where a record stands to the pivot; open when the word does not say it.
