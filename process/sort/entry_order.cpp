@@ -74,13 +74,12 @@ struct DigitSink {
 
 // Gives the entries of a range the digits of the window that goes on.
 void readOn(Ordering& work, Range& range) {
-    const std::uint32_t offset = work.key.segments[range.after.place.segment].first.offset;
     const Entry* const entries = work.area.entries;
     const auto visit = [&](std::uint32_t step, auto look) {
         for (std::uint32_t i = range.begin; i < range.end; i += step) {
             const std::uint32_t ahead = std::min(i + kReadAhead * step, range.end - 1);
-            __builtin_prefetch(work.recordOf(entries[ahead]) + offset);
-            if (!look(work.recordOf(entries[i]))) return;
+            prefetchRecord(work.recordOf(entries[ahead]), work.records.recordLength);
+            look(work.recordOf(entries[i]));
         }
     };
     DigitSink sink = {work.area.entries + range.begin, nullptr};

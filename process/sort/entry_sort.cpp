@@ -7,6 +7,7 @@
 #include "process/keys/value_compare.h"
 #include "process/sort/copy_sort.h"
 #include "process/sort/entry_order.h"
+#include "process/sort/own_entries.h"
 #include "process/sort/permutation.h"
 #include "process/sort/pivot_judge.h"
 #include "process/storage/record_address.h"
@@ -131,9 +132,16 @@ bool isOnlyOrder(SortJob& job, const RecordArray& records, const EntryArea& area
     const auto recordOf = [&](std::uint32_t place) {
         return records.at(std::min(entries[place].index, area.count - 1));
     };
+    const auto areApart = [&](std::uint32_t place) {
+        return entries[place].digits() - entries[place - 1].digits() > kAlikeFloatsMax;
+    };
     for (std::uint32_t i = 1; i < area.count; ++i) {
-        if (digitsTell && entries[i].digits() - entries[i - 1].digits() > kAlikeFloatsMax) continue;
-        if (!digitsTell) __builtin_prefetch(recordOf(std::min(i + kReadAhead, area.count - 1)));
+        const std::uint32_t ahead = std::min(i + kReadAhead, area.count - 1);
+        if (!digitsTell || !areApart(ahead)) {
+            prefetchRecord(recordOf(ahead - 1), records.recordLength);
+            prefetchRecord(recordOf(ahead), records.recordLength);
+        }
+        if (digitsTell && areApart(i)) continue;
         if (isOpen(job, recordOf(i - 1), recordOf(i))) return false;
     }
     watchServer(job, std::size_t{area.count} * sizeof(Entry));
@@ -177,6 +185,29 @@ bool orderThem(SortJob& job, const RecordArray& records, const EntryArea& area,
 void markAllDirty(SortJob& job) {
     for (std::int32_t frame = 0; frame < job.fileBlocks; ++frame)
         markDirty(job, frame);
+}
+
+// Whether the copy sort is faster: for short records, and where the first window leaves many records
+// alike. What goes on with such is at hand in the copy, and nowhere in place.
+bool copyPays(const SortJob& job) {
+    constexpr std::uint32_t kAlikeShare = 8;
+    if (job.recordLength <= kCopiedBytesMax) return true;
+    const RecordArray records = dataRecords(job);
+    const std::uint32_t step = records.count / kSampleRecords;
+    const auto visitSample = [&](auto look) {
+        visitEvery(records, step,
+                   [&](const Byte* record) { look(record, record == records.first); });
+    };
+    fitWindow(normalizedKey, kKeyStart, fitFor(records.count, true), visitSample, window);
+    std::uint32_t sampled = 0;
+    visitSample([&](const Byte* record, bool) {
+        ownEntries[sampled++] = makeEntry(WindowReader{window}.readFitted(record), 0);
+    });
+    orderOwnEntries(normalizedKey, records, sampled, {kKeyStart, true, false});
+    std::uint32_t alike = 0;
+    for (std::uint32_t i = 1; i < sampled; ++i)
+        alike += ownEntries[i].digits() == ownEntries[i - 1].digits() ? 1 : 0;
+    return alike * kAlikeShare > sampled;
 }
 
 // Sorts by way of the copy that there is room for, where the order of arrival is expected.
@@ -246,8 +277,7 @@ bool sortByEntries(SortJob& job, Byte* scratch) {
     if (job.recordCount < kEntryRecordsMin || (!hasEntries && !expectedStable)) return false;
     describeKey(job, normalizedKey);
     if (!normalizedKey.isWhole) return false;
-    const bool copies =
-        !hasEntries || (expectedStable && !isUnique() && job.recordLength <= kCopiedBytesMax);
+    const bool copies = !hasEntries || (expectedStable && !isUnique() && copyPays(job));
     const auto sort = [&] {
         return copies ? sortCopied(job) : sortEntries(job, expectedStable, scratch);
     };

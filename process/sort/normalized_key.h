@@ -206,10 +206,21 @@ std::uint64_t readCollated(const Byte* content, std::int32_t bytes);
 
 inline constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
 
-// The bits that the first `count` bytes take of a word.
+// The bits that the first `count` bytes take of a word. By a table: lengths are random, and a shift
+// by 64 is none.
 inline std::uint64_t leadingBytes(std::int32_t count) {
-    if (count >= 8) return ~std::uint64_t{0};
-    return count <= 0 ? 0 : ~(~std::uint64_t{0} >> 8 * count);
+    constexpr std::uint64_t kLeadingBytes[] = {
+        0,
+        0xff00000000000000,
+        0xffff000000000000,
+        0xffffff0000000000,
+        0xffffffff00000000,
+        0xffffffffff000000,
+        0xffffffffffff0000,
+        0xffffffffffffff00,
+        0xffffffffffffffff,
+    };
+    return kLeadingBytes[std::clamp(count, 0, 8)];
 }
 
 // Exchanges the bytes of each unit.

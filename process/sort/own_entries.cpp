@@ -34,9 +34,8 @@ struct OwnWork {
     std::uint32_t count;
 
     const Byte* recordOf(const Entry& entry) const { return records.at(entry.index); }
-    // In line by force: to the compiler a function that only prefetches has no effect, and goes.
-    [[gnu::always_inline]] void prefetch(const Entry& entry, const KeyPlace& place) const {
-        __builtin_prefetch(recordOf(entry) + key.segments[place.segment].first.offset);
+    [[gnu::always_inline]] void prefetch(const Entry& entry) const {
+        prefetchRecord(recordOf(entry), records.recordLength);
     }
 };
 
@@ -146,8 +145,8 @@ bool orderRun(const OwnWork& work, const Continuation& after, std::uint32_t begi
     };
     for (std::uint32_t at = begin + 1; at < end; ++at) {
         if (at + kReadAhead < end && isAlike(at + kReadAhead)) {
-            work.prefetch(ownEntries[at + kReadAhead - 1], after.place);
-            work.prefetch(ownEntries[at + kReadAhead], after.place);
+            work.prefetch(ownEntries[at + kReadAhead - 1]);
+            work.prefetch(ownEntries[at + kReadAhead]);
         }
         if (!isAlike(at)) continue;
         const std::uint32_t first = at - 1;
@@ -171,12 +170,11 @@ void visitOpenRuns(std::uint32_t count, Visit visit) {
 // Gives the entries of open runs the digits of the window that goes on.
 void readOn(const OwnWork& work, const KeyPlace& place) {
     const std::uint32_t count = work.count;
-    const auto visitOpen = [&](auto visit) {
-        bool more = true;
+    const auto visitOpen = [&](auto look) {
         visitOpenRuns(count, [&](std::uint32_t begin, std::uint32_t runCount) {
-            for (std::uint32_t i = begin; i < begin + runCount && more; ++i) {
-                work.prefetch(ownEntries[std::min(i + kReadAhead, count - 1)], place);
-                more = visit(work.recordOf(ownEntries[i]));
+            for (std::uint32_t i = begin; i < begin + runCount; ++i) {
+                work.prefetch(ownEntries[std::min(i + kReadAhead, count - 1)]);
+                look(work.recordOf(ownEntries[i]), i == begin);
             }
         });
     };

@@ -13,9 +13,6 @@ constexpr std::uint32_t kChainsMax = 16;
 // Larger than every record's index: the record of this place is saved, the lowest bits say where.
 constexpr std::uint32_t kSavedMark = ~std::uint32_t{0} - (kChainsMax - 1);
 static_assert(kSavedMark % kChainsMax == 0);
-// The processor asks for what follows by itself.
-constexpr std::uint32_t kPrefetchedBytesMax = 256;
-
 struct Chain {
     std::uint32_t hole;    // place to be filled
     std::uint32_t source;  // by the record of that place
@@ -43,11 +40,7 @@ struct Permutation {
 [[gnu::always_inline]] inline void prefetchStep(const Permutation& work, std::uint32_t source) {
     if (source >= work.records.count) return;
     __builtin_prefetch(work.order + source, 1);
-    Byte* const record = work.records.at(source);
-    const std::uint32_t bytes = std::min(work.records.recordLength, kPrefetchedBytesMax);
-    for (std::uint32_t at = 0; at < bytes; at += 64)
-        __builtin_prefetch(record + at, 1);
-    __builtin_prefetch(record + bytes - 1, 1);
+    prefetchRecord(work.records.at(source), work.records.recordLength);
 }
 
 // Starts a chain at the next place whose record belongs elsewhere, while there are a free slot and

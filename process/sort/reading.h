@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <utility>
 
 #include "process/sort/key_window.h"
 
@@ -47,25 +48,23 @@ inline WindowFit fitFor(std::uint32_t recordCount, bool findFollowers) {
 }
 
 // Opens a window at `from` and reads `count` records through it. `visit(step, look)` calls `look`
-// with every step-th record as long as that answers true. For each window, of which there may be
-// two, `sink.start` is called, and `sink.take` with each record and its digits. Answers how the keys
-// go on.
+// with every step-th record. For each window, of which there may be two, `sink.start` is called, and
+// `sink.take` with each record and its digits. Answers how the keys go on.
 template <typename Visit, typename Sink>
 Continuation readThrough(const NormalizedKey& key, const Continuation& from, std::uint32_t count,
                          Visit visit, Sink& sink, KeyWindow& window) {
     std::uint32_t step = from.exact ? 1 : std::max(count / kSampleRecords, 1U);
     for (;;) {
-        fitWindow(
-            key, from.place, fitFor(count, step > 1), [&](auto look) { visit(step, look); },
-            window);
+        const auto visitSample = [&](auto look) {
+            bool starts = true;
+            visit(step, [&](const Byte* record) { look(record, std::exchange(starts, false)); });
+        };
+        fitWindow(key, from.place, fitFor(count, step > 1), visitSample, window);
         sink.start(window);
         std::uint32_t misfits = 0;
         withReader(window, [&](const auto& reader) {
             std::uint32_t found = 0;
-            visit(1, [&](const Byte* record) {
-                sink.take(record, reader.read(record, found));
-                return true;
-            });
+            visit(1, [&](const Byte* record) { sink.take(record, reader.read(record, found)); });
             misfits = found;
         });
         // What has been fitted to all counts as fitting, even if the server has changed a record.
