@@ -86,6 +86,16 @@ inline DecimalClass decimalClass(const Byte* value) {
     }
 }
 
+// Whether the value has a class. Without a branch: many values are asked in a row.
+inline bool isDecimal(const Byte* value) {
+    const DecimalMagnitude magnitude = decimalMagnitude(value);
+    const auto classByte = loadOnce<Byte>(value);
+    constexpr auto kClassMax = static_cast<Byte>(DecimalClass::kHighest);
+    const bool hasClass = (classByte != 0) & (classByte <= kClassMax);
+    const bool isZero = (classByte == 0) & magnitude.isZero();
+    return (hasClass | isZero) & !hasDigitAboveMax(magnitude);
+}
+
 // The place of a class in the order of values, from 0. An invalid one has no place; it gets one
 // that is none of the others'.
 constexpr std::uint8_t decimalClassRank(DecimalClass valueClass) {

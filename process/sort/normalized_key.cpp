@@ -154,7 +154,7 @@ void describeValue(KeyWriter& writer, const KeyRule& rule) {
 }
 
 Doubts doubtsAboutDecimal(const ValueCheck& check, const Byte* value) {
-    if (decimalClass(value) != DecimalClass::kInvalid) return kNoDoubts;
+    if (isDecimal(value)) return kNoDoubts;
     const bool isKnown = value[0] <= static_cast<Byte>(DecimalClass::kHighest);
     return isKnown && !check.ascending ? kWideDecimal : kNoDecimal;
 }

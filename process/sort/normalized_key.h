@@ -11,15 +11,10 @@
 //     bytes        8 bytes a word, as they are or by their weights
 //     units        4 units a word, as they are or by their weights
 //     string       its content as bytes or units, zeros behind its end, then its length
-//     decimal      2 words: the class's rank, the number of digits, and the digits from the highest
-//                  one on, so that leading zeros take no room:
-//
-//                      bits 60 to 63  rank   56 to 59  count   0 to 55  digits 1 to 7
-//                      bits 0 to 63   digits 8 to 15
-//
+//     decimal      2 words: the class's rank and the seven highest digits; the other eight
 //     recordFlag   1 byte, last, in the set-operation modes
 //
-// All bits of descending keys are turned, and in a negative decimal those of count and digits.
+// All bits of descending keys are turned, and in a negative decimal those of the digits.
 //
 // Not every value has a place in that order. About some the comparator has something to say: a
 // stored length above the field's, a decimal that is none, a NaN under a descending key.
@@ -156,47 +151,18 @@ inline KeyWord wordAt(const NormalizedKey& key, std::uint32_t segment, std::uint
 
 // A decimal's word, before direction.
 inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh) {
-    constexpr int kRankShift = 60;
-    constexpr int kCountShift = 56;
-    constexpr std::uint64_t kCountBits = std::uint64_t{0xf} << kCountShift;
-    constexpr std::uint64_t kDigitBits = (std::uint64_t{1} << kCountShift) - 1;
+    constexpr int kRankShift = 56;
     constexpr std::uint64_t kEachByte = 0x0101010101010101;
-
     const DecimalMagnitude magnitude = decimalMagnitude(value);
     auto valueClass = static_cast<DecimalClass>(loadOnce<Byte>(value));
-    const bool isNumber = !magnitude.isZero() && (valueClass == DecimalClass::kNegative ||
-                                                  valueClass == DecimalClass::kPositive);
-    if (!isNumber) {
-        if (magnitude.isZero() && valueClass < DecimalClass::kLowest)
-            valueClass = DecimalClass::kZero;
-        return isHigh ? std::uint64_t{decimalClassRank(valueClass)} << kRankShift : 0;
-    }
-    // The digits as one number of 128 bits, moved up to its first digit that is not 0.
-    std::uint64_t high = magnitude.high;
-    std::uint64_t low = magnitude.low;
-    std::uint64_t count = kDecimalDigitCount;
-    if (high == 0) {
-        high = low;
-        low = 0;
-        count -= 8;
-    }
-    const int zeroBits = std::countl_zero(high) & ~7;
-    if (zeroBits > 0) {
-        high = high << zeroBits | low >> (64 - zeroBits);
-        low <<= zeroBits;
-        count -= static_cast<std::uint64_t>(zeroBits / 8);
-    }
-    // Without a branch: signs are as random as the values.
-    const std::uint64_t negative = 0 - std::uint64_t{valueClass == DecimalClass::kNegative};
-    const std::uint64_t turn = kEachByte * digitTurn & negative;
-    if (!isHigh) return (high << kCountShift | low >> 8) ^ turn;
-    constexpr std::uint64_t kPositiveRank = std::uint64_t{decimalClassRank(DecimalClass::kPositive)}
-                                            << kRankShift;
-    constexpr std::uint64_t kNegativeRank = std::uint64_t{decimalClassRank(DecimalClass::kNegative)}
-                                            << kRankShift;
-    const std::uint64_t rank = kPositiveRank ^ ((kPositiveRank ^ kNegativeRank) & negative);
-    return rank |
-           ((count << kCountShift ^ (kCountBits & negative)) | ((high >> 8 ^ turn) & kDigitBits));
+    if (magnitude.isZero() && valueClass < DecimalClass::kLowest) valueClass = DecimalClass::kZero;
+    const bool isNegative = valueClass == DecimalClass::kNegative;
+    const bool isNumber = isNegative | (valueClass == DecimalClass::kPositive);
+    const std::uint64_t used = 0 - std::uint64_t{isNumber};
+    const std::uint64_t turn = kEachByte * digitTurn & (0 - std::uint64_t{isNegative});
+    if (!isHigh) return ((magnitude.high << kRankShift | magnitude.low >> 8) ^ turn) & used;
+    return std::uint64_t{decimalClassRank(valueClass)} << kRankShift |
+           ((magnitude.high ^ turn) >> 8 & used);
 }
 
 // The words of values that need a table, before direction; `bytes` of the content are there, at

@@ -44,9 +44,10 @@ bool passWord(PivotJudge& judge, const KeyWord& word, const Byte* pivot) {
         case WordKind::kNullMark:
             return addAlike(judge, pivot, word.offset, 1);
         case WordKind::kDecimalHigh:
-            return addAlike(judge, pivot, word.offset, kDecimalBytes);
+            return addAlike(judge, pivot, word.offset, 1) &&
+                   addAlike(judge, pivot, word.offset + kDecimalBytes - 7, 7);
         case WordKind::kDecimalLow:
-            return true;
+            return addAlike(judge, pivot, word.offset + 1, 8);
         case WordKind::kUnitCount:
             return addAlike(judge, pivot, word.lengthOffset, kLengthPrefixBytes);
         default:
@@ -69,12 +70,13 @@ void appointJudge(const NormalizedKey& key, const Byte* const* sample, int count
         const std::uint32_t words = key.segments[s].words;
         for (std::uint32_t w = 0; w < words; ++w) {
             judge.word = wordAt(key, s, w);
-            if (areAlike(judge.word, sample, count)) {
+            // Nulls are few, or all: a pivot that is none is judged by what comes behind.
+            const bool isMark = judge.word.kind == WordKind::kNullMark &&
+                                pivot[judge.word.offset] != kNullIndicator;
+            if (isMark || areAlike(judge.word, sample, count)) {
                 if (!passWord(judge, judge.word, pivot)) return;
                 continue;
             }
-            // The lower word of decimals whose upper ones are alike: their bytes are not.
-            if (judge.word.kind == WordKind::kDecimalLow) return;
             judge.checkCount = key.segments[s].checkCount;
             setBounds(judge, pivot);
             const bool isLast = s + 1 == key.segmentCount && w + 1 == words;

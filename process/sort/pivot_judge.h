@@ -83,8 +83,8 @@ struct JudgedWord {
     std::uint32_t isSure(const Byte* record) const {
         bool sure = first || judge.isAlike(record);
         if constexpr (bounded) sure &= loadI16(record + word.lengthOffset) <= word.lengthMax;
-        if constexpr (kind == WordKind::kDecimalHigh)
-            sure &= decimalClass(record + word.offset) != DecimalClass::kInvalid;
+        if constexpr (kind == WordKind::kDecimalHigh || kind == WordKind::kDecimalLow)
+            sure &= isDecimal(record + word.offset);
         return sure ? 1 : 0;
     }
     std::uint64_t read(const Byte* record) const {
@@ -123,8 +123,13 @@ auto withJudgedWord(const PivotJudge& judge, Use use) {
             return useKind.template operator()<WordKind::kInteger, false>();
         case WordKind::kDecimalHigh:
             return useKind.template operator()<WordKind::kDecimalHigh, false>();
+        case WordKind::kDecimalLow:
+            return useKind.template operator()<WordKind::kDecimalLow, false>();
+        case WordKind::kSingle:
+            // Of descending floats some have no place.
+            if (word.ascending) return useKind.template operator()<WordKind::kSingle, false>();
+            break;
         case WordKind::kDouble:
-            // Of descending ones some have no place.
             if (word.ascending) return useKind.template operator()<WordKind::kDouble, false>();
             break;
         default:
