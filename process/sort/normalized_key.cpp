@@ -39,9 +39,9 @@ class KeyWriter {
         word.turn = rule_->nullsFirst ? kAllBits : 0;
         add(word, 1, kSignBit);
     }
-    void addInteger(std::int32_t bytes) {
+    void addInteger(std::int32_t bytes, WordKind kind = WordKind::kInteger) {
         KeyWord word = common_;
-        word.kind = WordKind::kInteger;
+        word.kind = kind;
         word.shift = static_cast<std::uint8_t>(64 - 8 * bytes);
         word.turn ^= kSignBit;
         add(word, 1, leadingBytes(bytes));
@@ -76,7 +76,7 @@ class KeyWriter {
         word.offset += kLengthPrefixBytes;
         const auto bytes = static_cast<std::uint32_t>(word.contentBytes);
         addWords(word, bytes);
-        if (kind != WordKind::kCollated) return addInteger(kLengthPrefixBytes);
+        if (kind != WordKind::kCollated) return addInteger(kLengthPrefixBytes, WordKind::kLength);
         word.kind = WordKind::kUnitCount;
         add(word, 1, leadingBytes(kLengthPrefixBytes));
     }

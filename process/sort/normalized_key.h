@@ -41,6 +41,7 @@ struct SortJob;
 enum class WordKind : std::uint8_t {
     kBytes,
     kInteger,
+    kLength,  // an integer of 2 bytes, which is checked
     kSingle,
     kDouble,
     kWeighted,
@@ -62,7 +63,7 @@ struct KeyWord {
     bool nullable;
     bool bounded;  // content of a string: bytes behind its end count as zeros
     bool ascending;
-    std::uint8_t shift;          // kInteger: to the left
+    std::uint8_t shift;          // integers: to the left
     Byte digitTurn;              // decimals: what turns a digit of a negative one
     std::uint32_t offset;        // bytes from the record's start
     std::uint32_t nullOffset;    // of the indicator, where there is one
@@ -224,6 +225,7 @@ inline std::int32_t bytesLeft(const KeyWord& word, const Byte* record) {
             return (__builtin_bswap64(loadAs<std::uint64_t>(field)) & leadingBytes(bytes)) ^
                    word.turn;
         case WordKind::kInteger:
+        case WordKind::kLength:
             return loadAs<std::uint64_t>(field) << word.shift ^ word.turn;
         case WordKind::kSingle:
             return orderedFloat(std::uint64_t{loadAs<std::uint32_t>(field)} << 32, kSingleExponent,

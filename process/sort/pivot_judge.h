@@ -2,9 +2,9 @@
 // comparator, and without a branch that could be mispredicted.
 //
 // The word is the first one in which a few records of the range differ. The fields that those before
-// it come from must be the pivot's, byte for byte. A record whose word is below the pivot's stands before it, one whose word is above
-// behind it. Of the others, and where there are doubts about a record, the rest of the key says it,
-// or the comparator: which answers are given and which codes are raised is the same with a judge
+// it come from must be the pivot's, byte for byte. A record whose word is below the pivot's stands
+// before it, one whose word is above behind it. Of the others, and where there are doubts about a
+// record, the rest of the key says it, or the comparator: which answers are given and which codes are raised is the same with a judge
 // and without. Ascending floats near the pivot's may count as equal, so all that lie within the
 // tolerance are left to the comparator.
 
