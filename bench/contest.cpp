@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <memory>
 
 #include "bench/verification.h"
 
@@ -50,32 +51,47 @@ std::vector<Series> runContest(const Options& options, const Workload& workload,
                                std::span<const Peer> peers) {
     const std::size_t recordCount = records.size() / workload.recordLength;
     const host::Geometry geometry = host::chooseGeometry(workload.recordLength, options.blockPages);
-    MeasuredProcess process(options.process, geometry,
-                            memoryPagesFor(situation, geometry, recordCount),
-                            options.workDirectory);
+    const std::int32_t memoryPages = memoryPagesFor(situation, geometry, recordCount);
     const Verification verification(workload, records);
-    const std::string name = "tvsort, " + workload.name + ", " + situation.name;
     std::vector<Byte> result(records.size());
-    process.sort(workload.request, records, result);
-    verification.checkByRequest(result, name);
-
+    std::vector<std::unique_ptr<MeasuredProcess>> processes(options.builds.size());
     PeerArrays arrays(peers.empty() ? 0 : recordCount, workload.recordLength);
-    std::vector<Series> series = {{"tvsort", true, {}}};
+
+    std::vector<Series> series;
+    for (const Build& build : options.builds)
+        series.push_back({build.name, Role::kBuild, {}});
     for (const Peer& peer : peers)
-        series.push_back({peer.name, peer.sorts, {}});
+        series.push_back({peer.name, peer.sorts ? Role::kSort : Role::kLimit, {}});
     for (int round = 0; round < options.rounds; ++round) {
-        series[0].costs.push_back(process.sort(workload.request, records, result));
-        verification.checkSorted(result, name);
-        for (std::size_t i = 0; i < peers.size(); ++i)
-            series[i + 1].costs.push_back(runPeer(peers[i], arrays, records, verification));
+        auto next = series.begin();
+        for (std::size_t i = 0; i < processes.size(); ++i, ++next) {
+            const std::string who = next->name + ", " + workload.name + ", " + situation.name;
+            if (round == 0 || situation.fresh) {
+                processes[i].reset();
+                processes[i] = std::make_unique<MeasuredProcess>(
+                    options.builds[i].program, geometry, memoryPages, options.workDirectory);
+            }
+            if (round == 0 && !situation.fresh) {
+                processes[i]->sort(workload.request, records, result);
+                verification.checkByRequest(result, who);
+            }
+            next->costs.push_back(processes[i]->sort(workload.request, records, result));
+            verification.checkSorted(result, who);
+        }
+        for (const Peer& peer : peers) {
+            if (situation.fresh) arrays.renewScratch();
+            (next++)->costs.push_back(runPeer(peer, arrays, records, verification));
+        }
     }
     return series;
 }
 
 Series runAlone(const Options& options, const Workload& workload, const Situation& situation,
                 std::size_t recordCount) {
+    Options alone = options;
+    alone.builds.resize(1);
     const std::vector<Byte> records = makeRecords(workload, recordCount);
-    return runContest(options, workload, situation, records, {}).front();
+    return runContest(alone, workload, situation, records, {}).front();
 }
 
 double medianSeconds(const Series& series, Clock clock) {

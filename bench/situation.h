@@ -1,4 +1,4 @@
-// How much memory the process has for its data.
+// How much memory the process has for its data, and whether it has used it before.
 
 #pragma once
 
@@ -10,16 +10,23 @@
 
 namespace tvsort::bench {
 
+// What stands free behind the data set's blocks.
+enum class Spare : std::uint8_t { kNone, kEntries, kCopy };
+
 struct Situation {
     std::string name;
-    // Bytes of the data set's blocks per byte of the frames; 0 for the smallest memory with room
-    // for the distribution sort.
-    double dataPerMemory;
+    double dataPerMemory = 1;  // bytes of the data set's blocks per byte of the frames
+    Spare spare = Spare::kNone;
+    bool fresh = false;  // every request is the first one in a new slot
 };
 
-// With room for the distribution sort, just holding the data, and data of 2, 8 and 20 times it.
+// With room for a copy of the records, and just holding them.
 Situation withRoom();
 Situation justFitting();
+
+// With room for a copy, with room for entries, and just fitting; then the same for first requests.
+std::vector<Situation> inMemory();
+// Data of 2, 8 and 20 times the memory.
 std::vector<Situation> spilling();
 
 // Data of `dataPerMemory` times the memory; below 0.45 or so that leaves room.

@@ -26,7 +26,7 @@ void showSmallRequests(const Options& options) {
     for (const std::size_t recordCount : {1U, 10U, 30U, 100U, 300U, 1000U}) {
         const std::vector<Byte> records = makeRecords(workload, recordCount);
         const Verification verification(workload, records);
-        MeasuredProcess process(options.process, geometry,
+        MeasuredProcess process(options.builds[0].program, geometry,
                                 memoryPagesFor(withRoom(), geometry, recordCount),
                                 options.workDirectory);
         std::vector<Byte> result(records.size());
