@@ -72,16 +72,23 @@ enum class Role : std::uint8_t { kBuild, kSort, kLimit };
 struct Series {
     std::string name;
     Role role;
-    std::vector<Cost> costs;  // by round
+    // By round, the latter of a build's first request in a new slot, or of a peer in memory that
+    // nobody has touched.
+    std::vector<Cost> costs;
+    std::vector<Cost> firstCosts;
 };
 
-// One request in each round: where the situation is that of a first request, to a process just
-// started, beside peers with memory that nobody has touched; otherwise after one that is not
-// counted. The first series are those of the builds, the measured one in front; `peers` follow.
-// Every result is verified.
-std::vector<Series> runContest(const Options& options, const Workload& workload,
-                               const Situation& situation, std::span<const Byte> records,
-                               std::span<const Peer> peers);
+// The builds' series, that of the measured one in front, then the peers'.
+using Contest = std::vector<Series>;
+
+// In each round every build serves two requests in a new slot of each situation, and then each peer
+// sorts for all situations. A contest for each situation; every result is verified.
+std::vector<Contest> runContests(const Options& options, const Workload& workload,
+                                 const std::vector<Situation>& situations,
+                                 std::span<const Byte> records, std::span<const Peer> peers);
+
+// The contest of the first requests.
+Contest firstRequests(Contest contest);
 
 // The measured build alone, on `recordCount` records of the workload.
 Series runAlone(const Options& options, const Workload& workload, const Situation& situation,

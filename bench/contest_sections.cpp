@@ -11,10 +11,10 @@ namespace tvsort::bench {
 namespace {
 
 // Numbers for plots: one line per contender, by both clocks.
-void addValues(Table& values, const Situation& situation, const Workload& workload,
-               const std::vector<Series>& contest, std::size_t recordCount) {
+void addValues(Table& values, const std::string& situation, const Workload& workload,
+               const Contest& contest, std::size_t recordCount) {
     for (const Series& series : contest) {
-        Cells row = {situation.name, workload.name, series.name};
+        Cells row = {situation, workload.name, series.name};
         for (const Clock clock : {Clock::kWall, Clock::kCpu}) {
             const double seconds = medianSeconds(series, clock);
             const Spread ratio = ratioOf(series, contest[0], clock);
@@ -33,7 +33,7 @@ const Cells kValueColumns = {
     "wall_ratio", "wall_ratio_min", "wall_ratio_max", "cpu_ns_record",      "cpu_ns_level",
     "cpu_ratio",  "cpu_ratio_min",  "cpu_ratio_max"};
 
-std::string fastestSort(const std::vector<Series>& contest, Clock clock) {
+std::string fastestSort(const Contest& contest, Clock clock) {
     const Series* fastest = nullptr;
     for (const Series& series : contest) {
         if (series.role == Role::kSort &&
@@ -51,56 +51,82 @@ std::vector<Peer> peersIn(const Workload& workload, PeerSet set) {
     return peers;
 }
 
-// A table of the situation, whose values are also added to `values`.
-void showSituation(const Options& options, const Situation& situation, PeerSet usualPeers,
-                   Table& values) {
-    const PeerSet set = options.peers.value_or(usualPeers);
-    const bool spills = situation.dataPerMemory > 1;
-    Table table = {
-        "",
-        fmt::format("Memory: {}, {} records: {} of the process, and of the others as "
-                    "multiples of it (median and spread of {} rounds; above 1 the "
-                    "process is faster)",
-                    situation.name, options.recordCount, nameOf(options.clock), options.rounds),
-        joined({"workload"}, kTimeColumns),
-        {}};
-    for (const Workload& workload : chosen(workloads(), options.workloads)) {
-        const std::size_t recordCount = recordCountOf(workload, options.recordCount);
-        const std::vector<Byte> records = makeRecords(workload, recordCount);
-        const std::vector<Series> contest =
-            runContest(options, workload, situation, records, peersIn(workload, set));
-        Cells row = joined({workload.name}, timeCells(options, contest[0], recordCount));
-        for (std::size_t i = 1; i < contest.size(); ++i) {
-            row.push_back(describe(ratioOf(contest[i], contest[0], options.clock)));
-            if (table.rows.empty()) table.columns.push_back(contest[i].name);
-        }
-        row = joined(row, spills
-                              ? transferCells(options, workload, situation, contest[0], recordCount)
-                              : Cells{fastestSort(contest, options.clock)});
-        table.rows.push_back(row);
-        addValues(values, situation, workload, contest, recordCount);
+// A table that grows by rows of contests in one situation.
+class SituationTable {
+  public:
+    SituationTable(const Options& options, std::string name, const Situation& situation)
+        : options_(options), name_(std::move(name)), situation_(situation) {
+        table_.title = fmt::format(
+            "Memory: {}, {} records: {} of the process, and of the others as multiples of it "
+            "(median and spread of {} rounds; above 1 the process is faster)",
+            name_, options.recordCount, nameOf(options.clock), options.rounds);
     }
-    table.columns = joined(table.columns, spills ? kTransferColumns : Cells{"fastest sort"});
-    print(table);
-}
 
+    void add(const Workload& workload, const Contest& contest, std::size_t recordCount) {
+        const bool spills = situation_.dataPerMemory > 1;
+        Cells columns = joined({"workload"}, kTimeColumns);
+        Cells row = joined({workload.name}, timeCells(options_, contest[0], recordCount));
+        for (std::size_t i = 1; i < contest.size(); ++i) {
+            columns.push_back(contest[i].name);
+            row.push_back(describe(ratioOf(contest[i], contest[0], options_.clock)));
+        }
+        table_.columns = joined(columns, spills ? kTransferColumns : Cells{"fastest sort"});
+        table_.rows.push_back(joined(
+            row, spills ? transferCells(options_, workload, situation_, contest[0], recordCount)
+                        : Cells{fastestSort(contest, options_.clock)}));
+    }
+
+    const std::string& name() const { return name_; }
+    const Table& table() const { return table_; }
+
+  private:
+    const Options& options_;
+    std::string name_;
+    Situation situation_;
+    Table table_;
+};
+
+enum class FirstRequests : bool { kHide, kShow };
+
+// A table for each situation, with the numbers of all of them in `fileName`.
 void showSituations(const Options& options, const std::string& fileName,
-                    const std::vector<Situation>& situations, PeerSet usualPeers) {
+                    const std::vector<Situation>& all, FirstRequests firsts, PeerSet usualPeers) {
+    const std::vector<Situation> situations = chosen(all, options.situations);
+    if (situations.empty()) return;
+    std::vector<SituationTable> tables;
+    for (const Situation& situation : situations)
+        tables.emplace_back(options, situation.name, situation);
+    if (firsts == FirstRequests::kShow) {
+        for (const Situation& situation : situations)
+            tables.emplace_back(options, "first request, " + situation.name, situation);
+    }
     Table values = {fileName, "", kValueColumns, {}};
-    for (const Situation& situation : chosen(situations, options.situations)) {
-        showSituation(options, situation, usualPeers, values);
+    for (const Workload& workload : chosen(workloads(), options.workloads)) {
+        fmt::print(stderr, "{}: {}\n", fileName, workload.name);
+        const std::size_t recordCount = recordCountOf(workload, options.recordCount);
+        std::vector<Contest> contests =
+            runContests(options, workload, situations, makeRecords(workload, recordCount),
+                        peersIn(workload, options.peers.value_or(usualPeers)));
+        for (std::size_t s = 0; s < situations.size(); ++s)
+            contests.push_back(firstRequests(contests[s]));
+        for (std::size_t i = 0; i < tables.size(); ++i) {
+            tables[i].add(workload, contests[i], recordCount);
+            addValues(values, tables[i].name(), workload, contests[i], recordCount);
+        }
         writeValues(values, options.resultDirectory);
     }
+    for (const SituationTable& table : tables)
+        print(table.table());
 }
 
 }  // namespace
 
 void showInMemory(const Options& options) {
-    showSituations(options, "in-memory", inMemory(), PeerSet::kUsual);
+    showSituations(options, "in-memory", inMemory(), FirstRequests::kShow, PeerSet::kUsual);
 }
 
 void showSpilling(const Options& options) {
-    showSituations(options, "spilling", spilling(), PeerSet::kStd);
+    showSituations(options, "spilling", spilling(), FirstRequests::kHide, PeerSet::kStd);
 }
 
 }  // namespace tvsort::bench

@@ -35,9 +35,9 @@ std::vector<Series> runRounds(const Options& options, const Situation& situation
     MeasuredProcess process(options.builds[0].program, geometry, pages, options.workDirectory);
     const Verification verification(workload, records);
     std::vector<Byte> result(records.size());
-    std::vector<Series> series = {{"tvsort", Role::kBuild, {}}};
+    std::vector<Series> series = {{"tvsort", Role::kBuild, {}, {}}};
     for (const auto& program : programs)
-        series.push_back({program->name(), Role::kSort, {}});
+        series.push_back({program->name(), Role::kSort, {}, {}});
     for (int round = 0; round < options.rounds; ++round) {
         series[0].costs.push_back(process.sort(workload.request, records, result));
         verification.checkSorted(result, "tvsort, " + situation.name);

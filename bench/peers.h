@@ -43,10 +43,14 @@ struct PeerArrays {
 // From the fewest peers to all of them; each set holds those before it.
 enum class PeerSet : std::uint8_t { kNone, kStd, kUsual, kAll };
 
+// Those that work in the records' own memory, or in memory that they themselves get; those that
+// work in the other arrays as well; and limits, which do so too but give a permutation only.
+enum class PeerKind : std::uint8_t { kInPlace, kWithScratch, kLimit };
+
 struct Peer {
     std::string name;
     PeerSet set;  // the smallest one that it is in
-    bool sorts;   // otherwise a limit, whose result is a permutation only
+    PeerKind kind;
     // Works on the records; answers where the result is.
     const Byte* (*run)(PeerArrays&);
 };
@@ -165,13 +169,13 @@ const Byte* runMemcpy(PeerArrays& arrays);
 
 template <typename Rules>
 std::vector<Peer> peersOf() {
-    return {{"std::sort", PeerSet::kStd, true, runStdSort<Rules>},
-            {"std::stable_sort", PeerSet::kAll, true, runStableSort<Rules>},
-            {"pdqsort", PeerSet::kUsual, true, runPdqsort<Rules>},
-            {"pairs compared", PeerSet::kUsual, true, runPairsCompared<Rules>},
-            {"pairs radix", PeerSet::kUsual, true, runPairsRadix<Rules>},
-            {"memcpy", PeerSet::kAll, false, runMemcpy},
-            {"gather", PeerSet::kUsual, false, runRandomGather<Rules>}};
+    return {{"std::sort", PeerSet::kStd, PeerKind::kInPlace, runStdSort<Rules>},
+            {"std::stable_sort", PeerSet::kAll, PeerKind::kInPlace, runStableSort<Rules>},
+            {"pdqsort", PeerSet::kUsual, PeerKind::kInPlace, runPdqsort<Rules>},
+            {"pairs compared", PeerSet::kUsual, PeerKind::kWithScratch, runPairsCompared<Rules>},
+            {"pairs radix", PeerSet::kUsual, PeerKind::kWithScratch, runPairsRadix<Rules>},
+            {"memcpy", PeerSet::kAll, PeerKind::kLimit, runMemcpy},
+            {"gather", PeerSet::kUsual, PeerKind::kLimit, runRandomGather<Rules>}};
 }
 
 }  // namespace tvsort::bench

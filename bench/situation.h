@@ -1,4 +1,4 @@
-// How much memory the process has for its data, and whether it has used it before.
+// How much memory the process has for its data.
 
 #pragma once
 
@@ -17,14 +17,13 @@ struct Situation {
     std::string name;
     double dataPerMemory = 1;  // bytes of the data set's blocks per byte of the frames
     Spare spare = Spare::kNone;
-    bool fresh = false;  // every request is the first one in a new slot
 };
 
 // With room for a copy of the records, and just holding them.
 Situation withRoom();
 Situation justFitting();
 
-// With room for a copy, with room for entries, and just fitting; then the same for first requests.
+// With room for a copy, with room for entries, and just fitting.
 std::vector<Situation> inMemory();
 // Data of 2, 8 and 20 times the memory.
 std::vector<Situation> spilling();
