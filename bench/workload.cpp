@@ -10,8 +10,10 @@ namespace {
 
 constexpr std::uint64_t kSeed = 20561;
 
-// Longer records come in smaller numbers, so that slots and peers find their memory.
+// Long records come in smaller numbers, so that peers find their memory and a slot, which holds up
+// to 4 GiB, room for a copy.
 constexpr std::size_t kBytesPerRecordMax = 256;
+constexpr std::size_t kDataBytesMax = 1'500'000'000;
 
 // Nearly sorted: one record in a hundred has changed places.
 constexpr std::size_t kRecordsPerExchange = 200;
@@ -98,7 +100,8 @@ Workload textLines() {
 }
 
 std::size_t recordCountOf(const Workload& workload, std::size_t recordCount) {
-    return std::min(recordCount, recordCount * kBytesPerRecordMax / workload.recordLength);
+    const std::size_t bytes = std::min(recordCount * kBytesPerRecordMax, kDataBytesMax);
+    return std::min(recordCount, bytes / workload.recordLength);
 }
 
 std::vector<Byte> makeRecords(const Workload& workload, std::size_t recordCount) {
