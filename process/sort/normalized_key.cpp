@@ -49,12 +49,12 @@ class KeyWriter {
     void addFloat(WordKind kind) {
         KeyWord word = common_;
         word.kind = kind;
-        add(word, 1, leadingBytes(kind == WordKind::kSingle ? 4 : 8));
         if (rule_->ascending) {
             key_.hasTolerantFloats = true;
         } else {
             addCheck(kind == WordKind::kSingle ? CheckKind::kNumber : CheckKind::kDouble);
         }
+        add(word, 1, leadingBytes(kind == WordKind::kSingle ? 4 : 8));
     }
     // A field of fixed length.
     void addContent(WordKind kind, std::uint32_t bytes, std::uint32_t skipped = 0) {

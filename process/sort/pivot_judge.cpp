@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <limits>
 
 namespace tvsort {
 
@@ -34,9 +35,22 @@ bool addAlike(PivotJudge& judge, const Byte* pivot, std::uint32_t offset, std::i
     return true;
 }
 
+// The same for a word of a string's content: a record that has its bytes has the word only if its
+// content does not end before. Where the pivot's does, both must end alike.
+bool addAlikeContent(PivotJudge& judge, const Byte* pivot, const KeyWord& word) {
+    constexpr std::int32_t kWordBytes = 8;
+    const std::int32_t left = bytesLeft(word, pivot);
+    if (left < kWordBytes) {
+        return addAlike(judge, pivot, word.offset, left) &&
+               addAlike(judge, pivot, word.lengthOffset, kLengthPrefixBytes);
+    }
+    judge.lengthOffset = word.lengthOffset;
+    judge.lengthMin = word.skippedBytes + kWordBytes;
+    return addAlike(judge, pivot, word.offset, kWordBytes);
+}
+
 // Goes on behind a word in which the sample is alike. A record that has the bytes of the pivot's
-// word has its word, unless it is a string that ends before it; such a string's next word is zeros,
-// and tells the order of the two as this one would.
+// word has its word.
 bool passWord(PivotJudge& judge, const KeyWord& word, const Byte* pivot) {
     if (word.nullable && pivot[word.nullOffset] == kNullIndicator) return true;
     const std::int32_t bytes = std::popcount(word.bits) / 8;
@@ -51,8 +65,8 @@ bool passWord(PivotJudge& judge, const KeyWord& word, const Byte* pivot) {
         case WordKind::kUnitCount:
             return addAlike(judge, pivot, word.lengthOffset, kLengthPrefixBytes);
         default:
-            return addAlike(judge, pivot, word.offset,
-                            word.bounded ? std::min(bytes, bytesLeft(word, pivot)) : bytes);
+            return word.bounded ? addAlikeContent(judge, pivot, word)
+                                : addAlike(judge, pivot, word.offset, bytes);
     }
 }
 
@@ -63,6 +77,8 @@ void appointJudge(const NormalizedKey& key, const Byte* const* sample, int count
     const Byte* const pivot = sample[0];
     judge.key = &key;
     judge.alikeCount = 0;
+    judge.lengthOffset = 0;
+    judge.lengthMin = std::numeric_limits<std::int32_t>::min();
     judge.isAble = false;
     if (doubtsAbout(key, pivot) != kNoDoubts) return;
     // No word reaches the key whose values are checked for uniqueness.

@@ -38,11 +38,15 @@ struct PivotJudge {
     std::uint32_t checkCount;  // checks of the values up to that word
     int alikeCount;
     AlikeWord alikeWords[kAlikeWordsMax];
+    // Of a string whose beginning is alike: where its length stands, and how long it must be for
+    // that beginning.
+    std::uint32_t lengthOffset;
+    std::int32_t lengthMin;
 
     // Every record is sure, and the rest equals the pivot.
     bool knowsAll() const { return isComplete && alikeCount == 0 && checkCount == 0; }
     bool isAlike(const Byte* record) const {
-        std::uint64_t unlike = 0;
+        std::uint64_t unlike = loadI16(record + lengthOffset) < lengthMin ? 1 : 0;
         for (int i = 0; i < alikeCount; ++i) {
             const AlikeWord& alike = alikeWords[i];
             unlike |= (loadAs<std::uint64_t>(record + alike.offset) & alike.mask) ^ alike.value;

@@ -30,7 +30,7 @@ bool makeEntries(const NormalizedKey& key, const RecordArray& records) {
     });
 }
 
-// Whether all words are further apart than floats that count as equal.
+// Whether all words differ, and are further apart than floats that count as equal.
 bool areApart(std::uint32_t count) {
     bool apart = true;
     for (std::uint32_t i = 1; i < count; ++i)
@@ -52,12 +52,11 @@ bool areUnlike(const NormalizedKey& key, const RecordArray& records) {
 }
 
 // Orders the entries. False when there may be another order, or must be one of equal records that
-// only the partition knows.
+// only the partition knows. Of a key with tolerant floats only the judge's word is trusted.
 bool orderShortRange(const NormalizedKey& key, const RecordArray& records, bool keepsEquals) {
-    const bool isTolerant = isTolerantFloat(judge.word);
-    orderOwnEntries(key, records, records.count,
-                    {judge.next, isTolerant || judge.isComplete, true});
-    if (isTolerant) return areApart(records.count);
+    const bool wordOnly = key.hasTolerantFloats || judge.isComplete;
+    orderOwnEntries(key, records, records.count, {judge.next, wordOnly, true});
+    if (key.hasTolerantFloats) return areApart(records.count);
     return keepsEquals || areUnlike(key, records);
 }
 
