@@ -79,7 +79,7 @@ TEST(KeyWindow, WindowsInARowOrderAsTheKeyDoes) {
         for (std::size_t i = 0; i < kRecords; ++i) {
             for (std::size_t j = 0; j < kRecords; ++j) {
                 const int order = compareKeys(key, kKeyStart, world.record(static_cast<int>(i)),
-                                              world.record(static_cast<int>(j)));
+                                              world.record(static_cast<int>(j))).order;
                 ASSERT_EQ(signOf(order), (digits[i] > digits[j]) - (digits[i] < digits[j]));
             }
         }
@@ -109,13 +109,15 @@ TEST(KeyWindow, OfASampleOrdersOtherRecordsLooselyAndKnowsThem) {
         }
         for (int i = 0; i < kRecords; ++i) {
             for (int j = 0; j < kRecords; ++j) {
-                const int order = compareKeys(key, kKeyStart, world.record(i), world.record(j));
+                const int order =
+                    compareKeys(key, kKeyStart, world.record(i), world.record(j)).order;
                 if (order < 0) {
                     ASSERT_LE(digits[i], digits[j]);
                 }
                 if (misfits[i] + misfits[j] > 0 || digits[i] != digits[j]) continue;
                 ASSERT_EQ(signOf(order), signOf(compareKeys(key, fitted.window.next,
-                                                            world.record(i), world.record(j))));
+                                                            world.record(i), world.record(j))
+                                                    .order));
             }
         }
     }
