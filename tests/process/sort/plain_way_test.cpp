@@ -156,8 +156,10 @@ Demand randomDemand(std::uint32_t seed) {
     const auto blocks = static_cast<std::int32_t>(
         (demand.records.size() + demand.geometry.recordsPerBlock - 1) /
         demand.geometry.recordsPerBlock);
-    // Spilled to different degrees, or just held.
-    demand.frames = std::max(random() % 2 == 0 ? blocks : 5 + blocks / (1 + below(random, 30)), 5);
+    // Spilled to different degrees, or just held. There is no room for the entries of 200 records.
+    demand.frames = random() % 2 == 0 ? blocks : 5 + blocks / (1 + below(random, 30));
+    demand.frames = std::clamp(demand.frames, 5, std::max(blocks, 5));
+    if (blocks < 5) demand.records.resize(std::min<std::size_t>(demand.records.size(), 199));
     return demand;
 }
 
