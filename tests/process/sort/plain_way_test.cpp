@@ -165,7 +165,7 @@ Demand randomDemand(std::uint32_t seed) {
 
 TEST(PlainWay, EveryRequestEndsAsThePlainQuicksortEndsIt) {
     std::map<ErrorCode, int> codes;
-    for (std::uint32_t seed = 1; seed <= 1500; ++seed) {
+    for (std::uint32_t seed = 1; seed <= 6000; ++seed) {
         const Demand demand = randomDemand(seed);
         const Outcome outcome = serve(demand);
         EXPECT_TRUE(outcome == servePlainly(demand))
