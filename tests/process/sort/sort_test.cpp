@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 #include "process/keys/record_precedes.h"
-#include "process/sort/distribution_choice.h"
+#include "process/sort/entry_sort.h"
 #include "process/sort/sort_driver.h"
 #include "tests/support/small_world.h"
 
@@ -383,7 +383,7 @@ TEST(DistributionSort, RunsFromTheVeryFrameAndRecordOn) {
         request.head.fileBlocks = 250;
         request.keys = {ascendingKey(DataType::kInteger, 0, 4)};
         ASSERT_EQ(served.ask(request).errorCode(), ErrorCode::kSuccess);
-        EXPECT_EQ(distributionSortApplies(served.job()), c.applies);
+        EXPECT_EQ(isExpectedStable(served.job()), c.applies);
     }
 }
 
@@ -400,7 +400,7 @@ TEST(DistributionSort, GivesTheStableOrderAndAgreesWithTheQuicksort) {
         const SortMode mode = seed % 3 == 0 ? SortMode::kUnique : SortMode::kOrder;
         ServedJob roomy(kRoomForTwice);
         const Records distributed = roomy.sort(records, geometry, keys, mode);
-        EXPECT_TRUE(distributionSortApplies(roomy.job()));
+        EXPECT_TRUE(isExpectedStable(roomy.job()));
         std::stable_sort(records.begin(), records.end(), [&](const Bytes& l, const Bytes& r) {
             return compareByModel(l, r, keys) < 0;
         });
@@ -496,7 +496,7 @@ TEST(DistributionSort, OrdersEveryTypeAsTheComparatorDoes) {
                                     descendingKey(c.type, c.offset, c.length)}) {
                 ServedJob roomy(kRoomForTwice);
                 const Records sorted = roomy.sort(records, {.recordLength = recordLength}, {key});
-                ASSERT_TRUE(distributionSortApplies(roomy.job()));
+                ASSERT_TRUE(isExpectedStable(roomy.job()));
                 expectStableOrder(sorted, key, recordLength);
                 EXPECT_TRUE(isPermutation(sorted, records));
             }
@@ -545,7 +545,7 @@ TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirC
             EXPECT_EQ(served.ask(request).errorCode(), c.code);
             if (c.applies) continue;
             served.lay(records, geometry);
-            EXPECT_FALSE(distributionSortApplies(served.job()));
+            EXPECT_FALSE(isExpectedStable(served.job()));
         }
     }
 }
