@@ -124,9 +124,9 @@ bool isOpen(const SortJob& job, const Byte* left, const Byte* right) {
 
 // Whether no neighbours in the order of the entries are open. `firstDigits`: all digits are those
 // of the first window.
-bool isOnlyOrder(SortJob& job, const RecordArray& records, const EntryArea& area,
-                 bool firstDigits) {
-    if (!isUnique() && !normalizedKey.hasTolerantFloats) return true;
+bool isOnlyOrder(SortJob& job, const RecordArray& records, const EntryArea& area, bool firstDigits,
+                 bool isChecked) {
+    if (!(isChecked && isUnique()) && !normalizedKey.hasTolerantFloats) return true;
     const bool digitsTell = !isUnique() && firstDigits && windowShowsFloats();
     const Entry* const entries = area.entries;
     const auto recordOf = [&](std::uint32_t place) {
@@ -172,14 +172,14 @@ bool takeOrder(const EntryArea& area, std::uint32_t* order) {
 
 // Orders the entries, which the pass has left in `area.others`. False when there is another order.
 bool orderThem(SortJob& job, const RecordArray& records, const EntryArea& area,
-               const EntrySink& sink, const Continuation& after) {
+               const EntrySink& sink, const Continuation& after, bool expectedStable) {
     bool firstDigits = true;
     if (sink.rises || (sink.ascends && after.endsKey)) {
         std::copy_n(area.others, area.count, area.entries);
     } else {
         firstDigits = orderEntries(normalizedKey, records, area, window.width, after);
     }
-    return isOnlyOrder(job, records, area, firstDigits);
+    return isOnlyOrder(job, records, area, firstDigits, !expectedStable);
 }
 
 void markAllDirty(SortJob& job) {
@@ -210,6 +210,12 @@ bool copyPays(const SortJob& job) {
     return alike * kAlikeShare > sampled;
 }
 
+// In sort modes 8 and 9: looks at neighbours that differ in nothing but the last key.
+void checkUniqueness(SortJob& job) {
+    for (std::int32_t n = 1; isUnique() && n < job.recordCount && !failed(job); ++n)
+        recordPrecedes(job, placeInFrames(job, n), placeInFrames(job, n + 1));
+}
+
 // Sorts by way of the copy that there is room for, where the order of arrival is expected.
 Outcome sortCopied(SortJob& job) {
     const RecordArray records = dataRecords(job);
@@ -221,8 +227,7 @@ Outcome sortCopied(SortJob& job) {
     const Outcome outcome = judgeDoubts(doubts, true);
     if (outcome != Outcome::kGoOn) return outcome;
     sortByCopy(normalizedKey, records, behindData(job));
-    for (std::int32_t n = 1; isUnique() && n < job.recordCount && !failed(job); ++n)
-        recordPrecedes(job, placeInFrames(job, n), placeInFrames(job, n + 1));
+    checkUniqueness(job);
     return outcome;
 }
 
@@ -233,12 +238,13 @@ Outcome sortEntries(SortJob& job, bool expectedStable, Byte* scratch) {
     const Continuation after = readRecords(job, records, sink);
     const Outcome outcome = judgeDoubts(sink.doubts, expectedStable);
     if (outcome != Outcome::kGoOn) return outcome;
-    if (!orderThem(job, records, area, sink, after)) return Outcome::kGiveUp;
+    if (!orderThem(job, records, area, sink, after, expectedStable)) return Outcome::kGiveUp;
     auto* const order = reinterpret_cast<std::uint32_t*>(area.others);
     if (takeOrder(area, order)) {
         permuteRecords(job, records, order, scratch);
         if (!expectedStable) markAllDirty(job);
     }
+    if (expectedStable) checkUniqueness(job);
     return Outcome::kGoOn;
 }
 

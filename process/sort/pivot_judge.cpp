@@ -24,6 +24,11 @@ void setBounds(PivotJudge& judge, const Byte* pivot) {
     judge.span = word + std::min(~word, tolerance) - judge.low;
 }
 
+bool isNumber(const Byte* decimal) {
+    const DecimalClass found = decimalClass(decimal);
+    return found == DecimalClass::kNegative || found == DecimalClass::kPositive;
+}
+
 // Requires of all records `bytes` bytes of the pivot. False when there is no room.
 bool addAlike(PivotJudge& judge, const Byte* pivot, std::uint32_t offset, std::int32_t bytes) {
     for (; bytes > 0; bytes -= 8, offset += 8) {
@@ -93,6 +98,8 @@ void appointJudge(const NormalizedKey& key, const Byte* const* sample, int count
                 if (!passWord(judge, judge.word, pivot)) return;
                 continue;
             }
+            if (judge.word.kind == WordKind::kDecimalLow && !isNumber(pivot + judge.word.offset))
+                return;
             judge.checkCount = key.segments[s].checkCount;
             setBounds(judge, pivot);
             const bool isLast = s + 1 == key.segmentCount && w + 1 == words;

@@ -65,6 +65,12 @@ inline bool isFree(const NormalizedKey& key) {
 void appointJudge(const NormalizedKey& key, const Byte* const* sample, int count,
                   PivotJudge& judge);
 
+// Whether a decimal whose class byte and upper digits are those of the pivot, a number that is not 0,
+// has its upper word, too: a zero has another.
+inline bool isUpperAlike(const Byte* value) {
+    return isDecimal(value) & !decimalMagnitude(value).isZero();
+}
+
 // Unlike floats that are no further apart than this, in units of their last place, may count as
 // equal: the tolerance is 2^5 units of the larger value, or 2^6 of the smaller one's where a power
 // of two lies between.
@@ -87,8 +93,8 @@ struct JudgedWord {
     std::uint32_t isSure(const Byte* record) const {
         bool sure = first || judge.isAlike(record);
         if constexpr (bounded) sure &= loadI16(record + word.lengthOffset) <= word.lengthMax;
-        if constexpr (kind == WordKind::kDecimalHigh || kind == WordKind::kDecimalLow)
-            sure &= isDecimal(record + word.offset);
+        if constexpr (kind == WordKind::kDecimalHigh) sure &= isDecimal(record + word.offset);
+        if constexpr (kind == WordKind::kDecimalLow) sure &= isUpperAlike(record + word.offset);
         return sure ? 1 : 0;
     }
     std::uint64_t read(const Byte* record) const {

@@ -40,7 +40,7 @@ TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
               "blocks    1 of 65536 bytes, 3276 records each\n"
               "frames    1024 in 67108864 bytes of memory\n"
               "fits      yes, in any memory that makes a pool\n"
-              "method    quicksort, in any memory: there are fewer than 10000 records\n"
+              "method    quicksort, in any memory: there are fewer than 200 records\n"
               "request   122 bytes\n"
               "      0  7a 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
               "     16  00 00 00 00 20 20 20 20 00 00 00 00 00 00 00 00\n"

@@ -38,21 +38,25 @@ TEST(NormalizedKey, WordsAreThoseOfTheFormat) {
          DataType::kString,
          5,
          fieldOf({2, 0, 0x61, 0x62, 0}),
-         {0x6162000000000000, 0x0002000000000000}},
-        {"zero", DataType::kDecimal, 16, fieldOf({2}), {0x2000000000000000, 0}},
+         {0x6162000000000000, 0x8002000000000000}},
+        {"zero", DataType::kDecimal, 16, fieldOf({2}), {0x0200000000000000, 0}},
         {"lowest", DataType::kDecimal, 16, fieldOf({3, 7}), {0, 0}},
-        {"highest", DataType::kDecimal, 16, fieldOf({4}), {0x4000000000000000, 0}},
-        {"205", DataType::kDecimal, 16, fieldOf({2, 5, 2}), {0x3202050000000000, 0}},
+        {"highest", DataType::kDecimal, 16, fieldOf({4}), {0x0400000000000000, 0}},
+        {"205",
+         DataType::kDecimal,
+         16,
+         fieldOf({2, 5, 2}),
+         {0x0300000000000000, 0x0000000000000205}},
         {"-205",
          DataType::kDecimal,
          16,
          fieldOf({1, 5, 2}),
-         {0x1d7d7a7f7f7f7f7f, 0x7f7f7f7f7f7f7f7f}},
+         {0x017f7f7f7f7f7f7f, 0x7f7f7f7f7f7f7d7a}},
         {"fifteen digits",
          DataType::kDecimal,
          16,
          fieldOf({2, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}),
-         {0x3f01020304050607, 0x08090a0b0c0d0e0f}},
+         {0x0301020304050607, 0x08090a0b0c0d0e0f}},
     };
     ServedJob served;
     for (const Case& c : cases) {
@@ -86,7 +90,8 @@ TEST(NormalizedKey, OrdersRecordsAsTheComparatorDoes) {
         describeKey(world.job(), key);
         for (int i = 0; i < 40; ++i) {
             for (int j = 0; j < 40; ++j) {
-                const int order = compareKeys(key, kKeyStart, world.record(i), world.record(j)).order;
+                const int order =
+                    compareKeys(key, kKeyStart, world.record(i), world.record(j)).order;
                 EXPECT_EQ(order < 0, recordPrecedes(world.job(), world.place(i), world.place(j)));
                 EXPECT_EQ(order > 0, recordPrecedes(world.job(), world.place(j), world.place(i)));
             }

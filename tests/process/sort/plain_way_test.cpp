@@ -66,11 +66,11 @@ struct KeyCase {
 };
 
 constexpr KeyCase kTypes[] = {
-    {DataType::kInteger, 2},        {DataType::kInteger, 4},     {DataType::kInteger, 8},
-    {DataType::kBytes, 3},          {DataType::kBytes, 17},      {DataType::kString, 18},
-    {DataType::kFloat, 4},          {DataType::kFloat, 8},       {DataType::kDecimal, 16},
-    {DataType::kWeightedBytes, 9},  {DataType::kUnits, 7},       {DataType::kUnitString, 18},
-    {DataType::kWeightedString, 9}, {DataType::kSingleByte, 1},  {DataType::kNone, 0},
+    {DataType::kInteger, 2},        {DataType::kInteger, 4},    {DataType::kInteger, 8},
+    {DataType::kBytes, 3},          {DataType::kBytes, 17},     {DataType::kString, 18},
+    {DataType::kFloat, 4},          {DataType::kFloat, 8},      {DataType::kDecimal, 16},
+    {DataType::kWeightedBytes, 9},  {DataType::kUnits, 7},      {DataType::kUnitString, 18},
+    {DataType::kWeightedString, 9}, {DataType::kSingleByte, 1}, {DataType::kNone, 0},
     {DataType::kString, 18, 1},
 };
 
@@ -103,8 +103,9 @@ void fillField(std::mt19937& random, const KeyCase& c, Likeness likeness, unsign
             const double spread = likeness == Likeness::kFewValues ? 0x1p-49 : 0x1p-20;
             double value = (below(random, 5) - 2) * (1 + below(random, 2000) % 9 * spread);
             if (likeness == Likeness::kAllDifferent) value = below(random, 1 << 30) * 0x1p-15 - 9e3;
-            if (spoiled) value = below(random, 2) == 0 ? std::numeric_limits<double>::quiet_NaN()
-                                                       : -std::numeric_limits<double>::infinity();
+            if (spoiled)
+                value = below(random, 2) == 0 ? std::numeric_limits<double>::quiet_NaN()
+                                              : -std::numeric_limits<double>::infinity();
             if (c.length == 8) storeAs(field, value);
             if (c.length == 4) storeAs(field, static_cast<float>(value));
             break;
@@ -153,9 +154,9 @@ Demand randomDemand(std::uint32_t seed) {
     if (random() % 3 == 0) demand.keys.push_back(nullIndicators(kNullsAt));
     constexpr std::uint16_t kPerBlock[] = {1, 7, 20, 30, 68};
     demand.geometry = {1, kPerBlock[random() % 5], kBytes};
-    const auto blocks = static_cast<std::int32_t>(
-        (demand.records.size() + demand.geometry.recordsPerBlock - 1) /
-        demand.geometry.recordsPerBlock);
+    const auto blocks =
+        static_cast<std::int32_t>((demand.records.size() + demand.geometry.recordsPerBlock - 1) /
+                                  demand.geometry.recordsPerBlock);
     // Spilled to different degrees, or just held. There is no room for the entries of 200 records.
     demand.frames = random() % 2 == 0 ? blocks : 5 + blocks / (1 + below(random, 30));
     demand.frames = std::clamp(demand.frames, 5, std::max(blocks, 5));
@@ -170,12 +171,15 @@ TEST(PlainWay, EveryRequestEndsAsThePlainQuicksortEndsIt) {
         const Outcome outcome = serve(demand);
         EXPECT_TRUE(outcome == servePlainly(demand))
             << "seed " << seed << ", type " << int{demand.keys[0].dataType} << " and "
-            << int{demand.keys[1].dataType} << ", " << demand.records.size() << " records, frames " << demand.frames << " per block " << demand.geometry.recordsPerBlock << " mode " << int(demand.mode) << " code " << int(outcome.code) << " dir " << int(demand.keys[0].kindFlags);
+            << int{demand.keys[1].dataType} << ", " << demand.records.size() << " records, frames "
+            << demand.frames << " per block " << demand.geometry.recordsPerBlock << " mode "
+            << int(demand.mode) << " code " << int(outcome.code) << " dir "
+            << int(demand.keys[0].kindFlags);
         codes[outcome.code] += 1;
     }
-    for (const ErrorCode code : {ErrorCode::kSuccess, ErrorCode::kDecimalInvalid,
-                                 ErrorCode::kValueTooLong, ErrorCode::kNotUnique,
-                                 ErrorCode::kGeometryUnreadable}) {
+    for (const ErrorCode code :
+         {ErrorCode::kSuccess, ErrorCode::kDecimalInvalid, ErrorCode::kValueTooLong,
+          ErrorCode::kNotUnique, ErrorCode::kGeometryUnreadable}) {
         EXPECT_GT(codes[code], 20) << static_cast<int>(code);
     }
 }

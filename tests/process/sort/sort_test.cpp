@@ -511,23 +511,17 @@ TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirC
         std::vector<Byte> field;  // of one record; the others are zero
         bool ascending;
         ErrorCode code;
-        bool applies;
     };
     const auto good = ErrorCode::kSuccess;
     const Case cases[] = {
-        {"bytes behind a value", DataType::kString, {1, 0, 'a', 'b', 0, 0}, true, good, false},
-        {"a length beyond the content", DataType::kString, {5, 0}, true, good, false},
-        {"a negative length", DataType::kString, {0xff, 0xff}, true, good, false},
-        {"a length beyond the field",
-         DataType::kString,
-         {7, 0},
-         true,
-         ErrorCode::kValueTooLong,
-         false},
-        {"a digit above 99", DataType::kDecimal, {1, 100}, true, ErrorCode::kDecimalInvalid, true},
-        {"the same descending", DataType::kDecimal, {1, 100}, false, good, true},
-        {"a zero with a digit", DataType::kDecimal, {0, 1}, true, ErrorCode::kDecimalInvalid, true},
-        {"an unknown class", DataType::kDecimal, {5}, false, ErrorCode::kDecimalInvalid, true},
+        {"bytes behind a value", DataType::kString, {1, 0, 'a', 'b', 0, 0}, true, good},
+        {"a length beyond the content", DataType::kString, {5, 0}, true, good},
+        {"a negative length", DataType::kString, {0xff, 0xff}, true, good},
+        {"a length beyond the field", DataType::kString, {7, 0}, true, ErrorCode::kValueTooLong},
+        {"a digit above 99", DataType::kDecimal, {1, 100}, true, ErrorCode::kDecimalInvalid},
+        {"the same descending", DataType::kDecimal, {1, 100}, false, good},
+        {"a zero with a digit", DataType::kDecimal, {0, 1}, true, ErrorCode::kDecimalInvalid},
+        {"an unknown class", DataType::kDecimal, {5}, false, ErrorCode::kDecimalInvalid},
     };
     for (const Case& c : cases) {
         for (const std::uint16_t recordLength : {std::uint16_t{24}, std::uint16_t{40}}) {
@@ -543,9 +537,6 @@ TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirC
             request.keys = {c.ascending ? ascendingKey(c.type, 6, 6) : descendingKey(c.type, 6, 6),
                             nullIndicators(23)};  // no value is null
             EXPECT_EQ(served.ask(request).errorCode(), c.code);
-            if (c.applies) continue;
-            served.lay(records, geometry);
-            EXPECT_FALSE(isExpectedStable(served.job()));
         }
     }
 }
