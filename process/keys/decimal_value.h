@@ -91,9 +91,10 @@ inline bool isDecimal(const Byte* value) {
     const DecimalMagnitude magnitude = decimalMagnitude(value);
     const auto classByte = loadOnce<Byte>(value);
     constexpr auto kClassMax = static_cast<Byte>(DecimalClass::kHighest);
-    const bool hasClass = (classByte != 0) & (classByte <= kClassMax);
-    const bool isZero = (classByte == 0) & magnitude.isZero();
-    return (hasClass | isZero) & !hasDigitAboveMax(magnitude);
+    const std::uint32_t hasClass{classByte - 1U < kClassMax};
+    const std::uint32_t isZero{(classByte | magnitude.high | magnitude.low) == 0};
+    const std::uint32_t isWide{hasDigitAboveMax(magnitude)};
+    return (hasClass | isZero) > isWide;
 }
 
 // The place of a class in the order of values, from 0. An invalid one has no place; it gets one

@@ -158,7 +158,7 @@ inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh)
     auto valueClass = static_cast<DecimalClass>(loadOnce<Byte>(value));
     if (magnitude.isZero() && valueClass < DecimalClass::kLowest) valueClass = DecimalClass::kZero;
     const bool isNegative = valueClass == DecimalClass::kNegative;
-    const bool isNumber = isNegative | (valueClass == DecimalClass::kPositive);
+    const bool isNumber = isNegative || valueClass == DecimalClass::kPositive;
     const std::uint64_t used = 0 - std::uint64_t{isNumber};
     const std::uint64_t turn = kEachByte * digitTurn & (0 - std::uint64_t{isNegative});
     if (!isHigh) return ((magnitude.high << kRankShift | magnitude.low >> 8) ^ turn) & used;

@@ -68,7 +68,7 @@ void appointJudge(const NormalizedKey& key, const Byte* const* sample, int count
 // Whether a decimal whose class byte and upper digits are those of the pivot, a number that is not 0,
 // has its upper word, too: a zero has another.
 inline bool isUpperAlike(const Byte* value) {
-    return isDecimal(value) & !decimalMagnitude(value).isZero();
+    return isDecimal(value) && !decimalMagnitude(value).isZero();
 }
 
 // Unlike floats that are no further apart than this, in units of their last place, may count as

@@ -88,8 +88,8 @@ TEST_F(Explain, SaysWhereFitAndMethodChange) {
                                         stats["block_bytes"].dump() + " bytes, " +
                                         stats["records_per_block"].dump() + " records"));
             EXPECT_THAT(text, HasSubstr("frames    " + stats["frame_count"].dump() + " in"));
-            EXPECT_THAT(text, HasSubstr(c.comparesNot ? "method    entry sort"
-                                                      : "method    quicksort"));
+            EXPECT_THAT(text,
+                        HasSubstr(c.comparesNot ? "method    entry sort" : "method    quicksort"));
         }
     }
 }
