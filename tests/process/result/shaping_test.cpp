@@ -137,7 +137,8 @@ TEST(RowLimit, IsExtendedOverTiesAndNeverBeyondTheRecords) {
                                    .recordsPerBlock = 7,
                                    .recordLength = kWorldRecordLength};
         ServedJob served(pool.layout);
-        const Records sorted = sortedByProcess(served, records, geometry, keys, SortMode::kOrder, 0);
+        const Records sorted =
+            sortedByProcess(served, records, geometry, keys, SortMode::kOrder, 0);
         const auto limit = static_cast<std::int32_t>(1 + random() % 520);
         srand(1);
         const Records limited = served.sort(records, geometry, keys, SortMode::kOrder, limit);
