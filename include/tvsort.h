@@ -108,8 +108,8 @@ typedef struct tvsort_server_options {
     const char* work_directory;
     /* For keys of UCS-2 text; copied. Default: by code unit. */
     const tvsort_collation* collation;
-    /* Memory that each process is granted; 5 blocks or more, below 4 GiB. Taken up as it is used.
-     * Default: 64 MiB. */
+    /* Memory that each process is granted: 5 blocks or more, below 4 GiB, and that of all but one
+     * slot together below 4 GiB. Taken up as it is used. Default: 64 MiB. */
     int64_t memory_bytes;
     /* Bytes that no work file may grow beyond. Default: no limit. */
     int64_t file_bytes_max;

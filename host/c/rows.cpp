@@ -47,6 +47,7 @@ template <typename Act>
 tvsort_code rowsCall(tvsort_rows* rows, Act&& act) noexcept {
     return capi::guardedAlone(rows, [&] {
         if (!rows->sort.has_value()) throw host::badUse("these rows could not be created");
+        if (rows->cancelled) throw capi::Cancelled();
         act(*rows->sort);
     });
 }

@@ -54,15 +54,13 @@ void setMemory(const tvsort_server_options& options, host::ServerOptions& target
     const std::int64_t bytes =
         options.memory_bytes == 0 ? kMemoryBytesDefault : options.memory_bytes;
     const std::int64_t pages = bytes / kPageBytes;
-    target.pagesPerBlock = blockPagesOf(options, pages);
-    if (bytes < 0 || pages < std::int64_t{target.pagesPerBlock} * kMemoryBlocksMin ||
-        pages > std::numeric_limits<std::int32_t>::max()) {
-        throw host::badUse("a process cannot sort in " + std::to_string(bytes) +
-                           " bytes of memory; grant it " +
-                           std::to_string(target.pagesPerBlock * kMemoryBlocksMin * kPageBytes) +
-                           " or more, below 4 GiB for all slots together");
+    if (bytes < 0) {
+        throw host::badUse("a process cannot have " + std::to_string(bytes) + " bytes of memory");
     }
-    target.memoryPages = static_cast<std::int32_t>(pages);
+    target.pagesPerBlock = blockPagesOf(options, pages);
+    // Too little or too much of it is refused where the slots are laid out.
+    target.memoryPages = static_cast<std::int32_t>(
+        std::min<std::int64_t>(pages, std::numeric_limits<std::int32_t>::max()));
 }
 
 host::ServerOptions serverOptions(const tvsort_server_options& options) {
