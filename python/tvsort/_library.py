@@ -41,8 +41,11 @@ def _path():
     named = os.environ.get("TVSORT_LIBRARY")
     if named:
         return named
-    own = _HERE / "_native" / _NAME
-    return str(own) if own.exists() else _NAME
+    # In the package, as pip lays it there, or in the prefix under which both are installed.
+    for folder in (_HERE / "_native", _HERE.parents[2]):
+        if (folder / _NAME).exists():
+            return str(folder / _NAME)
+    return _NAME
 
 
 @functools.lru_cache(maxsize=None)
