@@ -18,3 +18,8 @@ __all__ = ["BadUse", "Cancelled", "Key", "NoMemory", "ProcessAnswered", "Process
            "close", "except_", "intersect", "sort", "sort_arrays", "sort_file", "sort_frame", "top",
            "unique"]
 __version__ = "0.1.0"
+
+# What is raised goes by the name under which it is caught.
+for _name in __all__:
+    globals()[_name].__module__ = __name__
+del _name
