@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kFlags =
     TVSORT_DESCENDING | TVSORT_NULLS_FIRST | TVSORT_BIG_ENDIAN | TVSORT_NULLABLE;
-constexpr std::size_t kCodePointBytes = 4;
+constexpr int kCodePointBytes = 4;
 constexpr std::size_t kCodePointKeyBytes = 3;
 constexpr std::uint32_t kCodePointsEnd = 0x110000;
 constexpr std::size_t kRecordBytesMax = 65535;
