@@ -236,19 +236,19 @@ TVSORT_API tvsort_code tvsort_rows_add_column(tvsort_rows* rows, const tvsort_co
 TVSORT_API tvsort_code tvsort_rows_set_values(tvsort_rows* rows, int32_t column_index,
                                               const void* values, ptrdiff_t stride,
                                               const void* nulls, ptrdiff_t nulls_stride);
-/* Shows rows that stand for all, some thousand, before the first put: the rows are then parted among
- * the slots by their order. Without it, slot 1 sorts alone. */
+/* Shows rows that stand for all, some thousand, before the first put: the rows are then parted
+ * among the slots by their order. Without it, slot 1 sorts alone. */
 TVSORT_API tvsort_code tvsort_rows_sample(tvsort_rows* rows, size_t row_count);
-/* Lays rows into the slots, each with its payload; `payload_stride` is the bytes from one payload to
- * the next. 4294967295 rows at most, and 2147483647 in each slot. */
+/* Lays rows into the slots, each with its payload; `payload_stride` is the bytes from one payload
+ * to the next. 4294967295 rows at most, and 2147483647 in each slot. */
 TVSORT_API tvsort_code tvsort_rows_put(tvsort_rows* rows, size_t row_count, const void* payload,
                                        ptrdiff_t payload_stride);
 /* What follows is operand 2; for TVSORT_INTERSECT and TVSORT_EXCEPT. */
 TVSORT_API tvsort_code tvsort_rows_next_operand(tvsort_rows* rows);
 /* No more puts; has the processes sort. */
 TVSORT_API tvsort_code tvsort_rows_sort(tvsort_rows* rows);
-/* The next rows of the result, up to `rows_max`; 0 are the end. `payload` and `numbers` may be null.
- */
+/* The next rows of the result, up to `rows_max`; 0 are the end. `payload` and `numbers` may be
+ * null. */
 TVSORT_API tvsort_code tvsort_rows_get(tvsort_rows* rows, size_t rows_max, void* payload,
                                        ptrdiff_t payload_stride, int64_t* numbers,
                                        size_t* row_count);
@@ -283,7 +283,8 @@ typedef struct tvsort_key {
     int32_t is_envelope;   /* the geometry is a stored envelope */
 } tvsort_key;
 
-/* Of a tvsort_key, where nulls count as the greatest of values unless one of the two flags is set. */
+/* Of a tvsort_key, where nulls count as the greatest of values unless one of the two flags is
+ * set. */
 enum { TVSORT_NULLS_LAST = 16 };
 
 TVSORT_API tvsort_code tvsort_request_create(tvsort_request** request);

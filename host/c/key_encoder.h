@@ -39,9 +39,9 @@ class KeyEncoder {
     std::size_t keyBytes() const { return keyBytes_; }
     std::size_t columnCount() const { return columns_.size(); }
 
-    // Writes the keys of rows `firstRow` to `firstRow` + `rowCount` - 1 of the places set, the first
-    // one to `records` and each further one `recordBytes` behind. Text with what is no code point is
-    // bad use.
+    // Writes the keys of `rowCount` rows of the places set, from row `firstRow` on: the first one
+    // to `records`, each further one `recordBytes` behind. Text with what is no code point is bad
+    // use.
     void encode(std::int64_t firstRow, std::size_t rowCount, Byte* records,
                 std::size_t recordBytes) const;
 

@@ -36,7 +36,7 @@ std::size_t roundedUp(std::size_t bytes) {
 
 }  // namespace
 
-RowSort::RowSort(std::vector<SlotWork*> slots, const tvsort_rows_options& options,
+RowSort::RowSort(const std::vector<SlotWork*>& slots, const tvsort_rows_options& options,
                  const std::atomic<bool>& cancelled)
     : options_(options), cancelled_(cancelled) {
     if (options.payload_bytes < 0 || options.limit < 0) {
@@ -208,7 +208,7 @@ void RowSort::planRequests() {
             geometry_, part.loaded.extent,
             part.work->slot().memory().frameCount(geometry_.blockPages));
         part.request = byKey;
-        if (forecast.reason != host::MethodReason::kDistributes) {
+        if (forecast.reason != host::MethodReason::kDistributes || keyBytes == 0) {
             part.request = {};
             part.request.addKey(host::ascendingKey(
                 DataType::kBytes, 0, static_cast<std::uint16_t>(keyBytes + kNumberBytes)));

@@ -28,7 +28,7 @@ namespace tvsort::capi {
 class RowSort {
   public:
     // The slots must outlive it. `cancelled` may be set by any thread.
-    RowSort(std::vector<SlotWork*> slots, const tvsort_rows_options& options,
+    RowSort(const std::vector<SlotWork*>& slots, const tvsort_rows_options& options,
             const std::atomic<bool>& cancelled);
     ~RowSort();
     RowSort(const RowSort&) = delete;

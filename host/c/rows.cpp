@@ -40,7 +40,7 @@ void take(tvsort_rows& rows, const tvsort_rows_options& options) {
         slot->reader.reset();
         slots.push_back(&slot->work);
     }
-    rows.sort.emplace(std::move(slots), options, rows.cancelled);
+    rows.sort.emplace(slots, options, rows.cancelled);
 }
 
 template <typename Act>

@@ -48,6 +48,12 @@ def test_plain_arrays_sort_as_numpy_sorts_them(code):
     assert numpy.array_equal(tvsort.sort(array), numpy.sort(array))
 
 
+def test_keys_of_no_bytes_leave_rows_as_they_are():
+    array = numpy.zeros(12000, [("k", "V0"), ("n", "i4")])
+    array["n"] = numpy.arange(12000)[::-1]
+    assert numpy.array_equal(tvsort.argsort(array, "k"), numpy.arange(12000))
+
+
 def table(count, seed=1, groups=500):
     rng = numpy.random.default_rng(seed)
     array = numpy.zeros(count, [("group", "i4"), ("price", "f8"), ("rest", "S20")])

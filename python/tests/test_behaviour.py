@@ -34,6 +34,7 @@ def long_sort(**options):
     (lambda a: tvsort.argsort(numpy.zeros(3, [("x", [("y", "g")])])), "field 'x.y' is of type"),
     (lambda a: tvsort.sort(numpy.zeros(3, [("x", "O"), ("y", "i4")]), "y"), "Python objects"),
     (lambda a: tvsort.sort(numpy.zeros((3, 2))), "2 dimensions"),
+    (lambda a: tvsort.sort(numpy.ma.masked_array([2, 1], [0, 1])), "array is masked"),
     (lambda a: tvsort.sort(a, "none"), "no field 'none'; the array's fields: x, y"),
     (lambda a: tvsort.sort(a, []), "name fields, or give Keys"),
     (lambda a: tvsort.sort(a, [7]), "name fields, or give Keys"),

@@ -108,6 +108,8 @@ def rows_of(array, name="array"):
     """The array as one that can be sorted: of one dimension, and not a view of objects."""
     if not isinstance(array, numpy.ndarray):
         array = numpy.asarray(array)
+    if isinstance(array, numpy.ma.MaskedArray):
+        raise BadUse(f"{name} is masked, and a mask has no place in the order; fill it, or sort a frame")
     if array.ndim != 1:
         raise BadUse(f"{name} has {array.ndim} dimensions; sort arrays of one")
     return array

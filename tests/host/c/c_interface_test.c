@@ -577,13 +577,78 @@ static void test_misuse(void) {
     tvsort_server_destroy(server);
 }
 
+/* A collation file puts text in the order of a language. */
+static void test_collation(void) {
+    /* z, e with acute, a: of which the second stands last by code unit */
+    const uint16_t units[] = {'z', 0xe9, 'a'};
+    const char *const path = getenv("TVSORT_COLLATION");
+    static char file[1 << 20];
+    uint16_t got[3];
+    size_t got_count = 0;
+    tvsort_collation *collation = NULL;
+    tvsort_request *request = request_of(key_of(11, 0, 2, 0));
+    FILE *stream = path == NULL ? NULL : fopen(path, "rb");
+    if (stream != NULL) {
+        const size_t bytes = fread(file, 1, sizeof file, stream);
+        fclose(stream);
+        CHECK(tvsort_collation_create(file, bytes, &collation, NULL, 0) == TVSORT_OK);
+    }
+    tvsort_server_options options = server_options(0, 1);
+    options.collation = collation;
+    tvsort_server *server = started(options);
+    tvsort_collation_destroy(collation);
+    tvsort_slot *slot = slot_of(server, 1);
+    SLOT_OK(tvsort_slot_load_array(slot, 2, units, 3));
+    SLOT_OK(tvsort_slot_sort(slot, request, NULL));
+    SLOT_OK(tvsort_slot_read_array(slot, got, 3, &got_count));
+    CHECK(got_count == 3 && got[0] == 'a' && got[stream == NULL ? 2 : 1] == 0xe9);
+    tvsort_request_destroy(request);
+    tvsort_server_destroy(server);
+}
+
+/* A process that lies is believed nothing that would lead out of the rows. */
+static void test_lies(void) {
+    static const struct {
+        const char *lies;
+        tvsort_code code;
+        const char *words;
+    } cases[] = {{"records 8 4 -1", TVSORT_PROTOCOL, "gave back a record that was not put"},
+                 {"record 2 8 1 9", TVSORT_PROTOCOL, "gave back a record that was not put"},
+                 {"word 68 4 -5", TVSORT_PROTOCOL, "(process "},
+                 {"word 68 4 9", TVSORT_PROTOCOL, "(process "},
+                 {"word 8 4 1403", TVSORT_ANSWERED, "code 1403"},
+                 {"part 40;end 0", TVSORT_DIED, "ended with status 0"},
+                 {"end 3", TVSORT_DIED, "ended with status 3"}};
+    const int64_t values[] = {1, 2, 3, 4};
+    int64_t numbers[4];
+    if (getenv("TVSORT_LYING_PROCESS") == NULL) return;
+    for (size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+        tvsort_server_options options = server_options(0, 1);
+        const tvsort_column column = column_of(TVSORT_SIGNED, 8, 0);
+        size_t got = 0;
+        setenv("TVSORT_LIES", cases[i].lies, 1);
+        options.process_path = getenv("TVSORT_LYING_PROCESS");
+        tvsort_server *server = started(options);
+        tvsort_rows *rows = rows_of(server, TVSORT_ALL, 0, 0);
+        ROWS_OK(tvsort_rows_add_column(rows, &column));
+        ROWS_OK(tvsort_rows_set_values(rows, 0, values, 8, NULL, 0));
+        ROWS_OK(tvsort_rows_put(rows, 4, NULL, 0));
+        tvsort_code code = tvsort_rows_sort(rows);
+        if (code == TVSORT_OK) code = tvsort_rows_get(rows, 4, NULL, 0, numbers, &got);
+        GIVES(code, cases[i].code, tvsort_rows_text(rows), cases[i].words);
+        tvsort_rows_destroy(rows);
+        tvsort_server_destroy(server);
+    }
+}
+
 int main(int argument_count, char **arguments) {
     static const struct {
         const char *name;
         void (*run)(void);
     } tests[] = {{"callbacks", test_callbacks}, {"requests", test_requests},
                  {"rows", test_rows},           {"slots_at_once", test_slots_at_once},
-                 {"cancellation", test_cancellation}, {"misuse", test_misuse}};
+                 {"cancellation", test_cancellation}, {"misuse", test_misuse}, {"lies", test_lies},
+                 {"collation", test_collation}};
     int run = 0;
     for (size_t i = 0; i < sizeof tests / sizeof tests[0]; ++i) {
         if (argument_count > 1 && strcmp(arguments[1], tests[i].name) != 0) continue;
