@@ -13,7 +13,6 @@ namespace tvsort::capi {
 
 namespace {
 
-constexpr std::size_t kNumberBytes = 4;
 constexpr std::int64_t kRowsMax = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t kRecordBytesMax = 65535;
 // The process moves records of whole words faster.
@@ -21,12 +20,11 @@ constexpr std::size_t kWordBytes = 8;
 constexpr std::size_t kRoutedRows = 2048;
 constexpr std::chrono::milliseconds kWatchInterval{50};
 
-void storeNumber(Byte* target, std::int64_t number) {
-    storeAs<std::uint32_t>(target, __builtin_bswap32(static_cast<std::uint32_t>(number)));
-}
-
-std::int64_t loadNumber(const Byte* source) {
-    return __builtin_bswap32(loadOnce<std::uint32_t>(source));
+// Whether the process will sort by a method that keeps equal records as they came.
+bool keepsOrder(const host::RequestBuilder& request, const host::Geometry& geometry,
+                const host::Extent& extent, std::int32_t frameCount) {
+    return host::MethodForecaster(request).forecast(geometry, extent, frameCount).reason ==
+           host::MethodReason::kDistributes;
 }
 
 std::size_t roundedUp(std::size_t bytes) {
@@ -38,7 +36,7 @@ std::size_t roundedUp(std::size_t bytes) {
 
 RowSort::RowSort(const std::vector<SlotWork*>& slots, const tvsort_rows_options& options,
                  const std::atomic<bool>& cancelled)
-    : options_(options), cancelled_(cancelled) {
+    : options_(options) {
     if (options.payload_bytes < 0 || options.limit < 0) {
         throw host::badUse("payload_bytes and limit are counts; use 0 or more");
     }
@@ -48,6 +46,7 @@ RowSort::RowSort(const std::vector<SlotWork*>& slots, const tvsort_rows_options&
     }
     for (SlotWork* const slot : slots)
         parts_.emplace_back(*slot);
+    shape_.payloadBytes = static_cast<std::size_t>(options.payload_bytes);
     heed_ = {&cancelled, options.watch, options.watch_context, 0, 0, {}};
 }
 
@@ -98,16 +97,17 @@ void RowSort::beginPut() {
     encoder_.checkValues();
     if (stage_ == Stage::kPut) return;
     needStage(Stage::kColumns, "a put");
-    payloadOffset_ = encoder_.keyBytes() + kNumberBytes;
+    const std::size_t payloadOffset = encoder_.keyBytes() + kRowNumberBytes;
     const auto payloadBytes = static_cast<std::size_t>(options_.payload_bytes);
-    if (payloadBytes > kRecordBytesMax || payloadOffset_ + payloadBytes > kRecordBytesMax) {
-        throw host::badUse("a record of " + std::to_string(payloadOffset_ + payloadBytes) +
+    if (payloadBytes > kRecordBytesMax || payloadOffset + payloadBytes > kRecordBytesMax) {
+        throw host::badUse("a record of " + std::to_string(payloadOffset + payloadBytes) +
                            " bytes, its key among them, cannot be sorted; use 65535 at most");
     }
-    recordBytes_ = roundedUp(payloadOffset_ + payloadBytes);
+    shape_ = {encoder_.keyBytes(), payloadOffset, payloadBytes,
+              roundedUp(payloadOffset + payloadBytes)};
     const SlotLayout& layout = parts_[0].work->slot().memory().layout();
     geometry_ =
-        host::chooseGeometry(static_cast<std::uint16_t>(recordBytes_), layout.pagesPerBlock);
+        host::chooseGeometry(static_cast<std::uint16_t>(shape_.recordBytes), layout.pagesPerBlock);
     if (splitters_.empty()) parts_.erase(parts_.begin() + 1, parts_.end());
     for (Part& part : parts_) {
         part.work->ensureStarted();
@@ -118,19 +118,19 @@ void RowSort::beginPut() {
 
 void RowSort::encode(std::int64_t firstRow, std::size_t rowCount, const Byte* payload,
                      std::ptrdiff_t payloadStride, Byte* records) {
-    encoder_.encode(firstRow, rowCount, records, recordBytes_);
-    const auto payloadBytes = static_cast<std::size_t>(options_.payload_bytes);
-    const std::size_t usedBytes = payloadOffset_ + payloadBytes;
-    const std::size_t keyBytes = encoder_.keyBytes();
+    encoder_.encode(firstRow, rowCount, records, shape_.recordBytes);
+    const std::size_t usedBytes = shape_.payloadOffset + shape_.payloadBytes;
     for (std::size_t i = 0; i < rowCount; ++i) {
-        Byte* const record = records + i * recordBytes_;
-        storeNumber(record + keyBytes, rowCount_ + static_cast<std::int64_t>(i));
-        if (usedBytes < recordBytes_) std::memset(record + usedBytes, 0, recordBytes_ - usedBytes);
+        Byte* const record = records + i * shape_.recordBytes;
+        storeRowNumber(record + shape_.keyBytes, rowCount_ + static_cast<std::int64_t>(i));
+        if (usedBytes < shape_.recordBytes)
+            std::memset(record + usedBytes, 0, shape_.recordBytes - usedBytes);
     }
-    if (payloadBytes == 0) return;
+    if (shape_.payloadBytes == 0) return;
     const Byte* next = payload + firstRow * payloadStride;
     for (std::size_t i = 0; i < rowCount; ++i) {
-        std::memcpy(records + i * recordBytes_ + payloadOffset_, next, payloadBytes);
+        std::memcpy(records + i * shape_.recordBytes + shape_.payloadOffset, next,
+                    shape_.payloadBytes);
         next += payloadStride;
     }
 }
@@ -147,10 +147,10 @@ std::size_t RowSort::partOf(const Byte* record) const {
 
 void RowSort::route(const Byte* records, std::size_t rowCount) {
     for (std::size_t i = 0; i < rowCount; ++i) {
-        const Byte* const record = records + i * recordBytes_;
+        const Byte* const record = records + i * shape_.recordBytes;
         host::RecordLoader& loader = *parts_[partOf(record)].loader;
         std::size_t room = 0;
-        std::memcpy(loader.room(room), record, recordBytes_);
+        std::memcpy(loader.room(room), record, shape_.recordBytes);
         loader.took(1);
     }
 }
@@ -168,7 +168,7 @@ void RowSort::put(std::size_t rowCount, const Byte* payload, std::ptrdiff_t payl
         heed_.look();
         std::size_t rowsMax = kRoutedRows;
         const bool isRouted = parts_.size() > 1;
-        if (isRouted) routed_.resize(kRoutedRows * recordBytes_);
+        if (isRouted) routed_.resize(kRoutedRows * shape_.recordBytes);
         Byte* const room = isRouted ? routed_.data() : parts_[0].loader->room(rowsMax);
         const std::size_t rows = std::min(rowsMax, rowCount - done);
         encode(static_cast<std::int64_t>(done), rows, payload, payloadStride, room);
@@ -204,14 +204,12 @@ void RowSort::planRequests() {
         part.isAsked = part.loaded.extent.recordCount > 0 && left > 0;
         host::RequestBuilder byKey;
         byKey.addKey(host::ascendingKey(DataType::kBytes, 0, keyBytes));
-        const auto forecast = host::MethodForecaster(byKey).forecast(
-            geometry_, part.loaded.extent,
-            part.work->slot().memory().frameCount(geometry_.blockPages));
         part.request = byKey;
-        if (forecast.reason != host::MethodReason::kDistributes || keyBytes == 0) {
+        const std::int32_t frameCount = part.work->slot().memory().frameCount(geometry_.blockPages);
+        if (keyBytes == 0 || !keepsOrder(byKey, geometry_, part.loaded.extent, frameCount)) {
             part.request = {};
             part.request.addKey(host::ascendingKey(
-                DataType::kBytes, 0, static_cast<std::uint16_t>(keyBytes + kNumberBytes)));
+                DataType::kBytes, 0, static_cast<std::uint16_t>(keyBytes + kRowNumberBytes)));
         }
         if (isLimited && left < part.loaded.extent.recordCount) {
             part.request.setLimit(static_cast<std::int32_t>(std::max<std::int64_t>(left, 0)));
@@ -286,102 +284,28 @@ void RowSort::sort() {
     heed_.stage = TVSORT_STAGE_SORT;
     const HeedScope scope(heed_);
     heed_.look();
-    if (stage_ == Stage::kGet) throw host::badUse("the rows have been sorted; get them");
+    if (stage_ == Stage::kGet) throw host::badUse("the rows are sorted once; create others");
     const bool isEmpty = stage_ == Stage::kColumns;
     stage_ = Stage::kGet;
     heed_.done = 0;
     statistics_.records_in = rowCount_;
-    statistics_.record_bytes = static_cast<std::int64_t>(recordBytes_);
-    if (isEmpty) return parts_.clear();
+    statistics_.record_bytes = static_cast<std::int64_t>(shape_.recordBytes);
+    if (isEmpty) parts_.clear();
     planRequests();
     const auto start = std::chrono::steady_clock::now();
     ask();
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
     statistics_.sort_seconds = passed.count();
+    std::vector<ResultReader> readers;
     for (const Part& part : parts_) {
+        readers.emplace_back(part.work->slot(), geometry_, part.resultCount);
         statistics_.records_out += part.resultCount;
         statistics_.work_file_bytes += part.loaded.workFileBytes;
         statistics_.process_seconds += part.cpuSeconds;
         statistics_.process_peak_bytes += part.peakBytes;
     }
-}
-
-// Whether `unread_` holds a record; at the end of the result it does not.
-bool RowSort::nextRecords() {
-    while (unread_.empty()) {
-        if (reader_.has_value()) unread_ = reader_->next();
-        if (!unread_.empty()) break;
-        if (partIndex_ == parts_.size()) return false;
-        const Part& part = parts_[partIndex_++];
-        reader_.emplace(part.work->slot(), geometry_, part.resultCount);
-    }
-    return true;
-}
-
-void RowSort::emit(const Byte* record, Target& target) {
-    const std::int64_t number = loadNumber(record + encoder_.keyBytes());
-    if (number >= rowCount_) {
-        throw host::HostError(host::FailureKind::kProtocolBroken,
-                              "the sort process gave back a record that was not put; check that "
-                              "the program is tvsort, and start it again");
-    }
-    if (target.numbers != nullptr) *target.numbers++ = number;
-    if (target.payload != nullptr) {
-        std::memcpy(target.payload, record + payloadOffset_,
-                    static_cast<std::size_t>(options_.payload_bytes));
-        target.payload += target.payloadStride;
-    }
-    target.left -= 1;
-    given_ += 1;
-}
-
-void RowSort::emitAll(Target& target) {
-    while (target.left > 0 && nextRecords()) {
-        heed_.look();
-        const std::size_t count = std::min(unread_.size() / recordBytes_, target.left);
-        for (std::size_t i = 0; i < count; ++i)
-            emit(unread_.data() + i * recordBytes_, target);
-        unread_ = unread_.subspan(count * recordBytes_);
-        heed_.done = given_;
-    }
-}
-
-// Looks at the next record. True when the held one is a row of the result and must be given before
-// this one is taken up.
-bool RowSort::isChosen(const Byte* record) {
-    const bool begins =
-        held_.empty() || std::memcmp(held_.data(), record, encoder_.keyBytes()) != 0;
-    const bool isFirst =
-        operandRows_ < 0 || loadNumber(record + encoder_.keyBytes()) < operandRows_;
-    const bool hadHeld = isHeld_;
-    if (begins) {
-        // Of those before, the held one was without an equal one in operand 2.
-        if (hadHeld && options_.result == TVSORT_EXCEPT) return true;
-        held_.assign(record, record + recordBytes_);
-        isHeld_ = isFirst;
-        return isHeld_ && options_.result == TVSORT_DISTINCT;
-    }
-    if (isFirst || !hadHeld) return false;
-    isHeld_ = false;
-    return options_.result == TVSORT_INTERSECT;
-}
-
-void RowSort::emitChosen(Target& target) {
-    std::size_t looks = 0;
-    while (target.left > 0 && nextRecords()) {
-        if (++looks % kRoutedRows == 0) heed_.look();
-        const bool chosen = isChosen(unread_.data());
-        const bool isPassed = !(chosen && options_.result == TVSORT_EXCEPT);
-        if (chosen) {
-            emit(held_.data(), target);
-            isHeld_ = false;
-        }
-        if (isPassed) unread_ = unread_.subspan(recordBytes_);
-        heed_.done = given_;
-    }
-    if (target.left == 0 || !isHeld_ || options_.result != TVSORT_EXCEPT) return;
-    emit(held_.data(), target);
-    isHeld_ = false;
+    result_.emplace(shape_, ResultRules{options_.result, options_.limit, rowCount_, operandRows_},
+                    std::move(readers));
 }
 
 std::size_t RowSort::get(std::size_t rowsMax, Byte* payload, std::ptrdiff_t payloadStride,
@@ -389,20 +313,8 @@ std::size_t RowSort::get(std::size_t rowsMax, Byte* payload, std::ptrdiff_t payl
     heed_.stage = TVSORT_STAGE_GET;
     const HeedScope scope(heed_);
     heed_.look();
-    if (stage_ != Stage::kGet) throw host::badUse("the rows are not sorted yet");
-    if (payload != nullptr && options_.payload_bytes == 0) {
-        throw host::badUse("there is no payload to get; state payload_bytes");
-    }
-    if (options_.limit > 0) {
-        rowsMax = std::min(rowsMax, static_cast<std::size_t>(options_.limit - given_));
-    }
-    Target target = {payload, payloadStride, numbers, rowsMax};
-    if (options_.result == TVSORT_ALL) {
-        emitAll(target);
-    } else {
-        emitChosen(target);
-    }
-    return rowsMax - target.left;
+    if (!result_.has_value()) throw host::badUse("the rows are not sorted yet");
+    return result_->get(rowsMax, payload, payloadStride, numbers, heed_);
 }
 
 }  // namespace tvsort::capi

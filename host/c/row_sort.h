@@ -10,8 +10,8 @@
 //
 // Records are those of host/c/key_encoder.h. The process sorts them by the key alone where it will
 // use its distribution sort, which is stable and has the less to do the shorter the key, and by key
-// and row number where it will not. Equal keys come into one part, so what is made of equal rows is
-// made of the records as they are read, one after the other.
+// and row number where it will not. Equal keys come into one part, so what is made of equal rows
+// can be made of the records as they are read, one after the other (host/c/row_result.h).
 
 #pragma once
 
@@ -21,6 +21,7 @@
 
 #include "host/c/handle.h"
 #include "host/c/key_encoder.h"
+#include "host/c/row_result.h"
 #include "host/c/slot_work.h"
 
 namespace tvsort::capi {
@@ -57,14 +58,6 @@ class RowSort {
         double cpuSeconds = 0;
         std::int64_t peakBytes = 0;
     };
-    // Where the next row of the result goes.
-    struct Target {
-        Byte* payload;
-        std::ptrdiff_t payloadStride;
-        std::int64_t* numbers;
-        std::size_t left;
-    };
-
     void needStage(Stage stage, const char* act) const;
     void beginPut();
     void encode(std::int64_t firstRow, std::size_t rowCount, const Byte* payload,
@@ -74,34 +67,20 @@ class RowSort {
     void planRequests();
     void ask();
     void askPart(Part& part);
-    bool nextRecords();
-    void emit(const Byte* record, Target& target);
-    void emitAll(Target& target);
-    void emitChosen(Target& target);
-    bool isChosen(const Byte* record);
 
     std::vector<Part> parts_;
     tvsort_rows_options options_;
-    const std::atomic<bool>& cancelled_;
     Heed heed_;
     KeyEncoder encoder_;
     Stage stage_ = Stage::kColumns;
-    std::size_t recordBytes_ = 0;
-    std::size_t payloadOffset_ = 0;
+    RecordShape shape_ = {};
     host::Geometry geometry_;
     std::vector<Byte> splitters_;  // keys, in order
     std::vector<Byte> routed_;     // records on their way to their parts
     std::int64_t rowCount_ = 0;
     std::int64_t operandRows_ = -1;  // of operand 1; -1 as long as there is no other
 
-    // The result as far as it is read.
-    std::size_t partIndex_ = 0;
-    std::optional<ResultReader> reader_;
-    std::span<const Byte> unread_;
-    std::int64_t given_ = 0;
-    std::vector<Byte> held_;  // the first record of those that are equal
-    bool isHeld_ = false;     // and may yet be a row of the result
-
+    std::optional<RowResult> result_;
     tvsort_statistics statistics_ = {};
 };
 
