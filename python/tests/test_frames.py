@@ -56,3 +56,5 @@ def test_what_a_frame_cannot_be_sorted_by_is_refused(by, ascending, words):
     data = frame(1, 2).assign(mixed=[object(), object()])
     with pytest.raises(tvsort.BadUse, match=words):
         tvsort.sort_frame(data, by, ascending)
+    with pytest.raises(tvsort.BadUse, match="more than one column 'int'"):
+        tvsort.sort_frame(pandas.concat([data, data], axis=1), "int")

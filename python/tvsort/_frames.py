@@ -42,6 +42,8 @@ def _keys_of_frame(frame, by, ascending, na_position):
     for key in keys:
         if key.name not in frame.columns:
             raise BadUse(f"there is no column {key.name!r}")
+        if list(frame.columns).count(key.name) > 1:
+            raise BadUse(f"there is more than one column {key.name!r}")
     return keys
 
 
