@@ -3,8 +3,11 @@
 #     bin/tvsort, bin/tvsort-host            side by side, where the command looks for the process
 #     lib/libtvsort_host.a                   the server's side, for engines
 #     include/tvsort/                        its headers: #include <tvsort/host/sort_server.h>
-#     lib/cmake/tvsort/                      find_package(tvsort): tvsort::host, tvsort::program
-#     lib/pkgconfig/tvsort-host.pc           the same for pkg-config
+#     lib/libtvsort.so.0, include/tvsort.h   the same for any language
+#     lib/cmake/tvsort/                      find_package(tvsort): tvsort::host, tvsort::c,
+#                                            tvsort::program
+#     lib/pkgconfig/                         tvsort-host and tvsort, the libraries for pkg-config
+#     lib/python3/dist-packages/tvsort/      the package for Python, where Debian's looks for it
 #     share/man, share/bash-completion, share/doc/tvsort
 #
 # Everything is found relative to where it lies, so that the prefix can be moved.
@@ -46,6 +49,20 @@ set(headers \"${installed_headers}\")")
 install(SCRIPT ${CMAKE_CURRENT_LIST_DIR}/installed_headers.cmake)
 install(DIRECTORY ${header_folder}/tvsort DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
+set_target_properties(tvsort_c PROPERTIES EXPORT_NAME c)
+install(TARGETS tvsort_c EXPORT tvsort DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/include/tvsort.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# Nothing of it is compiled. It finds the library two folders above its own, and reads from the header
+# how to call it.
+set(TVSORT_PYTHON_FOLDER lib/python3/dist-packages CACHE STRING "Where the Python package goes")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/tvsort DESTINATION ${TVSORT_PYTHON_FOLDER}
+        FILES_MATCHING PATTERN *.py PATTERN *.pyi PATTERN py.typed
+        PATTERN __pycache__ EXCLUDE PATTERN _native EXCLUDE)
+install(FILES ${PROJECT_SOURCE_DIR}/include/tvsort.h
+        DESTINATION ${TVSORT_PYTHON_FOLDER}/tvsort/_native)
+
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/tvsort)
 install(EXPORT tvsort NAMESPACE tvsort:: FILE tvsortTargets.cmake DESTINATION ${package_folder})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/tvsortConfig.cmake.in
@@ -58,6 +75,7 @@ install(FILES ${PROJECT_BINARY_DIR}/tvsortConfig.cmake
 
 set(pkgconfig_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${pkgconfig_folder} /prefix)
-configure_file(${CMAKE_CURRENT_LIST_DIR}/tvsort-host.pc.in ${PROJECT_BINARY_DIR}/tvsort-host.pc
-               @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/tvsort-host.pc DESTINATION ${pkgconfig_folder})
+foreach(name tvsort-host tvsort)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig_folder})
+endforeach()

@@ -8,10 +8,13 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "sort process of the TAVRIN database serve
 set(CPACK_PACKAGE_DESCRIPTION
     "tvsort sorts fixed-length records in memory that it shares with the server that started it.
  tvsort-host plays the server's part for files: CSV rows, text lines and records. The host
- library does so for C++20 programs.")
+ library does so for C++20 programs, libtvsort.so.0 for any language, and a Python package for numpy's
+ arrays and pandas' frames.")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS bash-completion)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3-cffi, python3-numpy")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, python3-pandas")
 include(CPack)

@@ -1,0 +1,28 @@
+"""The examples of the documentation, run as they stand."""
+
+import doctest
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+PROJECT = Path(__file__).resolve().parents[2]
+
+
+@pytest.mark.parametrize("page, examples_min", [("docs/python.md", 25), ("README.md", 5)])
+def test_examples_do_what_the_pages_show(page, examples_min, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    blocks = re.findall(r"```python\n(.*?)```", (PROJECT / page).read_text(), re.DOTALL)
+    test = doctest.DocTestParser().get_doctest("".join(blocks), {}, page, page, 0)
+    assert len(test.examples) >= examples_min
+    report = []
+    results = doctest.DocTestRunner().run(test, out=report.append)
+    assert results.failed == 0, "".join(report)
+
+
+def test_the_benchmark_runs_and_its_results_are_in_order():
+    output = subprocess.run([sys.executable, PROJECT / "python" / "benchmark.py", "--small"],
+                            capture_output=True, text=True, timeout=100, check=True).stdout
+    assert len(output.splitlines()) == 8 and "tvsort" in output

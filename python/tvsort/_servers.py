@@ -1,0 +1,126 @@
+"""Servers with their sort processes, kept for the next sort.
+
+To start a process takes longer than a small sort, and the memory that a process has touched need
+not be taken up again. So the server used last waits for the next sort that it suits, unless it is
+large. A child of a fork forgets what its parent has.
+"""
+
+import atexit
+import os
+import threading
+
+from ._errors import BadUse
+from ._library import check, ffi, lib, struct
+
+# A server may wait with so much memory granted to its processes.
+_KEPT_BYTES_MAX = 512 << 20
+_MEMORY_MIN = 1 << 20
+# What all slots of a server can have, with room for their tables.
+_MEMORY_MAX = (4 << 30) - (64 << 20)
+_UNITS = {"K": 1 << 10, "M": 1 << 20, "G": 1 << 30}
+
+
+class Server:
+    """Sort processes, as many as asked for, with so many bytes of memory each."""
+
+    def __init__(self, processes, memory, directory, timeout):
+        self.shape = (processes, directory, timeout)
+        self.memory = memory
+        self.processes = processes
+        self._pid = os.getpid()
+        handle = ffi.new("tvsort_server **")
+        check(lib().tvsort_server_create(handle), lambda _: ffi.new("char[]", b"no memory"), None)
+        self.handle = handle[0]
+        # What the struct points to lives as long as the call.
+        temp = ffi.NULL if directory is None else ffi.new("char[]", os.fsencode(directory))
+        options = struct("tvsort_server_options", memory_bytes=memory, slot_count=processes,
+                         temp_directory=temp, request_timeout=timeout)
+        try:
+            check(lib().tvsort_server_start(self.handle, options), lib().tvsort_server_text,
+                  self.handle, lib().tvsort_server_failure)
+        except BaseException:
+            self.close()
+            raise
+
+    @property
+    def is_own(self):
+        return self._pid == os.getpid()
+
+    def close(self):
+        if self.is_own and self.handle is not None:
+            lib().tvsort_server_destroy(self.handle)
+        self.handle = None
+
+
+_lock = threading.Lock()
+_waiting = None
+
+
+def memory_bytes(memory):
+    """Bytes from a number, or from a text like "64K", "512M" or "1G"."""
+    text = str(memory).strip().upper()
+    unit = _UNITS.get(text[-1:], 1)
+    digits = text if unit == 1 else text[:-1]
+    if not digits.isdecimal():
+        raise BadUse(f'memory={memory!r}: give bytes, or a number with K, M or G, as in "512M"')
+    return int(digits) * unit
+
+
+def process_count(processes):
+    if processes is None:
+        return 1
+    if not isinstance(processes, int) or not 1 <= processes <= 64:
+        raise BadUse(f"processes={processes!r}: use 1 to 64, or None")
+    return processes
+
+
+def _per_process(memory, processes, wanted):
+    """Memory for each process: what the sort wants, in few sizes, or what it may have."""
+    most = min(memory_bytes(memory), _MEMORY_MAX) // processes
+    if most < _MEMORY_MIN:
+        raise BadUse(f"memory={memory!r} is too little for {processes} processes; grant 1M or more "
+                     "to each")
+    if wanted is None:
+        return most
+    return min(most, 1 << max(wanted - 1, _MEMORY_MIN - 1).bit_length())
+
+
+def acquire(memory, processes, wanted, directory, timeout):
+    """A server of the caller's own, for `release`. `wanted`: bytes that suffice, None for all."""
+    global _waiting
+    processes = process_count(processes)
+    needed = _per_process(memory, processes, wanted)
+    most = min(memory_bytes(memory), _MEMORY_MAX) // processes
+    milliseconds = 0 if timeout is None else max(1, int(timeout * 1000))
+    directory = None if directory is None else os.fspath(directory)
+    with _lock:
+        server, _waiting = _waiting, None
+    if server is not None:
+        fits = server.shape == (processes, directory, milliseconds)
+        if fits and server.is_own and needed <= server.memory <= max(most, needed):
+            return server
+        server.close()
+    return Server(processes, needed, directory, milliseconds)
+
+
+def release(server, is_whole):
+    """Gives the server back; one in the middle of something, or large, is ended."""
+    global _waiting
+    if not is_whole or server.memory * server.processes > _KEPT_BYTES_MAX:
+        return server.close()
+    with _lock:
+        server, _waiting = _waiting, server
+    if server is not None:
+        server.close()
+
+
+def close():
+    """Ends the processes that wait for the next sort, and frees their memory."""
+    global _waiting
+    with _lock:
+        server, _waiting = _waiting, None
+    if server is not None:
+        server.close()
+
+
+atexit.register(close)
