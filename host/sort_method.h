@@ -16,8 +16,8 @@
 //
 //     quicksort    compares; works with any keys and with five frames
 //
-// By entries and by a copy equal records keep the order of their arrival; the quicksort does not. It
-// also takes over where only comparing orders the values: geometries, floats that are unlike and
+// By entries and by a copy equal records keep the order of their arrival; the quicksort does not.
+// It also takes over where only comparing orders the values: geometries, floats that are unlike and
 // count as equal, and values that an error is about.
 //
 // A hierarchy is sorted run by run in a way of its own.

@@ -23,8 +23,8 @@ namespace tvsort {
 // Longer records are moved in place faster.
 inline constexpr std::uint32_t kCopiedBytesMax = 32;
 
-// Orders `records`, of which there are two at least; `copy` has room for them, packed. Equal records
-// keep their order.
+// Orders `records`, of which there are two at least; `copy` has room for them, packed. Equal
+// records keep their order.
 void sortByCopy(const NormalizedKey& key, const RecordArray& records, Byte* copy);
 
 }  // namespace tvsort

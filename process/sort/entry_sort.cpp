@@ -87,8 +87,8 @@ bool isUnique() {
     return normalizedKey.uniqueSegment < normalizedKey.segmentCount;
 }
 
-// Whether a distance of the window's digits is one of floats: no other word is behind the float, and
-// no float elsewhere.
+// Whether a distance of the window's digits is one of floats: no other word is behind the float,
+// and no float elsewhere.
 bool windowShowsFloats() {
     std::uint32_t floats = 0;
     for (std::uint32_t s = 0; s < normalizedKey.segmentCount; ++s)
@@ -187,8 +187,8 @@ void markAllDirty(SortJob& job) {
         markDirty(job, frame);
 }
 
-// Whether the copy sort is faster: for short records, and where the first window leaves many records
-// alike. What goes on with such is at hand in the copy, and nowhere in place.
+// Whether the copy sort is faster: for short records, and where the first window leaves many
+// records alike. What goes on with such is at hand in the copy, and nowhere in place.
 bool copyPays(const SortJob& job) {
     constexpr std::uint32_t kAlikeShare = 8;
     if (job.recordLength <= kCopiedBytesMax) return true;

@@ -6,8 +6,8 @@
 //
 //     null mark    1 bit, where the request has indicators; the words of a null are zero
 //     integer      2, 4 or 8 bytes, the sign bit turned
-//     float        4 or 8 bytes, its bits turned so that they order as the numbers do; the zeros are
-//                  one, and under ascending keys all that is not finite is the highest value
+//     float        4 or 8 bytes, its bits turned so that they order as the numbers do; the zeros
+//                  are one, and under ascending keys all that is not finite is the highest value
 //     bytes        8 bytes a word, as they are or by their weights
 //     units        4 units a word, as they are or by their weights
 //     string       its content as bytes or units, zeros behind its end, then its length

@@ -2,10 +2,10 @@
 // records stay where they are.
 //
 // One or two counting passes over the upper bits in which digits differ, and insertion, order them
-// by their digits. What has the same digits then is equal in the key as far as the window reached. A
-// few such records are compared; many are an open run, and all open runs get the digits of a window
-// that goes on from there, round after round. Every round moves on in the key, so there are not more
-// of them than words of the key. All of it keeps the order of what is equal.
+// by their digits. What has the same digits then is equal in the key as far as the window reached.
+// A few such records are compared; many are an open run, and all open runs get the digits of a
+// window that goes on from there, round after round. Every round moves on in the key, so there are
+// not more of them than words of the key. All of it keeps the order of what is equal.
 
 #pragma once
 

@@ -1,12 +1,12 @@
 // Where records stand to the pivot of a partition, told by one word of the key instead of by the
 // comparator, and without a branch that could be mispredicted.
 //
-// The word is the first one in which a few records of the range differ. The fields that those before
-// it come from must be the pivot's, byte for byte. A record whose word is below the pivot's stands
-// before it, one whose word is above behind it. Of the others, and where there are doubts about a
-// record, the rest of the key says it, or the comparator: which answers are given and which codes are raised is the same with a judge
-// and without. Ascending floats near the pivot's may count as equal, so all that lie within the
-// tolerance are left to the comparator.
+// The word is the first one in which a few records of the range differ. The fields that those
+// before it come from must be the pivot's, byte for byte. A record whose word is below the pivot's
+// stands before it, one whose word is above behind it. Of the others, and where there are doubts
+// about a record, the rest of the key says it, or the comparator: which answers are given and which
+// codes are raised is the same with a judge and without. Ascending floats near the pivot's may
+// count as equal, so all that lie within the tolerance are left to the comparator.
 
 #pragma once
 
@@ -65,8 +65,8 @@ inline bool isFree(const NormalizedKey& key) {
 void appointJudge(const NormalizedKey& key, const Byte* const* sample, int count,
                   PivotJudge& judge);
 
-// Whether a decimal whose class byte and upper digits are those of the pivot, a number that is not 0,
-// has its upper word, too: a zero has another.
+// Whether a decimal whose class byte and upper digits are those of the pivot, a number that is not
+// 0, has its upper word, too: a zero has another.
 inline bool isUpperAlike(const Byte* value) {
     return isDecimal(value) && !decimalMagnitude(value).isZero();
 }

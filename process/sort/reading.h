@@ -1,8 +1,9 @@
 // Reading the keys of many records through a window that is fitted to a sample of them.
 //
 // A window that fits every record costs several looks at each. One that is fitted to a thousand of
-// them mostly fits the others, too, and one look tells which it does not fit: their digits are right
-// but say less (sort/key_window.h). Where there are too many of these the window is fitted to all.
+// them mostly fits the others, too, and one look tells which it does not fit: their digits are
+// right but say less (sort/key_window.h). Where there are too many of these the window is fitted to
+// all.
 
 #pragma once
 
@@ -31,8 +32,8 @@ inline Continuation startOf(const NormalizedKey& key) {
     return {kKeyStart, key.segmentCount == 0, false};
 }
 
-// What has the same digits goes on behind the window only if they fit it; otherwise where the window
-// begins, and through one that fits them. So no place in the key is read more than twice.
+// What has the same digits goes on behind the window only if they fit it; otherwise where the
+// window begins, and through one that fits them. So no place in the key is read more than twice.
 inline Continuation continuationOf(const KeyWindow& window, bool fitsAll) {
     if (fitsAll) return {window.next, window.endsKey, false};
     return {window.start, false, true};
@@ -48,8 +49,8 @@ inline WindowFit fitFor(std::uint32_t recordCount, bool findFollowers) {
 }
 
 // Opens a window at `from` and reads `count` records through it. `visit(step, look)` calls `look`
-// with every step-th record. For each window, of which there may be two, `sink.start` is called, and
-// `sink.take` with each record and its digits. Answers how the keys go on.
+// with every step-th record. For each window, of which there may be two, `sink.start` is called,
+// and `sink.take` with each record and its digits. Answers how the keys go on.
 template <typename Visit, typename Sink>
 Continuation readThrough(const NormalizedKey& key, const Continuation& from, std::uint32_t count,
                          Visit visit, Sink& sink, KeyWindow& window) {

@@ -64,8 +64,9 @@ void visitEvery(const RecordArray& array, std::uint32_t step, Visit visit) {
         visit(array.at(i));
 }
 
-// Asks for a record that is looked at or moved soon; of long ones the processor asks for the rest by
-// itself. In line by force: to the compiler a function that only prefetches has no effect, and goes.
+// Asks for a record that is looked at or moved soon; of long ones the processor asks for the rest
+// by itself. In line by force: to the compiler a function that only prefetches has no effect, and
+// goes.
 [[gnu::always_inline]] inline void prefetchRecord(const Byte* record, std::uint32_t length) {
     constexpr std::uint32_t kPrefetchedBytesMax = 256;
     constexpr std::uint32_t kLineBytes = 64;

@@ -14,8 +14,8 @@ namespace {
 
 PivotJudge judge;
 
-// Makes an entry of each record, with the judge's word as its digits. False when one is not sure, or
-// when there are doubts about it.
+// Makes an entry of each record, with the judge's word as its digits. False when one is not sure,
+// or when there are doubts about it.
 bool makeEntries(const NormalizedKey& key, const RecordArray& records) {
     return withJudgedWord(judge, [&](const auto& reader) {
         std::uint32_t sure = 1;
