@@ -103,12 +103,14 @@ void timePerRecord(benchmark::State& state, Prepare prepare, Work work) {
 }
 
 void partitionOnce(SortJob& job) {
+    static NormalizedKey key;
+    describeKey(job, key);
     HeldRange held = {};
     held.low = locateRecord(job, 1);
     pinFrame(job, held.low.frameIndex);
     held.high = locateRecord(job, job.recordCount);
     pinFrame(job, held.high.frameIndex);
-    partitionRange(job, held);
+    partitionRange(job, key, held);
     benchmark::DoNotOptimize(held);
 }
 
