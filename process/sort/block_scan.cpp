@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "process/keys/record_precedes.h"
-#include "process/sort/record_array.h"
+#include "process/storage/record_array.h"
 
 namespace tvsort {
 

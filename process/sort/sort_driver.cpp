@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "process/keys/normalized_key.h"
 #include "process/sort/entry_sort.h"
-#include "process/sort/normalized_key.h"
 #include "process/sort/partition.h"
 #include "process/sort/range_insertion.h"
 #include "process/sort/short_range.h"
