@@ -5,10 +5,10 @@
 
 #include "process/sort/entry_sort.h"
 #include "process/sort/own_entries.h"
-#include "process/sort/place_map.h"
-#include "process/sort/result_blocks.h"
 #include "process/sort/splitters.h"
 #include "process/storage/page_pool.h"
+#include "process/storage/place_map.h"
+#include "process/storage/result_blocks.h"
 #include "process/storage/work_file.h"
 
 namespace tvsort {
@@ -21,8 +21,9 @@ constexpr std::int32_t kCachedRecords = 8192;
 constexpr std::uint32_t kDepthMax = 3;
 // Records of the sample for each range, at least.
 constexpr std::uint32_t kSampledPerRange = 16;
-constexpr std::int32_t kSampledBlocksMax = 256;
+constexpr std::int32_t kSampledBlocksMin = 32;
 // What is read and written at a time, where there is room.
+constexpr std::int64_t kWorkingFramesMin = 32;
 constexpr std::uint32_t kChunkBytes = std::uint32_t{1} << 20;
 
 // A range: full blocks in the file, and the other records in a buffer.
@@ -45,12 +46,12 @@ Splitters splitters;
 NormalizedKey normalizedKey;
 
 // The frames, from 0 on: working frames for blocks that are read, and for a range with its entries;
-// copies of the splitters; the ranges' buffers; a chunk of the result, and as many blocks that are
+// frames for blocks that spare the file; copies of the splitters; the ranges' buffers; a chunk of the result, and as many blocks that are
 // in its way. Where buffers and chunks will be the sample stands first.
 struct Layout {
     std::int32_t rangesWanted;
-    std::int32_t working;  // frames
-    std::int32_t copiesAt;
+    std::int32_t working;    // frames
+    std::int32_t copiesAt;   // before, all frames hold the data set's first blocks
     std::int32_t buffersAt;  // one for each range
     std::int32_t chunksAt;   // two
     std::int32_t chunk;      // frames of one
@@ -59,6 +60,7 @@ struct Layout {
 struct Distribution {
     SortJob& job;
     Layout layout;
+    BlockStore store;
     ResultBlocks result;
     std::uint32_t numberCount;  // of those that are free
     std::uint32_t bufferCount;
@@ -88,7 +90,7 @@ std::int64_t framesOfRange(const SortJob& job, std::int64_t blocks) {
     return blocks + 1 + (entryBytes + frameBytes(job) - 1) / frameBytes(job);
 }
 
-// The layout for so many ranges.
+// The layout for so many ranges, with working frames for one of three times its share.
 Layout layoutFor(const SortJob& job, std::int32_t rangesWanted) {
     const std::int32_t frames = job.frameCount;
     const std::int32_t copies = framesFor(job, std::int64_t{rangesWanted - 1} * job.recordLength);
@@ -97,7 +99,10 @@ Layout layoutFor(const SortJob& job, std::int32_t rangesWanted) {
     const std::int32_t chunksAt = frames - 2 * chunk;
     const std::int32_t buffersAt = chunksAt - rangesWanted;
     const std::int32_t copiesAt = buffersAt - copies;
-    return {rangesWanted, copiesAt, copiesAt, buffersAt, chunksAt, chunk};
+    const std::int64_t wanted = framesOfRange(job, 3 * std::int64_t{blocksOf(job) / rangesWanted});
+    const std::int64_t working =
+        std::min(std::max(wanted, kWorkingFramesMin), std::int64_t{copiesAt});
+    return {rangesWanted, static_cast<std::int32_t>(working), copiesAt, buffersAt, chunksAt, chunk};
 }
 
 // Records of a sample that fit into `frames` frames.
@@ -115,7 +120,7 @@ Layout planLayout(const SortJob& job) {
     Layout layout = layoutFor(job, std::max(forCache, 2));
     while (layout.rangesWanted < most) {
         const std::int64_t share = blocks / layout.rangesWanted;
-        if (framesOfRange(job, 2 * share) <= layout.working) break;
+        if (framesOfRange(job, 2 * share) <= layout.copiesAt) break;
         layout = layoutFor(job, layout.rangesWanted + 1);
     }
     return layout;
@@ -123,7 +128,8 @@ Layout planLayout(const SortJob& job) {
 
 bool isWorthIt(const SortJob& job) {
     return blocksOf(job) > job.frameCount && job.frameCount >= kDistributionFramesMin &&
-           job.recordCount >= kDistributionRecordsMin && blocksOf(job) <= kPlacesMax;
+           job.recordCount >= kDistributionRecordsMin &&
+           blocksOf(job) <= kPlacesMax - job.frameCount;
 }
 
 // --- The sample ---------------------------------------------------------------------------------
@@ -148,7 +154,8 @@ struct SampleSource {
 template <typename BlockAt>
 std::uint32_t takeSample(const SortJob& job, const SampleSource<BlockAt>& source,
                          std::uint32_t room, Byte* target) {
-    const std::int32_t sampled = std::clamp(source.blocks / 8, 1, kSampledBlocksMax);
+    const std::int32_t wanted = std::max(8 * (source.blocks / job.frameCount), kSampledBlocksMin);
+    const std::int32_t sampled = std::min(wanted, std::max(source.blocks / 8, 1));
     const std::uint32_t share = std::max(room / static_cast<std::uint32_t>(sampled), 1U);
     std::uint32_t count = 0;
     for (std::int32_t s = 0; s < sampled; ++s) {
@@ -194,9 +201,8 @@ std::uint32_t recordsOf(const SortJob& job, const Range& range) {
 // Puts the full buffer of a range to a free place.
 bool storeBuffer(Distribution& work, std::uint16_t number) {
     Range& range = ranges[number];
-    const std::int32_t place = map.findFree(regions[number]);
-    if (!writeBlocks(work.job, range.buffer, place + 1, 1)) return false;
-    map.store(place, {number, range.blocks});
+    const StoredBlock block = {number, range.blocks};
+    if (putBlock(work.store, block, range.buffer, regions[number]) < 0) return false;
     range.blocks += 1;
     range.inBuffer = 0;
     return true;
@@ -262,17 +268,21 @@ std::uint32_t inLastBlock(const SortJob& job) {
     return (static_cast<std::uint32_t>(job.recordCount) - 1) % job.recordsPerBlock + 1;
 }
 
-// Distributes all records: first those in the working frames, then those of the file.
+// Distributes all records: first those in frames, which take stored blocks then, and then those of
+// the file.
 bool distributeData(Distribution& work, const std::uint16_t* numbers) {
     SortJob& job = work.job;
+    const Layout& layout = work.layout;
     const std::int32_t blocks = blocksOf(job);
-    map.open(blocks);
-    for (std::int32_t place = 0; place < work.layout.working; ++place)
+    map.open(blocks + layout.copiesAt - layout.working);
+    for (std::int32_t place = 0; place < layout.copiesAt; ++place)
         map.setFree(place);
-    if (!distributeBlocks(work, job.frameArea, work.layout.working, job.recordsPerBlock, numbers))
-        return false;
-    const std::int32_t chunk = std::min(2 * work.layout.chunk, work.layout.working);
-    for (std::int32_t place = work.layout.working; place < blocks; place += chunk) {
+    for (std::int32_t f = 0; f < layout.copiesAt; ++f) {
+        if (!distributeBlocks(work, work.frame(f), 1, job.recordsPerBlock, numbers)) return false;
+        if (f >= layout.working) map.setFree(blocks + f - layout.working);
+    }
+    const std::int32_t chunk = std::min(2 * layout.chunk, layout.working);
+    for (std::int32_t place = layout.copiesAt; place < blocks; place += chunk) {
         const std::int32_t count = std::min(chunk, blocks - place);
         if (!readBlocks(job, job.frameArea, place + 1, count)) return false;
         for (std::int32_t i = 0; i < count; ++i)
@@ -290,25 +300,6 @@ bool distributeData(Distribution& work, const std::uint16_t* numbers) {
 
 RecordArray packedIn(const SortJob& job, Byte* first, std::uint32_t count) {
     return recordsInBlocks(first, count, job.recordLength, job.recordsPerBlock, frameBytes(job));
-}
-
-// Reads blocks of the listed range from number `first` on, as many as `count`, to `target`, and
-// frees their places.
-bool readListed(Distribution& work, std::uint32_t first, std::uint32_t count, Byte* target) {
-    for (std::uint32_t n = 0; n < count;) {
-        const std::int32_t place = listedPlaces[first + n];
-        std::uint32_t run = 1;
-        while (n + run < count &&
-               listedPlaces[first + n + run] == place + static_cast<std::int32_t>(run))
-            ++run;
-        if (!readBlocks(work.job, target + std::size_t{n} * frameBytes(work.job), place + 1,
-                        static_cast<std::int32_t>(run)))
-            return false;
-        for (std::uint32_t i = 0; i < run; ++i)
-            map.setFree(place + static_cast<std::int32_t>(i));
-        n += run;
-    }
-    return true;
 }
 
 bool fits(const Distribution& work, const Range& range) {
@@ -346,7 +337,7 @@ bool appendRange(Distribution& work, std::uint16_t number) {
     const auto chunk = static_cast<std::uint32_t>(work.layout.working);
     for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
         const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!readListed(work, first, count, job.frameArea)) return false;
+        if (!takeBlocks(work.store, listedPlaces + first, count, job.frameArea)) return false;
         if (!appendAll(work, packedIn(job, job.frameArea, count * job.recordsPerBlock)))
             return false;
     }
@@ -378,7 +369,7 @@ bool finishRange(Distribution& work, std::uint16_t number) {
     const Range& range = ranges[number];
     const std::uint32_t count = recordsOf(job, range);
     map.listBlocks(number, range.blocks, listedPlaces);
-    if (!readListed(work, 0, range.blocks, job.frameArea)) return false;
+    if (!takeBlocks(work.store, listedPlaces + 0, range.blocks, job.frameArea)) return false;
     const auto blocks = static_cast<std::int32_t>(range.blocks);
     if (range.inBuffer > 0)
         std::memcpy(work.frame(blocks), range.buffer,
@@ -398,7 +389,9 @@ RecordArray sampleRange(Distribution& work, const Range& range) {
     SortJob& job = work.job;
     const std::int32_t half = work.layout.working / 2;
     const auto blockAt = [&](std::int32_t block) -> const Byte* {
-        return readBlocks(job, job.frameArea, listedPlaces[block] + 1, 1) ? job.frameArea : nullptr;
+        const std::int32_t place = listedPlaces[block];
+        if (work.store.isFrame(place)) return work.store.frameOf(place);
+        return readBlocks(job, job.frameArea, place + 1, 1) ? job.frameArea : nullptr;
     };
     Byte* const target = work.frame(half);
     const SampleSource source = {static_cast<std::int32_t>(range.blocks), job.recordsPerBlock,
@@ -438,7 +431,7 @@ bool distributeRange(Distribution& work, std::uint16_t number) {
     const auto chunk = static_cast<std::uint32_t>(work.layout.working);
     for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
         const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!readListed(work, first, count, job.frameArea)) return false;
+        if (!takeBlocks(work.store, listedPlaces + first, count, job.frameArea)) return false;
         if (!distributeBlocks(work, job.frameArea, static_cast<std::int32_t>(count),
                               job.recordsPerBlock, numbers)) {
             return false;
@@ -508,9 +501,9 @@ bool isInOrder(Distribution& work) {
     const std::int32_t blocks = blocksOf(job);
     Byte* const chunk = work.frame(work.layout.buffersAt);
     const std::int32_t chunkBlocks = job.frameCount - work.layout.buffersAt;
-    const auto working = static_cast<std::uint32_t>(work.layout.working);
-    bool inOrder = goOnInOrder(work, packedIn(job, job.frameArea, working * job.recordsPerBlock));
-    for (std::int32_t place = work.layout.working; place < blocks && inOrder;
+    const auto inFrames = static_cast<std::uint32_t>(work.layout.copiesAt);
+    bool inOrder = goOnInOrder(work, packedIn(job, job.frameArea, inFrames * job.recordsPerBlock));
+    for (std::int32_t place = work.layout.copiesAt; place < blocks && inOrder;
          place += chunkBlocks) {
         const std::int32_t count = std::min(chunkBlocks, blocks - place);
         if (!readBlocks(job, chunk, place + 1, count)) return false;
@@ -528,7 +521,7 @@ RecordArray sampleData(Distribution& work) {
     SortJob& job = work.job;
     Byte* const lastFrame = work.frame(job.frameCount - 1);
     const auto blockAt = [&](std::int32_t block) -> const Byte* {
-        if (block < work.layout.working) return work.frame(block);
+        if (block < work.layout.copiesAt) return work.frame(block);
         return readBlocks(job, lastFrame, block + 1, 1) ? lastFrame : nullptr;
     };
     Byte* const target = work.frame(work.layout.buffersAt);
@@ -545,9 +538,9 @@ void releaseAll(Distribution& work) {
         freeBuffers[work.bufferCount++] = work.frame(work.layout.buffersAt + b - 1);
 }
 
-// What stands in the working frames goes to its places: all is in the file then.
+// What stands in frames goes to its places: all is in the file then.
 bool writeBack(Distribution& work) {
-    return writeBlocks(work.job, work.job.frameArea, 1, work.layout.working);
+    return writeBlocks(work.job, work.job.frameArea, 1, work.layout.copiesAt);
 }
 
 // Whether the sample is in order, which comes in that of the data.
@@ -557,7 +550,7 @@ bool sampleAscends(const Distribution& work, const RecordArray& sample) {
     return true;
 }
 
-// Sorts the data set, all of which but the working frames' blocks is in the file. False when it is
+// Sorts the data set, all of which but the blocks below the copies is in the file. False when it is
 // left in some order, or after a failure.
 bool sortBlocks(Distribution& work) {
     SortJob& job = work.job;
@@ -595,21 +588,22 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
     const Layout layout = planLayout(job);
     if (haveDoubts(recordsInFrames(job))) return false;
     const auto frameAt = [&](std::int32_t frame) { return recordAt(job, frameOffset(job, frame)); };
-    const ResultBlocks result = {job,
-                                 map,
-                                 regions,
-                                 frameAt(layout.chunksAt),
-                                 frameAt(layout.chunksAt + layout.chunk),
-                                 layout.chunk,
-                                 kNoRange,
-                                 listedPlaces,
-                                 0,
-                                 0,
-                                 0};
-    Distribution work = {job, layout, result, 0, 0, 0, scratch, false, false};
-    const std::int32_t others = job.frameCount - layout.working;
-    const bool sorted = writeBlocks(job, work.frame(layout.working), layout.working + 1, others) &&
-                        sortBlocks(work);
+    Distribution work = {
+        job,
+        layout,
+        {job, map, blocksOf(job), frameAt(layout.working)},
+        {work.store, regions, frameAt(layout.chunksAt), frameAt(layout.chunksAt + layout.chunk),
+         layout.chunk, kNoRange, listedPlaces, 0, 0, 0},
+        0,
+        0,
+        0,
+        scratch,
+        false,
+        false};
+    const std::int32_t others = job.frameCount - layout.copiesAt;
+    const bool sorted =
+        writeBlocks(job, work.frame(layout.copiesAt), layout.copiesAt + 1, others) &&
+        sortBlocks(work);
     forgetBlocks(job);
     return sorted || failed(job);
 }

@@ -1,4 +1,4 @@
-#include "process/sort/place_map.h"
+#include "process/storage/place_map.h"
 
 #include <algorithm>
 #include <bit>

@@ -2,23 +2,22 @@
 // their way.
 //
 // Records are collected in a chunk of blocks, which goes to the file when it is full. Before, what
-// stands in its places moves: a block of a range to the first free place of its range's region or
-// behind, where nothing will have to move it again, if there is one. Such a place is free as often
-// as not, so every second block moves once, and few move twice.
+// stands in its places moves: a block of a range to a frame if there is one, or to the first free
+// place of its range's region or behind, where nothing will have to move it again. Such a place is
+// free as often as not, so no more than every second block moves, and few move twice.
 
 #pragma once
 
 #include <cstdint>
 
 #include "process/job/sort_job.h"
-#include "process/sort/place_map.h"
+#include "process/storage/block_store.h"
 #include "process/storage/record_array.h"
 
 namespace tvsort {
 
 struct ResultBlocks {
-    SortJob& job;
-    PlaceMap& map;
+    BlockStore& store;
     const std::int32_t* regions;  // by range: the place where it will begin
     Byte* chunk;                  // room for chunkBlocks blocks
     Byte* spare;                  // the same, for blocks that move
@@ -40,7 +39,7 @@ bool writeChunk(ResultBlocks& result);
 // Appends `count` records: those that `next()` answers one after the other.
 template <typename Next>
 bool appendRecords(ResultBlocks& result, std::uint32_t count, Next next) {
-    const SortJob& job = result.job;
+    const SortJob& job = result.store.job;
     while (count > 0) {
         const std::uint32_t here = std::min(count, job.recordsPerBlock - result.inBlock);
         Byte* target = result.chunk + static_cast<std::size_t>(result.full) * frameBytes(job) +
