@@ -23,7 +23,7 @@ constexpr std::uint32_t kDepthMax = 3;
 constexpr std::uint32_t kSampledPerRange = 16;
 constexpr std::int32_t kSampledBlocksMin = 32;
 // What is read and written at a time, where there is room.
-constexpr std::int64_t kWorkingFramesMin = 32;
+constexpr std::int32_t kWorkingFramesMin = 32;
 constexpr std::uint32_t kChunkBytes = std::uint32_t{1} << 20;
 
 // A range: full blocks in the file, and the other records in a buffer.
@@ -101,7 +101,7 @@ Layout layoutFor(const SortJob& job, std::int32_t rangesWanted) {
     const std::int32_t copiesAt = buffersAt - copies;
     const std::int64_t wanted = framesOfRange(job, 3 * std::int64_t{blocksOf(job) / rangesWanted});
     const std::int64_t working =
-        std::min(std::max(wanted, kWorkingFramesMin), std::int64_t{copiesAt});
+        std::min(std::max(wanted, std::int64_t{kWorkingFramesMin}), std::int64_t{copiesAt});
     return {rangesWanted, static_cast<std::int32_t>(working), copiesAt, buffersAt, chunksAt, chunk};
 }
 
@@ -124,6 +124,13 @@ Layout planLayout(const SortJob& job) {
         layout = layoutFor(job, layout.rangesWanted + 1);
     }
     return layout;
+}
+
+// Whether the ranges of the layout fit, or fit when they have been distributed once more. Three
+// rounds would cost what the quicksort does.
+bool twoRoundsAreEnough(const SortJob& job, const Layout& layout) {
+    const std::int64_t share = blocksOf(job) / layout.rangesWanted;
+    return framesOfRange(job, 2 * share) <= 4 * std::int64_t{layout.copiesAt};
 }
 
 bool isWorthIt(const SortJob& job) {
@@ -406,7 +413,8 @@ std::uint32_t partsOf(Distribution& work, const Range& range) {
     const std::int64_t wanted = 2 * framesOfRange(work.job, range.blocks) / work.layout.working + 1;
     const auto parts = static_cast<std::uint32_t>(
         std::min({wanted, std::int64_t{work.layout.rangesWanted}, std::int64_t{work.numberCount}}));
-    while (work.bufferCount < parts && work.layout.working > kDistributionFramesMin / 4)
+    const std::int32_t least = std::max(work.layout.working * 2 / 3, kWorkingFramesMin / 2);
+    while (work.bufferCount < parts && work.layout.working > least)
         freeBuffers[work.bufferCount++] = work.frame(--work.layout.working);
     return std::min(parts, work.bufferCount);
 }
@@ -550,6 +558,15 @@ bool sampleAscends(const Distribution& work, const RecordArray& sample) {
     return true;
 }
 
+// Whether the sample, whose entries are in order, has other orders. Then the data set has, too.
+bool hasOtherOrders(const Distribution& work, const RecordArray& sample) {
+    const auto recordOf = [&](std::uint32_t place) { return sample.at(ownEntries[place].index); };
+    for (std::uint32_t i = 1; i < sample.count; ++i) {
+        if (mayBeOtherwise(work.job, normalizedKey, recordOf(i - 1), recordOf(i))) return true;
+    }
+    return false;
+}
+
 // Sorts the data set, all of which but the blocks below the copies is in the file. False when it is
 // left in some order, or after a failure.
 bool sortBlocks(Distribution& work) {
@@ -566,6 +583,7 @@ bool sortBlocks(Distribution& work) {
         sample.count / kSampledPerRange, 2U, static_cast<std::uint32_t>(work.layout.rangesWanted));
     chooseSplitters(normalizedKey, sample, rangesWanted, work.frame(work.layout.copiesAt),
                     splitters);
+    if (hasOtherOrders(work, sample)) return writeBack(work) && false;
     releaseAll(work);
     std::uint16_t numbers[kSplitRangesMax];
     openRanges(work, 0, sample.count, 0, blocksOf(job), numbers);
@@ -586,7 +604,7 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
     describeKey(job, normalizedKey);
     if (!normalizedKey.isWhole || normalizedKey.segmentCount == 0) return false;
     const Layout layout = planLayout(job);
-    if (haveDoubts(recordsInFrames(job))) return false;
+    if (!twoRoundsAreEnough(job, layout) || haveDoubts(recordsInFrames(job))) return false;
     const auto frameAt = [&](std::int32_t frame) { return recordAt(job, frameOffset(job, frame)); };
     Distribution work = {
         job,

@@ -19,7 +19,7 @@ void orderSample(const NormalizedKey& key, const RecordArray& sample, KeyWindow&
         visitRecords(sample, 0, sample.count,
                      [&](const Byte* record) { look(record, record == sample.first); });
     };
-    fitWindow(key, kKeyStart, {kWindowBits - 1, kWindowBits - 1, true}, visit, window);
+    fitWindow(key, kKeyStart, fitFor(sample.count, true), visit, window);
     const WindowReader reader = {window};
     std::uint32_t index = 0;
     visitRecords(sample, 0, sample.count, [&](const Byte* record) {
