@@ -6,7 +6,7 @@
 //                  v  read in order; each record goes to the buffer of its range
 //     frames      [a  ][b  ][c  ] ...     a full buffer goes to a free place of the file
 //                  |
-//     work file   [a][b][a][c] ...        the map knows range and number of each (storage/place_map.h)
+//     work file   [a][b][a][c] ...        a map knows range and number of each
 //                  |
 //                  v  read range by range; a range is ordered by entries (sort/entry_sort.h)
 //     work file   [a][a][a][b] ...        and written; a block of a later range that is in the way

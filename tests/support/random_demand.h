@@ -1,5 +1,5 @@
-// Requests with random keys of every type, over records that are alike in different ways and some of
-// which cannot be ordered.
+// Requests with random keys of every type, over records that are alike in different ways and some
+// of which cannot be ordered.
 
 #pragma once
 

@@ -138,12 +138,12 @@ class Explanation {
             case host::MethodReason::kEntries:
                 return fmt::format(
                     "entry sort: {} frames are enough for the blocks and an entry for each "
-                    "record; quicksort below {}{}",
+                    "record; slower below {}{}",
                     frames, changeAt(fitsWithEntries), floatNote());
             case host::MethodReason::kCopies:
                 return fmt::format(
                     "copy sort: {} frames are enough for the blocks and for entries or a copy; "
-                    "quicksort below {}",
+                    "slower below {}",
                     frames, changeAt(fitsWithEntries));
             case host::MethodReason::kBlocks:
                 return fmt::format(

@@ -1,5 +1,5 @@
-// Data sets larger than the frames, distributed block by block: every record is there, in order, and
-// equal ones are as they came.
+// Data sets larger than the frames, distributed block by block: every record is there, in order,
+// and equal ones are as they came.
 
 #include "process/sort/block_distribution.h"
 
