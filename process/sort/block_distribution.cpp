@@ -402,8 +402,8 @@ RecordArray sampleRange(Distribution& work, const Range& range) {
         return readBlocks(job, job.frameArea, place + 1, 1) ? job.frameArea : nullptr;
     };
     Byte* const target = work.frame(half);
-    const SampleSource source = {static_cast<std::int32_t>(range.blocks), job.recordsPerBlock,
-                                 blockAt};
+    const SampleSource<decltype(blockAt)> source = {static_cast<std::int32_t>(range.blocks),
+                                                    job.recordsPerBlock, blockAt};
     const std::uint32_t count = takeSample(job, source, sampleRoom(job, half), target);
     return packedRecords(target, count, job.recordLength);
 }
@@ -534,7 +534,7 @@ RecordArray sampleData(Distribution& work) {
         return readBlocks(job, lastFrame, block + 1, 1) ? lastFrame : nullptr;
     };
     Byte* const target = work.frame(work.layout.buffersAt);
-    const SampleSource source = {blocksOf(job), inLastBlock(job), blockAt};
+    const SampleSource<decltype(blockAt)> source = {blocksOf(job), inLastBlock(job), blockAt};
     const std::uint32_t room = sampleRoom(job, job.frameCount - 1 - work.layout.buffersAt);
     return packedRecords(target, takeSample(job, source, room, target), job.recordLength);
 }
