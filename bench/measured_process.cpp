@@ -17,7 +17,8 @@ host::ServerOptions serverOptions(const std::filesystem::path& program,
     options.processPath = program;
     options.memoryPages = memoryPages;
     options.pagesPerBlock = geometry.blockPages;
-    options.workDirectory = workDirectory;
+    // Each server makes a folder of its own there: several may run at once.
+    options.tempDirectory = workDirectory;
     return options;
 }
 

@@ -15,7 +15,7 @@ namespace tvsort::bench {
 
 class MeasuredProcess {
   public:
-    // One process with `memoryPages` of memory and its work file in `workDirectory`.
+    // One process with `memoryPages` of fresh memory and its work file below `workDirectory`.
     MeasuredProcess(const std::filesystem::path& program, const host::Geometry& geometry,
                     std::int32_t memoryPages, const std::filesystem::path& workDirectory);
 

@@ -32,12 +32,12 @@ std::vector<Series> runRounds(const Options& options, const Situation& situation
     const Workload workload = textLines();
     const host::Geometry geometry = host::chooseGeometry(workload.recordLength, options.blockPages);
     const std::int32_t pages = memoryPagesFor(situation, geometry, options.recordCount);
-    MeasuredProcess process(options.process, geometry, pages, options.workDirectory);
+    MeasuredProcess process(options.builds[0].program, geometry, pages, options.workDirectory);
     const Verification verification(workload, records);
     std::vector<Byte> result(records.size());
-    std::vector<Series> series = {{"tvsort", true, {}}};
+    std::vector<Series> series = {{"tvsort", Role::kBuild, {}, {}}};
     for (const auto& program : programs)
-        series.push_back({program->name(), true, {}});
+        series.push_back({program->name(), Role::kSort, {}, {}});
     for (int round = 0; round < options.rounds; ++round) {
         series[0].costs.push_back(process.sort(workload.request, records, result));
         verification.checkSorted(result, "tvsort, " + situation.name);

@@ -1,9 +1,8 @@
-// The inner parts of the sort, called in this program: one counting pass, addressing, one partition
-// of a data set that is in the frames, and short ranges. The counter `record` is the time per
-// record.
+// Inner parts of the sort, called in this program: addressing, and one partition of a data set that
+// is in the frames. The counter `record` is the time per record.
 //
 // A partition changes the records, so each is timed on a fresh copy of them; the copying is outside
-// the clock. Rows "without a deciding key" stand behind a key that orders nothing.
+// the clock.
 
 #include <benchmark/benchmark.h>
 
@@ -15,10 +14,7 @@
 #include "host/data_set.h"
 #include "process/job/sort_job.h"
 #include "process/keys/key_meaning.h"
-#include "process/sort/counting_pass.h"
 #include "process/sort/partition.h"
-#include "process/sort/range_insertion.h"
-#include "process/sort/short_range.h"
 #include "process/storage/page_pool.h"
 #include "process/storage/record_address.h"
 
@@ -107,12 +103,14 @@ void timePerRecord(benchmark::State& state, Prepare prepare, Work work) {
 }
 
 void partitionOnce(SortJob& job) {
+    static NormalizedKey key;
+    describeKey(job, key);
     HeldRange held = {};
     held.low = locateRecord(job, 1);
     pinFrame(job, held.low.frameIndex);
     held.high = locateRecord(job, job.recordCount);
     pinFrame(job, held.high.frameIndex);
-    partitionRange(job, held);
+    partitionRange(job, key, held);
     benchmark::DoNotOptimize(held);
 }
 
@@ -124,30 +122,6 @@ void addPartitionRow(const Workload& workload) {
         if (bed.job().errorCode != ErrorCode::kSuccess) state.SkipWithError("a code was raised");
     };
     benchmark::RegisterBenchmark(("partition/" + workload.name).c_str(), run)->UseManualTime();
-}
-
-// Ranges of `records` that stand in one block, one behind the other, each by `sort`.
-void addRangeRow(const std::string& name, const Workload& workload, std::int32_t records,
-                 void (*sort)(SortJob&, const HeldRecord&, const HeldRecord&, Byte*)) {
-    const auto run = [=](benchmark::State& state) {
-        PartBed bed(workload);
-        SortJob& job = bed.job();
-        std::vector<Byte> scratch(kRecordBufferBytes);
-        const auto sortAll = [&] {
-            for (std::int32_t n = 1; n + records <= kRecordCount; n += records) {
-                const HeldRecord low = locateRecord(job, n);
-                const HeldRecord high = locateRecord(job, n + records - 1);
-                if (low.frameIndex == high.frameIndex) sort(job, low, high, scratch.data());
-            }
-        };
-        timePerRecord(
-            state, [&] { bed.restore(); }, sortAll);
-    };
-    benchmark::RegisterBenchmark((name + "/" + workload.name).c_str(), run)->UseManualTime();
-}
-
-void sortShort(SortJob& job, const HeldRecord& low, const HeldRecord& high, Byte* scratch) {
-    benchmark::DoNotOptimize(sortShortRange(job, low, high, scratch));
 }
 
 // Every record once, `stride` records from one to the next: 1 stays in a block, more than a block
@@ -169,32 +143,6 @@ void addAddressRow(const std::string& name, std::int32_t stride) {
     benchmark::RegisterBenchmark(("address/" + name).c_str(), run)->UseManualTime();
 }
 
-// One pass of the distribution sort, to about a thousand buckets.
-void addPassRow(const Workload& workload) {
-    const auto run = [workload](benchmark::State& state) {
-        PartBed bed(workload);
-        bed.restore();
-        SortJob& job = bed.job();
-        const RecordArray source = {job.frameArea, kRecordCount, job.recordLength,
-                                    job.recordsPerBlock, frameBytes(job)};
-        std::vector<Byte> target(std::size_t{kRecordCount} * job.recordLength);
-        std::vector<std::uint32_t> counters(kCounterCount);
-        const auto key = std::make_unique<NormalizedKey>();
-        const auto digit = std::make_unique<Digit>();
-        const auto buckets = std::make_unique<Buckets>();
-        describeKey(job, *key);
-        const auto pass = [&] {
-            countDigits(*key, kKeyStart, source, counters.data(), *digit);
-            makeBuckets(kRecordCount, *digit, counters.data(), *buckets);
-            moveToBuckets(source, *digit, counters.data(), *buckets, target.data());
-            benchmark::ClobberMemory();
-        };
-        timePerRecord(
-            state, [] {}, pass);
-    };
-    benchmark::RegisterBenchmark(("counting pass/" + workload.name).c_str(), run)->UseManualTime();
-}
-
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -203,14 +151,8 @@ int main(int argumentCount, char** arguments) {
     addAddressRow("within a block", 1);
     addAddressRow("another block each time", 500);
     for (const Workload& workload : bench::workloads()) {
-        if (workload.name != "double in 32") addPassRow(workload);
-    }
-    for (const Workload& workload : bench::fastPathWorkloads())
-        addPartitionRow(workload);
-    for (const Workload& workload : {bench::textLines(), bench::workloads()[1]}) {
-        addRangeRow("insertion of 20", workload, 20, insertRange);
-        addRangeRow("short range of 20", workload, 20, sortShort);
-        addRangeRow("short range of 100", workload, 100, sortShort);
+        // The bed has no place for null indicators.
+        if (!workload.request.nullIndicatorsOffset()) addPartitionRow(workload);
     }
     benchmark::RunSpecifiedBenchmarks();
 }

@@ -25,7 +25,7 @@
 
 namespace tvsort::bench {
 
-// The memory of the peers. All of it has been written to before the clock starts.
+// The memory of the peers.
 struct PeerArrays {
     std::vector<Byte> records;
     std::vector<Byte> gathered;
@@ -33,12 +33,24 @@ struct PeerArrays {
     std::vector<Pair> otherPairs;
     std::vector<Pair> randomOrder;  // each record's index once
 
+    // All of it has been written to.
     PeerArrays(std::size_t recordCount, std::size_t recordLength);
+
+    // Leaves what peers work with, the records aside, as memory that nobody has touched.
+    void renewScratch();
 };
+
+// From the fewest peers to all of them; each set holds those before it.
+enum class PeerSet : std::uint8_t { kNone, kStd, kUsual, kAll };
+
+// Those that work in the records' own memory, or in memory that they themselves get; those that
+// work in the other arrays as well; and limits, which do so too but give a permutation only.
+enum class PeerKind : std::uint8_t { kInPlace, kWithScratch, kLimit };
 
 struct Peer {
     std::string name;
-    bool sorts;  // otherwise a limit, whose result is a permutation only
+    PeerSet set;  // the smallest one that it is in
+    PeerKind kind;
     // Works on the records; answers where the result is.
     const Byte* (*run)(PeerArrays&);
 };
@@ -157,13 +169,13 @@ const Byte* runMemcpy(PeerArrays& arrays);
 
 template <typename Rules>
 std::vector<Peer> peersOf() {
-    return {{"std::sort", true, runStdSort<Rules>},
-            {"std::stable_sort", true, runStableSort<Rules>},
-            {"pdqsort", true, runPdqsort<Rules>},
-            {"pairs compared", true, runPairsCompared<Rules>},
-            {"pairs radix", true, runPairsRadix<Rules>},
-            {"memcpy", false, runMemcpy},
-            {"gather", false, runRandomGather<Rules>}};
+    return {{"std::sort", PeerSet::kStd, PeerKind::kInPlace, runStdSort<Rules>},
+            {"std::stable_sort", PeerSet::kAll, PeerKind::kInPlace, runStableSort<Rules>},
+            {"pdqsort", PeerSet::kUsual, PeerKind::kInPlace, runPdqsort<Rules>},
+            {"pairs compared", PeerSet::kUsual, PeerKind::kWithScratch, runPairsCompared<Rules>},
+            {"pairs radix", PeerSet::kUsual, PeerKind::kWithScratch, runPairsRadix<Rules>},
+            {"memcpy", PeerSet::kAll, PeerKind::kLimit, runMemcpy},
+            {"gather", PeerSet::kUsual, PeerKind::kLimit, runRandomGather<Rules>}};
 }
 
 }  // namespace tvsort::bench

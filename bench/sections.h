@@ -6,15 +6,13 @@
 
 namespace tvsort::bench {
 
-// Every workload with room for the distribution sort, and just fitting, beside all peers.
+// Every workload with room for a copy, with room for entries and just fitting, used before and as
+// first requests, beside other builds and peers.
 void showInMemory(const Options& options);
 
-// Data of 2, 8 and 20 times the memory: time beside std::sort with all the memory it wants, and
-// transfers.
+// The same for data of 2, 8 and 20 times the memory, beside std::sort with all the memory it wants:
+// time and transfers.
 void showSpilling(const Options& options);
-
-// What the fast paths buy: workloads beside their neighbours that cannot take one.
-void showFastPaths(const Options& options);
 
 // N, 2N, 4N, 8N records in every situation.
 void showGrowth(const Options& options);

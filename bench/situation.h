@@ -10,16 +10,22 @@
 
 namespace tvsort::bench {
 
+// What stands free behind the data set's blocks.
+enum class Spare : std::uint8_t { kNone, kEntries, kCopy };
+
 struct Situation {
     std::string name;
-    // Bytes of the data set's blocks per byte of the frames; 0 for the smallest memory with room
-    // for the distribution sort.
-    double dataPerMemory;
+    double dataPerMemory = 1;  // bytes of the data set's blocks per byte of the frames
+    Spare spare = Spare::kNone;
 };
 
-// With room for the distribution sort, just holding the data, and data of 2, 8 and 20 times it.
+// With room for a copy of the records, and just holding them.
 Situation withRoom();
 Situation justFitting();
+
+// With room for a copy, with room for entries, and just fitting.
+std::vector<Situation> inMemory();
+// Data of 2, 8 and 20 times the memory.
 std::vector<Situation> spilling();
 
 // Data of `dataPerMemory` times the memory; below 0.45 or so that leaves room.

@@ -14,7 +14,7 @@
 
 namespace tvsort::bench {
 
-enum class Arrangement : std::uint8_t { kRandom, kSorted, kReversed, kAllEqual };
+enum class Arrangement : std::uint8_t { kRandom, kSorted, kNearlySorted, kReversed, kAllEqual };
 
 struct Workload {
     std::string name;
@@ -26,16 +26,16 @@ struct Workload {
     std::vector<Peer> peers;
 };
 
-// Those that all tables show.
+// All of them, by different names.
 std::vector<Workload> workloads();
-
-// Pairs of neighbours that differ in what lets a fast path work.
-std::vector<Workload> fastPathWorkloads();
 
 // Lines of text, which other programs sort too.
 Workload textLines();
 
-// `recordCount` records, the same ones in every run.
+// How many of its records to take where others have `recordCount`: fewer if they are long.
+std::size_t recordCountOf(const Workload& workload, std::size_t recordCount);
+
+// The same records in every run.
 std::vector<Byte> makeRecords(const Workload& workload, std::size_t recordCount);
 
 }  // namespace tvsort::bench

@@ -1,67 +1,77 @@
 #include "host/sort_method.h"
 
-#include "protocol/stored_string.h"
+#include <algorithm>
 
 namespace tvsort::host {
 
 namespace {
 
-constexpr std::int64_t kCounterBytes = 262144;
-constexpr std::int64_t kRoundingBytes = 4;
+constexpr std::int64_t kEntryBytes = 24;
+constexpr std::int32_t kCopyCountMin = 10000;
+constexpr std::uint32_t kCopiedBytesMax = 32;
+constexpr std::int64_t kCounterBytes = 262148;
 
 DataType typeOf(const KeyDescriptor& key) {
     return static_cast<DataType>(key.dataType);
 }
 
-bool isPlainString(const KeyDescriptor& key) {
-    return typeOf(key) == DataType::kString && key.geometryType == kGeometryTypeNone;
+bool isString(const KeyDescriptor& key) {
+    return typeOf(key) == DataType::kString || typeOf(key) == DataType::kWeightedString;
 }
 
-bool isOrderedByBytes(const KeyDescriptor& key) {
+bool isGeometry(const KeyDescriptor& key) {
+    return isString(key) && key.geometryType != kGeometryTypeNone;
+}
+
+bool isTolerantFloat(const KeyDescriptor& key) {
+    const auto kind = static_cast<KeyKind>(key.kindFlags & kKeyKindMask);
+    return typeOf(key) == DataType::kFloat && kind == KeyKind::kAscending;
+}
+
+bool isCopiedType(const KeyDescriptor& key) {
     switch (typeOf(key)) {
         case DataType::kInteger:
         case DataType::kDecimal:
         case DataType::kAlsoDecimal:
         case DataType::kBytes:
+        case DataType::kString:
             return true;
         default:
-            return isPlainString(key);
+            return false;
     }
+}
+
+// The frames that the data set wants with so many bytes behind it.
+std::int64_t framesWith(std::int64_t bytes, const Geometry& geometry, const Extent& extent) {
+    const auto blockBytes = static_cast<std::int64_t>(geometry.blockBytes());
+    return extent.fileBlocks + (bytes + blockBytes - 1) / blockBytes;
 }
 
 }  // namespace
 
-MethodForecaster::MethodForecaster(const RequestBuilder& request)
-    : request_(request), fullStringIndex_(request.keys().size()) {}
-
-void MethodForecaster::look(const Byte* record) {
-    for (std::size_t i = 0; i < fullStringIndex_; ++i) {
-        const KeyDescriptor& key = request_.keys()[i];
-        if (!isPlainString(key) || isNull(record, i)) continue;
-        if (!isZeroFilled(record + key.fieldOffset, key.fieldLength)) fullStringIndex_ = i;
+MethodForecast forecastMethod(const RequestBuilder& request, const Geometry& geometry,
+                              const Extent& extent, std::int32_t frameCount) {
+    if (request.mode() == SortMode::kHierarchy) return {MethodReason::kHierarchy, 0, 0, false};
+    if (extent.recordCount < kEntryCountMin) return {MethodReason::kFewRecords, 0, 0, false};
+    const auto& keys = request.keys();
+    const auto geometryKey = std::find_if(keys.begin(), keys.end(), isGeometry);
+    if (geometryKey != keys.end()) {
+        const auto index = static_cast<std::size_t>(geometryKey - keys.begin());
+        return {MethodReason::kKeyType, index, 0, false};
     }
-}
-
-bool MethodForecaster::isNull(const Byte* record, std::size_t keyIndex) const {
-    const auto offset = request_.nullIndicatorsOffset();
-    return offset.has_value() && record[*offset + keyIndex] == 1;
-}
-
-MethodForecast MethodForecaster::forecast(const Geometry& geometry, const Extent& extent,
-                                          std::int32_t frameCount) const {
-    if (request_.mode() == SortMode::kHierarchy) return {MethodReason::kHierarchy, 0, 0};
-    if (extent.recordCount < kDistributionCountMin) return {MethodReason::kFewRecords, 0, 0};
-    const auto& keys = request_.keys();
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (!isOrderedByBytes(keys[i])) return {MethodReason::kKeyType, i, 0};
-    }
-    if (fullStringIndex_ < keys.size()) return {MethodReason::kStringRest, fullStringIndex_, 0};
-    const std::int64_t workingBytes =
-        std::int64_t{geometry.recordLength} * extent.recordCount + kCounterBytes + kRoundingBytes;
-    const std::int64_t wanted =
-        workingBytes / static_cast<std::int64_t>(geometry.blockBytes()) + extent.fileBlocks + 1;
-    return {wanted <= frameCount ? MethodReason::kDistributes : MethodReason::kTooFewFrames, 0,
-            wanted};
+    const bool floats = std::any_of(keys.begin(), keys.end(), isTolerantFloat);
+    const std::int64_t count = extent.recordCount;
+    const std::int64_t forEntries = framesWith(kEntryBytes * count, geometry, extent);
+    const bool copies =
+        count >= kCopyCountMin && std::all_of(keys.begin(), keys.end(), isCopiedType);
+    const std::int64_t copyBytes = geometry.recordLength * count + kCounterBytes;
+    const std::int64_t forCopy =
+        extent.fileBlocks + copyBytes / static_cast<std::int64_t>(geometry.blockBytes()) + 1;
+    const std::int64_t wanted = copies ? std::min(forEntries, forCopy) : forEntries;
+    if (frameCount < wanted) return {MethodReason::kTooFewFrames, 0, wanted, floats};
+    const bool isCopied = copies && frameCount >= forCopy &&
+                          (geometry.recordLength <= kCopiedBytesMax || frameCount < forEntries);
+    return {isCopied ? MethodReason::kCopies : MethodReason::kEntries, 0, wanted, floats};
 }
 
 }  // namespace tvsort::host

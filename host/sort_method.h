@@ -1,16 +1,24 @@
-// Which of its two methods the sort process will use, before it is asked.
+// Which of its methods the sort process will use, before it is asked.
 //
-//     distribution sort  moves records by the digits of their keys, without comparing; equal
-//                        records keep their order. It needs 10000 records or more, keys of types
-//                        whose bytes say it all (integers, decimals, bytes, and strings whose
-//                        fields hold nothing but zeros behind their value), and frames for
+//     entry sort   orders entries of the keys' first bits and moves each record once, in place. It
+//                  needs 200 records or more and frames for
 //
-//                            the data set            fileBlocks
-//                          + a copy of its records   recordLength x recordCount bytes
-//                          + its counters            262144 bytes and 4 to round up
-//                          + 1
+//                      the data set       fileBlocks
+//                    + its entries        24 x recordCount bytes
 //
-//     quicksort          compares; works with any keys and with five frames
+//     copy sort    moves the records to a copy and back. It is used for keys of integers, decimals,
+//                  bytes and strings, where the records have 32 bytes or fewer, or there are no
+//                  frames for entries. It needs 10000 records or more and frames for
+//
+//                      the data set       fileBlocks
+//                    + a copy             recordLength x recordCount + 262148 bytes
+//                    + 1
+//
+//     quicksort    compares; works with any keys and with five frames
+//
+// By entries and by a copy equal records keep the order of their arrival; the quicksort does not.
+// It also takes over where only comparing orders the values: geometries, floats that are unlike and
+// count as equal, and values that an error is about.
 //
 // A hierarchy is sorted run by run in a way of its own.
 //
@@ -27,38 +35,25 @@
 namespace tvsort::host {
 
 enum class MethodReason : std::uint8_t {
-    kDistributes,   // nothing stands against the distribution sort
+    kEntries,       // nothing stands against entries
+    kCopies,        // nor against a copy, which is better
     kHierarchy,     // the mode has a method of its own
-    kFewRecords,    // fewer than kDistributionCountMin
+    kFewRecords,    // fewer than kEntryCountMin
     kKeyType,       // a key must be compared
-    kStringRest,    // a string's field holds something behind the value
     kTooFewFrames,  // more memory would change it
 };
 
-inline constexpr std::int32_t kDistributionCountMin = 10000;
+inline constexpr std::int32_t kEntryCountMin = 200;
 
 struct MethodForecast {
     MethodReason reason;
     std::size_t keyIndex;       // of the key that the reason is about, from 0
-    std::int64_t framesWanted;  // with which the distribution sort would be used; 0: with none
+    std::int64_t framesWanted;  // with which the quicksort would not be used; 0: with none
+    bool unlessFloatsTie;       // the quicksort takes over if unlike floats count as equal
 };
 
-class MethodForecaster {
-  public:
-    explicit MethodForecaster(const RequestBuilder& request);
-
-    // Takes each record of the data set in turn.
-    void look(const Byte* record);
-    // Needs all records looked at.
-    MethodForecast forecast(const Geometry& geometry, const Extent& extent,
-                            std::int32_t frameCount) const;
-
-  private:
-    bool isNull(const Byte* record, std::size_t keyIndex) const;
-
-    RequestBuilder request_;
-    // The first key whose field holds something behind a string's value; none: the key count.
-    std::size_t fullStringIndex_;
-};
+// For a data set of valid values.
+MethodForecast forecastMethod(const RequestBuilder& request, const Geometry& geometry,
+                              const Extent& extent, std::int32_t frameCount);
 
 }  // namespace tvsort::host

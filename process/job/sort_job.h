@@ -8,8 +8,9 @@
 //     service/channel             65,528       the message received last
 //     service/request_loop        65,536       scratch record
 //     storage/page_pool           29,360,128   page descriptors and hash table, for 2^20 frames
-//     sort/distribution_sort      6,815,744    counters, entries, waiting ranges
-//     sort/counting_pass, bucket_sort, normalized_key   some 50,000
+//     sort/own_entries            459,000      entries, twice, and their runs
+//     sort/entry_order, copy_sort 8,400,000    waiting ranges
+//     sort/ elsewhere             70,000       keys, windows, judges
 //     result/hierarchy_sort       131,072      two records
 //     keys/geometry_envelope      147,456      open collections
 //     collation/collation_file    67,079       the file

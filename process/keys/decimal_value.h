@@ -86,6 +86,17 @@ inline DecimalClass decimalClass(const Byte* value) {
     }
 }
 
+// Whether the value has a class. Without a branch: many values are asked in a row.
+inline bool isDecimal(const Byte* value) {
+    const DecimalMagnitude magnitude = decimalMagnitude(value);
+    const auto classByte = loadOnce<Byte>(value);
+    constexpr auto kClassMax = static_cast<Byte>(DecimalClass::kHighest);
+    const std::uint32_t hasClass{classByte - 1U < kClassMax};
+    const std::uint32_t isZero{(classByte | magnitude.high | magnitude.low) == 0};
+    const std::uint32_t isWide{hasDigitAboveMax(magnitude)};
+    return (hasClass | isZero) > isWide;
+}
+
 // The place of a class in the order of values, from 0. An invalid one has no place; it gets one
 // that is none of the others'.
 constexpr std::uint8_t decimalClassRank(DecimalClass valueClass) {

@@ -18,12 +18,6 @@ bool hasEarlierNull(const SortJob& job, const Byte* left) {
     return std::any_of(indicators, last, [](Byte indicator) { return indicator != 0; });
 }
 
-// The unique check of sort modes 8 and 9. The records differ in the last key only: that is an error
-// unless mode 9 finds a null among the left record's other keys.
-bool violatesUniqueness(const SortJob& job, const Byte* left) {
-    return job.sortMode == SortMode::kUnique || !hasEarlierNull(job, left);
-}
-
 // Records that are equal in every key, in the set-operation modes. Without any key the smaller flag
 // comes first.
 bool flagPrecedes(const SortJob& job, Byte left, Byte right) {
@@ -32,6 +26,10 @@ bool flagPrecedes(const SortJob& job, Byte left, Byte right) {
 }
 
 }  // namespace
+
+bool isExcused(const SortJob& job, const Byte* left) {
+    return job.sortMode == SortMode::kUniqueUnlessNull && hasEarlierNull(job, left);
+}
 
 bool recordPrecedes(SortJob& job, std::uint32_t leftOffset, std::uint32_t rightOffset) {
     const Byte* const left = recordAt(job, leftOffset);
@@ -53,8 +51,7 @@ bool recordPrecedes(SortJob& job, std::uint32_t leftOffset, std::uint32_t rightO
                 continue;
             case ValueOrder::kLess:
             case ValueOrder::kGreater:
-                if (rule->comparison == Comparison::kUniqueInteger &&
-                    violatesUniqueness(job, left)) {
+                if (rule->comparison == Comparison::kUniqueInteger && !isExcused(job, left)) {
                     raise(job, ErrorCode::kNotUnique);
                     return false;
                 }

@@ -29,4 +29,8 @@ namespace tvsort {
 // places may be the same.
 bool recordPrecedes(SortJob& job, std::uint32_t left, std::uint32_t right);
 
+// Whether the unique check passes over a record that stands left in a comparison: sort mode 9 does
+// where there is a null among its other keys.
+bool isExcused(const SortJob& job, const Byte* left);
+
 }  // namespace tvsort

@@ -9,7 +9,7 @@ namespace tvsort {
 
 namespace {
 
-// Records that are judged at a time. Their digits' lines stay in the first cache.
+// Records that are judged at a time. Their keys' lines stay in the first cache.
 constexpr std::int32_t kRunRecords = 128;
 // Fewer records than this are left to the plain scans.
 constexpr std::int32_t kRecordsMin = 8;
@@ -23,6 +23,7 @@ struct Side {
     std::int32_t first;   // stop to be exchanged next
     std::int32_t count;   // stops
     std::uint32_t stops[kRunRecords];
+    Byte isOpen[kRunRecords];  // by stop: whether it is one is open
 
     void startAt(std::uint32_t place, std::int32_t records) {
         next = place;
@@ -32,69 +33,87 @@ struct Side {
     bool isEmpty() const { return first == count; }
 };
 
+// Of a stop: the word is the pivot's, or there is more to look at before it.
+constexpr std::uint32_t kOpenBehindWord = 1;
+constexpr std::uint32_t kOpenBefore = 2;
+
 // What the exchanges have in common.
 struct Scan {
     SortJob& job;
-    const DecidingKey& key;
+    const PivotJudge& judge;
     std::uint32_t pivot;
-    FreeComparisons free;
     std::int32_t& judgedInVain;
 };
 
-template <Direction direction>
-bool comparatorStops(const Scan& scan, std::uint32_t place) {
-    return direction == Direction::kUp ? !recordPrecedes(scan.job, place, scan.pivot)
-                                       : !recordPrecedes(scan.job, scan.pivot, place);
+// Notes the stops among the next `records` records: all but those known to be on their side. How
+// many are open: about them the word says nothing.
+template <Direction direction, typename Reader>
+std::uint32_t noteStops(const Scan& scan, const Reader& scanReader, Side& side,
+                        std::int32_t records) {
+    const Reader reader = scanReader;  // a copy, so that no store can change it
+    const std::uint64_t low = scan.judge.low;
+    const std::uint64_t span = scan.judge.span;
+    const std::uint32_t step = direction == Direction::kUp
+                                   ? scan.job.recordLength
+                                   : 0U - std::uint32_t{scan.job.recordLength};
+    const Byte* const base = scan.job.frameArea;
+    std::uint32_t place = side.next;
+    std::uint32_t stops = 0;
+    std::uint32_t open = 0;
+    for (std::int32_t n = 0; n < records; ++n, place += step) {
+        const std::uint64_t word = reader.read(base + place);
+        const std::uint32_t unsure = reader.isSure(base + place) ^ 1;
+        const std::uint32_t within{word - low <= span};
+        const std::uint32_t below{word < low};
+        side.stops[stops] = place;
+        side.isOpen[stops] = static_cast<Byte>(unsure * kOpenBefore | within);
+        stops += unsure | (direction == Direction::kUp ? below ^ 1 : below | within);
+        open += unsure | within;
+    }
+    if (open < static_cast<std::uint32_t>(records)) scan.job.compareState = 1;
+    side.first = 0;
+    side.count = static_cast<std::int32_t>(stops);
+    return open;
 }
 
-// Whether the comparator may be asked out of turn about a record that the digits do not judge.
-template <LeadingKind kind>
-bool isFree(const Scan& scan, const Byte* record) {
-    if (scan.free.ofAll) return true;
-    std::uint64_t digits = 0;
-    const bool comparable = (scan.key.checksNulls && isNull(record, *scan.key.rule)) ||
-                            ascendingDigits<kind>(scan.key.source, record, digits);
-    return comparable && scan.free.ofComparable;
-}
-
-// Whether a record of a run ends a scan; kUnknown where the comparator may not be asked.
+// Whether an open record ends a scan; kUnknown where the comparator may not be asked out of turn.
 enum class Stop : std::uint8_t { kNo, kYes, kUnknown };
 
-template <LeadingKind kind, bool plain, Direction direction>
-Stop settleStop(const Scan& scan, std::uint32_t place) {
-    const DecidingKey& key = scan.key;
-    const Byte* const record = recordAt(scan.job, place);
-    std::uint64_t digits = 0;
-    const bool judged = decidingDigits<kind, plain>(key, record, digits);
-    if (judged && (digits < key.low || digits > key.high || key.isComplete)) return Stop::kYes;
-    if (!(judged ? scan.free.ofComparable : isFree<kind>(scan, record))) return Stop::kUnknown;
-    if (judged && key.goesOn && ascendingDigits<kind>(key.nextSource, record, digits)) {
-        digits ^= key.turn;
-        const bool stops =
-            direction == Direction::kUp ? digits > key.nextDigits : digits < key.nextDigits;
-        if (digits != key.nextDigits) {
-            scan.job.compareState = 1;
-            return stops ? Stop::kYes : Stop::kNo;
-        }
+template <Direction direction>
+Stop settleStop(const Scan& scan, std::uint32_t place, std::uint32_t open) {
+    SortJob& job = scan.job;
+    const NormalizedKey& key = *scan.judge.key;
+    const Byte* const record = recordAt(job, place);
+    if (!isFree(key) || doubtsAbout(key, record) != kNoDoubts) return Stop::kUnknown;
+    const bool goesOn = open == kOpenBehindWord && scan.judge.span == 0;
+    const KeyOrder found =
+        compareKeys(key, goesOn ? scan.judge.next : kKeyStart, record, recordAt(job, scan.pivot));
+    if (found.order == 0) return Stop::kYes;
+    bool stops = direction == Direction::kUp ? found.order > 0 : found.order < 0;
+    if (isTolerantFloat(key.segments[found.segment].first)) {
+        stops = direction == Direction::kUp ? !recordPrecedes(job, place, scan.pivot)
+                                            : !recordPrecedes(job, scan.pivot, place);
+    } else {
+        job.compareState = 1;
     }
-    return comparatorStops<direction>(scan, place) ? Stop::kYes : Stop::kNo;
+    return stops ? Stop::kYes : Stop::kNo;
 }
 
-// Goes through the stops for those that the digits left open. Where the comparator may not be asked
-// the run ends before them: the number of records that count as judged.
-template <LeadingKind kind, bool plain, Direction direction>
+// Goes through the stops for those that were left open. Where one remains so the run ends before
+// it: the number of records that count as judged.
+template <Direction direction>
 std::int32_t settleOpenStops(const Scan& scan, Side& side, std::int32_t records) {
     std::int32_t kept = 0;
     for (std::int32_t s = 0; s < side.count; ++s) {
         const std::uint32_t place = side.stops[s];
-        const Stop stop = settleStop<kind, plain, direction>(scan, place);
+        const Stop stop =
+            side.isOpen[s] != 0 ? settleStop<direction>(scan, place, side.isOpen[s]) : Stop::kYes;
         if (stop == Stop::kUnknown) {
             const std::uint32_t distance =
                 direction == Direction::kUp ? place - side.next : side.next - place;
             const auto judged = static_cast<std::int32_t>(distance / scan.job.recordLength);
             scan.judgedInVain += records - judged;
-            records = judged;
-            side.within = records;
+            records = side.within = judged;
             break;
         }
         side.stops[kept] = place;
@@ -104,54 +123,14 @@ std::int32_t settleOpenStops(const Scan& scan, Side& side, std::int32_t records)
     return records;
 }
 
-// Sets `compareState` if a record of the run is known to differ from the pivot: one that is no
-// stop, or a stop on the other side.
-template <LeadingKind kind, bool plain>
-void noteDifference(const Scan& scan, const Side& side, std::int32_t records) {
-    if (scan.job.compareState != 0) return;
-    bool differs = side.count < records;
-    for (std::int32_t s = 0; s < side.count && !differs; ++s)
-        differs = judge<kind, plain>(scan.key, recordAt(scan.job, side.stops[s])).differs() != 0;
-    if (differs) scan.job.compareState = 1;
-}
-
-// Notes the stops among the next `records` records: all but those that the digits tell to be on
-// their side. How many were left open.
-template <LeadingKind kind, bool plain, bool complete, Direction direction>
-std::uint32_t noteStops(const Scan& scan, Side& side, std::int32_t records) {
-    const DecidingKey key = scan.key;  // a copy, so that no store can change it
-    const Byte* record = recordAt(scan.job, side.next);
-    const std::ptrdiff_t step = direction == Direction::kUp
-                                    ? std::ptrdiff_t{scan.job.recordLength}
-                                    : -std::ptrdiff_t{scan.job.recordLength};
-    const auto base = reinterpret_cast<std::uintptr_t>(scan.job.frameArea);
-    std::uint32_t stops = 0;
-    std::uint32_t decided = 0;
-    for (std::int32_t n = 0; n < records; ++n, record += step) {
-        const Verdict verdict = judge<kind, plain>(key, record);
-        side.stops[stops] =
-            static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(record) - base);
-        stops += 1 ^ (direction == Direction::kUp ? verdict.before : verdict.behind);
-        if constexpr (!complete)
-            decided += direction == Direction::kUp ? verdict.behind : verdict.before;
-    }
-    side.first = 0;
-    side.count = static_cast<std::int32_t>(stops);
-    return stops - decided;
-}
-
 // Judges the next `records` records of a side, or fewer: how many.
-template <LeadingKind kind, bool plain, Direction direction>
+template <Direction direction>
 std::int32_t judgeRun(const Scan& scan, Side& side, std::int32_t records) {
-    // With a complete plain key only values without digits are open; its types have no such value.
-    if (plain && scan.key.isComplete) {
-        noteStops<kind, plain, true, direction>(scan, side, records);
-        noteDifference<kind, plain>(scan, side, records);
-    } else {
-        const auto open = noteStops<kind, plain, false, direction>(scan, side, records);
-        noteDifference<kind, plain>(scan, side, records);
-        if (open > 0) records = settleOpenStops<kind, plain, direction>(scan, side, records);
-    }
+    const std::uint32_t open = withJudgedWord(scan.judge, [&](const auto& reader) {
+        return noteStops<direction>(scan, reader, side, records);
+    });
+    if (open > 0 && !scan.judge.knowsAll())
+        records = settleOpenStops<direction>(scan, side, records);
     const std::uint32_t distance = static_cast<std::uint32_t>(records) * scan.job.recordLength;
     side.next = direction == Direction::kUp ? side.next + distance : side.next - distance;
     side.within -= records;
@@ -160,23 +139,23 @@ std::int32_t judgeRun(const Scan& scan, Side& side, std::int32_t records) {
 
 // Judges records of a side until it has a stop. False when it has none in its block or among the
 // `between` records that no side has judged, of which the other side wants half.
-template <LeadingKind kind, bool plain, Direction direction>
+template <Direction direction>
 bool findStops(const Scan& scan, Side& side, std::int32_t& between, bool otherIsEmpty) {
     while (side.isEmpty()) {
         const std::int32_t share = otherIsEmpty ? between - between / 2 : between;
         const std::int32_t records = std::min({kRunRecords, side.within, share});
         if (records <= 0) return false;
-        between -= judgeRun<kind, plain, direction>(scan, side, records);
+        between -= judgeRun<direction>(scan, side, records);
     }
     return true;
 }
 
 // Exchanges the stops of both sides, first with first, until one side has no more.
-void exchangeStops(const Scan& scan, Side& up, Side& down) {
+void exchangeStops(const SortJob& job, Side& up, Side& down) {
     const std::int32_t pairs = std::min(up.count - up.first, down.count - down.first);
     for (std::int32_t p = 0; p < pairs; ++p) {
-        exchangeRecords(recordAt(scan.job, up.stops[up.first + p]),
-                        recordAt(scan.job, down.stops[down.first + p]), scan.job.recordLength);
+        exchangeRecords(recordAt(job, up.stops[up.first + p]),
+                        recordAt(job, down.stops[down.first + p]), job.recordLength);
     }
     up.first += pairs;
     down.first += pairs;
@@ -198,7 +177,6 @@ void passJudged(const SortJob& job, HeldRecord& cursor, const Side& side, std::i
     }
 }
 
-template <LeadingKind kind, bool plain>
 bool exchangeRuns(const Scan& scan, const BlockCursors& cursors) {
     SortJob& job = scan.job;
     HeldRecord& i = cursors.i;
@@ -211,9 +189,9 @@ bool exchangeRuns(const Scan& scan, const BlockCursors& cursors) {
     std::uint32_t lastUp = i.offset;
     std::uint32_t lastDown = j.offset;
     bool exchanged = false;
-    while (findStops<kind, plain, Direction::kUp>(scan, up, between, down.isEmpty()) &&
-           findStops<kind, plain, Direction::kDown>(scan, down, between, false)) {
-        exchangeStops(scan, up, down);
+    while (findStops<Direction::kUp>(scan, up, between, down.isEmpty()) &&
+           findStops<Direction::kDown>(scan, down, between, false)) {
+        exchangeStops(job, up, down);
         lastUp = up.stops[up.first - 1];
         lastDown = down.stops[down.first - 1];
         exchanged = true;
@@ -233,14 +211,10 @@ bool exchangeRuns(const Scan& scan, const BlockCursors& cursors) {
 
 }  // namespace
 
-bool exchangeInBlocks(SortJob& job, const DecidingKey& key, std::uint32_t pivot,
+bool exchangeInBlocks(SortJob& job, const PivotJudge& judge, std::uint32_t pivot,
                       const BlockCursors& cursors) {
-    if (key.source.kind == LeadingKind::kNone) return false;
     if (cursors.j.recordNumber - cursors.i.recordNumber < kRecordsMin) return false;
-    const Scan scan = {job, key, pivot, freeComparisons(job, key), cursors.judgedInVain};
-    return withDecidingKey(key, [&]<LeadingKind kind, bool plain>() {
-        return exchangeRuns<kind, plain>(scan, cursors);
-    });
+    return exchangeRuns({job, judge, pivot, cursors.judgedInVain}, cursors);
 }
 
 }  // namespace tvsort

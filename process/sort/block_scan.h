@@ -18,7 +18,7 @@
 #pragma once
 
 #include "process/job/sort_job.h"
-#include "process/sort/deciding_key.h"
+#include "process/sort/pivot_judge.h"
 #include "process/storage/record_address.h"
 
 namespace tvsort {
@@ -37,8 +37,8 @@ struct BlockCursors {
 // Makes the exchanges between i and j that lie in the cursors' blocks. True when there was one: the
 // cursors stand at the last pair exchanged. False otherwise: they have moved over records that stop
 // no scan, if at all. Sets `compareState` and the dirty flags as the plain scans do. `pivot` is the
-// place of the pivot's copy, the reference of `key`.
-bool exchangeInBlocks(SortJob& job, const DecidingKey& key, std::uint32_t pivot,
+// place of the pivot's copy, by which `judge` is able to judge.
+bool exchangeInBlocks(SortJob& job, const PivotJudge& judge, std::uint32_t pivot,
                       const BlockCursors& cursors);
 
 }  // namespace tvsort

@@ -51,7 +51,7 @@ struct KeyWindow {
 };
 
 // How wide a window may be, and from which width on no further word is asked. Bits that follow
-// others are looked for if there is something to be gained.
+// others are looked for if there is something to be gained; there must be one group then.
 struct WindowFit {
     std::uint32_t widthMax;
     std::uint32_t widthWanted;
@@ -75,35 +75,33 @@ inline std::uint64_t followTop(std::uint64_t difference, std::uint8_t topBit) {
     return 0 - (difference >> topBit & 1);
 }
 
-// Opens a window at `place` and fits it to the records that `visitAll` calls its argument with. The
-// window is empty only when they agree in all its words.
+// Opens a window at `place` and fits it to the records that `visitAll(look)` calls `look` with, and
+// with whether a record starts a group. The window tells records of a group apart; it is empty only
+// when those of each agree in all its words.
 template <typename VisitAll>
 void fitWindow(const NormalizedKey& key, const KeyPlace& place, const WindowFit& fit,
                VisitAll visitAll, KeyWindow& window) {
     openWindow(key, place, window);
     std::uint64_t openBits = 0;
     while (nextWord(key, fit, window, openBits)) {
-        const KeyWord word = window.words[window.wordCount].word;
+        WindowWord& at = window.words[window.wordCount];
+        const KeyWord word = at.word;
         std::uint64_t first = 0;
-        visitAll([&](const Byte* record) {
-            first = readWord(word, record);
-            return false;
-        });
-        window.words[window.wordCount].first = first;
         std::uint64_t differing = 0;
-        visitAll([&](const Byte* record) {
-            differing |= readWord(word, record) ^ first;
-            return true;
+        visitAll([&](const Byte* record, bool starts) {
+            const std::uint64_t value = readWord(word, record);
+            if (starts) first = value;
+            differing |= value ^ first;
         });
+        at.first = first;  // of the last group: misfits are asked for where there is one
         differing &= openBits;
         std::uint64_t followers = 0;
         if (fit.findFollowers && std::popcount(differing) > 1) {
             const auto topBit = static_cast<std::uint8_t>(std::bit_width(differing) - 1);
             std::uint64_t own = std::uint64_t{1} << topBit;
-            visitAll([&](const Byte* record) {
+            visitAll([&](const Byte* record, bool) {
                 const std::uint64_t difference = readWord(word, record) ^ first;
                 own |= difference ^ followTop(difference, topBit);
-                return true;
             });
             followers = differing & ~own;
         }
@@ -177,10 +175,7 @@ struct WordReader {
     WindowWord at;
 
     std::uint64_t value(const Byte* record) const {
-        KeyWord word = at.word;
-        word.kind = kind;
-        word.nullable = false;
-        return readWord(word, record);
+        return readKnownWord(at.word, kind, false, record);
     }
     std::uint64_t readFitted(const Byte* record) const { return windowShare(at, value(record)); }
     std::uint64_t read(const Byte* record, std::uint32_t& misfits) const {
@@ -197,12 +192,12 @@ struct WordReader {
 // Calls `use` with a reader of the window: one switch for a whole loop.
 template <typename Use>
 void withReader(const KeyWindow& window, Use use) {
-    if (window.wordCount == 1 && !window.words[0].word.nullable) {
-        const WindowWord& at = window.words[0];
+    const WindowWord& at = window.words[0];
+    if (window.wordCount == 1 && !at.word.nullable && !at.word.bounded) {
         if (at.word.kind == WordKind::kBytes) return use(WordReader<WordKind::kBytes>{at});
         if (at.word.kind == WordKind::kInteger) return use(WordReader<WordKind::kInteger>{at});
-        if (at.word.kind == WordKind::kDecimalHigh)
-            return use(WordReader<WordKind::kDecimalHigh>{at});
+        if (at.word.kind == WordKind::kDouble) return use(WordReader<WordKind::kDouble>{at});
+        if (at.word.kind == WordKind::kSingle) return use(WordReader<WordKind::kSingle>{at});
     }
     use(WindowReader{window});
 }

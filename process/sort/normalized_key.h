@@ -6,23 +6,30 @@
 //
 //     null mark    1 bit, where the request has indicators; the words of a null are zero
 //     integer      2, 4 or 8 bytes, the sign bit turned
-//     bytes        8 bytes a word, as they are
-//     string       its zero-filled content as bytes, then its length as an integer without sign
-//     decimal      2 words: the class's rank, the number of digits, and the digits from the highest
-//                  one on, so that leading zeros take no room:
-//
-//                      bits 60 to 63  rank   56 to 59  count   0 to 55  digits 1 to 7
-//                      bits 0 to 63   digits 8 to 15
-//
+//     float        4 or 8 bytes, its bits turned so that they order as the numbers do; the zeros
+//                  are one, and under ascending keys all that is not finite is the highest value
+//     bytes        8 bytes a word, as they are or by their weights
+//     units        4 units a word, as they are or by their weights
+//     string       its content as bytes or units, zeros behind its end, then its length
+//     decimal      2 words: the class's rank and the seven highest digits; the other eight
 //     recordFlag   1 byte, last, in the set-operation modes
 //
-// All bits of descending keys are turned, and in a negative decimal those of count and digits.
+// All bits of descending keys are turned, and in a negative decimal those of the digits.
+//
+// Not every value has a place in that order. About some the comparator has something to say: a
+// stored length above the field's, a decimal that is none, a NaN under a descending key.
+// `doubtsAbout` finds these; of two records without doubts the words tell the order, but for floats
+// that are unlike and count as equal all the same. A geometry has no words at all: the key ends
+// before it.
 
 #pragma once
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 
+#include "process/collation/collation_table.h"
 #include "process/keys/decimal_value.h"
 #include "process/keys/null_indicator.h"
 #include "protocol/messages.h"
@@ -31,31 +38,74 @@ namespace tvsort {
 
 struct SortJob;
 
-enum class WordKind : std::uint8_t { kBytes, kInteger, kDecimalHigh, kDecimalLow, kNullMark };
+enum class WordKind : std::uint8_t {
+    kBytes,
+    kInteger,
+    kLength,  // an integer of 2 bytes, which is checked
+    kSingle,
+    kDouble,
+    kWeighted,
+    kUnits,
+    kCollated,
+    kUnitCount,
+    kDecimalHigh,
+    kDecimalLow,
+    kNullMark,
+};
+
+constexpr bool isFloat(WordKind kind) {
+    return kind == WordKind::kSingle || kind == WordKind::kDouble;
+}
 
 // One word of the key, and how to read it from a record.
 struct KeyWord {
     WordKind kind;
     bool nullable;
-    std::uint8_t shift;        // kInteger: to the left
-    Byte digitTurn;            // decimals: what turns a digit of a negative one
-    std::uint32_t offset;      // bytes from the record's start
-    std::uint32_t nullOffset;  // of the indicator, where there is one
-    std::uint64_t turn;        // bits to be turned
-    std::uint64_t bits;        // bits that belong to the key; the others read as anything
+    bool bounded;  // content of a string: bytes behind its end count as zeros
+    bool ascending;
+    std::uint8_t shift;          // integers: to the left
+    Byte digitTurn;              // decimals: what turns a digit of a negative one
+    std::uint32_t offset;        // bytes from the record's start
+    std::uint32_t nullOffset;    // of the indicator, where there is one
+    std::uint32_t lengthOffset;  // of the stored length, where there is one
+    std::int32_t skippedBytes;   // of the content, before this word
+    std::int32_t contentBytes;   // strings: as many as the record has room for
+    std::int32_t lengthMax;      // strings: a stored length above it is an error
+    const Byte* weights;         // kWeighted: 256
+    std::uint64_t turn;          // bits to be turned
+    std::uint64_t bits;          // bits that belong to the key; the others read as anything
 };
 
 struct KeySegment {
     KeyWord first;  // with the bits of a word that is not the last one
     std::uint32_t words;
-    std::uint64_t lastBits;  // of the last word
+    std::uint64_t lastBits;    // of the last word
+    std::uint32_t checkCount;  // checks of the values up to this one
 };
 
 inline constexpr std::uint32_t kSegmentsMax = 3 * kKeysMax + 1;
 
+// A value that may have no place in the order.
+enum class CheckKind : std::uint8_t { kLength, kDecimal, kNumber, kDouble };
+
+struct ValueCheck {
+    CheckKind kind;
+    bool nullable;
+    bool ascending;
+    std::uint16_t lengthMax;
+    std::uint32_t offset;
+    std::uint32_t nullOffset;
+};
+
 struct NormalizedKey {
     std::uint32_t segmentCount;
+    bool isWhole;                 // no geometry ends it early
+    std::uint32_t uniqueSegment;  // of the last key in sort modes 8 and 9, or segmentCount
+    bool hasTolerantFloats;       // under ascending keys
     KeySegment segments[kSegmentsMax];
+    std::uint32_t admitted;  // doubts that are none
+    std::uint32_t checkCount;
+    ValueCheck checks[kKeysMax];
 };
 
 // A place in the key, for what goes on there.
@@ -67,82 +117,133 @@ struct KeyPlace {
 
 inline constexpr KeyPlace kKeyStart = {0, 0, ~std::uint64_t{0}};
 
-// Describes the key of the request. Needs keys that the distribution sort knows.
+// Describes the key of the request, whose rules are resolved.
 void describeKey(const SortJob& job, NormalizedKey& key);
 
-// Whether every decimal has a place in the order: none has an unknown class, and under ascending
-// keys none is invalid. A digit above 99 under a descending key has no code to be reported with; it
-// is ordered as the number that it is, and `key` takes note of it. Reads the decimals of all
-// records.
-bool decimalsHavePlaces(const SortJob& job, NormalizedKey& key);
+// What there is to say about the values of a record; they add up.
+using Doubts = std::uint32_t;
+inline constexpr Doubts kNoDoubts = 0;
+inline constexpr Doubts kNotOrdered = 1;   // a stored length too long, a NaN under a descending key
+inline constexpr Doubts kNoDecimal = 2;    // unknown class, or invalid under an ascending key
+inline constexpr Doubts kWideDecimal = 4;  // invalid, but of a known class, under a descending key
+
+// By the first `checkCount` checks.
+Doubts findDoubts(const NormalizedKey& key, std::uint32_t checkCount, const Byte* record);
+
+inline Doubts doubtsAbout(const NormalizedKey& key, const Byte* record) {
+    return key.checkCount == 0 ? kNoDoubts : findDoubts(key, key.checkCount, record);
+}
+
+// Lets wide decimals have a place: as the numbers that their digits make, above 99 too.
+void admitWideDecimals(NormalizedKey& key);
 
 inline KeyWord wordAt(const NormalizedKey& key, std::uint32_t segment, std::uint32_t word) {
     const KeySegment& found = key.segments[segment];
     KeyWord result = found.first;
     if (word + 1 == found.words) result.bits = found.lastBits;
-    if (result.kind == WordKind::kBytes) {
-        result.offset += 8 * word;
-    } else if (result.kind == WordKind::kDecimalHigh && word == 1) {
-        result.kind = WordKind::kDecimalLow;
+    if (result.kind == WordKind::kDecimalHigh) {
+        if (word == 1) result.kind = WordKind::kDecimalLow;
+        return result;
     }
+    result.offset += 8 * word;
+    result.skippedBytes += static_cast<std::int32_t>(8 * word);
     return result;
 }
 
-// A decimal's word, before direction. Its class is one that decimalsHavePlaces lets pass, unless
-// the record has changed since.
+// A decimal's word, before direction.
 inline std::uint64_t readDecimal(const Byte* value, Byte digitTurn, bool isHigh) {
-    constexpr int kRankShift = 60;
-    constexpr int kCountShift = 56;
-    constexpr std::uint64_t kCountBits = std::uint64_t{0xf} << kCountShift;
-    constexpr std::uint64_t kDigitBits = (std::uint64_t{1} << kCountShift) - 1;
+    constexpr int kRankShift = 56;
     constexpr std::uint64_t kEachByte = 0x0101010101010101;
-
     const DecimalMagnitude magnitude = decimalMagnitude(value);
     auto valueClass = static_cast<DecimalClass>(loadOnce<Byte>(value));
-    const bool isNumber = !magnitude.isZero() && (valueClass == DecimalClass::kNegative ||
-                                                  valueClass == DecimalClass::kPositive);
-    if (!isNumber) {
-        if (magnitude.isZero() && valueClass < DecimalClass::kLowest)
-            valueClass = DecimalClass::kZero;
-        return isHigh ? std::uint64_t{decimalClassRank(valueClass)} << kRankShift : 0;
-    }
-    // The digits as one number of 128 bits, moved up to its first digit that is not 0.
-    std::uint64_t high = magnitude.high;
-    std::uint64_t low = magnitude.low;
-    std::uint64_t count = kDecimalDigitCount;
-    if (high == 0) {
-        high = low;
-        low = 0;
-        count -= 8;
-    }
-    const int zeroBits = std::countl_zero(high) & ~7;
-    if (zeroBits > 0) {
-        high = high << zeroBits | low >> (64 - zeroBits);
-        low <<= zeroBits;
-        count -= static_cast<std::uint64_t>(zeroBits / 8);
-    }
-    // Without a branch: signs are as random as the values.
-    const std::uint64_t negative = 0 - std::uint64_t{valueClass == DecimalClass::kNegative};
-    const std::uint64_t turn = kEachByte * digitTurn & negative;
-    if (!isHigh) return (high << kCountShift | low >> 8) ^ turn;
-    constexpr std::uint64_t kPositiveRank = std::uint64_t{decimalClassRank(DecimalClass::kPositive)}
-                                            << kRankShift;
-    constexpr std::uint64_t kNegativeRank = std::uint64_t{decimalClassRank(DecimalClass::kNegative)}
-                                            << kRankShift;
-    const std::uint64_t rank = kPositiveRank ^ ((kPositiveRank ^ kNegativeRank) & negative);
-    return rank |
-           ((count << kCountShift ^ (kCountBits & negative)) | ((high >> 8 ^ turn) & kDigitBits));
+    if (magnitude.isZero() && valueClass < DecimalClass::kLowest) valueClass = DecimalClass::kZero;
+    const bool isNegative = valueClass == DecimalClass::kNegative;
+    const bool isNumber = isNegative || valueClass == DecimalClass::kPositive;
+    const std::uint64_t used = 0 - std::uint64_t{isNumber};
+    const std::uint64_t turn = kEachByte * digitTurn & (0 - std::uint64_t{isNegative});
+    if (!isHigh) return ((magnitude.high << kRankShift | magnitude.low >> 8) ^ turn) & used;
+    return std::uint64_t{decimalClassRank(valueClass)} << kRankShift |
+           ((magnitude.high ^ turn) >> 8 & used);
 }
 
-// The word of a record. May read up to seven bytes behind the record's end.
-inline std::uint64_t readWord(const KeyWord& word, const Byte* record) {
+// The words of values that need a table, before direction; `bytes` of the content are there, at
+// most 8.
+std::uint64_t readWeighted(const Byte* weights, const Byte* content, std::int32_t bytes);
+std::uint64_t readCollated(const Byte* content, std::int32_t bytes);
+
+inline constexpr std::uint64_t kSignBit = std::uint64_t{1} << 63;
+
+// The bits that the first `count` bytes take of a word. By a table: lengths are random, and a shift
+// by 64 is none.
+inline std::uint64_t leadingBytes(std::int32_t count) {
+    constexpr std::uint64_t kLeadingBytes[] = {
+        0,
+        0xff00000000000000,
+        0xffff000000000000,
+        0xffffff0000000000,
+        0xffffffff00000000,
+        0xffffffffff000000,
+        0xffffffffffff0000,
+        0xffffffffffffff00,
+        0xffffffffffffffff,
+    };
+    return kLeadingBytes[std::clamp(count, 0, 8)];
+}
+
+// Exchanges the bytes of each unit.
+inline std::uint64_t swapInUnits(std::uint64_t units) {
+    constexpr std::uint64_t kLowBytes = 0x00ff00ff00ff00ff;
+    return (units & kLowBytes) << 8 | (units >> 8 & kLowBytes);
+}
+
+// A float's bits in the order of the numbers. The bits of a single stand in the upper half.
+inline std::uint64_t orderedFloat(std::uint64_t bits, std::uint64_t exponent, bool ascending) {
+    const std::uint64_t magnitude = bits & ~kSignBit;
+    if (magnitude == 0) return kSignBit;  // both zeros
+    if (ascending && magnitude >= exponent) return ~std::uint64_t{0};
+    const auto sign = static_cast<std::uint64_t>(static_cast<std::int64_t>(bits) >> 63);
+    return bits ^ (sign | kSignBit);
+}
+
+// Bytes of a string's content from `word` on.
+inline std::int32_t bytesLeft(const KeyWord& word, const Byte* record) {
+    const std::int32_t length = loadOnce<std::int16_t>(record + word.lengthOffset);
+    return std::clamp(length, 0, word.contentBytes) - word.skippedBytes;
+}
+
+// The word of a record. May read up to seven bytes behind the record's end: each word begins with a
+// byte of a field, and all fields with words lie in the record. In line by force, so that a loop
+// that knows the kind of its word keeps nothing of the others.
+[[gnu::always_inline]] inline std::uint64_t readKnownWord(const KeyWord& word, WordKind kind,
+                                                          bool bounded, const Byte* record) {
+    constexpr std::uint64_t kSingleExponent = std::uint64_t{0x7f800000} << 32;
+    constexpr std::uint64_t kDoubleExponent = std::uint64_t{0x7ff} << 52;
     const Byte* const field = record + word.offset;
-    if (word.nullable && record[word.nullOffset] == kNullIndicator) return 0;
-    switch (word.kind) {
+    const std::int32_t bytes = bounded ? bytesLeft(word, record) : 8;
+    switch (kind) {
         case WordKind::kBytes:
-            return __builtin_bswap64(loadAs<std::uint64_t>(field)) ^ word.turn;
+            return (__builtin_bswap64(loadAs<std::uint64_t>(field)) & leadingBytes(bytes)) ^
+                   word.turn;
         case WordKind::kInteger:
+        case WordKind::kLength:
             return loadAs<std::uint64_t>(field) << word.shift ^ word.turn;
+        case WordKind::kSingle:
+            return orderedFloat(std::uint64_t{loadAs<std::uint32_t>(field)} << 32, kSingleExponent,
+                                word.ascending) ^
+                   word.turn;
+        case WordKind::kDouble:
+            return orderedFloat(loadAs<std::uint64_t>(field), kDoubleExponent, word.ascending) ^
+                   word.turn;
+        case WordKind::kWeighted:
+            return readWeighted(word.weights, field, bytes) ^ word.turn;
+        case WordKind::kUnits:
+            return (swapInUnits(__builtin_bswap64(loadAs<std::uint64_t>(field))) &
+                    leadingBytes(bytes & ~1)) ^
+                   word.turn;
+        case WordKind::kCollated:
+            return readCollated(field, bytes) ^ word.turn;
+        case WordKind::kUnitCount:
+            return static_cast<std::uint64_t>(bytes / 2) << 48 ^ word.turn;
         case WordKind::kDecimalHigh:
             return readDecimal(field, word.digitTurn, true) ^ word.turn;
         case WordKind::kDecimalLow:
@@ -153,8 +254,18 @@ inline std::uint64_t readWord(const KeyWord& word, const Byte* record) {
     return (*field == kNullIndicator ? ~std::uint64_t{0} : 0) ^ word.turn;
 }
 
-// Below 0, 0 or above 0: how the key of `left` from `place` on stands to that of `right`.
-int compareKeys(const NormalizedKey& key, const KeyPlace& place, const Byte* left,
-                const Byte* right);
+// The same for any word; that of a null is zeros.
+std::uint64_t readWord(const KeyWord& word, const Byte* record);
+
+// How the key of one record stands to that of another: below 0, 0 or above 0, and in which segment
+// that shows.
+struct KeyOrder {
+    int order;
+    std::uint32_t segment;
+};
+
+// Compares the keys from `place` on.
+KeyOrder compareKeys(const NormalizedKey& key, const KeyPlace& place, const Byte* left,
+                     const Byte* right);
 
 }  // namespace tvsort

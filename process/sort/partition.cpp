@@ -1,5 +1,6 @@
 #include "process/sort/partition.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cstdlib>
 #include <cstring>
@@ -7,7 +8,7 @@
 
 #include "process/keys/record_precedes.h"
 #include "process/sort/block_scan.h"
-#include "process/sort/deciding_key.h"
+#include "process/sort/pivot_judge.h"
 #include "process/sort/record_array.h"
 #include "process/storage/page_pool.h"
 #include "process/storage/server_watch.h"
@@ -23,11 +24,17 @@ constexpr std::int32_t kRandomPivotDistance = 100;
 // in vain than the cursors have passed.
 constexpr std::int32_t kVainJudgementsMax = 256;
 
+// A judge costs as much as a few comparisons: shorter ranges do without.
+constexpr std::int32_t kJudgedDistance = 16;
+constexpr int kSampleMax = 3;
+
+PivotJudge judge;
+
 // One partition at work.
 struct Partition {
     HeldRange& held;
     std::uint32_t pivot;  // place of the pivot's copy
-    DecidingKey key;
+    const NormalizedKey& key;
     std::int32_t iLast;   // last record of i's block
     std::int32_t jFirst;  // first record of j's block
 };
@@ -91,31 +98,34 @@ bool stepDown(SortJob& job, Partition& partition) {
     return crossBlock(job, partition.held, j, partition.held.i);
 }
 
+// Where a record stands to the pivot; open when there is no judge.
+Verdict verdictOn(SortJob& job, std::uint32_t place) {
+    if (!judge.isAble) return Verdict::kOpen;
+    const Verdict verdict = judgeRecord(judge, recordAt(job, place));
+    if (verdict != Verdict::kOpen) job.compareState = 1;
+    return verdict;
+}
+
 // Whether record i comes before the pivot.
-template <LeadingKind kind, bool plain>
 bool precedesPivot(SortJob& job, const Partition& partition) {
     const std::uint32_t i = partition.held.i.offset;
-    const Verdict verdict = judge<kind, plain>(partition.key, recordAt(job, i));
-    if (verdict.open != 0) return recordPrecedes(job, i, partition.pivot);
-    if (verdict.differs() != 0) job.compareState = 1;
-    return verdict.before != 0;
+    const Verdict verdict = verdictOn(job, i);
+    return verdict == Verdict::kOpen ? recordPrecedes(job, i, partition.pivot)
+                                     : verdict == Verdict::kBefore;
 }
 
 // Whether the pivot comes before record j.
-template <LeadingKind kind, bool plain>
 bool pivotPrecedes(SortJob& job, const Partition& partition) {
     const std::uint32_t j = partition.held.j.offset;
-    const Verdict verdict = judge<kind, plain>(partition.key, recordAt(job, j));
-    if (verdict.open != 0) return recordPrecedes(job, partition.pivot, j);
-    if (verdict.differs() != 0) job.compareState = 1;
-    return verdict.behind != 0;
+    const Verdict verdict = verdictOn(job, j);
+    return verdict == Verdict::kOpen ? recordPrecedes(job, partition.pivot, j)
+                                     : verdict == Verdict::kBehind;
 }
 
 // Moves i up to the first record that does not precede the pivot.
-template <LeadingKind kind, bool plain>
 bool scanUp(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (precedesPivot<kind, plain>(job, partition)) {
+    while (precedesPivot(job, partition)) {
         if (held.i.recordNumber == held.high.recordNumber) break;
         if (!stepUp(job, partition)) return false;
     }
@@ -123,10 +133,9 @@ bool scanUp(SortJob& job, Partition& partition) {
 }
 
 // Moves j down to the first record that the pivot does not precede.
-template <LeadingKind kind, bool plain>
 bool scanDown(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (pivotPrecedes<kind, plain>(job, partition)) {
+    while (pivotPrecedes(job, partition)) {
         if (held.j.recordNumber == held.low.recordNumber) break;
         if (!stepDown(job, partition)) return false;
     }
@@ -142,11 +151,10 @@ bool copyPivot(SortJob& job, const Partition& partition) {
 }
 
 // The two scans and the exchange of the records where they stop. False when a scan failed.
-template <LeadingKind kind, bool plain>
 bool scanAndExchange(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    if (!scanUp<kind, plain>(job, partition)) return false;
-    if (!scanDown<kind, plain>(job, partition)) return false;
+    if (!scanUp(job, partition)) return false;
+    if (!scanDown(job, partition)) return false;
     if (held.i.recordNumber < held.j.recordNumber) {
         exchangeRecords(recordAt(job, held.i.offset), recordAt(job, held.j.offset),
                         job.recordLength);
@@ -162,7 +170,6 @@ std::int32_t recordsPassed(const HeldRange& held) {
 }
 
 // Scans and exchanges, from both ends to where the cursors meet.
-template <LeadingKind kind, bool plain>
 void movePast(SortJob& job, Partition& partition) {
     HeldRange& held = partition.held;
     std::int32_t judgedInVain = 0;
@@ -171,8 +178,8 @@ void movePast(SortJob& job, Partition& partition) {
                                       judgedInVain};
         const bool paysOff = judgedInVain - kVainJudgementsMax <= recordsPassed(held);
         const bool exchanged =
-            paysOff && exchangeInBlocks(job, partition.key, partition.pivot, cursors);
-        if (!exchanged && !scanAndExchange<kind, plain>(job, partition)) return;
+            paysOff && judge.isAble && exchangeInBlocks(job, judge, partition.pivot, cursors);
+        if (!exchanged && !scanAndExchange(job, partition)) return;
         if (held.i.recordNumber <= held.j.recordNumber) {
             // The cursors may pass each other by one, but leave the data set for no comparison.
             if (held.i.recordNumber != job.recordCount && !stepUp(job, partition)) return;
@@ -182,23 +189,32 @@ void movePast(SortJob& job, Partition& partition) {
     } while (held.i.recordNumber <= held.j.recordNumber);
 }
 
+// Appoints the judge by the pivot, both ends and records between them in the ends' blocks.
+void appointForRange(SortJob& job, const Partition& partition) {
+    const HeldRange& held = partition.held;
+    const std::int32_t distance = held.high.recordNumber - held.low.recordNumber;
+    judge.isAble = false;
+    if (distance < kJudgedDistance) return;
+    const Byte* const sample[kSampleMax] = {recordAt(job, partition.pivot),
+                                            recordAt(job, held.low.offset),
+                                            recordAt(job, held.high.offset)};
+    appointJudge(partition.key, sample, kSampleMax, judge);
+}
+
 }  // namespace
 
-void partitionRange(SortJob& job, HeldRange& held) {
+void partitionRange(SortJob& job, const NormalizedKey& key, HeldRange& held) {
     assert(poolIsSane(job) && pinsAreFew(job));
     const auto distance = static_cast<std::size_t>(held.high.recordNumber - held.low.recordNumber);
     watchServer(job, distance * job.recordLength);
-    Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), {}, 0, 0};
+    Partition partition = {held, static_cast<std::uint32_t>(job.memoryBytes), key, 0, 0};
     if (!copyPivot(job, partition)) return;
     held.i = held.low;
     held.j = held.high;
     partition.iLast = lastRecordOfBlock(job, blockOfRecord(job, held.i.recordNumber));
     partition.jFirst = firstRecordOfBlock(job, blockOfRecord(job, held.j.recordNumber));
-    partition.key =
-        chooseDecidingKey(job, recordAt(job, partition.pivot), recordAt(job, held.low.offset),
-                          recordAt(job, held.high.offset));
-    withDecidingKey(partition.key,
-                    [&]<LeadingKind kind, bool plain>() { movePast<kind, plain>(job, partition); });
+    appointForRange(job, partition);
+    movePast(job, partition);
     assert(poolIsSane(job) && pinsAreFew(job));
 }
 

@@ -20,6 +20,7 @@
 #pragma once
 
 #include "process/job/sort_job.h"
+#include "process/sort/normalized_key.h"
 #include "process/storage/record_address.h"
 
 namespace tvsort {
@@ -33,9 +34,9 @@ struct HeldRange {
 
 // Partitions low to high, whose frames are pinned. Afterwards low to j do not come after the pivot
 // and i to high do not come before it, and the frames of all four are pinned; `compareState` has
-// become 1 unless all records equal the pivot. Changed frames are dirty. The pool and the
-// comparator raise their codes; what was moved until then stays moved.
-void partitionRange(SortJob& job, HeldRange& held);
+// become 1 unless all records equal the pivot. `key` is the request's. Changed frames are dirty.
+// The pool and the comparator raise their codes; what was moved until then stays moved.
+void partitionRange(SortJob& job, const NormalizedKey& key, HeldRange& held);
 
 // Unpins `released`'s frame unless it is the frame of one of the others.
 void unpinUnlessHeld(SortJob& job, const HeldRecord& released, const HeldRecord& first,

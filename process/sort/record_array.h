@@ -17,15 +17,30 @@ struct RecordArray {
     std::uint32_t recordLength;
     std::uint32_t recordsPerBlock;
     std::size_t blockBytes;
+    std::uint64_t reciprocal;  // of recordsPerBlock, in units of 2^-64
 
+    // The block of a record: index / recordsPerBlock, exact for every index because the product
+    // falls short by less than index x recordsPerBlock / 2^64, below one part in recordsPerBlock. A
+    // division would take as long as the rest of a step of the permutation.
+    std::uint32_t blockOf(std::uint32_t index) const {
+        __extension__ using Wide = unsigned __int128;
+        return static_cast<std::uint32_t>((Wide{index} + 1) * reciprocal >> 64);
+    }
     Byte* at(std::uint32_t index) const {
-        return first + index / recordsPerBlock * blockBytes +
-               std::size_t{index % recordsPerBlock} * recordLength;
+        const std::uint32_t block = blockOf(index);
+        return first + block * blockBytes +
+               std::size_t{index - block * recordsPerBlock} * recordLength;
     }
 };
 
+inline RecordArray recordsInBlocks(Byte* first, std::uint32_t count, std::uint32_t recordLength,
+                                   std::uint32_t recordsPerBlock, std::size_t blockBytes) {
+    return {first,           count,      recordLength,
+            recordsPerBlock, blockBytes, ~std::uint64_t{0} / recordsPerBlock};
+}
+
 inline RecordArray packedRecords(Byte* first, std::uint32_t count, std::uint32_t recordLength) {
-    return {first, count, recordLength, std::max(count, 1U), 0};
+    return recordsInBlocks(first, count, recordLength, std::max(count, 1U), 0);
 }
 
 // Calls `visit` with each record from index `begin` up to, not including, `end`, in order.
@@ -39,6 +54,26 @@ void visitRecords(const RecordArray& array, std::uint32_t begin, std::uint32_t e
             visit(record);
         begin += here;
     }
+}
+
+// Calls `visit` with every step-th record, from the first on.
+template <typename Visit>
+void visitEvery(const RecordArray& array, std::uint32_t step, Visit visit) {
+    if (step == 1) return visitRecords(array, 0, array.count, visit);
+    for (std::uint32_t i = 0; i < array.count; i += step)
+        visit(array.at(i));
+}
+
+// Asks for a record that is looked at or moved soon; of long ones the processor asks for the rest
+// by itself. In line by force: to the compiler a function that only prefetches has no effect, and
+// goes.
+[[gnu::always_inline]] inline void prefetchRecord(const Byte* record, std::uint32_t length) {
+    constexpr std::uint32_t kPrefetchedBytesMax = 256;
+    constexpr std::uint32_t kLineBytes = 64;
+    const std::uint32_t bytes = std::min(length, kPrefetchedBytesMax);
+    for (std::uint32_t at = 0; at < bytes; at += kLineBytes)
+        __builtin_prefetch(record + at, 1);
+    __builtin_prefetch(record + bytes - 1, 1);
 }
 
 // Copies `length` bytes. A call of memcpy costs as much as the few loads and stores of a record, so

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "process/sort/distribution_choice.h"
-#include "process/sort/distribution_sort.h"
+#include "process/sort/entry_sort.h"
+#include "process/sort/normalized_key.h"
 #include "process/sort/partition.h"
 #include "process/sort/range_insertion.h"
 #include "process/sort/short_range.h"
@@ -12,6 +12,8 @@
 namespace tvsort {
 
 namespace {
+
+NormalizedKey normalizedKey;
 
 // Takes the top range off the stack. Raises 1405 for a depth that cannot be.
 RecordRange popRange(SortJob& job) {
@@ -58,7 +60,7 @@ void keepSmallerPart(SortJob& job, HeldRange& held) {
 
 // Sorts a short range in one block if its records differ enough.
 bool trySortingShort(SortJob& job, const HeldRange& held, Byte* scratch) {
-    if (!sortShortRange(job, held.low, held.high, scratch)) return false;
+    if (!sortShortRange(job, normalizedKey, held.low, held.high, scratch)) return false;
     // A partition would have asked for the pivot's block: it becomes the one used last.
     if (held.high.recordNumber - held.low.recordNumber >= kInsertionDistance)
         addressRecord(job, held.low.recordNumber);
@@ -80,7 +82,7 @@ void sortRange(SortJob& job, const RecordRange& range, Byte* scratch) {
             }
         }
         job.compareState = 0;
-        partitionRange(job, held);
+        partitionRange(job, normalizedKey, held);
         if (failed(job)) return;
         if (job.compareState == 0) {
             // Every record equals the pivot: nothing is left to do in this range.
@@ -96,6 +98,7 @@ void sortRange(SortJob& job, const RecordRange& range, Byte* scratch) {
 }
 
 void quicksort(SortJob& job, Byte* scratch) {
+    describeKey(job, normalizedKey);
     // The pivot's copy stands in the spare block behind the frames.
     job.memoryBytes = static_cast<std::int32_t>(static_cast<std::uint32_t>(job.memoryBlocks) *
                                                 static_cast<std::uint32_t>(job.pagesPerBlock) *
@@ -113,11 +116,7 @@ void quicksort(SortJob& job, Byte* scratch) {
 }  // namespace
 
 void sortRecords(SortJob& job, Byte* scratch) {
-    if (distributionSortApplies(job)) {
-        distributionSort(job);
-    } else {
-        quicksort(job, scratch);
-    }
+    if (!sortByEntries(job, scratch)) quicksort(job, scratch);
 }
 
 void pushRange(SortJob& job, std::int32_t low, std::int32_t high) {

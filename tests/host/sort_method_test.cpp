@@ -1,5 +1,5 @@
 // The forecast of the method against the process, which betrays its method by what it does with
-// equal records: the distribution sort keeps their order, the quicksort does not.
+// equal records: by entries and by a copy it keeps their order, by comparing it does not.
 
 #include "host/sort_method.h"
 
@@ -13,17 +13,16 @@
 namespace tvsort::host {
 namespace {
 
-constexpr std::uint16_t kRecordLength = 40;
-constexpr std::uint16_t kNumberOffset = 32;
+constexpr std::uint16_t kNumberOffset = 16;
+constexpr std::int32_t kFramesMin = 5;
 constexpr std::int32_t kBlockPages = 2;
 
 // A key of few values in each field, and a number that is no key.
-std::vector<Byte> recordOf(std::int32_t number, bool dirtyString) {
-    std::vector<Byte> record(kRecordLength);
+std::vector<Byte> recordOf(std::int32_t number, std::uint16_t recordLength) {
+    std::vector<Byte> record(recordLength);
     storeAs(record.data(), number % 7);
     storeAs(record.data() + 8, std::uint16_t{1});
     record[10] = static_cast<Byte>('a' + number % 3);
-    if (dirtyString && number == 5) record[12] = 1;
     storeAs(record.data() + kNumberOffset, number);
     return record;
 }
@@ -32,7 +31,7 @@ struct Case {
     const char* name;
     std::vector<KeyDescriptor> keys;
     std::int32_t recordCount;
-    bool dirtyString;
+    std::uint16_t recordLength;
     MethodReason reason;  // with frames in plenty
 };
 
@@ -45,22 +44,20 @@ bool sortsStably(const Case& c, std::int32_t frames, MethodForecast& forecast) {
     RequestBuilder request;
     for (const KeyDescriptor& key : c.keys)
         request.addKey(key);
-    MethodForecaster forecaster(request);
     std::int32_t next = 0;
-    const Geometry geometry = chooseGeometry(kRecordLength, kBlockPages);
+    const Geometry geometry = chooseGeometry(c.recordLength, kBlockPages);
     const SortResult result =
         server.slot(1).sort(request, geometry, [&](Byte* target, std::size_t) -> std::size_t {
             if (next == c.recordCount) return 0;
-            const std::vector<Byte> record = recordOf(next++, c.dirtyString);
-            forecaster.look(record.data());
+            const std::vector<Byte> record = recordOf(next++, c.recordLength);
             std::copy(record.begin(), record.end(), target);
             return 1;
         });
-    forecast = forecaster.forecast(geometry, result.loaded.extent, frames);
+    forecast = forecastMethod(request, geometry, result.loaded.extent, frames);
     std::vector<std::vector<Byte>> sorted;
     result.read([&](const Byte* records, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i)
-            sorted.emplace_back(records + i * kRecordLength, records + (i + 1) * kRecordLength);
+            sorted.emplace_back(records + i * c.recordLength, records + (i + 1) * c.recordLength);
     });
     const auto isAsSorted = [&](const std::vector<Byte>& left, const std::vector<Byte>& right) {
         const bool sameKey = std::equal(left.begin(), left.begin() + 11, right.begin());
@@ -78,26 +75,39 @@ TEST(MethodForecast, IsWhatTheProcessDoes) {
     const KeyDescriptor string = descendingKey(DataType::kString, 8, 10);
     const KeyDescriptor byte = ascendingKey(DataType::kSingleByte, 10, 1);
     const Case cases[] = {
-        {"integer", {integer}, 10000, false, MethodReason::kDistributes},
-        {"few", {integer}, 9999, false, MethodReason::kFewRecords},
-        {"string", {string, integer}, 12345, false, MethodReason::kDistributes},
-        {"dirty string", {integer, string}, 12345, true, MethodReason::kStringRest},
-        {"byte", {integer, byte}, 12345, false, MethodReason::kKeyType},
+        {"few", {integer}, 199, 40, MethodReason::kFewRecords},
+        {"integer", {integer}, 200, 40, MethodReason::kEntries},
+        {"string", {string, integer}, 12345, 40, MethodReason::kEntries},
+        {"byte", {integer, byte}, 12345, 24, MethodReason::kEntries},
+        {"integer of a short record", {integer}, 10000, 24, MethodReason::kCopies},
+        {"one fewer", {integer}, 9999, 24, MethodReason::kEntries},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         MethodForecast forecast = {};
         constexpr std::int32_t kPlenty = 400;
-        const bool distributes = c.reason == MethodReason::kDistributes;
-        EXPECT_EQ(sortsStably(c, kPlenty, forecast), distributes);
+        const bool stable = c.reason == MethodReason::kEntries || c.reason == MethodReason::kCopies;
+        EXPECT_EQ(sortsStably(c, kPlenty, forecast), stable);
         EXPECT_EQ(forecast.reason, c.reason);
-        if (!distributes) continue;
+        if (!stable) continue;
         const auto wanted = static_cast<std::int32_t>(forecast.framesWanted);
-        EXPECT_TRUE(sortsStably(c, wanted, forecast));
-        EXPECT_EQ(forecast.reason, MethodReason::kDistributes);
+        EXPECT_TRUE(sortsStably(c, std::max(wanted, kFramesMin), forecast));
+        EXPECT_NE(forecast.reason, MethodReason::kTooFewFrames);
+        if (wanted <= kFramesMin) continue;
         EXPECT_FALSE(sortsStably(c, wanted - 1, forecast));
         EXPECT_EQ(forecast.reason, MethodReason::kTooFewFrames);
     }
+}
+
+TEST(MethodForecast, NamesTheKeyThatMustBeCompared) {
+    KeyDescriptor geometry = ascendingKey(DataType::kString, 12, 2);
+    geometry.geometryType = 1;
+    RequestBuilder request;
+    request.addKey(ascendingKey(DataType::kFloat, 0, 8)).addKey(geometry);
+    const Geometry blocks = chooseGeometry(40, kBlockPages);
+    const MethodForecast forecast = forecastMethod(request, blocks, {1000, 5}, 100);
+    EXPECT_EQ(forecast.reason, MethodReason::kKeyType);
+    EXPECT_EQ(forecast.keyIndex, 1U);
 }
 
 }  // namespace

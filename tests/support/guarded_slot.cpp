@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "process/service/channel.h"
-#include "process/sort/distribution_choice.h"
+#include "process/sort/entry_sort.h"
 
 namespace tvsort::test {
 
@@ -51,7 +51,7 @@ void GuardedSlot::poisonUnused(const SortRequest& request) const {
     const std::int64_t frames =
         blocksFit ? layout_.pagesPerBlock / request.blockPages * layout_.memoryBlocks : 0;
     if (request.fileBlocks < 0 || request.fileBlocks > frames ||
-        request.recordCount >= kDistributionRecordsMin) {
+        request.recordCount >= kEntryRecordsMin) {
         return;
     }
     const std::int64_t blockBytes = request.blockPages * kPageBytes;

@@ -28,7 +28,6 @@ constexpr std::uint64_t kMemoryPagesMax = std::uint64_t{1} << 21;
 // What one request would have to do.
 struct Question {
     host::RequestBuilder request;
-    host::MethodForecaster forecaster;
     std::int32_t recordCount = 0;
 };
 
@@ -37,12 +36,10 @@ class QuestionList {
   public:
     SortStats take(const host::RequestBuilder& request, std::uint16_t recordLength,
                    const host::RecordSource& source) {
-        Question question = {request, host::MethodForecaster(request)};
+        Question question = {request};
         std::vector<Byte> piece(kPieceRecords * recordLength);
         while (const std::size_t count = source(piece.data(), kPieceRecords)) {
             throwIfInterrupted();
-            for (std::size_t i = 0; i < count; ++i)
-                question.forecaster.look(piece.data() + i * recordLength);
             question.recordCount += static_cast<std::int32_t>(count);
         }
         questions_.push_back(std::move(question));
@@ -72,8 +69,8 @@ Prospect prospectIn(const MemoryPlan& plan, std::uint16_t recordLength, const Qu
         static_cast<std::int32_t>((std::int64_t{question.recordCount} + perBlock - 1) / perBlock)};
     prospect.frameCount = plan.pages / plan.blockPages;
     prospect.fits = prospect.extent.fileBlocks <= prospect.frameCount;
-    prospect.method =
-        question.forecaster.forecast(prospect.geometry, prospect.extent, prospect.frameCount);
+    prospect.method = host::forecastMethod(question.request, prospect.geometry, prospect.extent,
+                                           prospect.frameCount);
     return prospect;
 }
 
@@ -93,8 +90,9 @@ std::uint64_t leastFor(const std::function<bool(std::uint64_t pages)>& holds, st
     return high;
 }
 
-bool distributes(const Prospect& prospect) {
-    return prospect.method.reason == host::MethodReason::kDistributes;
+bool doesNotCompare(const Prospect& prospect) {
+    return prospect.method.reason == host::MethodReason::kEntries ||
+           prospect.method.reason == host::MethodReason::kCopies;
 }
 
 class Explanation {
@@ -135,31 +133,37 @@ class Explanation {
 
     std::string method() const {
         const auto& keys = question_.request.keys();
+        const std::int64_t frames = now_.method.framesWanted;
         switch (now_.method.reason) {
-            case host::MethodReason::kDistributes:
+            case host::MethodReason::kEntries:
                 return fmt::format(
-                    "distribution sort: the bytes of the keys say it all, and {} frames are "
-                    "enough for the blocks and a copy of the records; quicksort below {}",
-                    now_.method.framesWanted, changeAt(distributes));
+                    "entry sort: {} frames are enough for the blocks and an entry for each "
+                    "record; quicksort below {}{}",
+                    frames, changeAt(doesNotCompare), floatNote());
+            case host::MethodReason::kCopies:
+                return fmt::format(
+                    "copy sort: {} frames are enough for the blocks and for entries or a copy; "
+                    "quicksort below {}",
+                    frames, changeAt(doesNotCompare));
             case host::MethodReason::kHierarchy:
                 return "hierarchy sort, in any memory";
             case host::MethodReason::kFewRecords:
                 return fmt::format("quicksort, in any memory: there are fewer than {} records",
-                                   host::kDistributionCountMin);
+                                   host::kEntryCountMin);
             case host::MethodReason::kKeyType:
                 return fmt::format("quicksort, in any memory: key {}, {}, must be compared",
                                    now_.method.keyIndex + 1, typeWord(keys[now_.method.keyIndex]));
-            case host::MethodReason::kStringRest:
-                return fmt::format(
-                    "quicksort, in any memory: not all fields of key {} are zero behind the value",
-                    now_.method.keyIndex + 1);
             case host::MethodReason::kTooFewFrames:
                 break;
         }
         return fmt::format(
-            "quicksort: a copy of the records beside the blocks wants {} frames; distribution "
-            "sort from {} on",
-            now_.method.framesWanted, changeAt(distributes));
+            "quicksort: entries beside the blocks want {} frames; entry or copy sort from {} on{}",
+            frames, changeAt(doesNotCompare), floatNote());
+    }
+
+    std::string floatNote() const {
+        if (!now_.method.unlessFloatsTie) return "";
+        return ", and where unlike floats count as equal";
     }
 
     // The least --memory at which it holds, taken for one from which on it holds; empty where that

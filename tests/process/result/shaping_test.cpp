@@ -22,7 +22,7 @@ const Pool kPools[] = {{{5, 1}, 1}, {{5, 2}, 1}, {{5, 2}, 2}, {{7, 3}, 1}, {{400
 // anew, and in the set-operation modes the operand's tag counts as one more key, as it does for
 // equal records there.
 Records sortedByProcess(ServedJob& served, const Records& records, const Geometry& geometry,
-                        std::vector<KeyDescriptor> keys, SortMode mode) {
+                        std::vector<KeyDescriptor> keys, SortMode mode, std::int32_t emptyBlocks) {
     if (mode >= SortMode::kIntersect && mode <= SortMode::kExceptAll) {
         KeyDescriptor tag = keys[1];
         tag.dataType = static_cast<std::uint8_t>(DataType::kSingleByte);
@@ -31,7 +31,10 @@ Records sortedByProcess(ServedJob& served, const Records& records, const Geometr
         keys.push_back(tag);
     }
     srand(1);
-    return served.sort(records, geometry, keys);
+    Request request = served.lay(records, geometry);
+    request.keys = keys;
+    request.head.fileBlocks += emptyBlocks;
+    return served.result(served.ask(request));
 }
 
 class Shaping : public testing::TestWithParam<int> {};
@@ -51,15 +54,16 @@ TEST_P(Shaping, AgreesWithTheModelOnRandomWorlds) {
         if (mode >= SortMode::kIntersect && mode <= SortMode::kExceptAll) thinOut(records, keys);
 
         ServedJob served(pool.layout);
-        const Records sorted = sortedByProcess(served, records, geometry, keys, mode);
+        // Blocks that no record fills may be announced.
+        const auto emptyBlocks = static_cast<std::int32_t>(seed % 7 == 0 ? random() % 20 : 0);
+        const Records sorted = sortedByProcess(served, records, geometry, keys, mode, emptyBlocks);
         std::int32_t groupCount = 0;
         const Records expected = shapedByModel(sorted, keys, mode, groupCount);
         srand(1);
         Request request = served.lay(records, geometry);
         request.keys = keys;
         request.head.sortMode = static_cast<std::uint16_t>(mode);
-        // Blocks that no record fills may be announced.
-        if (seed % 7 == 0) request.head.fileBlocks += static_cast<std::int32_t>(random() % 20);
+        request.head.fileBlocks += emptyBlocks;
         const Answer answer = served.ask(request);
         ASSERT_EQ(answer.errorCode(), ErrorCode::kSuccess);
         EXPECT_EQ(served.result(answer), expected);
@@ -133,7 +137,8 @@ TEST(RowLimit, IsExtendedOverTiesAndNeverBeyondTheRecords) {
                                    .recordsPerBlock = 7,
                                    .recordLength = kWorldRecordLength};
         ServedJob served(pool.layout);
-        const Records sorted = sortedByProcess(served, records, geometry, keys, SortMode::kOrder);
+        const Records sorted =
+            sortedByProcess(served, records, geometry, keys, SortMode::kOrder, 0);
         const auto limit = static_cast<std::int32_t>(1 + random() % 520);
         srand(1);
         const Records limited = served.sort(records, geometry, keys, SortMode::kOrder, limit);

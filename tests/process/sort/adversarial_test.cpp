@@ -85,14 +85,17 @@ extern "C" bool __wrap__ZN6tvsort14recordPrecedesERNS_7SortJobEjj(tvsort::SortJo
 namespace tvsort::test {
 namespace {
 
-constexpr std::uint16_t kRecordBytes = 40;
+constexpr std::uint16_t kRecordBytes = 44;
 constexpr std::uint16_t kKeyOffset = 6;
+constexpr std::uint16_t kNullsOffset = 42;
 
 // Numbered records, in blocks of few, so that every range spans many.
 Records numberedRecords(std::size_t count) {
     Records records(count, Bytes(kRecordBytes, 0));
-    for (std::size_t i = 0; i < count; ++i)
+    for (std::size_t i = 0; i < count; ++i) {
         storeAs(records[i].data(), static_cast<std::uint32_t>(i));
+        records[i][kNullsOffset] = 1;
+    }
     return records;
 }
 
@@ -103,8 +106,8 @@ Records withValues(const std::vector<std::int32_t>& values) {
     return records;
 }
 
-// Sorts with every comparison counted: behind a key that is skipped none is decided by its leading
-// digits. Expects what holds for every input: all records are there, the stack stays within its
+// Sorts with every comparison counted: behind a geometry, which is null here, no word of a key is
+// read. Expects what holds for every input: all records are there, the stack stays within its
 // logarithm and the comparisons within their square.
 Watch countedSort(const Records& records, KeyDescriptor key, unsigned seed,
                   Adversary* adversary = nullptr, Records* result = nullptr) {
@@ -112,10 +115,12 @@ Watch countedSort(const Records& records, KeyDescriptor key, unsigned seed,
     const auto count = static_cast<std::int64_t>(records.size());
     Watch counted = {.adversary = adversary};
     key.orderNumber = 2;
+    KeyDescriptor geometry = ascendingKey(DataType::kString, 0, 2, 1);
+    geometry.geometryType = 1;
     srand(seed);
     watch = &counted;
     Records sorted = served.sort(records, {.recordsPerBlock = 25, .recordLength = kRecordBytes},
-                                 {ascendingKey(DataType::kNone, 0, 0, 1), key});
+                                 {geometry, key, nullIndicators(kNullsOffset)});
     watch = nullptr;
     EXPECT_GE(counted.comparisons, count - 1) << "not every comparison is counted";
     EXPECT_LE(counted.comparisons, (count + 5) * count / 2);

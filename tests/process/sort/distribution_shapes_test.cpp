@@ -8,7 +8,7 @@
 
 #include "process/keys/decimal_value.h"
 #include "process/keys/record_precedes.h"
-#include "process/sort/distribution_choice.h"
+#include "process/sort/entry_sort.h"
 #include "tests/support/small_world.h"
 
 namespace tvsort::test {
@@ -42,7 +42,7 @@ void expectStableSort(const Records& records, const std::vector<KeyDescriptor>& 
     const auto length = static_cast<std::uint16_t>(records[0].size());
     ServedJob roomy({frames, 1});
     const Records sorted = roomy.sort(records, {.recordLength = length}, keys);
-    ASSERT_TRUE(distributionSortApplies(roomy.job()));
+    ASSERT_TRUE(isExpectedStable(roomy.job()));
     ServedJob comparing;
     comparing.sort({records[0], records[1]}, {.recordLength = length}, keys);
     std::vector<bool> seen(records.size());

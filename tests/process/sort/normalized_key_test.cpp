@@ -38,21 +38,25 @@ TEST(NormalizedKey, WordsAreThoseOfTheFormat) {
          DataType::kString,
          5,
          fieldOf({2, 0, 0x61, 0x62, 0}),
-         {0x6162000000000000, 0x0002000000000000}},
-        {"zero", DataType::kDecimal, 16, fieldOf({2}), {0x2000000000000000, 0}},
+         {0x6162000000000000, 0x8002000000000000}},
+        {"zero", DataType::kDecimal, 16, fieldOf({2}), {0x0200000000000000, 0}},
         {"lowest", DataType::kDecimal, 16, fieldOf({3, 7}), {0, 0}},
-        {"highest", DataType::kDecimal, 16, fieldOf({4}), {0x4000000000000000, 0}},
-        {"205", DataType::kDecimal, 16, fieldOf({2, 5, 2}), {0x3202050000000000, 0}},
+        {"highest", DataType::kDecimal, 16, fieldOf({4}), {0x0400000000000000, 0}},
+        {"205",
+         DataType::kDecimal,
+         16,
+         fieldOf({2, 5, 2}),
+         {0x0300000000000000, 0x0000000000000205}},
         {"-205",
          DataType::kDecimal,
          16,
          fieldOf({1, 5, 2}),
-         {0x1d7d7a7f7f7f7f7f, 0x7f7f7f7f7f7f7f7f}},
+         {0x017f7f7f7f7f7f7f, 0x7f7f7f7f7f7f7d7a}},
         {"fifteen digits",
          DataType::kDecimal,
          16,
          fieldOf({2, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1}),
-         {0x3f01020304050607, 0x08090a0b0c0d0e0f}},
+         {0x0301020304050607, 0x08090a0b0c0d0e0f}},
     };
     ServedJob served;
     for (const Case& c : cases) {
@@ -84,10 +88,10 @@ TEST(NormalizedKey, OrdersRecordsAsTheComparatorDoes) {
         KeyWorld world(seed, 40);
         NormalizedKey key;
         describeKey(world.job(), key);
-        ASSERT_TRUE(decimalsHavePlaces(world.job(), key));
         for (int i = 0; i < 40; ++i) {
             for (int j = 0; j < 40; ++j) {
-                const int order = compareKeys(key, kKeyStart, world.record(i), world.record(j));
+                const int order =
+                    compareKeys(key, kKeyStart, world.record(i), world.record(j)).order;
                 EXPECT_EQ(order < 0, recordPrecedes(world.job(), world.place(i), world.place(j)));
                 EXPECT_EQ(order > 0, recordPrecedes(world.job(), world.place(j), world.place(i)));
             }
@@ -95,27 +99,52 @@ TEST(NormalizedKey, OrdersRecordsAsTheComparatorDoes) {
     }
 }
 
-TEST(NormalizedKey, DecimalsThatAreNoneHaveNoPlace) {
+// What the comparator would raise a code about, or tie with what it does not equal.
+TEST(NormalizedKey, KnowsTheValuesThatHaveNoPlace) {
     struct Case {
+        const char* name;
+        DataType type;
+        std::uint16_t length;
         Bytes field;
-        bool ascending;  // whether it has a place then
-        bool descending;
+        Doubts ascending;
+        Doubts descending;
     };
     const Case cases[] = {
-        {fieldOf({2, 99}), true, true}, {fieldOf({2, 100}), false, true},
-        {fieldOf({0, 1}), false, true}, {fieldOf({4, 255}), false, true},
-        {fieldOf({5}), false, false},   {fieldOf({255, 1}), false, false},
+        {"99", DataType::kDecimal, 16, fieldOf({2, 99}), kNoDoubts, kNoDoubts},
+        {"a digit of 100", DataType::kDecimal, 16, fieldOf({2, 100}), kNoDecimal, kWideDecimal},
+        {"zero with digits", DataType::kDecimal, 16, fieldOf({0, 1}), kNoDecimal, kWideDecimal},
+        {"highest, wide", DataType::kDecimal, 16, fieldOf({4, 255}), kNoDecimal, kWideDecimal},
+        {"class 5", DataType::kAlsoDecimal, 16, fieldOf({5}), kNoDecimal, kNoDecimal},
+        {"class 255", DataType::kDecimal, 16, fieldOf({255, 1}), kNoDecimal, kNoDecimal},
+        {"fits", DataType::kString, 8, fieldOf({8, 0}), kNoDoubts, kNoDoubts},
+        {"too long", DataType::kString, 8, fieldOf({9, 0}), kNotOrdered, kNotOrdered},
+        {"weighted", DataType::kWeightedString, 8, fieldOf({9, 0}), kNotOrdered, kNotOrdered},
+        {"units", DataType::kUnitString, 8, fieldOf({9, 0}), kNotOrdered, kNotOrdered},
+        {"negative", DataType::kString, 8, fieldOf({0, 0x80}), kNoDoubts, kNoDoubts},
+        {"NaN", DataType::kFloat, 8, Bytes(16, 0xff), kNoDoubts, kNotOrdered},
+        {"single NaN", DataType::kFloat, 4, Bytes(16, 0xff), kNoDoubts, kNotOrdered},
+        {"inf", DataType::kFloat, 4, fieldOf({0, 0, 0x80, 0x7f}), kNoDoubts, kNoDoubts},
     };
     ServedJob served;
     for (const Case& c : cases) {
         for (const bool ascending : {true, false}) {
-            const KeyDescriptor descriptor = ascending ? ascendingKey(DataType::kDecimal, 0, 16)
-                                                       : descendingKey(DataType::kDecimal, 0, 16);
-            served.sort({c.field}, {.recordLength = 16}, {descriptor});
-            NormalizedKey key;
-            describeKey(served.job(), key);
-            EXPECT_EQ(decimalsHavePlaces(served.job(), key), ascending ? c.ascending : c.descending)
-                << int{c.field[0]} << ' ' << int{c.field[1]};
+            const KeyDescriptor descriptor =
+                ascending ? ascendingKey(c.type, 0, c.length) : descendingKey(c.type, 0, c.length);
+            for (const bool isNull : {false, true}) {
+                Bytes record = c.field;
+                record.resize(24);
+                record[20] = isNull ? 1 : 0;
+                served.sort({record}, {.recordLength = 24}, {descriptor, nullIndicators(20)});
+                NormalizedKey key;
+                describeKey(served.job(), key);
+                const Doubts expected = ascending ? c.ascending : c.descending;
+                EXPECT_EQ(doubtsAbout(key, record.data()), isNull ? kNoDoubts : expected)
+                    << c.name << (ascending ? ", ascending" : ", descending");
+                admitWideDecimals(key);
+                EXPECT_EQ(doubtsAbout(key, record.data()),
+                          isNull ? kNoDoubts : expected & ~kWideDecimal)
+                    << c.name;
+            }
         }
     }
 }

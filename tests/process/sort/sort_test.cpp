@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 #include "process/keys/record_precedes.h"
-#include "process/sort/distribution_choice.h"
+#include "process/sort/entry_sort.h"
 #include "process/sort/sort_driver.h"
 #include "tests/support/small_world.h"
 
@@ -383,7 +383,7 @@ TEST(DistributionSort, RunsFromTheVeryFrameAndRecordOn) {
         request.head.fileBlocks = 250;
         request.keys = {ascendingKey(DataType::kInteger, 0, 4)};
         ASSERT_EQ(served.ask(request).errorCode(), ErrorCode::kSuccess);
-        EXPECT_EQ(distributionSortApplies(served.job()), c.applies);
+        EXPECT_EQ(isExpectedStable(served.job()), c.applies);
     }
 }
 
@@ -400,7 +400,7 @@ TEST(DistributionSort, GivesTheStableOrderAndAgreesWithTheQuicksort) {
         const SortMode mode = seed % 3 == 0 ? SortMode::kUnique : SortMode::kOrder;
         ServedJob roomy(kRoomForTwice);
         const Records distributed = roomy.sort(records, geometry, keys, mode);
-        EXPECT_TRUE(distributionSortApplies(roomy.job()));
+        EXPECT_TRUE(isExpectedStable(roomy.job()));
         std::stable_sort(records.begin(), records.end(), [&](const Bytes& l, const Bytes& r) {
             return compareByModel(l, r, keys) < 0;
         });
@@ -496,7 +496,7 @@ TEST(DistributionSort, OrdersEveryTypeAsTheComparatorDoes) {
                                     descendingKey(c.type, c.offset, c.length)}) {
                 ServedJob roomy(kRoomForTwice);
                 const Records sorted = roomy.sort(records, {.recordLength = recordLength}, {key});
-                ASSERT_TRUE(distributionSortApplies(roomy.job()));
+                ASSERT_TRUE(isExpectedStable(roomy.job()));
                 expectStableOrder(sorted, key, recordLength);
                 EXPECT_TRUE(isPermutation(sorted, records));
             }
@@ -511,23 +511,17 @@ TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirC
         std::vector<Byte> field;  // of one record; the others are zero
         bool ascending;
         ErrorCode code;
-        bool applies;
     };
     const auto good = ErrorCode::kSuccess;
     const Case cases[] = {
-        {"bytes behind a value", DataType::kString, {1, 0, 'a', 'b', 0, 0}, true, good, false},
-        {"a length beyond the content", DataType::kString, {5, 0}, true, good, false},
-        {"a negative length", DataType::kString, {0xff, 0xff}, true, good, false},
-        {"a length beyond the field",
-         DataType::kString,
-         {7, 0},
-         true,
-         ErrorCode::kValueTooLong,
-         false},
-        {"a digit above 99", DataType::kDecimal, {1, 100}, true, ErrorCode::kDecimalInvalid, true},
-        {"the same descending", DataType::kDecimal, {1, 100}, false, good, true},
-        {"a zero with a digit", DataType::kDecimal, {0, 1}, true, ErrorCode::kDecimalInvalid, true},
-        {"an unknown class", DataType::kDecimal, {5}, false, ErrorCode::kDecimalInvalid, true},
+        {"bytes behind a value", DataType::kString, {1, 0, 'a', 'b', 0, 0}, true, good},
+        {"a length beyond the content", DataType::kString, {5, 0}, true, good},
+        {"a negative length", DataType::kString, {0xff, 0xff}, true, good},
+        {"a length beyond the field", DataType::kString, {7, 0}, true, ErrorCode::kValueTooLong},
+        {"a digit above 99", DataType::kDecimal, {1, 100}, true, ErrorCode::kDecimalInvalid},
+        {"the same descending", DataType::kDecimal, {1, 100}, false, good},
+        {"a zero with a digit", DataType::kDecimal, {0, 1}, true, ErrorCode::kDecimalInvalid},
+        {"an unknown class", DataType::kDecimal, {5}, false, ErrorCode::kDecimalInvalid},
     };
     for (const Case& c : cases) {
         for (const std::uint16_t recordLength : {std::uint16_t{24}, std::uint16_t{40}}) {
@@ -543,9 +537,6 @@ TEST(DistributionSort, ValuesThatOnlyComparingOrdersGoToTheQuicksortOrHaveTheirC
             request.keys = {c.ascending ? ascendingKey(c.type, 6, 6) : descendingKey(c.type, 6, 6),
                             nullIndicators(23)};  // no value is null
             EXPECT_EQ(served.ask(request).errorCode(), c.code);
-            if (c.applies) continue;
-            served.lay(records, geometry);
-            EXPECT_FALSE(distributionSortApplies(served.job()));
         }
     }
 }

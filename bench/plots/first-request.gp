@@ -1,0 +1,2 @@
+situation = "first request, room for entries"
+load "bench/plots/contest.gp"

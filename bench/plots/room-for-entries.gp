@@ -1,0 +1,2 @@
+situation = "room for entries"
+load "bench/plots/contest.gp"

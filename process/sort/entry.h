@@ -1,0 +1,32 @@
+// What stands for a record while its place is looked for: digits of its key and its number.
+//
+//     0   u64   digits: a window on the key (sort/key_window.h)
+//     8   u32   the record's index in the data set, from 0
+//
+// Twelve bytes, unaligned: fewer bytes to move pay more than an aligned load.
+
+#pragma once
+
+#include <cstdint>
+
+#include "protocol/bytes.h"
+
+namespace tvsort {
+
+struct Entry {
+    Byte digitBytes[8];
+    std::uint32_t index;
+
+    std::uint64_t digits() const { return loadAs<std::uint64_t>(digitBytes); }
+    void setDigits(std::uint64_t digits) { storeAs(digitBytes, digits); }
+};
+static_assert(sizeof(Entry) == 12);
+
+inline Entry makeEntry(std::uint64_t digits, std::uint32_t index) {
+    Entry entry;
+    entry.setDigits(digits);
+    entry.index = index;
+    return entry;
+}
+
+}  // namespace tvsort
