@@ -2,10 +2,13 @@
 
 To start a process takes longer than a small sort, and the memory that a process has touched need
 not be taken up again. So the server used last waits for the next sort that it suits, unless it is
-large. A child of a fork forgets what its parent has.
+large. A child of a fork forgets what its parent has. What nobody holds any more, as after an
+interrupt between two lines, ends with its object.
 """
 
 import atexit
+import math
+import operator
 import os
 import threading
 
@@ -18,10 +21,13 @@ _MEMORY_MIN = 1 << 20
 # What all slots of a server can have, with room for their tables.
 _MEMORY_MAX = (4 << 30) - (64 << 20)
 _UNITS = {"K": 1 << 10, "M": 1 << 20, "G": 1 << 30}
+_MILLISECONDS_MAX = (1 << 31) - 1
 
 
 class Server:
     """Sort processes, as many as asked for, with so many bytes of memory each."""
+
+    handle = None
 
     def __init__(self, processes, memory, directory, timeout):
         self.shape = (processes, directory, timeout)
@@ -32,7 +38,7 @@ class Server:
         check(lib().tvsort_server_create(handle), lambda _: ffi.new("char[]", b"no memory"), None)
         self.handle = handle[0]
         # What the struct points to lives as long as the call.
-        temp = ffi.NULL if directory is None else ffi.new("char[]", os.fsencode(directory))
+        temp = ffi.NULL if directory is None else ffi.new("char[]", directory)
         options = struct("tvsort_server_options", memory_bytes=memory, slot_count=processes,
                          temp_directory=temp, request_timeout=timeout)
         try:
@@ -47,13 +53,25 @@ class Server:
         return self._pid == os.getpid()
 
     def close(self):
-        if self.is_own and self.handle is not None:
-            lib().tvsort_server_destroy(self.handle)
-        self.handle = None
+        handle, self.handle = self.handle, None
+        if handle is not None and self.is_own:
+            lib().tvsort_server_destroy(handle)
+
+    __del__ = close
 
 
-_lock = threading.Lock()
+# Of the kind that its own thread may take again: objects end where they like.
+_lock = threading.RLock()
 _waiting = None
+
+
+def _forget():
+    global _lock, _waiting
+    _lock = threading.RLock()  # which another thread of the parent may have held
+    _waiting = None
+
+
+os.register_at_fork(after_in_child=_forget)
 
 
 def memory_bytes(memory):
@@ -69,9 +87,37 @@ def memory_bytes(memory):
 def process_count(processes):
     if processes is None:
         return 1
-    if not isinstance(processes, int) or not 1 <= processes <= 64:
+    try:
+        count = operator.index(processes)
+    except TypeError:
+        count = 0
+    if not 1 <= count <= 64:
         raise BadUse(f"processes={processes!r}: use 1 to 64, or None")
-    return processes
+    return count
+
+
+def _milliseconds(timeout):
+    if timeout is None:
+        return 0
+    try:
+        seconds = float(timeout)
+    except (TypeError, ValueError):
+        seconds = 0.0
+    if not 0 < seconds < math.inf:
+        raise BadUse(f"timeout={timeout!r}: give seconds above 0, or None")
+    return max(1, min(int(seconds * 1000), _MILLISECONDS_MAX))
+
+
+def _path(directory):
+    if directory is None:
+        return None
+    try:
+        path = os.fsencode(directory)
+    except TypeError:
+        path = b"\0"
+    if b"\0" in path:
+        raise BadUse(f"directory={directory!r}: give a path, or None")
+    return path
 
 
 def _per_process(memory, processes, wanted):
@@ -91,8 +137,8 @@ def acquire(memory, processes, wanted, directory, timeout):
     processes = process_count(processes)
     needed = _per_process(memory, processes, wanted)
     most = min(memory_bytes(memory), _MEMORY_MAX) // processes
-    milliseconds = 0 if timeout is None else max(1, int(timeout * 1000))
-    directory = None if directory is None else os.fspath(directory)
+    milliseconds = _milliseconds(timeout)
+    directory = _path(directory)
     with _lock:
         server, _waiting = _waiting, None
     if server is not None:
