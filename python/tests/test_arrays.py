@@ -98,6 +98,16 @@ def test_unique_intersect_and_except_agree_with_sets(count, processes):
     assert len(tvsort.intersect(first, second[:0], names)) == 0
 
 
+@pytest.mark.parametrize("memory", ["2M", "1G"])
+def test_a_file_may_be_sorted_into_another_place_of_itself(memory, tmp_path):
+    rows = numpy.random.default_rng(1).permutation(300_000)
+    rows.tofile(tmp_path / "rows")
+    mapped = [numpy.memmap(tmp_path / "rows", rows.dtype, "r+", 8 * begin, 200_000)
+              for begin in (0, 7)]
+    tvsort.sort(mapped[0], out=mapped[1], memory=memory)
+    assert numpy.array_equal(mapped[1], numpy.sort(rows[:200_000]))
+
+
 def test_other_arrays_may_have_their_fields_elsewhere():
     first = numpy.array([(1, 7), (2, 7), (3, 7)], [("x", "i4"), ("y", "i4")])
     second = numpy.array([(b"", 1, 2), (b"", 9, 3)], [("s", "S1"), ("y", "i4"), ("x", "i4")])

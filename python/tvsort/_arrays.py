@@ -2,6 +2,7 @@
 
 import mmap
 import operator
+import os
 
 import numpy
 
@@ -86,11 +87,23 @@ def sort(array, order=None, *, memory="1G", processes=None, out=None, **options)
     return _taken(array, numbers, out, processes)
 
 
+def _may_share(array, out):
+    """Whether writing one may change the other: in memory, or in a file that both map."""
+    if numpy.may_share_memory(array, out):
+        return True
+    if not (isinstance(array, numpy.memmap) and isinstance(out, numpy.memmap)):
+        return False
+    try:
+        return os.path.samefile(array.filename, out.filename)
+    except (OSError, TypeError):  # it has no name, or no longer
+        return True
+
+
 def _taken(array, numbers, out, processes):
     threads = _servers.process_count(processes)
     if out is None:
         return _rows.take(array, numbers, None, threads)
-    if not out.flags.c_contiguous or numpy.may_share_memory(array, out):
+    if not out.flags.c_contiguous or _may_share(array, out):
         out[...] = _rows.take(array, numbers, None, threads)
         return out
     return _rows.take(array, numbers, out, threads)
