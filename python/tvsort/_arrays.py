@@ -100,7 +100,7 @@ def _may_share(array, out):
 
 
 def _taken(array, numbers, out, processes):
-    threads = _servers.process_count(processes)
+    threads = _servers.copy_threads(processes)
     if out is None:
         return _rows.take(array, numbers, None, threads)
     if not out.flags.c_contiguous or _may_share(array, out):
@@ -128,7 +128,7 @@ def _chosen(first, second, order, result, limit, options):
             rows.put(second, sample=len(first) == 0, columns=second_columns)
         rows.sort()
         numbers = rows.numbers(len(first))
-    return _rows.take(first, numbers)
+    return _rows.take(first, numbers, None, _servers.copy_threads(options.get("processes")))
 
 
 def unique(array, order=None, **options):

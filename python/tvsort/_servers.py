@@ -96,6 +96,11 @@ def process_count(processes):
     return count
 
 
+def copy_threads(processes):
+    """Threads to copy rows: memory feeds two about one and a half times as fast as one."""
+    return min(2, len(os.sched_getaffinity(0))) if processes is None else process_count(processes)
+
+
 def _milliseconds(timeout):
     if timeout is None:
         return 0
