@@ -197,6 +197,40 @@ def test_what_nobody_holds_any_more_ends():
     assert children() == []
 
 
+@pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
+def test_an_interrupt_before_any_line_does_no_harm():
+    array = numpy.random.default_rng(1).permutation(2000)
+    package = str(Path(tvsort.__file__).parent)
+
+    def interrupted(line):
+        """Whether a sort had so many lines, before the last of which it was interrupted."""
+        def trace(frame, event, _argument):
+            nonlocal line
+            if not frame.f_code.co_filename.startswith(package):
+                return None
+            line -= event == "line"
+            if line == 0:
+                sys.settrace(None)
+                raise KeyboardInterrupt
+            return trace
+
+        sys.settrace(trace)
+        try:
+            # Of two sizes by turns, so that a server is started and another one ended.
+            tvsort.sort(array, memory="2M" if line % 4 else "1G", processes=1 + line % 2)
+        except KeyboardInterrupt:
+            pass
+        sys.settrace(None)
+        return line <= 0
+
+    line = 1
+    while interrupted(line):
+        assert numpy.array_equal(tvsort.sort(array), numpy.arange(2000)), line
+        assert len(children()) == 1, line
+        line += 3
+    assert line > 200
+
+
 LIVE = ("import numpy, os, sys, threading, time, tvsort\n"
         "arrays = (numpy.random.default_rng(1).permutation(100000) for _ in range(5))\n"
         "rows = tvsort.sort_arrays(arrays, rows=100000, memory='1M')\n"

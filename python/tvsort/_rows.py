@@ -81,7 +81,8 @@ class Rows:
 
     _server = None
     _handle = None
-    _all = weakref.WeakSet()
+    _is_whole = True
+    _all = weakref.WeakValueDictionary()
 
     def __init__(self, columns, row_count, payload_bytes=0, result=ALL, limit=0, *, memory="1G",
                  processes=None, progress=None, directory=None, timeout=None):
@@ -90,15 +91,14 @@ class Rows:
             raise BadUse(f"progress={progress!r}: give a function, or None")
         self._columns = columns
         # Whoever closes waits until the call at work is back.
-        self._lock = threading.Lock()
-        Rows._all.add(self)
+        self._lock = threading.RLock()
+        Rows._all[id(self)] = self
         processes = _servers.process_count(processes)
         self._server = _servers.acquire(memory, processes,
                                         _wanted(columns, payload_bytes, row_count, processes),
                                         directory, timeout)
         self._watch = _Watch(progress, row_count)
         self._context = ffi.new_handle(self._watch)
-        self._is_whole = True
         try:
             handle = ffi.new("tvsort_rows **")
             options = struct("tvsort_rows_options", payload_bytes=payload_bytes, result=result,
@@ -111,6 +111,7 @@ class Rows:
                            struct("tvsort_column", type=column.type, flags=column.flags,
                                   value_bytes=column.value_bytes))
         except BaseException:
+            self._is_whole = False
             self.close()
             raise
 
@@ -125,22 +126,27 @@ class Rows:
         if self._server is None or not self._server.is_own:
             return
         with self._lock:
+            # An interrupt in between leaves a server that is not to be used again.
+            is_whole, self._is_whole = self._is_whole, False
             handle, self._handle = self._handle, None
             if handle is not None:
                 lib().tvsort_rows_destroy(handle)
             server, self._server = self._server, None
             if server is not None:
-                _servers.release(server, self._is_whole)
+                _servers.release(server, is_whole)
 
     __del__ = close
 
     @staticmethod
     def close_all():
         """Ends all sorts, those of other threads too."""
-        for rows in list(Rows._all):
-            if rows._handle is not None and rows._server is not None and rows._server.is_own:
+        for reference in Rows._all.valuerefs():  # a list, whatever other threads begin
+            rows = reference()
+            if rows is None or rows._server is None or not rows._server.is_own:
+                continue
+            if rows._handle is not None:
                 lib().tvsort_rows_cancel(rows._handle)
-                rows.close()
+            rows.close()
 
     def _check(self, code):
         if code == 0:

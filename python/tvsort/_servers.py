@@ -11,6 +11,7 @@ import math
 import operator
 import os
 import threading
+import weakref
 
 from ._errors import BadUse
 from ._library import check, ffi, lib, struct
@@ -28,6 +29,7 @@ class Server:
     """Sort processes, as many as asked for, with so many bytes of memory each."""
 
     handle = None
+    _all = weakref.WeakValueDictionary()
 
     def __init__(self, processes, memory, directory, timeout):
         self.shape = (processes, directory, timeout)
@@ -36,7 +38,9 @@ class Server:
         self._pid = os.getpid()
         handle = ffi.new("tvsort_server **")
         check(lib().tvsort_server_create(handle), lambda _: ffi.new("char[]", b"no memory"), None)
-        self.handle = handle[0]
+        # Destroyed by the library itself, between whose lines there are no interrupts.
+        self.handle = ffi.gc(handle[0], lib().tvsort_server_destroy)
+        Server._all[id(self)] = self
         # What the struct points to lives as long as the call.
         temp = ffi.NULL if directory is None else ffi.new("char[]", directory)
         options = struct("tvsort_server_options", memory_bytes=memory, slot_count=processes,
@@ -54,10 +58,8 @@ class Server:
 
     def close(self):
         handle, self.handle = self.handle, None
-        if handle is not None and self.is_own:
-            lib().tvsort_server_destroy(handle)
-
-    __del__ = close
+        if handle is not None:
+            ffi.release(handle)
 
 
 # Of the kind that its own thread may take again: objects end where they like.
@@ -69,6 +71,11 @@ def _forget():
     global _lock, _waiting
     _lock = threading.RLock()  # which another thread of the parent may have held
     _waiting = None
+    for reference in Server._all.valuerefs():
+        server = reference()
+        if server is not None and server.handle is not None:
+            ffi.gc(server.handle, None)  # it is the parent's to destroy
+            server.handle = None
 
 
 os.register_at_fork(after_in_child=_forget)
