@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "process/sort/normalized_key.h"
+#include "process/keys/normalized_key.h"
 
 namespace tvsort::test {
 namespace {
