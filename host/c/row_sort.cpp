@@ -27,9 +27,7 @@ constexpr std::chrono::milliseconds kWatchInterval{50};
 // Whether the process will sort by a method that keeps equal records as they came.
 bool keepsOrder(const host::RequestBuilder& request, const host::Geometry& geometry,
                 const host::Extent& extent, std::int32_t frameCount) {
-    const host::MethodReason reason =
-        host::forecastMethod(request, geometry, extent, frameCount).reason;
-    return reason == host::MethodReason::kEntries || reason == host::MethodReason::kCopies;
+    return host::keepsArrival(host::forecastMethod(request, geometry, extent, frameCount).reason);
 }
 
 std::size_t roundedUp(std::size_t bytes) {

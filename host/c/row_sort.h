@@ -9,8 +9,8 @@
 //                                                   -> ...
 //
 // Records are those of host/c/key_encoder.h. The process sorts them by the key alone where it will
-// use its distribution sort, which is stable and has the less to do the shorter the key, and by key
-// and row number where it will not. Equal keys come into one part, so what is made of equal rows
+// keep equal records as they come, and has the less to do the shorter the key, and by key and row
+// number where it will not. Equal keys come into one part, so what is made of equal rows
 // can be made of the records as they are read, one after the other (host/c/row_result.h).
 
 #pragma once
