@@ -14,6 +14,7 @@ constexpr std::int64_t kCounterBytes = 262148;
 constexpr std::int32_t kBlocksCountMin = 10000;
 constexpr std::int32_t kBlocksFramesMin = 64;
 constexpr std::int32_t kBlocksMax = 1 << 22;
+constexpr std::int64_t kOwnBytes = std::int64_t{12} << 20;
 
 DataType typeOf(const KeyDescriptor& key) {
     return static_cast<DataType>(key.dataType);
@@ -51,9 +52,21 @@ std::int64_t framesWith(std::int64_t bytes, const Geometry& geometry, const Exte
     return extent.fileBlocks + (bytes + blockBytes - 1) / blockBytes;
 }
 
-bool distributesBlocks(const Extent& extent, std::int32_t frameCount) {
-    return extent.fileBlocks > frameCount && frameCount >= kBlocksFramesMin &&
-           extent.recordCount >= kBlocksCountMin && extent.fileBlocks <= kBlocksMax;
+// Whether two rounds bring a data set into ranges that fit; the process needs no more frames for
+// that, and often fewer.
+bool distributesBlocks(const RequestBuilder& request, const Geometry& geometry,
+                       const Extent& extent, std::int32_t frameCount, bool hasFloats) {
+    const bool fits = extent.fileBlocks <= frameCount;
+    const auto blockBytes = static_cast<std::int64_t>(geometry.blockBytes());
+    const bool isUnique =
+        request.mode() == SortMode::kUnique || request.mode() == SortMode::kUniqueUnlessNull;
+    if (fits && (hasFloats || isUnique)) return false;
+    const std::int64_t frames = fits ? kOwnBytes / blockBytes : frameCount;
+    const std::int64_t withEntries =
+        extent.fileBlocks + (kEntryBytes * extent.recordCount) / blockBytes;
+    return frames >= kBlocksFramesMin && extent.recordCount >= kBlocksCountMin &&
+           extent.fileBlocks <= kBlocksMax - frames && 4 * geometry.recordLength <= blockBytes &&
+           8 * withEntries <= frames * frames;
 }
 
 }  // namespace
@@ -96,10 +109,9 @@ MethodForecast forecastMethod(const RequestBuilder& request, const Geometry& geo
         extent.fileBlocks + copyBytes / static_cast<std::int64_t>(geometry.blockBytes()) + 1;
     const std::int64_t wanted = copies ? std::min(forEntries, forCopy) : forEntries;
     if (frameCount < wanted) {
-        const MethodReason reason = distributesBlocks(extent, frameCount)
-                                        ? MethodReason::kBlocks
-                                        : MethodReason::kTooFewFrames;
-        return {reason, 0, wanted, floats};
+        const bool distributes = distributesBlocks(request, geometry, extent, frameCount, floats);
+        return {distributes ? MethodReason::kBlocks : MethodReason::kTooFewFrames, 0, wanted,
+                floats};
     }
     const bool isCopied = copies && frameCount >= forCopy &&
                           (geometry.recordLength <= kCopiedBytesMax || frameCount < forEntries);

@@ -14,9 +14,10 @@
 //                    + a copy             recordLength x recordCount + 262148 bytes
 //                    + 1
 //
-//     blocks       distributes the blocks of a data set that is larger than the frames. It needs
-//                  10000 records and 64 frames, and moves every byte four to five times between
-//                  memory and work file, however large the data set is
+//     blocks       distributes the blocks of a data set for whose entries there is no room. It
+//                  needs 10000 records and 64 frames, or 12 MiB of the process's own where the data
+//                  set fits, and moves a byte three to five times between memory and work file,
+//                  however large the data set is
 //
 //     quicksort    compares; works with any keys and with five frames
 //
@@ -41,7 +42,7 @@ namespace tvsort::host {
 enum class MethodReason : std::uint8_t {
     kEntries,       // nothing stands against entries
     kCopies,        // nor against a copy, which is better
-    kBlocks,        // the data set does not fit into the frames
+    kBlocks,        // neither entries nor a copy fit
     kHierarchy,     // the mode has a method of its own
     kFewRecords,    // fewer than kEntryCountMin
     kKeyType,       // a key must be compared

@@ -27,7 +27,10 @@ constexpr std::chrono::milliseconds kWatchInterval{50};
 // Whether the process will sort by a method that keeps equal records as they came.
 bool keepsOrder(const host::RequestBuilder& request, const host::Geometry& geometry,
                 const host::Extent& extent, std::int32_t frameCount) {
-    return host::keepsArrival(host::forecastMethod(request, geometry, extent, frameCount).reason);
+    // A block distribution keeps it, too, unless crafted keys are too much for it.
+    const host::MethodReason reason =
+        host::forecastMethod(request, geometry, extent, frameCount).reason;
+    return reason == host::MethodReason::kEntries || reason == host::MethodReason::kCopies;
 }
 
 std::size_t roundedUp(std::size_t bytes) {

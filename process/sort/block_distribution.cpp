@@ -8,7 +8,9 @@
 #include "process/sort/splitters.h"
 #include "process/storage/page_pool.h"
 #include "process/storage/place_map.h"
+#include "process/storage/record_address.h"
 #include "process/storage/result_blocks.h"
+#include "process/storage/server_watch.h"
 #include "process/storage/work_file.h"
 
 namespace tvsort {
@@ -24,6 +26,8 @@ constexpr std::uint32_t kSampledPerRange = 16;
 constexpr std::int32_t kSampledBlocksMin = 32;
 // What is read and written at a time, where there is room.
 constexpr std::int32_t kWorkingFramesMin = 32;
+// What is laid out for a data set that stays in its frames.
+constexpr std::size_t kOwnFramesBytes = std::size_t{12} << 20;
 constexpr std::uint32_t kChunkBytes = std::uint32_t{1} << 20;
 
 // A range: full blocks in the file, and the other records in a buffer.
@@ -42,6 +46,7 @@ std::uint16_t freeNumbers[kRangeNumbersMax];
 std::uint16_t waiting[kRangeNumbersMax];  // the first range of the order is the last one here
 Byte* freeBuffers[kRangeNumbersMax];
 std::int32_t listedPlaces[kPlacesMax];  // of a range's blocks, by their numbers
+alignas(64) Byte ownFrames[kOwnFramesBytes];
 Splitters splitters;
 NormalizedKey normalizedKey;
 
@@ -60,6 +65,8 @@ struct Layout {
 
 struct Distribution {
     SortJob& job;
+    Byte* base;  // of the frames that are laid out
+    std::int32_t frames;
     Layout layout;
     BlockStore store;
     ResultBlocks result;
@@ -70,7 +77,11 @@ struct Distribution {
     bool hasLast;
     bool gaveUp;  // there are other orders: records are only written back
 
-    Byte* frame(std::int32_t number) const { return recordAt(job, frameOffset(job, number)); }
+    Byte* frame(std::int32_t number) const {
+        return base + static_cast<std::size_t>(number) * frameBytes(job);
+    }
+    // The data set stays in its own frames, and what is laid out is the process's memory.
+    bool isInMemory() const { return base != job.frameArea; }
 };
 
 // --- The plan ---------------------------------------------------------------------------------
@@ -92,8 +103,7 @@ std::int64_t framesOfRange(const SortJob& job, std::int64_t blocks) {
 }
 
 // The layout for so many ranges, with working frames for one of three times its share.
-Layout layoutFor(const SortJob& job, std::int32_t rangesWanted) {
-    const std::int32_t frames = job.frameCount;
+Layout layoutFor(const SortJob& job, std::int32_t frames, std::int32_t rangesWanted) {
     const std::int32_t copies = framesFor(job, std::int64_t{rangesWanted - 1} * job.recordLength);
     const auto chunkMax = static_cast<std::int32_t>(std::max(kChunkBytes / frameBytes(job), 2U));
     const std::int32_t chunk = std::clamp(frames / 16, 2, chunkMax);
@@ -114,15 +124,15 @@ std::uint32_t sampleRoom(const SortJob& job, std::int32_t frames) {
 
 // Chooses as many ranges as it takes for two of them to fit, and for each to fit a cache. Where the
 // frames are too few for that there are as many as they allow, and ranges are distributed again.
-Layout planLayout(const SortJob& job) {
+Layout planLayout(const SortJob& job, std::int32_t frames) {
     const std::int32_t blocks = blocksOf(job);
-    const std::int32_t most = std::min(job.frameCount * 3 / 8, std::int32_t{kSplitRangesMax});
+    const std::int32_t most = std::min(frames * 3 / 8, std::int32_t{kSplitRangesMax});
     const std::int32_t forCache = std::min(job.recordCount / kCachedRecords, most);
-    Layout layout = layoutFor(job, std::max(forCache, 2));
+    Layout layout = layoutFor(job, frames, std::max(forCache, 2));
     while (layout.rangesWanted < most) {
         const std::int64_t share = blocks / layout.rangesWanted;
         if (framesOfRange(job, 2 * share) <= layout.copiesAt) break;
-        layout = layoutFor(job, layout.rangesWanted + 1);
+        layout = layoutFor(job, frames, layout.rangesWanted + 1);
     }
     return layout;
 }
@@ -134,10 +144,9 @@ bool twoRoundsAreEnough(const SortJob& job, const Layout& layout) {
     return framesOfRange(job, 2 * share) <= 4 * std::int64_t{layout.copiesAt};
 }
 
-bool isWorthIt(const SortJob& job) {
-    return blocksOf(job) > job.frameCount && job.frameCount >= kDistributionFramesMin &&
-           job.recordCount >= kDistributionRecordsMin &&
-           blocksOf(job) <= kPlacesMax - job.frameCount;
+bool isWorthIt(const SortJob& job, std::int32_t frames) {
+    return frames >= kDistributionFramesMin && job.recordCount >= kDistributionRecordsMin &&
+           blocksOf(job) <= kPlacesMax - frames;
 }
 
 // --- The sample ---------------------------------------------------------------------------------
@@ -154,7 +163,8 @@ template <typename BlockAt>
 struct SampleSource {
     std::int32_t blocks;
     std::uint32_t inLast;  // records
-    BlockAt blockAt;       // answers a block's records, or nullptr after a failure
+    std::int32_t frames;
+    BlockAt blockAt;  // answers a block's records, or nullptr after a failure
 };
 
 // Takes `room` records or fewer, evenly from blocks spread over the data, to `target`. How many; 0
@@ -162,7 +172,7 @@ struct SampleSource {
 template <typename BlockAt>
 std::uint32_t takeSample(const SortJob& job, const SampleSource<BlockAt>& source,
                          std::uint32_t room, Byte* target) {
-    const std::int32_t wanted = std::max(8 * (source.blocks / job.frameCount), kSampledBlocksMin);
+    const std::int32_t wanted = std::max(8 * (source.blocks / source.frames), kSampledBlocksMin);
     const std::int32_t sampled = std::min(wanted, std::max(source.blocks / 8, 1));
     const std::uint32_t share = std::max(room / static_cast<std::uint32_t>(sampled), 1U);
     std::uint32_t count = 0;
@@ -276,9 +286,29 @@ std::uint32_t inLastBlock(const SortJob& job) {
     return (static_cast<std::uint32_t>(job.recordCount) - 1) % job.recordsPerBlock + 1;
 }
 
+// Distributes the records of a data set that stays in its frames: they are the places.
+bool distributeFrames(Distribution& work, const std::uint16_t* numbers) {
+    SortJob& job = work.job;
+    const std::int32_t blocks = blocksOf(job);
+    map.open(blocks);
+    for (std::int32_t b = 0; b < blocks; ++b) {
+        watchServer(job, frameBytes(job));
+        const std::uint32_t records = b + 1 == blocks ? inLastBlock(job) : job.recordsPerBlock;
+        const Byte* const first = work.store.frameOf(b);
+        const Byte* const last = first + std::size_t{records - 1} * job.recordLength;
+        if (!distributeRecords(work, first, records - 1, numbers)) return false;
+        // The last record may fill the buffer that takes its place: all others may be full and
+        // stored. It has been copied by then.
+        map.setFree(b);
+        if (!distributeRecords(work, last, 1, numbers)) return false;
+    }
+    return true;
+}
+
 // Distributes all records: first those in frames, which take stored blocks then, and then those of
 // the file.
 bool distributeData(Distribution& work, const std::uint16_t* numbers) {
+    if (work.isInMemory()) return distributeFrames(work, numbers);
     SortJob& job = work.job;
     const Layout& layout = work.layout;
     const std::int32_t blocks = blocksOf(job);
@@ -345,8 +375,8 @@ bool appendRange(Distribution& work, std::uint16_t number) {
     const auto chunk = static_cast<std::uint32_t>(work.layout.working);
     for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
         const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!takeBlocks(work.store, listedPlaces + first, count, job.frameArea)) return false;
-        if (!appendAll(work, packedIn(job, job.frameArea, count * job.recordsPerBlock)))
+        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0))) return false;
+        if (!appendAll(work, packedIn(job, work.frame(0), count * job.recordsPerBlock)))
             return false;
     }
     work.result.listedRange = kNoRange;
@@ -377,13 +407,13 @@ bool finishRange(Distribution& work, std::uint16_t number) {
     const Range& range = ranges[number];
     const std::uint32_t count = recordsOf(job, range);
     map.listBlocks(number, range.blocks, listedPlaces);
-    if (!takeBlocks(work.store, listedPlaces + 0, range.blocks, job.frameArea)) return false;
+    if (!takeBlocks(work.store, listedPlaces + 0, range.blocks, work.frame(0))) return false;
     const auto blocks = static_cast<std::int32_t>(range.blocks);
     if (range.inBuffer > 0)
         std::memcpy(work.frame(blocks), range.buffer,
                     std::size_t{range.inBuffer} * job.recordLength);
     releaseRange(work, number);
-    const RecordArray records = packedIn(job, job.frameArea, count);
+    const RecordArray records = packedIn(job, work.frame(0), count);
     Entry* const entries = reinterpret_cast<Entry*>(work.frame(blocks + 1));
     const EntryArea area = {entries, entries + count, count};
     if (orderByEntries(job, normalizedKey, records, area))
@@ -399,11 +429,11 @@ RecordArray sampleRange(Distribution& work, const Range& range) {
     const auto blockAt = [&](std::int32_t block) -> const Byte* {
         const std::int32_t place = listedPlaces[block];
         if (work.store.isFrame(place)) return work.store.frameOf(place);
-        return readBlocks(job, job.frameArea, place + 1, 1) ? job.frameArea : nullptr;
+        return readBlocks(job, work.frame(0), place + 1, 1) ? work.frame(0) : nullptr;
     };
     Byte* const target = work.frame(half);
     const SampleSource<decltype(blockAt)> source = {static_cast<std::int32_t>(range.blocks),
-                                                    job.recordsPerBlock, blockAt};
+                                                    job.recordsPerBlock, work.frames, blockAt};
     const std::uint32_t count = takeSample(job, source, sampleRoom(job, half), target);
     return packedRecords(target, count, job.recordLength);
 }
@@ -443,8 +473,8 @@ bool distributeRange(Distribution& work, std::uint16_t number) {
     const auto chunk = static_cast<std::uint32_t>(work.layout.working);
     for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
         const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!takeBlocks(work.store, listedPlaces + first, count, job.frameArea)) return false;
-        if (!distributeBlocks(work, job.frameArea, static_cast<std::int32_t>(count),
+        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0))) return false;
+        if (!distributeBlocks(work, work.frame(0), static_cast<std::int32_t>(count),
                               job.recordsPerBlock, numbers)) {
             return false;
         }
@@ -507,12 +537,24 @@ bool goOnInOrder(Distribution& work, const RecordArray& records) {
     return inOrder;
 }
 
+// The records of the data set that are in its frames.
+RecordArray dataInFrames(const SortJob& job) {
+    const auto inFrames = static_cast<std::uint32_t>(job.frameCount) * job.recordsPerBlock;
+    const auto records = static_cast<std::uint32_t>(job.recordCount);
+    return packedIn(job, job.frameArea, std::min(inFrames, records));
+}
+
 // Whether the whole data set is in order: a pass that ends at the first record that is not.
 bool isInOrder(Distribution& work) {
     SortJob& job = work.job;
+    if (work.isInMemory()) {
+        const bool inOrder = goOnInOrder(work, dataInFrames(job));
+        work.hasLast = false;
+        return inOrder;
+    }
     const std::int32_t blocks = blocksOf(job);
     Byte* const chunk = work.frame(work.layout.buffersAt);
-    const std::int32_t chunkBlocks = job.frameCount - work.layout.buffersAt;
+    const std::int32_t chunkBlocks = work.frames - work.layout.buffersAt;
     const auto inFrames = static_cast<std::uint32_t>(work.layout.copiesAt);
     bool inOrder = goOnInOrder(work, packedIn(job, job.frameArea, inFrames * job.recordsPerBlock));
     for (std::int32_t place = work.layout.copiesAt; place < blocks && inOrder;
@@ -531,14 +573,16 @@ bool isInOrder(Distribution& work) {
 // Takes the sample of the data set.
 RecordArray sampleData(Distribution& work) {
     SortJob& job = work.job;
-    Byte* const lastFrame = work.frame(job.frameCount - 1);
+    Byte* const lastFrame = work.frame(work.frames - 1);
     const auto blockAt = [&](std::int32_t block) -> const Byte* {
+        if (work.isInMemory()) return work.store.frameOf(block);
         if (block < work.layout.copiesAt) return work.frame(block);
         return readBlocks(job, lastFrame, block + 1, 1) ? lastFrame : nullptr;
     };
     Byte* const target = work.frame(work.layout.buffersAt);
-    const SampleSource<decltype(blockAt)> source = {blocksOf(job), inLastBlock(job), blockAt};
-    const std::uint32_t room = sampleRoom(job, job.frameCount - 1 - work.layout.buffersAt);
+    const SampleSource<decltype(blockAt)> source = {blocksOf(job), inLastBlock(job), work.frames,
+                                                    blockAt};
+    const std::uint32_t room = sampleRoom(job, work.frames - 1 - work.layout.buffersAt);
     return packedRecords(target, takeSample(job, source, room, target), job.recordLength);
 }
 
@@ -552,6 +596,7 @@ void releaseAll(Distribution& work) {
 
 // What stands in frames goes to its places: all is in the file then.
 bool writeBack(Distribution& work) {
+    if (work.isInMemory()) return true;
     return writeBlocks(work.job, work.job.frameArea, 1, work.layout.copiesAt);
 }
 
@@ -596,24 +641,31 @@ bool sortBlocks(Distribution& work) {
     return writeRanges(work) && !work.gaveUp;
 }
 
-RecordArray recordsInFrames(const SortJob& job) {
-    return packedIn(job, job.frameArea,
-                    static_cast<std::uint32_t>(job.frameCount) * job.recordsPerBlock);
-}
-
 }  // namespace
 
 bool sortByBlocks(SortJob& job, Byte* scratch) {
-    if (!isWorthIt(job)) return false;
+    const bool inMemory = job.fileBlocks <= job.frameCount;
+    const std::int32_t frames =
+        inMemory ? static_cast<std::int32_t>(sizeof ownFrames / frameBytes(job)) : job.frameCount;
+    if (!isWorthIt(job, frames) || (!inMemory && blocksOf(job) <= frames)) return false;
     describeKey(job, normalizedKey);
     if (!normalizedKey.isWhole || normalizedKey.segmentCount == 0) return false;
-    const Layout layout = planLayout(job);
-    if (!twoRoundsAreEnough(job, layout) || haveDoubts(recordsInFrames(job))) return false;
-    const auto frameAt = [&](std::int32_t frame) { return recordAt(job, frameOffset(job, frame)); };
+    // In memory nothing moves that the quicksort may have to sort.
+    if (inMemory && (normalizedKey.isUnique() || normalizedKey.hasTolerantFloats)) return false;
+    const Layout layout = planLayout(job, frames);
+    if (!twoRoundsAreEnough(job, layout) || haveDoubts(dataInFrames(job))) return false;
+    Byte* const base = inMemory ? ownFrames : job.frameArea;
+    const auto frameAt = [&](std::int32_t frame) {
+        return base + static_cast<std::size_t>(frame) * frameBytes(job);
+    };
+    const std::int32_t filePlaces = inMemory ? 0 : blocksOf(job);
+    Byte* const stored = inMemory ? job.frameArea : frameAt(layout.working);
     Distribution work = {
         job,
+        base,
+        frames,
         layout,
-        {job, map, blocksOf(job), frameAt(layout.working)},
+        {job, map, filePlaces, stored},
         {work.store, regions, frameAt(layout.chunksAt), frameAt(layout.chunksAt + layout.chunk),
          layout.chunk, kNoRange, listedPlaces, 0, 0, 0},
         0,
@@ -622,7 +674,13 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
         scratch,
         false,
         false};
-    const std::int32_t others = job.frameCount - layout.copiesAt;
+    if (inMemory) {
+        const bool sorted = sortBlocks(work);
+        for (std::int32_t frame = 0; frame < job.fileBlocks; ++frame)
+            markDirty(job, frame);
+        return sorted;
+    }
+    const std::int32_t others = frames - layout.copiesAt;
     const bool sorted =
         writeBlocks(job, work.frame(layout.copiesAt), layout.copiesAt + 1, others) &&
         sortBlocks(work);

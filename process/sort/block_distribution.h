@@ -1,5 +1,5 @@
-// The sort of a data set that does not fit into the frames: each record goes through the memory
-// twice, however much larger the data set is.
+// The sort of a data set for whose entries there is no room. What does not fit into the frames goes
+// through the memory twice, however much larger it is:
 //
 //     work file   [1][2][3][4] ...        the blocks in the order in which they came
 //                  |
@@ -22,9 +22,14 @@
 // a place, a frame or a buffer; what a failed transfer leaves in the file is part of the data set,
 // in no order.
 //
+// A data set that fits is sorted the same way: its frames are the places, and what would be laid
+// out in frames is memory of the process's own.
+//
 // All that the entry sort orders is ordered here, too, and equal records keep the order in which
 // they arrived. What the comparator has to decide may be met only after records have moved: they
 // are written back as they are then, and the quicksort sorts and raises codes as it always does.
+// What fits is looked at before it moves, and left alone where floats may tie or duplicates are
+// refused.
 
 #pragma once
 
@@ -38,9 +43,10 @@ namespace tvsort {
 inline constexpr std::int32_t kDistributionFramesMin = 64;
 inline constexpr std::int32_t kDistributionRecordsMin = 10000;
 
-// Sorts the data set, if it is larger than the frames and has one order only; `scratch` has
-// kRecordBufferBytes. True when it is sorted, in the work file, or the pool's codes 1402 and 1403
-// were raised; the pool holds no block then. False leaves the data set to the quicksort.
+// Sorts the data set, if it has one order only; `scratch` has kRecordBufferBytes. True when it is
+// sorted or the pool's codes 1402 and 1403 were raised. What fits the frames is in them then, all
+// of them dirty; anything else is in the work file, and the pool holds no block. False leaves the
+// data set to the quicksort.
 bool sortByBlocks(SortJob& job, Byte* scratch);
 
 }  // namespace tvsort

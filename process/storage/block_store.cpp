@@ -9,7 +9,8 @@ namespace tvsort {
 
 std::int32_t putBlock(BlockStore& store, const StoredBlock& block, const Byte* source,
                       std::int32_t from) {
-    std::int32_t place = store.map.findFree(store.filePlaces);
+    std::int32_t place = -1;
+    if (store.filePlaces > 0) place = store.map.findFree(store.filePlaces);
     if (place < store.filePlaces) place = store.map.findFree(from);
     if (place < 0) return -1;
     if (store.isFrame(place)) {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstring>
 
+#include "process/storage/server_watch.h"
 #include "process/storage/work_file.h"
 
 namespace tvsort {
@@ -21,8 +23,12 @@ bool moveBlock(ResultBlocks& result, const StoredBlock& block, const Byte* sourc
 
 // Moves the `count` blocks from `place` on, all of which stand in the way.
 bool moveBlocks(ResultBlocks& result, std::int32_t place, std::int32_t count) {
-    if (!readBlocks(result.store.job, result.spare, place + 1, count)) return false;
     const Byte* source = result.spare;
+    if (result.store.isFrame(place)) {
+        source = result.store.frameOf(place);
+    } else if (!readBlocks(result.store.job, result.spare, place + 1, count)) {
+        return false;
+    }
     for (std::int32_t i = 0; i < count; ++i, source += frameBytes(result.store.job)) {
         StoredBlock block = {};
         const bool holdsBlock = result.store.map.holdsBlock(place + i, block);
@@ -55,7 +61,14 @@ bool writeChunk(ResultBlocks& result) {
     const std::int32_t count = result.full + (result.inBlock > 0 ? 1 : 0);
     if (count == 0) return true;
     if (!clearPlaces(result, count)) return false;
-    if (!writeBlocks(result.store.job, result.chunk, result.place + 1, count)) return false;
+    SortJob& job = result.store.job;
+    if (result.store.isFrame(result.place)) {
+        watchServer(job, static_cast<std::size_t>(count) * frameBytes(job));
+        std::memcpy(result.store.frameOf(result.place), result.chunk,
+                    static_cast<std::size_t>(count) * frameBytes(job));
+    } else if (!writeBlocks(job, result.chunk, result.place + 1, count)) {
+        return false;
+    }
     result.place += count;
     result.full = 0;
     result.inBlock = 0;

@@ -146,10 +146,8 @@ class Explanation {
                     "slower below {}",
                     frames, changeAt(fitsWithEntries));
             case host::MethodReason::kBlocks:
-                return fmt::format(
-                    "block distribution: moves about {} bytes between memory and work file; entry "
-                    "or copy sort from {} on{}",
-                    movedBytes(), changeAt(fitsWithEntries), floatNote());
+                return fmt::format("block distribution{}; entry or copy sort from {} on{}",
+                                   movedNote(), changeAt(fitsWithEntries), floatNote());
             case host::MethodReason::kHierarchy:
                 return "hierarchy sort, in any memory";
             case host::MethodReason::kFewRecords:
@@ -162,19 +160,16 @@ class Explanation {
                 break;
         }
         return fmt::format(
-            "quicksort: entries beside the blocks want {} frames; entry or copy sort from {} "
-            "on{}{}",
-            frames, changeAt(fitsWithEntries), floatNote(), movedNote());
+            "quicksort{}: entries beside the blocks want {} frames; entry or copy sort from {} "
+            "on{}",
+            movedNote(), frames, changeAt(fitsWithEntries), floatNote());
     }
 
     std::string movedNote() const {
         if (now_.fits) return "";
-        return fmt::format("; moves about {} bytes between memory and work file", movedBytes());
-    }
-
-    std::int64_t movedBytes() const {
-        return host::forecastMovedBytes(now_.method.reason, now_.geometry, now_.extent,
-                                        now_.frameCount);
+        return fmt::format(", moves about {} bytes between memory and work file",
+                           host::forecastMovedBytes(now_.method.reason, now_.geometry, now_.extent,
+                                                    now_.frameCount));
     }
 
     std::string floatNote() const {
