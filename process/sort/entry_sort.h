@@ -32,6 +32,11 @@ inline constexpr std::int32_t kEntryRecordsMin = 200;
 // From this many records on a data set that fits twice is expected to keep the order of arrival.
 inline constexpr std::int32_t kStableRecordsMin = 10000;
 
+// Whatever the data, records times words of the key times this is as often as words are read: in
+// the first window and where it was fitted to too few, in up to seven windows of parts, and once
+// more by entries.
+inline constexpr std::int64_t kReadsPerWordMax = 32;
+
 // Whether the frames hold an entry for each record, twice, behind the data set.
 bool entriesFit(const SortJob& job);
 
