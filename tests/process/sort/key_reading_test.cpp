@@ -130,7 +130,22 @@ Records recordsIn(const Order& order) {
     for (int i = 0; i < kCount; ++i)
         order.fill(random, i, records[static_cast<std::size_t>(i)].data() + kKeyOffset);
     if (order.isShuffled) std::shuffle(records.begin(), records.end(), random);
+    for (std::size_t i = 0; i < records.size(); ++i)
+        storeAs(records[i].data(), static_cast<std::uint32_t>(i));
     return records;
+}
+
+bool isBefore(const Bytes& left, const Bytes& right) {
+    return std::lexicographical_compare(left.begin() + kKeyOffset, left.end(),
+                                        right.begin() + kKeyOffset, right.end());
+}
+
+// Among equal records.
+void expectArrivalsToRise(const Records& sorted) {
+    for (std::size_t i = 1; i < sorted.size(); ++i) {
+        if (isBefore(sorted[i - 1], sorted[i])) continue;
+        ASSERT_LT(loadU32(sorted[i - 1].data()), loadU32(sorted[i].data())) << i;
+    }
 }
 
 TEST(KeyReading, NoOrderOfRecordsCostsMoreThanIsPromised) {
@@ -147,7 +162,11 @@ TEST(KeyReading, NoOrderOfRecordsCostsMoreThanIsPromised) {
             request.keys = {ascendingKey(DataType::kBytes, kKeyOffset, order.keyBytes)};
             srand(1);
             wordsRead = comparisons = 0;
-            ASSERT_EQ(served.ask(request).errorCode(), ErrorCode::kSuccess);
+            const Answer answer = served.ask(request);
+            ASSERT_EQ(answer.errorCode(), ErrorCode::kSuccess);
+            const Records sorted = served.result(answer);
+            EXPECT_TRUE(std::is_sorted(sorted.begin(), sorted.end(), isBefore));
+            if (!room.isForQuicksort) expectArrivalsToRise(sorted);
             const double wordsOfEach = static_cast<double>(wordsRead) / kCount;
             const double comparisonsOfEach = static_cast<double>(comparisons) / kCount;
             if (room.isForQuicksort) {
