@@ -131,7 +131,7 @@ class KeyWorld {
         std::generate_n(record.begin() + 40, 16,
                         [this] { return below(4) == 0 ? Byte{1} : Byte{0}; });
         record[56 + below(9)] = anyByte();  // not compared
-        for (const std::size_t place : {66, 70, 75, 300, 577})
+        for (const std::size_t place : {66U, 70U, 75U, 300U, 577U})
             record[place] = anyByte();
         storeAs(record.data() + 578,
                 static_cast<std::int16_t>(below(40) == 0 ? anyByte() - 128 : below(14)));
