@@ -249,7 +249,7 @@ LastField lastField(std::mt19937& random, std::uint16_t recordLength, bool copie
     }
 }
 
-// The frames hold what is needed and no byte more that they need not.
+// The frames hold what is needed, or a block less than entries need: then they must not be there.
 void expectOrder(std::mt19937& random, std::uint16_t length, bool copies) {
     const auto blockPages = static_cast<std::int32_t>(1 + random() % 3);
     const std::int32_t blockBytes = blockPages * static_cast<std::int32_t>(kPageBytes);
@@ -257,8 +257,9 @@ void expectOrder(std::mt19937& random, std::uint16_t length, bool copies) {
     const auto perBlock = static_cast<std::uint16_t>(fit - random() % (copies ? 2 : fit) % fit);
     const auto count = static_cast<std::int32_t>((copies ? 10000 : 200) + random() % 90);
     const std::int32_t blocks = (count + perBlock - 1) / perBlock;
+    const std::int32_t entryBlocks = (24 * count + blockBytes - 1) / blockBytes;
     const std::int32_t behind = copies ? (length * count + 262148) / blockBytes + 1
-                                       : (24 * count + blockBytes - 1) / blockBytes;
+                                       : entryBlocks - static_cast<std::int32_t>(random() % 2);
     const LastField last = lastField(random, length, copies);
     Records records(static_cast<std::size_t>(count), Bytes(length, 0));
     for (Bytes& record : records)
