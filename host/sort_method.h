@@ -14,11 +14,15 @@
 //                    + a copy             recordLength x recordCount + 262148 bytes
 //                    + 1
 //
+//     blocks       distributes the blocks of a data set that is larger than the frames. It needs
+//                  10000 records and 64 frames, and moves every byte four to five times between
+//                  memory and work file, however large the data set is
+//
 //     quicksort    compares; works with any keys and with five frames
 //
-// By entries and by a copy equal records keep the order of their arrival; the quicksort does not.
-// It also takes over where only comparing orders the values: geometries, floats that are unlike and
-// count as equal, and values that an error is about.
+// By entries, by a copy and by blocks equal records keep the order of their arrival; the quicksort
+// does not. It also takes over where only comparing orders the values: geometries, floats that are
+// unlike and count as equal, and values that an error is about.
 //
 // A hierarchy is sorted run by run in a way of its own.
 //
@@ -37,6 +41,7 @@ namespace tvsort::host {
 enum class MethodReason : std::uint8_t {
     kEntries,       // nothing stands against entries
     kCopies,        // nor against a copy, which is better
+    kBlocks,        // the data set does not fit into the frames
     kHierarchy,     // the mode has a method of its own
     kFewRecords,    // fewer than kEntryCountMin
     kKeyType,       // a key must be compared
@@ -48,9 +53,17 @@ inline constexpr std::int32_t kEntryCountMin = 200;
 struct MethodForecast {
     MethodReason reason;
     std::size_t keyIndex;       // of the key that the reason is about, from 0
-    std::int64_t framesWanted;  // with which the quicksort would not be used; 0: with none
+    std::int64_t framesWanted;  // for entries or a copy; 0: with none
     bool unlessFloatsTie;       // the quicksort takes over if unlike floats count as equal
 };
+
+// Whether equal records keep the order of their arrival, where `unlessFloatsTie` does not apply.
+bool keepsArrival(MethodReason reason);
+
+// About how many bytes the process will read from and write to the work file, where the data set
+// does not fit into the frames: a mean over data in no order.
+std::int64_t forecastMovedBytes(MethodReason reason, const Geometry& geometry, const Extent& extent,
+                                std::int32_t frameCount);
 
 // For a data set of valid values.
 MethodForecast forecastMethod(const RequestBuilder& request, const Geometry& geometry,

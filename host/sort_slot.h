@@ -75,7 +75,7 @@ struct ServerOptions {
 
 // What a process needs for itself: program, C library, stack and static memory, with a reserve of
 // about half of it.
-inline constexpr std::int64_t kProcessOwnBytes = std::int64_t{64} * 1024 * 1024;
+inline constexpr std::int64_t kProcessOwnBytes = std::int64_t{128} * 1024 * 1024;
 
 class SortSlot;
 

@@ -8,6 +8,7 @@
 //     service/channel             65,528       the message received last
 //     service/request_loop        65,536       scratch record
 //     storage/page_pool           29,360,128   page descriptors and hash table, for 2^20 frames
+//     sort/block_distribution     34,100,000   places of blocks, and ranges
 //     sort/own_entries            459,000      entries, twice, and their runs
 //     sort/entry_order, copy_sort 8,400,000    waiting ranges
 //     sort/ elsewhere             70,000       keys, windows, judges

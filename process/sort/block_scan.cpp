@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "process/keys/record_precedes.h"
-#include "process/sort/record_array.h"
+#include "process/storage/record_array.h"
 
 namespace tvsort {
 
@@ -13,6 +13,9 @@ namespace {
 constexpr std::int32_t kRunRecords = 128;
 // Fewer records than this are left to the plain scans.
 constexpr std::int32_t kRecordsMin = 8;
+
+// So many records might have been judged without the comparison of one that is open.
+constexpr std::int32_t kOpenCost = 16;
 
 enum class Direction : bool { kUp, kDown };
 
@@ -129,8 +132,10 @@ std::int32_t judgeRun(const Scan& scan, Side& side, std::int32_t records) {
     const std::uint32_t open = withJudgedWord(scan.judge, [&](const auto& reader) {
         return noteStops<direction>(scan, reader, side, records);
     });
-    if (open > 0 && !scan.judge.knowsAll())
+    if (open > 0 && !scan.judge.knowsAll()) {
+        scan.judgedInVain += kOpenCost * static_cast<std::int32_t>(open);
         records = settleOpenStops<direction>(scan, side, records);
+    }
     const std::uint32_t distance = static_cast<std::uint32_t>(records) * scan.job.recordLength;
     side.next = direction == Direction::kUp ? side.next + distance : side.next - distance;
     side.within -= records;

@@ -17,8 +17,8 @@
 
 #pragma once
 
-#include "process/sort/normalized_key.h"
-#include "process/sort/record_array.h"
+#include "process/keys/normalized_key.h"
+#include "process/storage/record_array.h"
 
 namespace tvsort {
 

@@ -1,6 +1,6 @@
 // What stands for a record while its place is looked for: digits of its key and its number.
 //
-//     0   u64   digits: a window on the key (sort/key_window.h)
+//     0   u64   digits: a window on the key (keys/key_window.h)
 //     8   u32   the record's index in the data set, from 0
 //
 // Twelve bytes, unaligned: fewer bytes to move pay more than an aligned load.

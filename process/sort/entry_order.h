@@ -19,7 +19,7 @@
 
 #include "process/sort/entry.h"
 #include "process/sort/reading.h"
-#include "process/sort/record_array.h"
+#include "process/storage/record_array.h"
 
 namespace tvsort {
 

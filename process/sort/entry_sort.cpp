@@ -46,6 +46,7 @@ EntryArea entryArea(const SortJob& job) {
 
 // Takes the digits of all records to their entries, and looks at what else a pass can tell.
 struct EntrySink {
+    const NormalizedKey& key;
     Entry* const entries;
     std::uint32_t count;
     Doubts doubts;
@@ -60,7 +61,7 @@ struct EntrySink {
         before = 0;
     }
     void take(const Byte* record, std::uint64_t digits) {
-        doubts |= doubtsAbout(normalizedKey, record);
+        doubts |= doubtsAbout(key, record);
         ascends &= digits >= before;
         rises &= digits > before || count == 0;
         before = digits;
@@ -72,9 +73,9 @@ struct EntrySink {
 // Reads all records through a window in which they differ, if there is one.
 Continuation readRecords(SortJob& job, const RecordArray& records, EntrySink& sink) {
     const auto visit = [&](std::uint32_t step, auto look) { visitEvery(records, step, look); };
-    Continuation after = startOf(normalizedKey);
+    Continuation after = startOf(sink.key);
     do {
-        after = readThrough(normalizedKey, after, records.count, visit, sink, window);
+        after = readThrough(sink.key, after, records.count, visit, sink, window);
         watchServer(job, std::size_t{records.count} * records.recordLength);
     } while (window.width == 0 && !after.endsKey);
     return after;
@@ -82,17 +83,12 @@ Continuation readRecords(SortJob& job, const RecordArray& records, EntrySink& si
 
 // --- Whether the order is the only one ------------------------------------------------------
 
-// Whether the last key is checked for uniqueness.
-bool isUnique() {
-    return normalizedKey.uniqueSegment < normalizedKey.segmentCount;
-}
-
 // Whether a distance of the window's digits is one of floats: no other word is behind the float,
 // and no float elsewhere.
-bool windowShowsFloats() {
+bool windowShowsFloats(const NormalizedKey& key) {
     std::uint32_t floats = 0;
-    for (std::uint32_t s = 0; s < normalizedKey.segmentCount; ++s)
-        floats += isTolerantFloat(normalizedKey.segments[s].first) ? 1 : 0;
+    for (std::uint32_t s = 0; s < key.segmentCount; ++s)
+        floats += isTolerantFloat(key.segments[s].first) ? 1 : 0;
     return floats == 1 && window.wordCount > 0 &&
            isTolerantFloat(window.words[window.wordCount - 1].word);
 }
@@ -109,25 +105,12 @@ bool countAsEqual(const KeyWord& word, const Byte* left, const Byte* right) {
     return order == ValueOrder::kEqual;
 }
 
-// Whether the comparator could order two neighbours of the result otherwise, or refuse them.
-bool isOpen(const SortJob& job, const Byte* left, const Byte* right) {
-    const KeyOrder found = compareKeys(normalizedKey, kKeyStart, left, right);
-    if (isUnique() && found.segment >= normalizedKey.uniqueSegment) {
-        const bool leftExcused = isExcused(job, left);
-        const bool rightExcused = isExcused(job, right);
-        return (found.order != 0 || leftExcused != rightExcused) && !(leftExcused && rightExcused);
-    }
-    if (found.order == 0) return false;
-    const KeyWord& word = normalizedKey.segments[found.segment].first;
-    return isTolerantFloat(word) && countAsEqual(word, left, right);
-}
-
 // Whether no neighbours in the order of the entries are open. `firstDigits`: all digits are those
 // of the first window.
-bool isOnlyOrder(SortJob& job, const RecordArray& records, const EntryArea& area, bool firstDigits,
-                 bool isChecked) {
-    if (!(isChecked && isUnique()) && !normalizedKey.hasTolerantFloats) return true;
-    const bool digitsTell = !isUnique() && firstDigits && windowShowsFloats();
+bool isOnlyOrder(SortJob& job, const NormalizedKey& key, const RecordArray& records,
+                 const EntryArea& area, bool firstDigits, bool isChecked) {
+    if (!(isChecked && key.isUnique()) && !key.hasTolerantFloats) return true;
+    const bool digitsTell = !key.isUnique() && firstDigits && windowShowsFloats(key);
     const Entry* const entries = area.entries;
     const auto recordOf = [&](std::uint32_t place) {
         return records.at(std::min(entries[place].index, area.count - 1));
@@ -142,7 +125,7 @@ bool isOnlyOrder(SortJob& job, const RecordArray& records, const EntryArea& area
             prefetchRecord(recordOf(ahead), records.recordLength);
         }
         if (digitsTell && areApart(i)) continue;
-        if (isOpen(job, recordOf(i - 1), recordOf(i))) return false;
+        if (mayBeOtherwise(job, key, recordOf(i - 1), recordOf(i))) return false;
     }
     watchServer(job, std::size_t{area.count} * sizeof(Entry));
     return true;
@@ -170,16 +153,21 @@ bool takeOrder(const EntryArea& area, std::uint32_t* order) {
     return moved != 0;
 }
 
-// Orders the entries, which the pass has left in `area.others`. False when there is another order.
-bool orderThem(SortJob& job, const RecordArray& records, const EntryArea& area,
-               const EntrySink& sink, const Continuation& after, bool expectedStable) {
+// Leaves the records' entries in order; gives up when there is another one.
+Outcome orderRecords(SortJob& job, const NormalizedKey& key, const RecordArray& records,
+                     const EntryArea& area, bool expectedStable) {
+    EntrySink sink = {key, area.others, 0, kNoDoubts, true, true, 0};
+    const Continuation after = readRecords(job, records, sink);
+    const Outcome outcome = judgeDoubts(sink.doubts, expectedStable);
+    if (outcome != Outcome::kGoOn) return outcome;
     bool firstDigits = true;
     if (sink.rises || (sink.ascends && after.endsKey)) {
         std::copy_n(area.others, area.count, area.entries);
     } else {
-        firstDigits = orderEntries(normalizedKey, records, area, window.width, after);
+        firstDigits = orderEntries(key, records, area, window.width, after);
     }
-    return isOnlyOrder(job, records, area, firstDigits, !expectedStable);
+    const bool only = isOnlyOrder(job, key, records, area, firstDigits, !expectedStable);
+    return only ? Outcome::kGoOn : Outcome::kGiveUp;
 }
 
 void markAllDirty(SortJob& job) {
@@ -212,7 +200,7 @@ bool copyPays(const SortJob& job) {
 
 // In sort modes 8 and 9: looks at neighbours that differ in nothing but the last key.
 void checkUniqueness(SortJob& job) {
-    for (std::int32_t n = 1; isUnique() && n < job.recordCount && !failed(job); ++n)
+    for (std::int32_t n = 1; normalizedKey.isUnique() && n < job.recordCount && !failed(job); ++n)
         recordPrecedes(job, placeInFrames(job, n), placeInFrames(job, n + 1));
 }
 
@@ -235,11 +223,8 @@ Outcome sortCopied(SortJob& job, bool hasEntries, bool& isSorted) {
 Outcome sortEntries(SortJob& job, bool expectedStable, Byte* scratch) {
     const RecordArray records = dataRecords(job);
     const EntryArea area = entryArea(job);
-    EntrySink sink = {area.others, 0, kNoDoubts, true, true, 0};
-    const Continuation after = readRecords(job, records, sink);
-    const Outcome outcome = judgeDoubts(sink.doubts, expectedStable);
+    const Outcome outcome = orderRecords(job, normalizedKey, records, area, expectedStable);
     if (outcome != Outcome::kGoOn) return outcome;
-    if (!orderThem(job, records, area, sink, after, expectedStable)) return Outcome::kGiveUp;
     auto* const order = reinterpret_cast<std::uint32_t*>(area.others);
     if (takeOrder(area, order)) {
         permuteRecords(job, records, order, scratch);
@@ -266,7 +251,26 @@ bool isExpectedType(const KeyDescriptor& key) {
 }  // namespace
 
 bool entriesFit(const SortJob& job) {
-    return std::int64_t{job.recordCount} * 2 * std::int64_t{sizeof(Entry)} <= bytesBehindData(job);
+    return std::int64_t{job.recordCount} * kEntriesBytes <= bytesBehindData(job);
+}
+
+bool mayBeOtherwise(const SortJob& job, const NormalizedKey& key, const Byte* left,
+                    const Byte* right) {
+    if (!key.isUnique() && !key.hasTolerantFloats) return false;
+    const KeyOrder found = compareKeys(key, kKeyStart, left, right);
+    if (key.isUnique() && found.segment >= key.uniqueSegment) {
+        const bool leftExcused = isExcused(job, left);
+        const bool rightExcused = isExcused(job, right);
+        return (found.order != 0 || leftExcused != rightExcused) && !(leftExcused && rightExcused);
+    }
+    if (found.order == 0) return false;
+    const KeyWord& word = key.segments[found.segment].first;
+    return isTolerantFloat(word) && countAsEqual(word, left, right);
+}
+
+bool orderByEntries(SortJob& job, const NormalizedKey& key, const RecordArray& records,
+                    const EntryArea& area) {
+    return orderRecords(job, key, records, area, false) == Outcome::kGoOn;
 }
 
 bool isExpectedStable(const SortJob& job) {
@@ -284,7 +288,8 @@ bool sortByEntries(SortJob& job, Byte* scratch) {
     if (job.recordCount < kEntryRecordsMin || (!hasEntries && !expectedStable)) return false;
     describeKey(job, normalizedKey);
     if (!normalizedKey.isWhole) return false;
-    const bool copies = !hasEntries || (expectedStable && !isUnique() && copyPays(job));
+    const bool copies =
+        !hasEntries || (expectedStable && !normalizedKey.isUnique() && copyPays(job));
     const auto sort = [&] {
         bool isSorted = false;
         const Outcome copied = copies ? sortCopied(job, hasEntries, isSorted) : Outcome::kGoOn;

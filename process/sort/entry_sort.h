@@ -23,6 +23,7 @@
 #include <cstdint>
 
 #include "process/job/sort_job.h"
+#include "process/sort/entry_order.h"
 
 namespace tvsort {
 
@@ -32,10 +33,12 @@ inline constexpr std::int32_t kEntryRecordsMin = 200;
 // From this many records on a data set that fits twice is expected to keep the order of arrival.
 inline constexpr std::int32_t kStableRecordsMin = 10000;
 
-// Whatever the data, records times words of the key times this is as often as words are read: in
-// the first window and where it was fitted to too few, in up to seven windows of parts, and once
-// more by entries.
+// Whatever the data, records times words of the key times this is as often as words are read: by
+// entries, in a window, one that goes back, and those of parts; by a copy, in up to seven windows
+// of ever smaller parts; by blocks, while the range of a record is looked for and that is ordered.
 inline constexpr std::int64_t kReadsPerWordMax = 32;
+
+inline constexpr std::int32_t kEntriesBytes = 2 * sizeof(Entry);  // of a record
 
 // Whether the frames hold an entry for each record, twice, behind the data set.
 bool entriesFit(const SortJob& job);
@@ -49,5 +52,14 @@ bool isExpectedStable(const SortJob& job);
 // sorted or 1090 was raised; otherwise nothing has changed. Marks the frames of the data set dirty
 // if any record has moved, unless the request is one of those above.
 bool sortByEntries(SortJob& job, Byte* scratch);
+
+// Leaves the entries of `records` in their order, if it is the only one: false otherwise.
+bool orderByEntries(SortJob& job, const NormalizedKey& key, const RecordArray& records,
+                    const EntryArea& area);
+
+// Whether two records that follow each other in that order could stand otherwise: as floats that
+// count as equal, or because the comparator would refuse them.
+bool mayBeOtherwise(const SortJob& job, const NormalizedKey& key, const Byte* left,
+                    const Byte* right);
 
 }  // namespace tvsort

@@ -13,7 +13,7 @@
 
 #include "process/sort/entry.h"
 #include "process/sort/reading.h"
-#include "process/sort/record_array.h"
+#include "process/storage/record_array.h"
 
 namespace tvsort {
 

@@ -9,8 +9,8 @@
 #include "process/keys/record_precedes.h"
 #include "process/sort/block_scan.h"
 #include "process/sort/pivot_judge.h"
-#include "process/sort/record_array.h"
 #include "process/storage/page_pool.h"
+#include "process/storage/record_array.h"
 #include "process/storage/server_watch.h"
 
 namespace tvsort {

@@ -18,7 +18,7 @@
 
 #include <cstdint>
 
-#include "process/sort/record_array.h"
+#include "process/storage/record_array.h"
 
 namespace tvsort {
 

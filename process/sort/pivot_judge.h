@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-#include "process/sort/normalized_key.h"
+#include "process/keys/normalized_key.h"
 
 namespace tvsort {
 

@@ -2,7 +2,7 @@
 //
 // A window that fits every record costs several looks at each. One that is fitted to a thousand of
 // them mostly fits the others, too, and one look tells which it does not fit: their digits are
-// right but say less (sort/key_window.h). Where there are too many of these the window is fitted to
+// right but say less (keys/key_window.h). Where there are too many of these the window is fitted to
 // all.
 
 #pragma once
@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "process/sort/key_window.h"
+#include "process/keys/key_window.h"
 
 namespace tvsort {
 

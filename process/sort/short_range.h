@@ -14,7 +14,7 @@
 #pragma once
 
 #include "process/job/sort_job.h"
-#include "process/sort/normalized_key.h"
+#include "process/keys/normalized_key.h"
 #include "process/storage/record_address.h"
 
 namespace tvsort {

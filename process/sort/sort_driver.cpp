@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
+#include "process/keys/normalized_key.h"
+#include "process/sort/block_distribution.h"
 #include "process/sort/entry_sort.h"
-#include "process/sort/normalized_key.h"
 #include "process/sort/partition.h"
 #include "process/sort/range_insertion.h"
 #include "process/sort/short_range.h"
@@ -116,7 +117,7 @@ void quicksort(SortJob& job, Byte* scratch) {
 }  // namespace
 
 void sortRecords(SortJob& job, Byte* scratch) {
-    if (!sortByEntries(job, scratch)) quicksort(job, scratch);
+    if (!sortByEntries(job, scratch) && !sortByBlocks(job, scratch)) quicksort(job, scratch);
 }
 
 void pushRange(SortJob& job, std::int32_t low, std::int32_t high) {

@@ -1,9 +1,11 @@
-// The in-memory sort: puts records 1 to `recordCount` into their final order, in place.
+// The sort: puts records 1 to `recordCount` into their final order, in place.
 //
-// Two methods:
+// Three methods:
 //
 //     by entries   when the frames have room for entries or a copy behind the data set, there are
 //                  at least 200 records and they have one order only (sort/entry_sort.h)
+//     by blocks    when it is larger than the frames, these are 64 or more, and there are at least
+//                  10000 records, with one order only (sort/block_distribution.h)
 //     quicksort    otherwise: an explicit stack of pending ranges of record numbers; each is
 //                  partitioned around a copied pivot (sort/partition.h) until it lies in one block
 //                  and is short enough for insertion or entries of its own (sort/short_range.h). It
@@ -28,10 +30,10 @@
 namespace tvsort {
 
 // Sorts the data set; `scratch` holds kRecordBufferBytes. The pool holds the first blocks and no
-// frame is pinned. Afterwards no frame is pinned and changed frames are dirty, but for requests that
-// are expected to mark none (sort/entry_sort.h). After an error the frames stay as they are, pins
-// included, and the request fails. Raises 1404 and 1405; the comparator, the pool and the entry sort
-// raise their own codes.
+// frame is pinned. Afterwards no frame is pinned and changed frames are dirty, but for requests
+// that are expected to mark none (sort/entry_sort.h). After an error the frames stay as they are,
+// pins included, and the request fails. Raises 1404 and 1405; the comparator, the pool and the
+// entry sort raise their own codes.
 void sortRecords(SortJob& job, Byte* scratch);
 
 // Puts a range on the partition stack. Raises 1405 when it is full and 1404 when its depth is

@@ -158,6 +158,14 @@ void initPool(SortJob& job, std::int32_t frames, DirtyFlags dirtyFlags) {
     }
 }
 
+void forgetBlocks(SortJob& job) {
+    clearHashTable(job, job.fileBlocks);
+    job.framesInUse = 0;
+    job.mruFrame = kNoFrame;
+    job.currentFrame = 0;
+    descriptorOf(job, 0).block = 0;  // which is looked at before the pool is asked
+}
+
 void showPool(const SortJob& job, std::int32_t blockCount) {
     for (std::int32_t frame = 0; frame < job.framesInUse; ++frame)
         showDescriptor(job.pageDescriptors[frame], job.shownPageDescriptors[frame]);

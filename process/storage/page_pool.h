@@ -65,6 +65,10 @@ void clearHashTable(SortJob& job, std::int32_t blockCount);
 // at most `frameCount` frames; `framesInUse` and `mruFrame` are the caller's to set.
 void initPool(SortJob& job, std::int32_t frames, DirtyFlags dirtyFlags);
 
+// Makes the pool hold no block: what the frames have is in the file, or is not wanted. No frame is
+// in use then.
+void forgetBlocks(SortJob& job);
+
 // Copies the descriptors of the frames in use, and the buckets that `clearHashTable` empties for
 // `blockCount` blocks, to the slot.
 void showPool(const SortJob& job, std::int32_t blockCount);

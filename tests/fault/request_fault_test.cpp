@@ -71,12 +71,13 @@ Call purposeOf(const std::vector<Call>& calls, std::size_t place) {
 
 class RequestFaults : public testing::TestWithParam<int> {
   protected:
-    RequestFaults() : server_(options()), slot_(server_.slot(1)) {}
+    explicit RequestFaults(std::int32_t memoryPages = kSmallestMemoryPages)
+        : memoryPages_(memoryPages), server_(options()), slot_(server_.slot(1)) {}
 
     host::ServerOptions options() const {
         host::ServerOptions options;
         options.processPath = TVSORT_PROGRAM;
-        options.memoryPages = kSmallestMemoryPages;
+        options.memoryPages = memoryPages_;
         options.pagesPerBlock = 1;
         options.requestTimeout = kSoon;
         options.environment = injector_.environment();
@@ -108,11 +109,11 @@ class RequestFaults : public testing::TestWithParam<int> {
         EXPECT_TRUE(reply.errorCode == 0 || same(60, sizeof reply));
     }
 
-    // Blocks 1 to 5 in frames 0 to 4, none of them pinned.
+    // The first blocks in the frames, none of them pinned.
     void expectPoolAtRest() const {
-        const Byte* const descriptors = server_.memory().slot(1).data() +
-                                        SlotLayout{kSmallestMemoryPages, 1}.pageDescriptorsOffset();
-        for (std::int32_t frame = 0; frame < kSmallestMemoryPages; ++frame) {
+        const Byte* const descriptors =
+            server_.memory().slot(1).data() + SlotLayout{memoryPages_, 1}.pageDescriptorsOffset();
+        for (std::int32_t frame = 0; frame < memoryPages_; ++frame) {
             const auto descriptor = loadAs<PageDescriptor>(
                 descriptors + static_cast<std::size_t>(frame) * sizeof(PageDescriptor));
             EXPECT_EQ(descriptor.pinned, 0) << "frame " << frame;
@@ -155,9 +156,10 @@ class RequestFaults : public testing::TestWithParam<int> {
         return injected > 0;
     }
 
-    // The n-th call for n = 1, 2, ..., until none is struck.
-    void strikeEach(const ShapedCase& shaped, Call call, std::int32_t times, const Fault& fault) {
-        for (std::int32_t number = 1;; ++number) {
+    // The n-th call for n = 1, 1 + `step`, ..., until none is struck.
+    void strikeEach(const ShapedCase& shaped, Call call, std::int32_t times, const Fault& fault,
+                    std::int32_t step = 1) {
+        for (std::int32_t number = 1;; number += step) {
             SCOPED_TRACE(testing::Message() << shaped.name << ": " << fault.name << " in call "
                                             << number << " of kind " << static_cast<int>(call)
                                             << (times == 1 ? ", once" : ", for ever"));
@@ -172,6 +174,7 @@ class RequestFaults : public testing::TestWithParam<int> {
         }
     }
 
+    std::int32_t memoryPages_;
     FaultInjector injector_;
     host::SortServer server_;
     host::SortSlot& slot_;
@@ -209,6 +212,29 @@ INSTANTIATE_TEST_SUITE_P(OfEveryShape, RequestFaults, testing::Range(0, 7),
                          [](const testing::TestParamInfo<int>& shape) {
                              return shapedCases(1)[static_cast<std::size_t>(shape.param)].name;
                          });
+
+// Blocks that are distributed: the fault may come in either pass, and while a block is moved out of
+// the way.
+class BlockFaults : public RequestFaults {
+  protected:
+    BlockFaults() : RequestFaults(64) {}
+};
+
+TEST_F(BlockFaults, AreAnsweredWithTheirCodeAndTheNextRequestIsServed) {
+    const ShapedCase shaped = plainCase(100);
+    injector_.disarm();
+    shaped.expectServed(slot_, kTenRecordsPerPage);
+    cleanCalls_ = injector_.fileCalls();
+    ASSERT_GT(cleanCalls_.size(), 4000U);
+    constexpr std::int32_t kStep = 197;
+    for (const Call call : {Call::kSeek, Call::kReadFile, Call::kWriteFile}) {
+        for (const Fault& fault : call == Call::kSeek ? kFailures : kFailuresAndShortMoves) {
+            for (const std::int32_t times : {1, kForEver})
+                strikeEach(shaped, call, times, fault, kStep);
+        }
+    }
+    EXPECT_GT(struckRequests_, 100);
+}
 
 // A hierarchy that meets a value which cannot be compared looks for the one to report, and reads
 // on.

@@ -86,7 +86,7 @@ TEST(MethodForecast, IsWhatTheProcessDoes) {
         SCOPED_TRACE(c.name);
         MethodForecast forecast = {};
         constexpr std::int32_t kPlenty = 400;
-        const bool stable = c.reason == MethodReason::kEntries || c.reason == MethodReason::kCopies;
+        const bool stable = keepsArrival(c.reason);
         EXPECT_EQ(sortsStably(c, kPlenty, forecast), stable);
         EXPECT_EQ(forecast.reason, c.reason);
         if (!stable) continue;
@@ -97,6 +97,16 @@ TEST(MethodForecast, IsWhatTheProcessDoes) {
         EXPECT_FALSE(sortsStably(c, wanted - 1, forecast));
         EXPECT_EQ(forecast.reason, MethodReason::kTooFewFrames);
     }
+}
+
+TEST(MethodForecast, LargerThanTheFramesGoesByBlocks) {
+    const Case c = {
+        "spilled", {ascendingKey(DataType::kInteger, 0, 4)}, 40000, 100, MethodReason::kBlocks};
+    MethodForecast forecast = {};
+    EXPECT_TRUE(sortsStably(c, 64, forecast));
+    EXPECT_EQ(forecast.reason, MethodReason::kBlocks);
+    EXPECT_FALSE(sortsStably(c, 63, forecast));
+    EXPECT_EQ(forecast.reason, MethodReason::kTooFewFrames);
 }
 
 TEST(MethodForecast, NamesTheKeyThatMustBeCompared) {

@@ -90,7 +90,7 @@ std::uint64_t leastFor(const std::function<bool(std::uint64_t pages)>& holds, st
     return high;
 }
 
-bool doesNotCompare(const Prospect& prospect) {
+bool fitsWithEntries(const Prospect& prospect) {
     return prospect.method.reason == host::MethodReason::kEntries ||
            prospect.method.reason == host::MethodReason::kCopies;
 }
@@ -138,13 +138,18 @@ class Explanation {
             case host::MethodReason::kEntries:
                 return fmt::format(
                     "entry sort: {} frames are enough for the blocks and an entry for each "
-                    "record; quicksort below {}{}",
-                    frames, changeAt(doesNotCompare), floatNote());
+                    "record; slower below {}{}",
+                    frames, changeAt(fitsWithEntries), floatNote());
             case host::MethodReason::kCopies:
                 return fmt::format(
                     "copy sort: {} frames are enough for the blocks and for entries or a copy; "
-                    "quicksort below {}",
-                    frames, changeAt(doesNotCompare));
+                    "slower below {}",
+                    frames, changeAt(fitsWithEntries));
+            case host::MethodReason::kBlocks:
+                return fmt::format(
+                    "block distribution: moves about {} bytes between memory and work file; entry "
+                    "or copy sort from {} on{}",
+                    movedBytes(), changeAt(fitsWithEntries), floatNote());
             case host::MethodReason::kHierarchy:
                 return "hierarchy sort, in any memory";
             case host::MethodReason::kFewRecords:
@@ -157,8 +162,19 @@ class Explanation {
                 break;
         }
         return fmt::format(
-            "quicksort: entries beside the blocks want {} frames; entry or copy sort from {} on{}",
-            frames, changeAt(doesNotCompare), floatNote());
+            "quicksort: entries beside the blocks want {} frames; entry or copy sort from {} "
+            "on{}{}",
+            frames, changeAt(fitsWithEntries), floatNote(), movedNote());
+    }
+
+    std::string movedNote() const {
+        if (now_.fits) return "";
+        return fmt::format("; moves about {} bytes between memory and work file", movedBytes());
+    }
+
+    std::int64_t movedBytes() const {
+        return host::forecastMovedBytes(now_.method.reason, now_.geometry, now_.extent,
+                                        now_.frameCount);
     }
 
     std::string floatNote() const {

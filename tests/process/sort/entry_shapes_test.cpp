@@ -1,6 +1,6 @@
 // The sort by entries or by a copy on data of every shape that leads it another way: digits that a
-// sample does not show, ranges too large for a part, long runs of equal digits, records that arrive in order
-// or reversed, and keys of many parts.
+// sample does not show, ranges too large for a part, long runs of equal digits, records that arrive
+// in order or reversed, and keys of many parts.
 
 #include <gtest/gtest.h>
 

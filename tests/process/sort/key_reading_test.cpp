@@ -7,9 +7,10 @@
 #include <cstdlib>
 #include <random>
 
+#include "process/keys/normalized_key.h"
 #include "process/keys/record_precedes.h"
+#include "process/sort/block_distribution.h"
 #include "process/sort/entry_sort.h"
-#include "process/sort/normalized_key.h"
 #include "tests/support/served_job.h"
 
 namespace tvsort {
@@ -114,14 +115,14 @@ const Order kOrders[] = {
 struct Room {
     const char* name;
     std::int32_t (*frames)(std::int32_t blocks);
-    bool isForQuicksort;
 };
 
 const Room kRooms[] = {
-    {"a copy", [](std::int32_t blocks) { return 2 * blocks + 66; }, false},
-    {"entries", [](std::int32_t blocks) { return blocks + 24 * kCount / 4096 + 1; }, false},
-    {"the data set", [](std::int32_t blocks) { return blocks; }, true},
-    {"a tenth", [](std::int32_t blocks) { return blocks / 10; }, true},
+    {"a copy", [](std::int32_t blocks) { return 2 * blocks + 66; }},
+    {"entries", [](std::int32_t blocks) { return blocks + 24 * kCount / 4096 + 1; }},
+    {"the data set", [](std::int32_t blocks) { return blocks; }},
+    {"a tenth", [](std::int32_t blocks) { return blocks / 10; }},
+    {"20 blocks", [](std::int32_t) { return 20; }},
 };
 
 Records recordsIn(const Order& order) {
@@ -157,7 +158,10 @@ TEST(KeyReading, NoOrderOfRecordsCostsMoreThanIsPromised) {
         const double words = (order.keyBytes + 7) / 8;
         for (const Room& room : kRooms) {
             SCOPED_TRACE(testing::Message() << order.name << ", room for " << room.name);
-            ServedJob served({room.frames((kCount + perBlock - 1) / perBlock), 1});
+            const std::int32_t blocks = (kCount + perBlock - 1) / perBlock;
+            const std::int32_t frames = room.frames(blocks);
+            const bool isForQuicksort = frames == blocks || frames < kDistributionFramesMin;
+            ServedJob served({frames, 1});
             Request request = served.lay(records, {1, 0, length});
             request.keys = {ascendingKey(DataType::kBytes, kKeyOffset, order.keyBytes)};
             srand(1);
@@ -166,10 +170,10 @@ TEST(KeyReading, NoOrderOfRecordsCostsMoreThanIsPromised) {
             ASSERT_EQ(answer.errorCode(), ErrorCode::kSuccess);
             const Records sorted = served.result(answer);
             EXPECT_TRUE(std::is_sorted(sorted.begin(), sorted.end(), isBefore));
-            if (!room.isForQuicksort) expectArrivalsToRise(sorted);
+            if (!isForQuicksort) expectArrivalsToRise(sorted);
             const double wordsOfEach = static_cast<double>(wordsRead) / kCount;
             const double comparisonsOfEach = static_cast<double>(comparisons) / kCount;
-            if (room.isForQuicksort) {
+            if (isForQuicksort) {
                 EXPECT_GE(wordsOfEach + comparisonsOfEach, 1) << "not all is counted";
                 EXPECT_LE(wordsOfEach, 8 * (kLevels + words));
                 EXPECT_LE(comparisonsOfEach, 2 * kLevels);

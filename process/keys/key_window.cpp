@@ -1,4 +1,4 @@
-#include "process/sort/key_window.h"
+#include "process/keys/key_window.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
-// Records with random keys of every type that has a normalized form, in the frames of a job whose key
-// rules are resolved. Some values are such as the comparator has something to say about.
+// Records with random keys of every type that has a normalized form, in the frames of a job whose
+// key rules are resolved. Some values are such as the comparator has something to say about.
 //
 //     0    12 bytes of few values: bytes, units and integers of any width
 //     12   decimal
@@ -17,7 +17,7 @@
 #include <limits>
 #include <random>
 
-#include "process/sort/normalized_key.h"
+#include "process/keys/normalized_key.h"
 #include "tests/support/collation_bytes.h"
 #include "tests/support/served_job.h"
 

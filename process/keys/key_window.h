@@ -20,7 +20,7 @@
 #include <bit>
 #include <cstdint>
 
-#include "process/sort/normalized_key.h"
+#include "process/keys/normalized_key.h"
 
 namespace tvsort {
 

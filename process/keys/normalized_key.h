@@ -106,6 +106,9 @@ struct NormalizedKey {
     std::uint32_t admitted;  // doubts that are none
     std::uint32_t checkCount;
     ValueCheck checks[kKeysMax];
+
+    // Whether the last key is checked for uniqueness.
+    bool isUnique() const { return uniqueSegment < segmentCount; }
 };
 
 // A place in the key, for what goes on there.

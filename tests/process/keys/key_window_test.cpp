@@ -1,10 +1,10 @@
-#include "process/sort/key_window.h"
+#include "process/keys/key_window.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
 
-#include "tests/process/sort/key_worlds.h"
+#include "tests/process/keys/key_worlds.h"
 
 namespace tvsort::test {
 namespace {

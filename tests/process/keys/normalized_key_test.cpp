@@ -1,11 +1,11 @@
-#include "process/sort/normalized_key.h"
+#include "process/keys/normalized_key.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 
 #include "process/keys/record_precedes.h"
-#include "tests/process/sort/key_worlds.h"
+#include "tests/process/keys/key_worlds.h"
 
 namespace tvsort::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "process/sort/normalized_key.h"
+#include "process/keys/normalized_key.h"
 
 #include "process/job/sort_job.h"
 
