@@ -16,8 +16,9 @@ using namespace tvsort::bench;
 
 // By the name under which a part of the run can be asked for, in the order in which they run.
 const std::vector<std::pair<std::string, void (*)(const Options&)>> kSections = {
-    {"memory", showInMemory}, {"spilling", showSpilling},      {"growth", showGrowth},
-    {"curve", showCurve},     {"requests", showSmallRequests}, {"programs", showOtherPrograms},
+    {"memory", showInMemory},   {"spilling", showSpilling},      {"growth", showGrowth},
+    {"curve", showCurve},       {"requests", showSmallRequests}, {"programs", showOtherPrograms},
+    {"uncached", showUncached},
 };
 
 // The parts that consist of workloads in situations: chosen ones leave the others out.
@@ -127,7 +128,7 @@ int run(int argumentCount, char** arguments) {
         ->required();
     app.add_option("--records", options.recordCount, "records of a data set")
         ->capture_default_str()
-        ->check(CLI::Range(10'000, 10'000'000));
+        ->check(CLI::Range(10'000, 40'000'000));
     app.add_option("--rounds", options.rounds)->capture_default_str()->check(CLI::Range(1, 1000));
     app.add_option("--block-pages", options.blockPages, "pages of 4096 bytes per block")
         ->capture_default_str()

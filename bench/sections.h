@@ -26,4 +26,8 @@ void showSmallRequests(const Options& options);
 // Data of 2 and 8 times the memory beside programs that sort more than their memory holds.
 void showOtherPrograms(const Options& options);
 
+// The command beside GNU sort, from file to file, in a memory control group that cannot hold the
+// files: of twice what they are granted and 200 MB. Wants 10,000,000 records and more.
+void showUncached(const Options& options);
+
 }  // namespace tvsort::bench

@@ -56,7 +56,8 @@ typedef int32_t tvsort_code;
 
 enum {
     TVSORT_OK = 0,
-    TVSORT_BAD_USE = 1,   /* what was asked cannot be; nothing was started or changed by it */
+    TVSORT_BAD_USE = 1,   /* what was asked cannot be; nothing was started or changed by it but
+                             where a call says so */
     TVSORT_SYSTEM = 2,    /* a call to the operating system failed: tvsort_..._failure */
     TVSORT_DIED = 3,      /* the sort process ended although it was needed */
     TVSORT_TIMED_OUT = 4, /* the sort process did not answer in the time granted */
@@ -143,7 +144,7 @@ enum {
     TVSORT_STAGE_GET = 3 /* results on their way back; `done` of them so far */
 };
 
-/* Called about every 50 ms of a call's work or wait. Anything but 0 cancels. */
+/* Called about every 50 ms of a call's work or wait. Anything but 0 cancels, as ..._cancel does. */
 typedef int32_t (*tvsort_watch)(void* context, int32_t stage, int64_t done);
 /* Puts up to `records_max` records, one behind the other, to `target` and says how many; 0 are the
  * end. Anything but 0 as an answer cancels. */
@@ -220,7 +221,8 @@ typedef struct tvsort_statistics {
     int64_t process_peak_bytes;
 } tvsort_statistics;
 
-/* Takes all slots of a started server until it is destroyed; TVSORT_BAD_USE where one is in use.
+/* Takes all slots of a started server, whatever is loaded or unread in them, until it is destroyed;
+ * TVSORT_BAD_USE where one is at work, or where other rows have them.
  * The handle is there after a failure of that kind too, for its text. */
 TVSORT_API tvsort_code tvsort_rows_create(tvsort_server* server, const tvsort_rows_options* options,
                                           tvsort_rows** rows);
@@ -240,7 +242,8 @@ TVSORT_API tvsort_code tvsort_rows_set_values(tvsort_rows* rows, int32_t column_
  * among the slots by their order. Without it, slot 1 sorts alone. */
 TVSORT_API tvsort_code tvsort_rows_sample(tvsort_rows* rows, size_t row_count);
 /* Lays rows into the slots, each with its payload; `payload_stride` is the bytes from one payload
- * to the next. 4294967295 rows at most, and 2147483647 in each slot. */
+ * to the next. 4294967295 rows at most, and 2147483647 in each slot. Where this or the sort fails
+ * between the rows, as by text that holds what is no code point, they can only be destroyed. */
 TVSORT_API tvsort_code tvsort_rows_put(tvsort_rows* rows, size_t row_count, const void* payload,
                                        ptrdiff_t payload_stride);
 /* What follows is operand 2; for TVSORT_INTERSECT and TVSORT_EXCEPT. */

@@ -24,13 +24,13 @@ VERSION = "0.1.0"
 class BuildWithNative(build_py):
     def run(self):
         super().run()
-        build = Path(os.environ.get("TVSORT_BUILD") or self.compile())
+        build = Path(os.environ.get("TVSORT_BUILD") or self.build_native())
         target = Path(self.build_lib) / "tvsort" / "_native"
         target.mkdir(parents=True, exist_ok=True)
         for file in (build / "tvsort", build / "libtvsort.so.0", PROJECT / "include" / "tvsort.h"):
             shutil.copy(file, target / file.name)
 
-    def compile(self):
+    def build_native(self):
         build = Path(self.get_finalized_command("build").build_temp).resolve() / "native"
         subprocess.run(["cmake", "-S", PROJECT, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
                         "-DTVSORT_TESTS=OFF", "-DTVSORT_INSTALL=OFF"], check=True)

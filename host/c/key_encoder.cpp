@@ -193,10 +193,11 @@ void KeyEncoder::encodeCodePoints(const Column& column, const Run& run) {
     for (std::size_t i = 0; i < run.rowCount; ++i) {
         const Byte* value = run.values + static_cast<std::ptrdiff_t>(i) * run.stride;
         Byte* target = run.target + i * run.recordBytes;
+        std::uint32_t greatestHere = 0;
         for (std::size_t unit = 0; unit < units; ++unit) {
             const std::uint32_t loaded = loadU32(value);
             const std::uint32_t point = isBigEndian ? swapped(loaded) : loaded;
-            greatest = std::max(greatest, point);
+            greatestHere = std::max(greatestHere, point);
             const std::uint32_t ordered = point ^ direction;
             target[0] = static_cast<Byte>(ordered >> 16);
             target[1] = static_cast<Byte>(ordered >> 8);
@@ -204,6 +205,10 @@ void KeyEncoder::encodeCodePoints(const Column& column, const Run& run) {
             value += kCodePointBytes;
             target += kCodePointKeyBytes;
         }
+        // What lies under a null is nobody's text.
+        const bool isNull = run.nulls != nullptr &&
+                            run.nulls[static_cast<std::ptrdiff_t>(i) * column.nullsStride] != 0;
+        if (!isNull) greatest = std::max(greatest, greatestHere);
     }
     if (greatest >= kCodePointsEnd) {
         throw host::badUse("text holds the number " + std::to_string(greatest) +
@@ -211,10 +216,9 @@ void KeyEncoder::encodeCodePoints(const Column& column, const Run& run) {
     }
 }
 
-void KeyEncoder::encodeNulls(const Column& column, std::int64_t firstRow, const Run& run,
-                             std::size_t fieldBytes) {
+void KeyEncoder::encodeNulls(const Column& column, const Run& run, std::size_t fieldBytes) {
     const Byte whenNull = column.has(TVSORT_NULLS_FIRST) ? 0 : 1;
-    const Byte* null = column.nulls + firstRow * column.nullsStride;
+    const Byte* null = run.nulls;
     Byte* target = run.target;
     for (std::size_t i = 0; i < run.rowCount; ++i) {
         const bool isNull = *null != 0;
@@ -228,8 +232,13 @@ void KeyEncoder::encodeNulls(const Column& column, std::int64_t firstRow, const 
 void KeyEncoder::encode(std::int64_t firstRow, std::size_t rowCount, Byte* records,
                         std::size_t recordBytes) const {
     for (const Column& column : columns_) {
-        const Run run = {column.values + firstRow * column.stride, column.stride, rowCount,
-                         records + column.keyOffset, recordBytes};
+        const bool isNullable = column.has(TVSORT_NULLABLE);
+        const Run run = {column.values + firstRow * column.stride,
+                         column.stride,
+                         rowCount,
+                         records + column.keyOffset,
+                         recordBytes,
+                         isNullable ? column.nulls + firstRow * column.nullsStride : nullptr};
         if (column.type == TVSORT_BYTES) {
             encodeBytes(column, run);
         } else if (column.type == TVSORT_UCS4) {
@@ -243,7 +252,7 @@ void KeyEncoder::encode(std::int64_t firstRow, std::size_t rowCount, Byte* recor
         } else {
             encodeWords<std::uint8_t>(column, run);
         }
-        if (column.has(TVSORT_NULLABLE)) encodeNulls(column, firstRow, run, fieldBytes(column));
+        if (isNullable) encodeNulls(column, run, fieldBytes(column));
     }
 }
 

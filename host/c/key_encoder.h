@@ -65,13 +65,13 @@ class KeyEncoder {
         std::size_t rowCount;
         Byte* target;
         std::size_t recordBytes;
+        const Byte* nulls;  // null where the column is not nullable
     };
     template <typename Word>
     static void encodeWords(const Column& column, const Run& run);
     static void encodeBytes(const Column& column, const Run& run);
     static void encodeCodePoints(const Column& column, const Run& run);
-    static void encodeNulls(const Column& column, std::int64_t firstRow, const Run& run,
-                            std::size_t fieldBytes);
+    static void encodeNulls(const Column& column, const Run& run, std::size_t fieldBytes);
     static std::size_t fieldBytes(const Column& column);
 
     std::vector<Column> columns_;

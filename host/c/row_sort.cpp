@@ -18,14 +18,16 @@ constexpr std::size_t kRecordBytesMax = 65535;
 // The process moves records of whole words faster.
 constexpr std::size_t kWordBytes = 8;
 constexpr std::size_t kRoutedRows = 2048;
+// So many rows pass column by column, few enough to stay in the nearest cache.
+constexpr std::size_t kEncodedRows = 128;
+// More of a sample would part the rows no better.
+constexpr std::size_t kSampleRowsMax = 16384;
 constexpr std::chrono::milliseconds kWatchInterval{50};
 
 // Whether the process will sort by a method that keeps equal records as they came.
 bool keepsOrder(const host::RequestBuilder& request, const host::Geometry& geometry,
                 const host::Extent& extent, std::int32_t frameCount) {
-    const host::MethodReason reason =
-        host::forecastMethod(request, geometry, extent, frameCount).reason;
-    return reason == host::MethodReason::kEntries || reason == host::MethodReason::kCopies;
+    return host::keepsArrival(host::forecastMethod(request, geometry, extent, frameCount).reason);
 }
 
 std::size_t roundedUp(std::size_t bytes) {
@@ -55,7 +57,8 @@ RowSort::RowSort(const std::vector<SlotWork*>& slots, const tvsort_rows_options&
 RowSort::~RowSort() {
     for (Part& part : parts_) {
         try {
-            if (part.loaded.workFileBytes > 0) part.work->slot().workFile().makeEmpty();
+            const bool isUsed = part.loader != nullptr || part.loaded.extent.recordCount > 0;
+            if (isUsed) part.work->slot().workFile().makeEmpty();
         } catch (...) {
             // It is emptied by the next load, or removed.
         }
@@ -64,32 +67,46 @@ RowSort::~RowSort() {
 
 void RowSort::needStage(Stage stage, const char* act) const {
     if (stage_ == stage) return;
+    needWhole();
     static constexpr const char* kNow[] = {"before the first put", "between the puts",
                                            "after the sort"};
     throw host::badUse(std::string(act) + " cannot be had " +
                        kNow[static_cast<std::size_t>(stage_)]);
 }
 
+void RowSort::needWhole() const {
+    if (stage_ == Stage::kBroken) {
+        throw host::badUse(
+            "an earlier call has failed between the rows; destroy them, and create others");
+    }
+}
+
 void RowSort::addColumn(const tvsort_column& column) {
     needStage(Stage::kColumns, "a column");
     encoder_.addColumn(column);
+    splitters_.clear();  // of shorter keys
 }
 
 void RowSort::sample(std::size_t rowCount) {
     needStage(Stage::kColumns, "a sample");
     encoder_.checkValues();
     const std::size_t keyBytes = encoder_.keyBytes();
-    std::vector<Byte> keys(rowCount * keyBytes);
-    encoder_.encode(0, rowCount, keys.data(), keyBytes);
+    splitters_.clear();
+    if (keyBytes == 0) return;
+    const std::size_t step = std::max<std::size_t>(rowCount / kSampleRowsMax, 1);
+    const std::size_t count = rowCount / step;
+    std::vector<Byte> keys(count * keyBytes);
     std::vector<const Byte*> order;
-    for (std::size_t i = 0; i < rowCount; ++i)
-        order.push_back(keys.data() + i * keyBytes);
+    for (std::size_t i = 0; i < count; ++i) {
+        Byte* const key = keys.data() + i * keyBytes;
+        encoder_.encode(static_cast<std::int64_t>(i * step), 1, key, keyBytes);
+        order.push_back(key);
+    }
     std::sort(order.begin(), order.end(), [keyBytes](const Byte* left, const Byte* right) {
         return std::memcmp(left, right, keyBytes) < 0;
     });
-    splitters_.clear();
-    for (std::size_t i = 1; i < parts_.size() && rowCount > 0; ++i) {
-        const Byte* const key = order[i * rowCount / parts_.size()];
+    for (std::size_t i = 1; i < parts_.size() && count > 0; ++i) {
+        const Byte* const key = order[i * count / parts_.size()];
         splitters_.insert(splitters_.end(), key, key + keyBytes);
     }
 }
@@ -119,7 +136,11 @@ void RowSort::beginPut() {
 
 void RowSort::encode(std::int64_t firstRow, std::size_t rowCount, const Byte* payload,
                      std::ptrdiff_t payloadStride, Byte* records) {
-    encoder_.encode(firstRow, rowCount, records, shape_.recordBytes);
+    for (std::size_t done = 0; done < rowCount; done += kEncodedRows) {
+        encoder_.encode(firstRow + static_cast<std::int64_t>(done),
+                        std::min(kEncodedRows, rowCount - done),
+                        records + done * shape_.recordBytes, shape_.recordBytes);
+    }
     const std::size_t usedBytes = shape_.payloadOffset + shape_.payloadBytes;
     for (std::size_t i = 0; i < rowCount; ++i) {
         Byte* const record = records + i * shape_.recordBytes;
@@ -162,9 +183,10 @@ void RowSort::put(std::size_t rowCount, const Byte* payload, std::ptrdiff_t payl
     if (rowCount == 0) return heed_.look();
     if (options_.payload_bytes > 0) need(payload, "payload");
     beginPut();
-    if (static_cast<std::int64_t>(rowCount) > kRowsMax - rowCount_) {
+    if (rowCount > static_cast<std::size_t>(kRowsMax - rowCount_)) {
         throw host::badUse("there are more than 4294967295 rows; sort them in parts");
     }
+    stage_ = Stage::kBroken;
     for (std::size_t done = 0; done < rowCount;) {
         heed_.look();
         std::size_t rowsMax = kRoutedRows;
@@ -182,9 +204,11 @@ void RowSort::put(std::size_t rowCount, const Byte* payload, std::ptrdiff_t payl
         rowCount_ += static_cast<std::int64_t>(rows);
         heed_.done = rowCount_;
     }
+    stage_ = Stage::kPut;
 }
 
 void RowSort::nextOperand() {
+    needWhole();
     const bool takesTwo = options_.result == TVSORT_INTERSECT || options_.result == TVSORT_EXCEPT;
     if (!takesTwo || operandRows_ >= 0 || stage_ == Stage::kGet) {
         throw host::badUse(
@@ -250,8 +274,7 @@ void RowSort::ask() {
     std::unique_lock<std::mutex> lock(mutex);
     for (Part& part : parts_) {
         if (!part.isAsked) continue;
-        running += 1;
-        threads.emplace_back([&, this] {
+        const auto work = [&, this] {
             Heed heed = {&stopped, nullptr, nullptr, 0, 0, {}};
             const HeedScope scope(heed);
             std::exception_ptr mine;
@@ -265,7 +288,14 @@ void RowSort::ask() {
             if (mine != nullptr) stopped = true;
             running -= 1;
             changed.notify_all();
-        });
+        };
+        try {
+            threads.emplace_back(work);
+            running += 1;
+        } catch (...) {
+            fail();
+            break;
+        }
     }
     while (running > 0) {
         changed.wait_for(lock, kWatchInterval);
@@ -285,9 +315,10 @@ void RowSort::sort() {
     heed_.stage = TVSORT_STAGE_SORT;
     const HeedScope scope(heed_);
     heed_.look();
+    needWhole();
     if (stage_ == Stage::kGet) throw host::badUse("the rows are sorted once; create others");
     const bool isEmpty = stage_ == Stage::kColumns;
-    stage_ = Stage::kGet;
+    stage_ = Stage::kBroken;
     heed_.done = 0;
     statistics_.records_in = rowCount_;
     statistics_.record_bytes = static_cast<std::int64_t>(shape_.recordBytes);
@@ -307,6 +338,7 @@ void RowSort::sort() {
     }
     result_.emplace(shape_, ResultRules{options_.result, options_.limit, rowCount_, operandRows_},
                     std::move(readers));
+    stage_ = Stage::kGet;
 }
 
 std::size_t RowSort::get(std::size_t rowsMax, Byte* payload, std::ptrdiff_t payloadStride,
@@ -314,6 +346,7 @@ std::size_t RowSort::get(std::size_t rowsMax, Byte* payload, std::ptrdiff_t payl
     heed_.stage = TVSORT_STAGE_GET;
     const HeedScope scope(heed_);
     heed_.look();
+    needWhole();
     if (!result_.has_value()) throw host::badUse("the rows are not sorted yet");
     return result_->get(rowsMax, payload, payloadStride, numbers, heed_);
 }

@@ -9,8 +9,8 @@
 //                                                   -> ...
 //
 // Records are those of host/c/key_encoder.h. The process sorts them by the key alone where it will
-// use its distribution sort, which is stable and has the less to do the shorter the key, and by key
-// and row number where it will not. Equal keys come into one part, so what is made of equal rows
+// keep equal records as they come, and has the less to do the shorter the key, and by key and row
+// number where it will not. Equal keys come into one part, so what is made of equal rows
 // can be made of the records as they are read, one after the other (host/c/row_result.h).
 
 #pragma once
@@ -46,7 +46,8 @@ class RowSort {
     const tvsort_statistics& statistics() const { return statistics_; }
 
   private:
-    enum class Stage : std::uint8_t { kColumns, kPut, kGet };
+    // kBroken: a put or the sort is at work, or has failed between its rows.
+    enum class Stage : std::uint8_t { kColumns, kPut, kGet, kBroken };
     struct Part {
         explicit Part(SlotWork& slotWork) : work(&slotWork) {}
         SlotWork* work;
@@ -59,6 +60,7 @@ class RowSort {
         std::int64_t peakBytes = 0;
     };
     void needStage(Stage stage, const char* act) const;
+    void needWhole() const;
     void beginPut();
     void encode(std::int64_t firstRow, std::size_t rowCount, const Byte* payload,
                 std::ptrdiff_t payloadStride, Byte* records);

@@ -33,14 +33,19 @@ void take(tvsort_rows& rows, const tvsort_rows_options& options) {
             "another server");
     }
     rows.hasSlots = true;
+    const auto& theirs = rows.server.slots;
+    if (std::any_of(theirs.begin(), theirs.end(),
+                    [](const auto& slot) { return slot->busy.load(); })) {
+        throw host::badUse("a slot of the server is at work");
+    }
     std::vector<capi::SlotWork*> slots;
-    for (const auto& slot : rows.server.slots) {
-        if (slot->busy) throw host::badUse("a slot of the server is at work");
+    for (const auto& slot : theirs)
+        slots.push_back(&slot->work);
+    rows.sort.emplace(slots, options, rows.cancelled);
+    for (const auto& slot : theirs) {
         slot->loaded.reset();
         slot->reader.reset();
-        slots.push_back(&slot->work);
     }
-    rows.sort.emplace(slots, options, rows.cancelled);
 }
 
 template <typename Act>
@@ -48,7 +53,12 @@ tvsort_code rowsCall(tvsort_rows* rows, Act&& act) noexcept {
     return capi::guardedAlone(rows, [&] {
         if (!rows->sort.has_value()) throw host::badUse("these rows could not be created");
         if (rows->cancelled) throw capi::Cancelled();
-        act(*rows->sort);
+        try {
+            act(*rows->sort);
+        } catch (const capi::Cancelled&) {
+            rows->cancelled = true;  // by the watch; what comes after has no use
+            throw;
+        }
     });
 }
 
@@ -56,7 +66,9 @@ tvsort_code rowsCall(tvsort_rows* rows, Act&& act) noexcept {
 
 tvsort_code tvsort_rows_create(tvsort_server* server, const tvsort_rows_options* options,
                                tvsort_rows** rows) {
-    if (server == nullptr || rows == nullptr) return TVSORT_BAD_USE;
+    if (rows == nullptr) return TVSORT_BAD_USE;
+    *rows = nullptr;
+    if (server == nullptr) return TVSORT_BAD_USE;
     *rows = new (std::nothrow) tvsort_rows(*server);
     return *rows == nullptr ? TVSORT_NO_MEMORY : capi::guarded(*rows, [&] {
         take(**rows, options == nullptr ? tvsort_rows_options{}

@@ -201,9 +201,9 @@ tvsort_code tvsort_server_failure(const tvsort_server* server, tvsort_failure* f
 }
 
 tvsort_code tvsort_server_slot(tvsort_server* server, int32_t slot_number, tvsort_slot** slot) {
+    if (slot != nullptr) *slot = nullptr;
     return capi::guarded(server, [&] {
         capi::need(slot, "slot");
-        *slot = nullptr;
         if (server->server == nullptr) throw host::badUse("the server has not been started");
         server->server->slot(slot_number);
         *slot = server->slots[static_cast<std::size_t>(slot_number - 1)].get();

@@ -189,13 +189,15 @@ struct WordReader {
     }
 };
 
-// Calls `use` with a reader of the window: one switch for a whole loop.
-template <typename Use>
+// Calls `use` with a reader of the window: one switch for a whole loop. `hasFloats`: it may be one
+// of a key with floats.
+template <bool hasFloats = true, typename Use>
 void withReader(const KeyWindow& window, Use use) {
     const WindowWord& at = window.words[0];
     if (window.wordCount == 1 && !at.word.nullable && !at.word.bounded) {
         if (at.word.kind == WordKind::kBytes) return use(WordReader<WordKind::kBytes>{at});
         if (at.word.kind == WordKind::kInteger) return use(WordReader<WordKind::kInteger>{at});
+        if constexpr (!hasFloats) return use(WindowReader{window});
         if (at.word.kind == WordKind::kDouble) return use(WordReader<WordKind::kDouble>{at});
         if (at.word.kind == WordKind::kSingle) return use(WordReader<WordKind::kSingle>{at});
     }

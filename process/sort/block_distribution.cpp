@@ -402,8 +402,8 @@ RecordArray sampleRange(Distribution& work, const Range& range) {
         return readBlocks(job, job.frameArea, place + 1, 1) ? job.frameArea : nullptr;
     };
     Byte* const target = work.frame(half);
-    const SampleSource source = {static_cast<std::int32_t>(range.blocks), job.recordsPerBlock,
-                                 blockAt};
+    const SampleSource<decltype(blockAt)> source = {static_cast<std::int32_t>(range.blocks),
+                                                    job.recordsPerBlock, blockAt};
     const std::uint32_t count = takeSample(job, source, sampleRoom(job, half), target);
     return packedRecords(target, count, job.recordLength);
 }
@@ -414,7 +414,10 @@ std::uint32_t partsOf(Distribution& work, const Range& range) {
     const std::int64_t wanted = 2 * framesOfRange(work.job, range.blocks) / work.layout.working + 1;
     const auto parts = static_cast<std::uint32_t>(
         std::min({wanted, std::int64_t{work.layout.rangesWanted}, std::int64_t{work.numberCount}}));
-    const std::int32_t least = std::max(work.layout.working * 2 / 3, kWorkingFramesMin / 2);
+    // What is in a buffer alone has to fit, since no sample can be taken of it.
+    const std::int64_t least =
+        std::max({std::int64_t{work.layout.working} * 2 / 3, std::int64_t{kWorkingFramesMin} / 2,
+                  framesOfRange(work.job, 0)});
     while (work.bufferCount < parts && work.layout.working > least)
         freeBuffers[work.bufferCount++] = work.frame(--work.layout.working);
     return std::min(parts, work.bufferCount);
@@ -534,7 +537,7 @@ RecordArray sampleData(Distribution& work) {
         return readBlocks(job, lastFrame, block + 1, 1) ? lastFrame : nullptr;
     };
     Byte* const target = work.frame(work.layout.buffersAt);
-    const SampleSource source = {blocksOf(job), inLastBlock(job), blockAt};
+    const SampleSource<decltype(blockAt)> source = {blocksOf(job), inLastBlock(job), blockAt};
     const std::uint32_t room = sampleRoom(job, job.frameCount - 1 - work.layout.buffersAt);
     return packedRecords(target, takeSample(job, source, room, target), job.recordLength);
 }

@@ -56,7 +56,7 @@ void returnPart(const Copying& work, const Part& part) {
 // Copies a part back in its order. Its digits come from the window that has made it.
 void finishPart(const Copying& work, const Part& part) {
     const RecordArray source = work.inCopy(part.begin, part.end);
-    withReader(window, [&](const auto& reader) {
+    withReader<false>(window, [&](const auto& reader) {
         std::uint32_t misfits = 0;
         std::uint32_t index = 0;
         visitRecords(source, 0, source.count, [&](const Byte* record) {
@@ -92,7 +92,7 @@ void moveToParts(const RecordArray& source, const PartSink& sink, Byte* target) 
     std::uint32_t before = 0;
     for (std::uint32_t& end : partEnds)
         before += std::exchange(end, before);
-    withReader(window, [&](const auto& reader) {
+    withReader<false>(window, [&](const auto& reader) {
         std::uint32_t misfits = 0;
         visitRecords(source, 0, source.count, [&](const Byte* record) {
             const std::size_t place = partEnds[sink.partOf(reader.read(record, misfits))]++;

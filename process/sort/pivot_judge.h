@@ -84,12 +84,14 @@ inline bool isTolerantFloat(const KeyWord& word) {
 // about a value up to this one: the comparator would get here without a word. Of a value that is
 // alike in its null mark, and not null, nothing but the value needs a look; of a key's `first` word
 // not even that.
-template <WordKind kind, bool bounded, bool first>
+template <WordKind kind, bool bounded>
 struct JudgedWord {
     const PivotJudge& judge;
     KeyWord word;
+    bool first;
 
-    explicit JudgedWord(const PivotJudge& from) : judge(from), word(from.word) {}
+    explicit JudgedWord(const PivotJudge& from)
+        : judge(from), word(from.word), first(from.alikeCount == 0) {}
     std::uint32_t isSure(const Byte* record) const {
         bool sure = first || judge.isAlike(record);
         if constexpr (bounded) sure &= loadI16(record + word.lengthOffset) <= word.lengthMax;
@@ -121,8 +123,7 @@ struct AnyJudgedWord {
 template <typename Use>
 auto withJudgedWord(const PivotJudge& judge, Use use) {
     const auto useKind = [&]<WordKind kind, bool bounded>() {
-        return judge.alikeCount == 0 ? use(JudgedWord<kind, bounded, true>(judge))
-                                     : use(JudgedWord<kind, bounded, false>(judge));
+        return use(JudgedWord<kind, bounded>(judge));
     };
     const KeyWord& word = judge.word;
     switch (word.kind) {

@@ -4,7 +4,8 @@
 // A place is free, or holds a block that has not been read yet, or a block of a range: then the map
 // knows the range and the block's number in it. So a block can be put anywhere, and a range read in
 // its order. The map is the process's own, 4 bytes and a bit for each place: the process follows it
-// blindly, and in the slot another writer could change it.
+// blindly, and in the slot another writer could change it. A bit for every 64 places tells whether
+// one of them is free: the first pass asks for free places while almost none are, for each block.
 
 #pragma once
 
@@ -49,6 +50,7 @@ class PlaceMap {
     std::int32_t places_;
     std::uint32_t labels_[kPlacesMax];
     std::uint64_t freeBits_[kPlacesMax / 64];
+    std::uint64_t openWords_[kPlacesMax / 64 / 64];  // words of freeBits_ that are not 0
 };
 
 }  // namespace tvsort

@@ -3,7 +3,7 @@ import pytest
 
 import tvsort
 from conftest import lexsorted, random_array
-from tvsort import Key
+from tvsort import Key, _rows
 
 # The quicksort and the distribution sort take turns at 10000 records.
 SIZES = [0, 1, 2, 17, 300, 300, 300, 2000, 12000]
@@ -96,6 +96,41 @@ def test_unique_intersect_and_except_agree_with_sets(count, processes):
     assert numpy.array_equal(tvsort.except_(first, second, names, **options), first[ours[~shared]])
     assert len(tvsort.except_(first, first, names)) == 0
     assert len(tvsort.intersect(first, second[:0], names)) == 0
+
+
+@pytest.mark.parametrize("memory", ["2M", "1G"])
+def test_a_file_may_be_sorted_into_another_place_of_itself(memory, tmp_path):
+    rows = numpy.random.default_rng(1).permutation(300_000)
+    rows.tofile(tmp_path / "rows")
+    mapped = [numpy.memmap(tmp_path / "rows", rows.dtype, "r+", 8 * begin, 200_000)
+              for begin in (0, 7)]
+    tvsort.sort(mapped[0], out=mapped[1], memory=memory)
+    assert numpy.array_equal(mapped[1], numpy.sort(rows[:200_000]))
+
+
+def test_other_arrays_may_have_their_fields_elsewhere():
+    first = numpy.array([(1, 7), (2, 7), (3, 7)], [("x", "i4"), ("y", "i4")])
+    second = numpy.array([(b"", 1, 2), (b"", 9, 3)], [("s", "S1"), ("y", "i4"), ("x", "i4")])
+    assert list(tvsort.intersect(first, second, "x")["x"]) == [2, 3]
+    assert list(tvsort.except_(first, second, (key for key in ["x"]))["x"]) == [1]
+
+
+def test_kinds_of_arrays_and_of_orders_that_come_along():
+    records = numpy.rec.array([(2, b"b"), (1, b"a")], dtype=[("x", "i4"), ("y", "S1")])
+    assert list(tvsort.sort(records, (key for key in ["x"])).y) == [b"a", b"b"]
+    assert list(tvsort.top([3, 1, 2], numpy.int8(2), processes=numpy.int64(1))) == [1, 2]
+    assert list(tvsort.top([3, 1], 1 << 70)) == [1, 3] and len(tvsort.top([3, 1], 0)) == 0
+
+
+def test_files_of_subarrays_pass_in_pieces(tmp_path, monkeypatch):
+    monkeypatch.setattr(_rows, "PIECE_BYTES", 1000)
+    rows = numpy.random.default_rng(1).integers(0, 256, (5000, 3)).astype("u1")
+    rows.tofile(tmp_path / "rows")
+    assert tvsort.sort_file(tmp_path / "rows", ("u1", 3), out=tmp_path / "out") == 5000
+    out = numpy.fromfile(tmp_path / "out", "u1").reshape(-1, 3)
+    assert numpy.array_equal(out, rows[numpy.lexsort(rows.T[::-1])])
+    with pytest.raises(OSError):  # before anything is read
+        tvsort.sort_file(tmp_path / "rows", "u1", out=tmp_path / "none" / "out")
 
 
 def test_out_may_be_the_array_and_have_strides():

@@ -41,11 +41,28 @@ def long_sort(**options):
     (lambda a: tvsort.sort(a, Key("x", nulls="middle")), '"first" or "last"'),
     (lambda a: tvsort.sort(a, memory="much"), "memory='much'"),
     (lambda a: tvsort.sort(a, memory="1M", processes=2), "too little for 2 processes"),
+    (lambda a: tvsort.sort(a, 7), "name fields, or give Keys"),
     (lambda a: tvsort.sort(a, processes=0), "processes=0: use 1 to 64"),
+    (lambda a: tvsort.sort(a, processes="2"), "processes='2': use 1 to 64"),
+    (lambda a: tvsort.sort(a, timeout=0), "timeout=0: give seconds above 0"),
+    (lambda a: tvsort.sort(a, timeout=float("inf")), "timeout=inf: give seconds"),
+    (lambda a: tvsort.sort(a, timeout="soon"), "timeout='soon': give seconds"),
+    (lambda a: tvsort.sort(a, progress=7), "progress=7: give a function"),
+    (lambda a: tvsort.sort(a, directory=7), "directory=7: give a path"),
+    (lambda a: tvsort.sort(a, directory="a\0b"), "give a path"),
+    (lambda a: tvsort.sort(a, out=numpy.broadcast_to(a[:1], 3).view()), "cannot be written to"),
+    (lambda a: tvsort.sort(a, out=numpy.lib.stride_tricks.as_strided(a, (3,), (0,))),
+     "out has rows that lie in one place"),
+    (lambda a: tvsort.sort(numpy.zeros(2, numpy.dtype([]))), "no column to sort by"),
     (lambda a: tvsort.sort(a, out=numpy.zeros(3)), "out must be an array of 3 rows"),
     (lambda a: tvsort.top(a, -1), "n=-1"),
+    (lambda a: tvsort.top(a, 1.5), "n=1.5: give a number"),
+    (lambda a: tvsort.top(a, 0, "none"), "no field 'none'"),
     (lambda a: tvsort.sort(numpy.zeros(1, "S70000")), "longer than 65535 bytes"),
     (lambda a: tvsort.intersect(a, numpy.zeros(3, "i4")), "different types"),
+    (lambda a: tvsort.except_(numpy.zeros(3, "M8[s]"), numpy.zeros(3, "M8[D]")), "different types"),
+    (lambda a: tvsort.except_(numpy.zeros(3, "u1"), numpy.zeros(3, "?")), "different types"),
+    (lambda a: tvsort.sort_arrays([a], rows=0), "rows=0: give a number of rows above 0"),
     (lambda a: tvsort.sort_file(__file__, [("x", "S100003")], "x", os.devnull), "no multiple"),
     (lambda a: list(tvsort.sort_arrays([a, numpy.zeros(3)], "x")), "came after one of type"),
     (lambda a: tvsort.sort(a, directory="/nowhere/at/all"), "/nowhere/at/all"),
@@ -60,6 +77,10 @@ def test_a_type_without_order_starts_nothing(monkeypatch):
     monkeypatch.setattr(_servers, "acquire", None)
     with pytest.raises(tvsort.UnsortableType):
         tvsort.sort(numpy.zeros(3, [("x", "c8"), ("y", "i4")]))
+    with pytest.raises(tvsort.BadUse, match="column 1 makes the keys longer than 65535 bytes"):
+        tvsort.sort(numpy.zeros(3, [("x", "S65535"), ("y", "i4")]))
+    with pytest.raises(tvsort.BadUse, match="record of 65540 bytes, its key among them"):
+        next(tvsort.sort_arrays([numpy.zeros(3, [("x", "i4"), ("y", "S65528")])], "x"))
     assert issubclass(tvsort.UnsortableType, (TypeError, ValueError)) and children() == []
 
 
@@ -162,6 +183,89 @@ def test_sort_is_free_of_leaks_and_keeps_one_server():
     assert len(os.listdir("/proc/self/fd")) == descriptors
     tvsort.close()
     assert children() == []
+
+
+def test_what_nobody_holds_any_more_ends():
+    tvsort.close()
+    columns = _keys.columns_of(numpy.dtype("i4"), None)
+    rows = _rows.Rows(columns, 9)  # as an interrupt leaves it
+    assert len(children()) == 1
+    del rows
+    server = _servers.acquire("1G", 2, 1, None, None)
+    assert len(children()) == 2
+    del server
+    assert children() == []
+
+
+@pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
+def test_an_interrupt_before_any_line_does_no_harm():
+    array = numpy.random.default_rng(1).permutation(2000)
+    package = str(Path(tvsort.__file__).parent)
+
+    def interrupted(line):
+        """Whether a sort had so many lines, before the last of which it was interrupted."""
+        def trace(frame, event, _argument):
+            nonlocal line
+            if not frame.f_code.co_filename.startswith(package):
+                return None
+            line -= event == "line"
+            if line == 0:
+                sys.settrace(None)
+                raise KeyboardInterrupt
+            return trace
+
+        sys.settrace(trace)
+        try:
+            # Of two sizes by turns, so that a server is started and another one ended.
+            tvsort.sort(array, memory="2M" if line % 4 else "1G", processes=1 + line % 2)
+        except KeyboardInterrupt:
+            pass
+        sys.settrace(None)
+        return line <= 0
+
+    line = 1
+    while interrupted(line):
+        assert numpy.array_equal(tvsort.sort(array), numpy.arange(2000)), line
+        assert len(children()) == 1, line
+        line += 3
+    assert line > 200
+
+
+LIVE = ("import numpy, os, sys, threading, time, tvsort\n"
+        "arrays = (numpy.random.default_rng(1).permutation(100000) for _ in range(5))\n"
+        "rows = tvsort.sort_arrays(arrays, rows=100000, memory='1M')\n"
+        "begin = next(rows)\n")
+
+
+@pytest.mark.parametrize("code", [
+    "",
+    "long = numpy.random.default_rng(1).permutation(5000000)\n"
+    "threading.Thread(target=tvsort.argsort, args=[long], daemon=True).start()\n"
+    "time.sleep(0.3)\n",
+    # The child lets go of what its parent goes on with.
+    "child = os.fork()\n"
+    "if child == 0:\n"
+    "    rows.close()\n"
+    "    sys.exit()\n"
+    "os.waitpid(child, 0)\n"
+    "whole = numpy.concatenate([begin, *rows])\n"
+    "sys.exit(not numpy.array_equal(whole, numpy.arange(100000).repeat(5)))\n"],
+    ids=["iterator", "thread", "fork"])
+def test_the_end_of_the_interpreter_leaves_nothing(code, tmp_path):
+    subprocess.run([sys.executable, "-c", LIVE + code], timeout=60, check=True,
+                   stderr=subprocess.DEVNULL, env={**os.environ, "TMPDIR": str(tmp_path)})
+    assert list(tmp_path.iterdir()) == []
+
+
+def test_a_fork_finds_no_lock_of_another_thread(monkeypatch):
+    tvsort.sort(numpy.arange(3))
+    tvsort.close()
+    monkeypatch.setattr(_library.ffi, "_lock", None)  # which nothing may want any more
+    array = numpy.zeros(9, [("x", "i4"), ("y", "U3")])
+    tvsort.sort(array, "y", processes=2, progress=lambda *_: None)
+    with pytest.raises(tvsort.SortError):
+        tvsort.sort(array, "y", directory="/nowhere/at/all")
+    assert len(list(tvsort.sort_arrays([array]))) == 1
 
 
 def test_a_forked_child_sorts_with_a_server_of_its_own():

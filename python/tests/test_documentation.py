@@ -1,12 +1,17 @@
 """The examples of the documentation, run as they stand."""
 
+import ast
 import doctest
+import inspect
 import re
 import subprocess
 import sys
 from pathlib import Path
 
 import pytest
+
+import tvsort
+from tvsort import _rows
 
 PROJECT = Path(__file__).resolve().parents[2]
 
@@ -20,6 +25,20 @@ def test_examples_do_what_the_pages_show(page, examples_min, tmp_path, monkeypat
     report = []
     results = doctest.DocTestRunner().run(test, out=report.append)
     assert results.failed == 0, "".join(report)
+
+
+def test_stubs_declare_what_the_package_has():
+    stub = ast.parse((PROJECT / "python" / "tvsort" / "__init__.pyi").read_text()).body
+    functions = {node.name: node for node in stub if isinstance(node, ast.FunctionDef)}
+    classes = {node.name for node in stub if isinstance(node, ast.ClassDef)}
+    assert functions.keys() | classes == set(tvsort.__all__)
+    common = {name for name, parameter in inspect.signature(_rows.Rows).parameters.items()
+              if parameter.kind is parameter.KEYWORD_ONLY}
+    for name, function in functions.items():
+        has = inspect.signature(getattr(tvsort, name)).parameters
+        takes = set(has) - {"options"} | (common if "options" in has else set())
+        declared = function.args
+        assert {one.arg for one in declared.args + declared.kwonlyargs} == takes, name
 
 
 def test_the_benchmark_runs_and_its_results_are_in_order():

@@ -1,12 +1,14 @@
 """Sorting arrays that are in memory, and memory-mapped ones of any size."""
 
 import mmap
+import operator
+import os
 
 import numpy
 
 from . import _rows, _servers
 from ._errors import BadUse
-from ._keys import columns_of, rows_of
+from ._keys import columns_of, key_types, keys_of, rows_of
 
 
 def _check_out(out, array, row_count):
@@ -16,6 +18,8 @@ def _check_out(out, array, row_count):
         raise BadUse(f"out must be an array of {row_count} rows of the type of the input")
     if not out.flags.writeable:
         raise BadUse("out cannot be written to")
+    if row_count > 1 and abs(out.strides[0]) < out.dtype.itemsize:
+        raise BadUse("out has rows that lie in one place")
 
 
 def _check_copied(array):
@@ -71,7 +75,7 @@ def _sort_in_pieces(array, columns, out, options):
 
 def sort(array, order=None, *, memory="1G", processes=None, out=None, **options):
     """A sorted copy of the array, or `out`, which may be the array itself."""
-    array = rows_of(array)
+    array, order = rows_of(array), keys_of(order)
     columns = columns_of(array.dtype, order)
     _check_copied(array)
     _check_out(out, array, len(array))
@@ -83,39 +87,48 @@ def sort(array, order=None, *, memory="1G", processes=None, out=None, **options)
     return _taken(array, numbers, out, processes)
 
 
+def _may_share(array, out):
+    """Whether writing one may change the other: in memory, or in a file that both map."""
+    if numpy.may_share_memory(array, out):
+        return True
+    if not (isinstance(array, numpy.memmap) and isinstance(out, numpy.memmap)):
+        return False
+    try:
+        return os.path.samefile(array.filename, out.filename)
+    except (OSError, TypeError):  # it has no name, or no longer
+        return True
+
+
 def _taken(array, numbers, out, processes):
-    threads = _servers.process_count(processes)
+    threads = _servers.copy_threads(processes)
     if out is None:
         return _rows.take(array, numbers, None, threads)
-    if not out.flags.c_contiguous or numpy.may_share_memory(array, out):
+    if not out.flags.c_contiguous or _may_share(array, out):
         out[...] = _rows.take(array, numbers, None, threads)
         return out
     return _rows.take(array, numbers, out, threads)
 
 
 def _chosen(first, second, order, result, limit, options):
-    first = rows_of(first)
+    first, order = rows_of(first), keys_of(order)
     columns = columns_of(first.dtype, order)
     _check_copied(first)
     row_count = len(first)
     if second is not None:
         second = rows_of(second, "the second array")
-        if columns_of(second.dtype, order) != columns:
-            # Fields may lie elsewhere, but have to be of the same types.
-            ours, theirs = ([(column.type, column.value_bytes, column.flags) for column in of]
-                            for of in (columns, columns_of(second.dtype, order)))
-            if ours != theirs:
-                raise BadUse("the keys of the two arrays are of different types")
-            second = second.astype(first.dtype)
+        # Fields may lie elsewhere, but have to be of the same types.
+        second_columns = columns_of(second.dtype, order)
+        if key_types(second.dtype, order) != key_types(first.dtype, order):
+            raise BadUse("the keys of the two arrays are of different types")
         row_count += len(second)
     with _rows.Rows(columns, row_count, 0, result, limit, **options) as rows:
         rows.put(first)
         if second is not None:
             rows.next_operand()
-            rows.put(second, sample=len(first) == 0)
+            rows.put(second, sample=len(first) == 0, columns=second_columns)
         rows.sort()
         numbers = rows.numbers(len(first))
-    return _rows.take(first, numbers)
+    return _rows.take(first, numbers, None, _servers.copy_threads(options.get("processes")))
 
 
 def unique(array, order=None, **options):
@@ -135,8 +148,13 @@ def except_(first, second, order=None, **options):
 
 def top(array, n, order=None, **options):
     """The first n rows of the sorted array."""
-    if n < 0:
-        raise BadUse(f"n={n}: give a number of rows")
-    if n == 0:
-        return rows_of(array)[:0].copy()
-    return _chosen(array, None, order, _rows.ALL, n, options)
+    try:
+        count = operator.index(n)
+    except TypeError:
+        count = -1
+    if count < 0:
+        raise BadUse(f"n={n!r}: give a number of rows")
+    array = rows_of(array)
+    # None of the rows are those of no rows.
+    return _chosen(array if count > 0 else array[:0], None, order, _rows.ALL,
+                   min(count, len(array)), options)

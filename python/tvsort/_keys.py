@@ -80,6 +80,10 @@ def keys_of(order):
         return None
     if isinstance(order, (str, Key)):
         order = [order]
+    try:
+        order = list(order)
+    except TypeError:
+        order = [order]
     keys = [Key(one) if isinstance(one, str) else one for one in order]
     if not keys or not all(isinstance(key, Key) for key in keys):
         raise BadUse(f"order={order!r}: name fields, or give Keys, one at least")
@@ -102,6 +106,19 @@ def columns_of(dtype, order):
         field = dtype.fields[key.name]
         columns += _columns_of_type(field[0], field[1], key.flags, key.name)
     return columns
+
+
+def key_types(dtype, order):
+    """The types by which rows are sorted, wherever they lie."""
+    types = [dtype if key.name is None else dtype.fields[key.name][0]
+             for key in keys_of(order) or [Key()]]
+    return [_leaves(one) for one in types]
+
+
+def _leaves(dtype):
+    if dtype.names is None:
+        return dtype
+    return [(name, _leaves(dtype.fields[name][0])) for name in dtype.names]
 
 
 def rows_of(array, name="array"):

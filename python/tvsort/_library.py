@@ -4,9 +4,9 @@ Its declarations are those of tvsort.h itself, so there is nothing that could di
 lets go of the interpreter's lock for as long as a call takes.
 """
 
-import functools
 import os
 import re
+import threading
 from pathlib import Path
 
 import cffi
@@ -48,14 +48,38 @@ def _path():
     return _NAME
 
 
-@functools.lru_cache(maxsize=None)
+_STRUCTS = ("tvsort_server_options", "tvsort_rows_options", "tvsort_column", "tvsort_failure")
+_TYPES = ("tvsort_server **", "tvsort_rows **", "size_t *", "char[]", "void *", "int64_t *",
+          "tvsort_watch", *_STRUCTS, *(f"{name} *" for name in _STRUCTS))
+
+_lock = threading.RLock()
+_library = None
+# No child of a fork finds the loading begun by a thread that it does not have.
+os.register_at_fork(before=_lock.acquire, after_in_parent=_lock.release,
+                    after_in_child=_lock.release)
+
+
 def lib():
     """The library's functions and constants."""
+    global _library
+    if _library is None:
+        with _lock:
+            _library = _library or _load()
+    return _library
+
+
+def _load():
     try:
-        return ffi.dlopen(_path())
+        library = ffi.dlopen(_path())
     except OSError as error:
         raise ImportError(f"{_NAME} cannot be loaded: {error}; install tvsort, or name the library "
                           "in TVSORT_LIBRARY") from None
+    # What cffi looks up for the first time it does under a lock, which a fork would leave locked.
+    for name in dir(library):
+        getattr(library, name)
+    for name in _TYPES:
+        ffi.typeof(name)
+    return library
 
 
 def struct(name, **fields):

@@ -1,6 +1,8 @@
 """One sort through the C interface: columns in, row numbers or rows out."""
 
+import atexit
 import threading
+import weakref
 
 import numpy
 
@@ -16,6 +18,8 @@ PIECE_BYTES = 4 << 20
 # A record in the slot: keys, number and payload in whole words.
 _NUMBER_BYTES = 4
 _WORD_BYTES = 8
+# Of a record in the slot, and of the keys in it.
+_RECORD_BYTES_MAX = 65535
 
 _failed = threading.local()
 
@@ -40,13 +44,28 @@ class _Watch:
         self.progress = progress
         self.row_count = row_count
         if _Watch.callback is None:
-            _Watch.callback = ffi.callback("int32_t(void *, int32_t, int64_t)", _look, error=1,
-                                           onerror=_keep)
+            _Watch.callback = ffi.callback("tvsort_watch", _look, error=1, onerror=_keep)
 
 
 def record_bytes(columns, payload_bytes):
     size = sum(column.key_bytes for column in columns) + _NUMBER_BYTES + payload_bytes
     return (size + _WORD_BYTES - 1) // _WORD_BYTES * _WORD_BYTES
+
+
+def _check_lengths(columns, payload_bytes):
+    """Refuses, in the library's words, what it would refuse, before a process is started for it."""
+    if not columns:
+        raise BadUse("there is no column to sort by; add one at least")
+    key_bytes = 0
+    for index, column in enumerate(columns):
+        key_bytes += column.key_bytes
+        if key_bytes > _RECORD_BYTES_MAX:
+            raise BadUse(f"column {index} makes the keys longer than {_RECORD_BYTES_MAX} bytes; sort "
+                         "by fewer or shorter ones")
+    size = key_bytes + _NUMBER_BYTES + payload_bytes
+    if size > _RECORD_BYTES_MAX:
+        raise BadUse(f"a record of {size} bytes, its key among them, cannot be sorted; use "
+                     f"{_RECORD_BYTES_MAX} at most")
 
 
 def _wanted(columns, payload_bytes, row_count, processes):
@@ -60,17 +79,26 @@ def _wanted(columns, payload_bytes, row_count, processes):
 class Rows:
     """A sort of rows, as a context manager. `row_count` is None where nobody knows yet."""
 
+    _server = None
+    _handle = None
+    _is_whole = True
+    _all = weakref.WeakValueDictionary()
+
     def __init__(self, columns, row_count, payload_bytes=0, result=ALL, limit=0, *, memory="1G",
                  processes=None, progress=None, directory=None, timeout=None):
+        _check_lengths(columns, payload_bytes)
+        if progress is not None and not callable(progress):
+            raise BadUse(f"progress={progress!r}: give a function, or None")
         self._columns = columns
+        # Whoever closes waits until the call at work is back.
+        self._lock = threading.RLock()
+        Rows._all[id(self)] = self
         processes = _servers.process_count(processes)
         self._server = _servers.acquire(memory, processes,
                                         _wanted(columns, payload_bytes, row_count, processes),
                                         directory, timeout)
         self._watch = _Watch(progress, row_count)
         self._context = ffi.new_handle(self._watch)
-        self._handle = None
-        self._is_whole = True
         try:
             handle = ffi.new("tvsort_rows **")
             options = struct("tvsort_rows_options", payload_bytes=payload_bytes, result=result,
@@ -83,6 +111,7 @@ class Rows:
                            struct("tvsort_column", type=column.type, flags=column.flags,
                                   value_bytes=column.value_bytes))
         except BaseException:
+            self._is_whole = False
             self.close()
             raise
 
@@ -93,12 +122,31 @@ class Rows:
         self.close()
 
     def close(self):
-        if self._server is None:
+        # A child of a fork would destroy what its parent is at work with.
+        if self._server is None or not self._server.is_own:
             return
-        server, self._server = self._server, None
-        if self._handle is not None:
-            lib().tvsort_rows_destroy(self._handle)
-        _servers.release(server, self._is_whole)
+        with self._lock:
+            # An interrupt in between leaves a server that is not to be used again.
+            is_whole, self._is_whole = self._is_whole, False
+            handle, self._handle = self._handle, None
+            if handle is not None:
+                lib().tvsort_rows_destroy(handle)
+            server, self._server = self._server, None
+            if server is not None:
+                _servers.release(server, is_whole)
+
+    __del__ = close
+
+    @staticmethod
+    def close_all():
+        """Ends all sorts, those of other threads too."""
+        for reference in Rows._all.valuerefs():  # a list, whatever other threads begin
+            rows = reference()
+            if rows is None or rows._server is None or not rows._server.is_own:
+                continue
+            if rows._handle is not None:
+                lib().tvsort_rows_cancel(rows._handle)
+            rows.close()
 
     def _check(self, code):
         if code == 0:
@@ -108,13 +156,16 @@ class Rows:
         check(code, lib().tvsort_rows_text, self._handle, lib().tvsort_rows_failure)
 
     def _call(self, function, *arguments):
-        _failed.error = None
-        code = function(self._handle, *arguments)
-        error, _failed.error = _failed.error, None
-        if error is not None:
-            self._is_whole = False
-            raise error
-        self._check(code)
+        with self._lock:
+            if self._handle is None or not self._server.is_own:
+                raise BadUse("this sort belongs to a process that is another one, or ending")
+            _failed.error = None
+            code = function(self._handle, *arguments)
+            error, _failed.error = _failed.error, None
+            if error is not None:
+                self._is_whole = False
+                raise error
+            self._check(code)
 
     def _set(self, place, stride, nulls, step=1):
         for index, column in enumerate(self._columns):
@@ -139,8 +190,10 @@ class Rows:
         self._call(lib().tvsort_rows_put, row_count, payload_place,
                    0 if payload is None else payload.strides[0])
 
-    def put(self, array, with_payload=False, sample=True):
-        """The rows of an array that holds all columns."""
+    def put(self, array, with_payload=False, sample=True, columns=None):
+        """The rows of an array that holds all columns, in other places where `columns` says so."""
+        if columns is not None:
+            self._columns = columns
         self.put_values([array] * len(self._columns), len(array), array if with_payload else None,
                         sample=sample)
 
@@ -181,8 +234,14 @@ def take(array, numbers, out=None, threads=1):
         raise BadUse("rows with Python objects in them cannot be copied; take them by argsort")
     if out is None:
         out = numpy.empty(len(numbers), array.dtype)
+        if isinstance(array, numpy.recarray):
+            out = out.view(numpy.recarray)
     code = lib().tvsort_take(ffi.cast("void *", array.ctypes.data), array.strides[0], len(array),
                              array.dtype.itemsize, ffi.cast("int64_t *", numbers.ctypes.data),
                              len(numbers), ffi.cast("void *", out.ctypes.data), threads)
     check(code, lambda _: ffi.new("char[]", b"a row number lies outside of the rows"), None)
     return out
+
+
+# Before the servers end, and with threads about that end only after this one.
+atexit.register(Rows.close_all)

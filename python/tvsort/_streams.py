@@ -34,7 +34,12 @@ def sort_arrays(arrays, order=None, *, rows=None, **options):
     The arrays, of one type, are asked for one by one when the first sorted one is. What is not in
     the memory granted stands in a file meanwhile.
     """
-    arrays = iter(arrays)
+    if rows is not None and (not isinstance(rows, (int, numpy.integer)) or rows < 1):
+        raise BadUse(f"rows={rows!r}: give a number of rows above 0, or None")
+    return _sort_arrays(iter(arrays), order, rows, options)
+
+
+def _sort_arrays(arrays, order, rows, options):
     first = next(arrays, None)
     if first is None:
         return
@@ -73,6 +78,8 @@ def sort_file(path, dtype, order=None, out=None, **options):
     before that, it is as it was. Returns the number of rows.
     """
     dtype = numpy.dtype(dtype)
+    if dtype.subdtype is not None:  # of which numpy makes arrays of more dimensions
+        dtype = numpy.dtype([("", dtype)])
     _check_type(dtype)
     columns = columns_of(dtype, order)
     size = os.path.getsize(path)
@@ -80,6 +87,9 @@ def sort_file(path, dtype, order=None, out=None, **options):
         raise BadUse(f"{os.fspath(path)} has {size} bytes, which is no multiple of the "
                      f"{dtype.itemsize} bytes of a row")
     row_count = size // dtype.itemsize
+    if out is not None:
+        with open(out, "ab"):  # or the sort would be for nothing
+            pass
     buffer = numpy.empty(_piece_rows(dtype), dtype)
     with _rows.Rows(columns, row_count, dtype.itemsize, **options) as rows:
         with open(path, "rb", buffering=0) as file:

@@ -303,6 +303,106 @@ static void test_rows(void) {
     free(taken);
 }
 
+static int32_t refuse(void *context, int32_t stage, int64_t done) {
+    (void)done;
+    return stage == *(const int32_t *)context;
+}
+
+struct busy {
+    tvsort_server *server;
+    int refused;
+};
+
+/* In the middle of a load of slot 2: rows cannot have the slots, and take nothing from slot 1. */
+static int32_t create_rows(void *context, void *target, size_t records_max, size_t *record_count) {
+    struct busy *busy = context;
+    tvsort_rows *rows = NULL;
+    (void)target;
+    (void)records_max;
+    *record_count = 0;
+    busy->refused = tvsort_rows_create(busy->server, NULL, &rows) == TVSORT_BAD_USE &&
+                    strstr(tvsort_rows_text(rows), "at work") != NULL;
+    tvsort_rows_destroy(rows);
+    return 0;
+}
+
+/* Rows that are shown and put in ways that nobody needs. */
+static void test_rows_gone_wrong(void) {
+    enum { kRows = 6000 };
+    static uint32_t text[kRows];
+    static uint8_t nulls[kRows];
+    static int64_t numbers[kRows];
+    const uint8_t wide[300] = {0};
+    const int64_t value = 1;
+    int32_t stage = TVSORT_STAGE_PUT;
+    size_t got = 0;
+    tvsort_server *server = started(server_options(2 << 20, 2));
+    tvsort_column column = column_of(TVSORT_UCS4, 4, TVSORT_NULLABLE);
+    text[kRows - 1] = 0x110000;
+    nulls[kRows - 1] = 1;
+
+    /* What lies under a null is no text; a sample of shorter keys, or of none, parts nothing. */
+    for (int64_t more_bytes = 0; more_bytes <= 300; more_bytes += 300) {
+        tvsort_rows *rows = rows_of(server, TVSORT_ALL, 0, 0);
+        tvsort_column more = column_of(TVSORT_BYTES, more_bytes, 0);
+        if (more_bytes == 0) ROWS_OK(tvsort_rows_add_column(rows, &more));
+        if (more_bytes > 0) ROWS_OK(tvsort_rows_add_column(rows, &column));
+        ROWS_OK(tvsort_rows_set_values(rows, 0, text, 4, more_bytes > 0 ? nulls : NULL, 1));
+        ROWS_OK(tvsort_rows_sample(rows, kRows));
+        ROWS_OK(tvsort_rows_add_column(rows, more_bytes > 0 ? &more : &column));
+        ROWS_OK(tvsort_rows_set_values(rows, 1, more_bytes > 0 ? (const void *)wide : text,
+                                       more_bytes > 0 ? 0 : 4, more_bytes > 0 ? NULL : nulls, 1));
+        ROWS_OK(tvsort_rows_put(rows, kRows, NULL, 0));
+        ROWS_OK(tvsort_rows_sort(rows));
+        ROWS_OK(tvsort_rows_get(rows, kRows, NULL, 0, numbers, &got));
+        CHECK(got == kRows && numbers[0] == 0 && numbers[kRows - 1] == kRows - 1);
+        tvsort_rows_destroy(rows);
+    }
+
+    /* More rows than there can be, all in one place. */
+    tvsort_rows *rows = rows_of(server, TVSORT_ALL, 0, 0);
+    column = column_of(TVSORT_SIGNED, 8, 0);
+    ROWS_OK(tvsort_rows_add_column(rows, &column));
+    ROWS_OK(tvsort_rows_set_values(rows, 0, &value, 0, NULL, 0));
+    ROWS_OK(tvsort_rows_sample(rows, SIZE_MAX / 8 + 1));
+    ROWS_GIVES(tvsort_rows_put(rows, SIZE_MAX, NULL, 0), TVSORT_BAD_USE, "more than 4294967295");
+    ROWS_OK(tvsort_rows_put(rows, 1, NULL, 0));
+    tvsort_rows_destroy(rows);
+
+    /* A put that fails in the middle can be neither repeated nor followed. */
+    rows = rows_of(server, TVSORT_ALL, 0, 0);
+    column = column_of(TVSORT_UCS4, 4, 0);
+    ROWS_OK(tvsort_rows_add_column(rows, &column));
+    ROWS_OK(tvsort_rows_set_values(rows, 0, text, 4, NULL, 0));
+    ROWS_GIVES(tvsort_rows_put(rows, kRows, NULL, 0), TVSORT_BAD_USE, "no code point");
+    ROWS_GIVES(tvsort_rows_put(rows, 1, NULL, 0), TVSORT_BAD_USE, "destroy them");
+    ROWS_GIVES(tvsort_rows_sort(rows), TVSORT_BAD_USE, "destroy them");
+    ROWS_GIVES(tvsort_rows_get(rows, 1, NULL, 0, numbers, &got), TVSORT_BAD_USE, "destroy them");
+    tvsort_rows_destroy(rows);
+
+    /* A watch cancels as a thread does: for good. */
+    tvsort_rows_options options;
+    memset(&options, 0, sizeof options);
+    options.struct_size = sizeof options;
+    options.watch = refuse;
+    options.watch_context = &stage;
+    CHECK(tvsort_rows_create(server, &options, &rows) == TVSORT_OK);
+    ROWS_OK(tvsort_rows_add_column(rows, &column));
+    ROWS_OK(tvsort_rows_set_values(rows, 0, text, 4, NULL, 0));
+    ROWS_GIVES(tvsort_rows_put(rows, 9, NULL, 0), TVSORT_CANCELLED, "cancelled");
+    ROWS_GIVES(tvsort_rows_sort(rows), TVSORT_CANCELLED, "cancelled");
+    tvsort_rows_destroy(rows);
+
+    struct busy busy = {server, 0};
+    tvsort_slot *slot = slot_of(server, 1);
+    tvsort_request *request = request_of(key_of(2, 0, 8, 0));
+    SLOT_OK(tvsort_slot_load_array(slot, 8, &value, 1));
+    CHECK(tvsort_slot_load(slot_of(server, 2), 8, create_rows, &busy) == TVSORT_OK && busy.refused);
+    SLOT_OK(tvsort_slot_sort(slot, request, NULL));
+    tvsort_request_destroy(request);
+    tvsort_server_destroy(server);
+}
+
 struct part {
     tvsort_slot *slot;
     int64_t *values;
@@ -371,11 +471,6 @@ static void *cancel_soon(void *argument) {
         CHECK(time(NULL) - begin_ < 5);                                               \
         pthread_join(thread_, NULL);                                                  \
     } while (0)
-
-static int32_t refuse(void *context, int32_t stage, int64_t done) {
-    (void)done;
-    return stage == *(const int32_t *)context;
-}
 
 /* Another thread, a watch and the time cancel a sort; the next one gets a new process. */
 static void test_cancellation(void) {
@@ -447,7 +542,8 @@ static void test_misuse(void) {
     CHECK(tvsort_server_create(NULL) == TVSORT_BAD_USE);
     CHECK(tvsort_server_start(NULL, NULL) == TVSORT_BAD_USE);
     CHECK(tvsort_server_slot(NULL, 1, &slot) == TVSORT_BAD_USE);
-    CHECK(tvsort_rows_create(NULL, NULL, &rows) == TVSORT_BAD_USE);
+    rows = (tvsort_rows *)&value;
+    CHECK(tvsort_rows_create(NULL, NULL, &rows) == TVSORT_BAD_USE && rows == NULL);
     CHECK(tvsort_rows_put(NULL, 1, NULL, 0) == TVSORT_BAD_USE);
     CHECK(tvsort_rows_sort(NULL) == TVSORT_BAD_USE && tvsort_slot_sort(NULL, NULL, NULL) == TVSORT_BAD_USE);
     CHECK(tvsort_request_create(NULL) == TVSORT_BAD_USE);
@@ -647,6 +743,7 @@ int main(int argument_count, char **arguments) {
         void (*run)(void);
     } tests[] = {{"callbacks", test_callbacks}, {"requests", test_requests},
                  {"rows", test_rows},           {"slots_at_once", test_slots_at_once},
+                 {"rows_gone_wrong", test_rows_gone_wrong},
                  {"cancellation", test_cancellation}, {"misuse", test_misuse}, {"lies", test_lies},
                  {"collation", test_collation}};
     int run = 0;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <random>
 #include <string>
 
 #include "process/keys/record_precedes.h"
@@ -95,6 +96,22 @@ TEST(BlockDistribution, EveryTypeIsInOrderAndEqualRecordsStayAsTheyCame) {
         if (HasFatalFailure()) return;
     }
     EXPECT_GT(distributed, 40);
+}
+
+// The entries of one block take most of the frames: of what is distributed again, nothing but a
+// buffer may be left.
+TEST(BlockDistribution, RecordsOfOneByteAreSorted) {
+    Demand demand;
+    demand.geometry = {1, 4000, 1};
+    demand.frames = 64;
+    demand.keys = {ascendingKey(DataType::kSingleByte, 0, 1)};
+    std::mt19937 random(3);
+    for (std::uint32_t i = 0; i < 65 * 4000; ++i)
+        demand.records.push_back({static_cast<Byte>(random())});
+    const Outcome outcome = World(demand).serve();
+    EXPECT_TRUE(outcome.distributed);
+    std::sort(demand.records.begin(), demand.records.end());
+    EXPECT_EQ(outcome.result, demand.records);
 }
 
 // --- Shapes --------------------------------------------------------------------------------------
