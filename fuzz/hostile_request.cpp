@@ -9,8 +9,8 @@ namespace tvsort::fuzz {
 namespace {
 
 constexpr std::int32_t kManyBlocks = 100;
-constexpr std::int32_t kRecordsOfDistribution = 10000;
-constexpr std::uint32_t kLengthOfDistributionMax = 43;  // fits twice into 280 blocks
+constexpr std::int32_t kManyRecords = 10000;
+constexpr std::uint32_t kLengthOfManyMax = 43;  // fits twice into 280 blocks
 constexpr std::int32_t kRecordsMax = 400;
 constexpr std::uint16_t kLevelKeyOffset = 16;
 
@@ -23,8 +23,8 @@ struct Plan {
     bool large;  // random bytes are drawn four at a time
 };
 
-bool isDistributed(const Plan& plan) {
-    return plan.geometry.recordCount >= kRecordsOfDistribution;
+bool holdsMany(const Plan& plan) {
+    return plan.geometry.recordCount >= kManyRecords;
 }
 
 SortMode takeMode(FuzzInput& input) {
@@ -34,11 +34,11 @@ SortMode takeMode(FuzzInput& input) {
 
 Geometry takeGeometry(FuzzInput& input, const SlotLayout& layout, SortMode mode) {
     Geometry geometry = {};
-    const bool distribution = layout.memoryBlocks >= kManyBlocks;
+    const bool many = layout.memoryBlocks >= kManyBlocks;
     geometry.blockPages = 1 + static_cast<std::int32_t>(
                                   input.below(static_cast<std::uint32_t>(layout.pagesPerBlock)));
     const std::uint32_t lengthMax =
-        distribution       ? kLengthOfDistributionMax
+        many               ? kLengthOfManyMax
         : input.rarely(16) ? static_cast<std::uint32_t>(geometry.blockPages * kPageBytes)
                            : 80;
     geometry.recordLength = 1 + static_cast<std::int32_t>(input.below(lengthMax));
@@ -47,10 +47,9 @@ Geometry takeGeometry(FuzzInput& input, const SlotLayout& layout, SortMode mode)
     geometry.recordLength = std::min(geometry.recordLength, blockBytes);
     const std::int32_t fit = blockBytes / geometry.recordLength;
     const std::uint32_t fewer = input.below(8);
-    geometry.recordsPerBlock = std::max(1, distribution ? fit : fit >> fewer);
-    geometry.recordCount =
-        distribution ? kRecordsOfDistribution + static_cast<std::int32_t>(input.below(500))
-                     : static_cast<std::int32_t>(input.below(kRecordsMax));
+    geometry.recordsPerBlock = std::max(1, many ? fit : fit >> fewer);
+    geometry.recordCount = many ? kManyRecords + static_cast<std::int32_t>(input.below(500))
+                                : static_cast<std::int32_t>(input.below(kRecordsMax));
     // At most a few times what the frames hold.
     geometry.recordCount =
         std::min(geometry.recordCount, 4 * static_cast<std::int32_t>(layout.framesMax()) /
@@ -60,15 +59,15 @@ Geometry takeGeometry(FuzzInput& input, const SlotLayout& layout, SortMode mode)
 
 KeyDescriptor takeKey(FuzzInput& input, const Plan& plan, std::uint8_t orderNumber) {
     constexpr std::uint8_t kLengths[] = {1, 2, 4, 8, 3, 5, 16, 34};
-    constexpr std::uint8_t kDistributedTypes[] = {2, 4, 5, 6, 9};
+    constexpr std::uint8_t kStableTypes[] = {2, 4, 5, 6, 9};
     constexpr std::uint8_t kGeometryTypes[] = {0, 0, 1, 3, 255, 129, 7, 6};
     KeyDescriptor key = {};
     key.dataType = static_cast<std::uint8_t>(input.below(15));
     const std::uint32_t choice = input.below(64);
     key.fieldLength = kLengths[choice % 8];
     key.geometryType = kGeometryTypes[choice / 8];
-    if (isDistributed(plan) && choice / 8 < 7) {
-        key.dataType = kDistributedTypes[key.dataType % sizeof kDistributedTypes];
+    if (holdsMany(plan) && choice / 8 < 7) {
+        key.dataType = kStableTypes[key.dataType % sizeof kStableTypes];
         key.geometryType = kGeometryTypeNone;
     }
     const std::uint32_t bytes = keyFieldBytes(key.dataType, key.fieldLength);
@@ -172,7 +171,7 @@ Bytes makeRecords(const Plan& plan, std::uint32_t seed) {
             const std::size_t bytes = keyFieldBytes(key.dataType, key.fieldLength);
             if (key.fieldOffset + bytes > length) continue;
             if (plan.hostileValues && random.below(200) == 0) continue;
-            fillField(random, key, isDistributed(plan), bytes, record + key.fieldOffset);
+            fillField(random, key, holdsMany(plan), bytes, record + key.fieldOffset);
         }
         if (length > kRecordFlagOffset && (plan.mask & 4) == 0) {
             record[kRecordFlagOffset] = static_cast<Byte>(1 + random.below(3));

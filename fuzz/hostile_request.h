@@ -44,8 +44,8 @@ struct HostileRequest {
     std::uint32_t scribbling;    // 0: nobody writes over the slot meanwhile, else a seed
 };
 
-// Takes the next request of the input. Slots of 100 and more blocks get enough records for the
-// distribution sort.
+// Takes the next request of the input. Slots of 100 and more blocks get enough records for
+// the order of arrival to be expected.
 HostileRequest takeRequest(FuzzInput& input, const SlotLayout& layout);
 HostileRequest takeRequestAtBorders(FuzzInput& input, const SlotLayout& layout);
 

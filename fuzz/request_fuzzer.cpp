@@ -22,7 +22,7 @@ constexpr std::uint8_t kLayoutMask = 0x3f;
 SlotLayout takeLayout(FuzzInput& input, std::uint8_t choice) {
     switch (choice & kLayoutMask) {
         case 63:
-            return {280, 1};  // enough for the distribution sort, and slow
+            return {280, 1};  // enough for a copy of many records, and slow
         case 62:
             return {40, 1};
         case 61:

@@ -214,6 +214,16 @@ inline std::int32_t bytesLeft(const KeyWord& word, const Byte* record) {
     return std::clamp(length, 0, word.contentBytes) - word.skippedBytes;
 }
 
+// One program of the tests counts the words that are read.
+#ifdef TVSORT_COUNT_WORDS
+extern std::int64_t wordsRead;
+inline void countWord() {
+    wordsRead += 1;
+}
+#else
+inline void countWord() {}
+#endif
+
 // The word of a record. May read up to seven bytes behind the record's end: each word begins with a
 // byte of a field, and all fields with words lie in the record. In line by force, so that a loop
 // that knows the kind of its word keeps nothing of the others.
@@ -221,6 +231,7 @@ inline std::int32_t bytesLeft(const KeyWord& word, const Byte* record) {
                                                           bool bounded, const Byte* record) {
     constexpr std::uint64_t kSingleExponent = std::uint64_t{0x7f800000} << 32;
     constexpr std::uint64_t kDoubleExponent = std::uint64_t{0x7ff} << 52;
+    countWord();
     const Byte* const field = record + word.offset;
     const std::int32_t bytes = bounded ? bytesLeft(word, record) : 8;
     switch (kind) {

@@ -14,6 +14,8 @@ constexpr std::uint32_t kPartsBitsMax = 11;
 constexpr std::uint32_t kPartsMax = 1U << kPartsBitsMax;
 // How many records ahead a part's next place is asked for.
 constexpr std::uint32_t kWriteAhead = 4;
+// How often as many records as there are may be distributed again.
+constexpr std::uint64_t kRoundsMax = 4;
 
 // Records that stand together in the copy and are equal in the key before `from`.
 struct Part {
@@ -125,12 +127,15 @@ void takeOnParts(Copying& work, const Part& part, std::uint32_t shift) {
     }
 }
 
-// Opens a window in which records differ, and counts them. False when they are equal.
+// Opens a window in which records differ, and counts them. False when they are equal. Of what has
+// come back it shows no more bits than make parts: what the parts do not tell would be read again,
+// with every part that is too large.
 bool countParts(const Copying& work, const RecordArray& source, Continuation& from,
                 PartSink& sink) {
     const auto visit = [&](std::uint32_t step, auto look) { visitEvery(source, step, look); };
     while (!from.endsKey) {
-        from = readThrough(work.key, from, source.count, visit, sink, window);
+        const std::uint32_t widthMax = from.exact ? kPartsBitsMax : kReadBitsMax;
+        from = readThrough(work.key, from, source.count, visit, sink, window, widthMax);
         if (window.width > 0) return true;
     }
     return false;
@@ -148,15 +153,24 @@ void workOn(Copying& work, Part part) {
 
 }  // namespace
 
-void sortByCopy(const NormalizedKey& key, const RecordArray& records, Byte* copy) {
+bool sortByCopy(const NormalizedKey& key, const RecordArray& records, Byte* copy, bool mayGiveUp) {
     Copying work = {key, records, copy, 0};
     Part all = {0, records.count, startOf(key)};
     PartSink sink = {};
-    if (!countParts(work, records, all.from, sink)) return;
+    if (!countParts(work, records, all.from, sink)) return true;
     moveToParts(records, sink, copy);
     takeOnParts(work, all, sink.shift);
-    while (work.waitingCount > 0)
-        workOn(work, waiting[--work.waitingCount]);
+    std::uint64_t again = 0;
+    while (work.waitingCount > 0) {
+        const Part part = waiting[--work.waitingCount];
+        again += part.end - part.begin;
+        if (mayGiveUp && again > kRoundsMax * records.count) {
+            returnPart(work, part);
+        } else {
+            workOn(work, part);
+        }
+    }
+    return !mayGiveUp || again <= kRoundsMax * records.count;
 }
 
 }  // namespace tvsort

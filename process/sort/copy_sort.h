@@ -11,7 +11,9 @@
 // records of a few dozen bytes, and needs no memory for entries.
 //
 // A part that is too large is distributed once more: to its own places in the data set, packed, and
-// back as it is, in parts. Each time its records agree in more bits of the key.
+// back as it is, in parts. Each time its records agree in more bits of the key. Crafted keys can
+// make that as often as every few bits, which costs long records dear: where entries could take
+// over, four times the data set may be distributed again, and no more.
 
 #pragma once
 
@@ -24,7 +26,8 @@ namespace tvsort {
 inline constexpr std::uint32_t kCopiedBytesMax = 32;
 
 // Orders `records`, of which there are two at least; `copy` has room for them, packed. Equal
-// records keep their order.
-void sortByCopy(const NormalizedKey& key, const RecordArray& records, Byte* copy);
+// records keep their order. False when it `mayGiveUp` and did: the records are in some order, but
+// equal ones still in theirs.
+bool sortByCopy(const NormalizedKey& key, const RecordArray& records, Byte* copy, bool mayGiveUp);
 
 }  // namespace tvsort

@@ -204,8 +204,9 @@ void checkUniqueness(SortJob& job) {
         recordPrecedes(job, placeInFrames(job, n), placeInFrames(job, n + 1));
 }
 
-// Sorts by way of the copy that there is room for, where the order of arrival is expected.
-Outcome sortCopied(SortJob& job) {
+// Sorts by way of the copy that there is room for, where the order of arrival is expected. Answers
+// in `isSorted` whether the entries have nothing left to do.
+Outcome sortCopied(SortJob& job, bool hasEntries, bool& isSorted) {
     const RecordArray records = dataRecords(job);
     Doubts doubts = kNoDoubts;
     if (normalizedKey.checkCount > 0) {
@@ -214,8 +215,8 @@ Outcome sortCopied(SortJob& job) {
     }
     const Outcome outcome = judgeDoubts(doubts, true);
     if (outcome != Outcome::kGoOn) return outcome;
-    sortByCopy(normalizedKey, records, behindData(job));
-    checkUniqueness(job);
+    isSorted = sortByCopy(normalizedKey, records, behindData(job), hasEntries);
+    if (isSorted) checkUniqueness(job);
     return outcome;
 }
 
@@ -290,7 +291,10 @@ bool sortByEntries(SortJob& job, Byte* scratch) {
     const bool copies =
         !hasEntries || (expectedStable && !normalizedKey.isUnique() && copyPays(job));
     const auto sort = [&] {
-        return copies ? sortCopied(job) : sortEntries(job, expectedStable, scratch);
+        bool isSorted = false;
+        const Outcome copied = copies ? sortCopied(job, hasEntries, isSorted) : Outcome::kGoOn;
+        if (isSorted || copied != Outcome::kGoOn) return copied;
+        return sortEntries(job, expectedStable, scratch);
     };
     Outcome outcome = sort();
     if (outcome == Outcome::kReadAgain) {

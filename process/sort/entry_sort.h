@@ -33,6 +33,11 @@ inline constexpr std::int32_t kEntryRecordsMin = 200;
 // From this many records on a data set that fits twice is expected to keep the order of arrival.
 inline constexpr std::int32_t kStableRecordsMin = 10000;
 
+// Whatever the data, records times words of the key times this is as often as words are read: by
+// entries, in a window, one that goes back, and those of parts; by a copy, in up to seven windows
+// of ever smaller parts; by blocks, while the range of a record is looked for and that is ordered.
+inline constexpr std::int64_t kReadsPerWordMax = 32;
+
 inline constexpr std::int32_t kEntriesBytes = 2 * sizeof(Entry);  // of a record
 
 // Whether the frames hold an entry for each record, twice, behind the data set.

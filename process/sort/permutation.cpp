@@ -1,6 +1,7 @@
 #include "process/sort/permutation.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "process/job/sort_job.h"
 #include "process/storage/server_watch.h"
@@ -26,8 +27,7 @@ struct Permutation {
     std::uint32_t slotCount;
     std::uint32_t chainCount;
     Chain chains[kChainsMax];
-    std::uint32_t freeCount;
-    std::uint32_t freeSlots[kChainsMax];
+    std::uint32_t usedSlots;  // a bit for each slot that holds a record
     std::uint32_t nextStart;  // no place before it is left
     std::uint32_t stepsLeft;  // twice as many as there are records, whatever `order` says
 
@@ -46,13 +46,14 @@ struct Permutation {
 // Starts a chain at the next place whose record belongs elsewhere, while there are a free slot and
 // such a place.
 bool startChain(Permutation& work) {
-    if (work.freeCount == 0) return false;
+    const auto slot = static_cast<std::uint32_t>(std::countr_one(work.usedSlots));
+    if (slot == work.slotCount) return false;
     for (; work.nextStart < work.records.count; ++work.nextStart) {
         const std::uint32_t start = work.nextStart;
         const std::uint32_t source =
             loadOnce<std::uint32_t>(reinterpret_cast<const Byte*>(work.order + start));
         if (source == start || source >= work.records.count) continue;
-        const std::uint32_t slot = work.freeSlots[--work.freeCount];
+        work.usedSlots |= 1U << slot;
         copyRecord(work.slot(slot), work.records.at(start), work.records.recordLength);
         work.order[start] = kSavedMark + slot;
         work.chains[work.chainCount++] = {start, source};
@@ -74,9 +75,9 @@ bool step(Permutation& work, Chain& chain) {
     work.order[source] = source;  // nothing starts here any more
     if (next >= kSavedMark) {
         const std::uint32_t slot = next - kSavedMark;
-        if (slot >= work.slotCount) return false;
+        if ((work.usedSlots >> slot & 1) == 0) return false;  // the server has written the mark
         copyRecord(hole, work.slot(slot), work.records.recordLength);
-        if (work.freeCount < kChainsMax) work.freeSlots[work.freeCount++] = slot;
+        work.usedSlots &= ~(1U << slot);
         return false;
     }
     if (next == source) return false;
@@ -91,11 +92,7 @@ bool step(Permutation& work, Chain& chain) {
 void permuteRecords(SortJob& job, const RecordArray& records, std::uint32_t* order, Byte* saved) {
     const auto slots = static_cast<std::uint32_t>(
         std::min<std::size_t>(kChainsMax, kRecordBufferBytes / records.recordLength));
-    Permutation work = {records, order, saved, slots, 0, {}, 0, {}, 0, 2 * records.count};
-    while (work.freeCount < slots) {
-        work.freeSlots[work.freeCount] = work.freeCount;
-        work.freeCount += 1;
-    }
+    Permutation work = {records, order, saved, slots, 0, {}, 0, 0, 2 * records.count};
     while (startChain(work))
         continue;
     while (work.chainCount > 0) {

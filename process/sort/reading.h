@@ -39,28 +39,32 @@ inline Continuation continuationOf(const KeyWindow& window, bool fitsAll) {
     return {window.start, false, true};
 }
 
+inline constexpr std::uint32_t kReadBitsMax = kWindowBits - 1;
+
 // A window that tells most of `recordCount` records apart: twelve bits more than their number has,
 // so that few have the same digits by chance.
-inline WindowFit fitFor(std::uint32_t recordCount, bool findFollowers) {
+inline WindowFit fitFor(std::uint32_t recordCount, bool findFollowers,
+                        std::uint32_t widthMax = kReadBitsMax) {
     constexpr std::uint32_t kBitsBeyondCount = 12;
-    constexpr std::uint32_t kWidthMax = kWindowBits - 1;
     const auto countBits = static_cast<std::uint32_t>(std::bit_width(recordCount));
-    return {kWidthMax, std::min(kWidthMax, countBits + kBitsBeyondCount), findFollowers};
+    return {widthMax, std::min(widthMax, countBits + kBitsBeyondCount), findFollowers};
 }
 
 // Opens a window at `from` and reads `count` records through it. `visit(step, look)` calls `look`
 // with every step-th record. For each window, of which there may be two, `sink.start` is called,
-// and `sink.take` with each record and its digits. Answers how the keys go on.
+// and `sink.take` with each record and its digits. No window has more than `widthMax` bits. Answers
+// how the keys go on.
 template <typename Visit, typename Sink>
 Continuation readThrough(const NormalizedKey& key, const Continuation& from, std::uint32_t count,
-                         Visit visit, Sink& sink, KeyWindow& window) {
+                         Visit visit, Sink& sink, KeyWindow& window,
+                         std::uint32_t widthMax = kReadBitsMax) {
     std::uint32_t step = from.exact ? 1 : std::max(count / kSampleRecords, 1U);
     for (;;) {
         const auto visitSample = [&](auto look) {
             bool starts = true;
             visit(step, [&](const Byte* record) { look(record, std::exchange(starts, false)); });
         };
-        fitWindow(key, from.place, fitFor(count, step > 1), visitSample, window);
+        fitWindow(key, from.place, fitFor(count, step > 1, widthMax), visitSample, window);
         sink.start(window);
         std::uint32_t misfits = 0;
         withReader(window, [&](const auto& reader) {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "process/service/channel.h"
+#include "process/sort/entry.h"
 #include "process/sort/entry_sort.h"
 
 namespace tvsort::test {
@@ -51,17 +52,24 @@ void GuardedSlot::poisonUnused(const SortRequest& request) const {
     const std::int64_t frames =
         blocksFit ? layout_.pagesPerBlock / request.blockPages * layout_.memoryBlocks : 0;
     if (request.fileBlocks < 0 || request.fileBlocks > frames ||
-        request.recordCount >= kEntryRecordsMin) {
+        request.recordCount >= kStableRecordsMin) {
         return;
     }
     const std::int64_t blockBytes = request.blockPages * kPageBytes;
+    const std::int64_t dataEnd =
+        layout_.frameAreaOffset() + std::int64_t{request.fileBlocks} * blockBytes;
+    const std::int64_t entryBytes = request.recordCount >= kEntryRecordsMin
+                                        ? 2 * std::int64_t{sizeof(Entry)} * request.recordCount
+                                        : 0;
+    const std::int64_t entriesEnd = dataEnd + entryBytes;
     const std::int64_t spareBlock = layout_.frameAreaOffset() + layout_.framesMax() * kPageBytes;
     std::int64_t left = request.recordCount;
     std::int64_t block = layout_.frameAreaOffset();
     for (std::int64_t i = 0; i < frames; ++i, block += blockBytes) {
         const std::int64_t here = std::clamp<std::int64_t>(left, 0, request.recordsPerBlock);
         left -= here;
-        poison(block + here * request.recordLength + kLoadedBehind, block + blockBytes);
+        const std::int64_t used = block + here * request.recordLength + kLoadedBehind;
+        poison(block < dataEnd ? used : std::max(used, entriesEnd), block + blockBytes);
     }
     poison(block + kLoadedBehind, spareBlock);
     poison(spareBlock + request.recordLength + kLoadedBehind, layout_.pageDescriptorsOffset());

@@ -31,8 +31,9 @@ class GuardedSlot {
 
     // Until `unpoison`, the sanitizer reports accesses behind the records of the request's blocks
     // and its pivot, in frames without records, and behind the slot's last region. Seven bytes
-    // behind the records stay free, which fast ways load and do not look at. Where frames go to the
-    // work file whole, or are there to be worked in, only the slot's end is watched.
+    // behind the records stay free, which fast ways load and do not look at, and so does the room
+    // of two entries for each record. Where frames go to the work file whole, or there may be a
+    // copy in them, only the slot's end is watched.
     void poisonUnused(const SortRequest& request) const;
     void unpoison() const;
 

@@ -20,7 +20,7 @@ struct Way {
 };
 
 const Way kWays[] = {
-    {"Quicksort", 60, 4, 10, 100}, {"Spilled", 5, 2, 10, 100}, {"Distributed", 256, 100, 160, 20}};
+    {"Quicksort", 60, 4, 10, 100}, {"Spilled", 5, 2, 10, 100}, {"ByEntries", 256, 100, 160, 20}};
 
 std::ostream& operator<<(std::ostream& out, const Way& way) {
     return out << way.name;

@@ -60,7 +60,7 @@ std::ostream& operator<<(std::ostream& out, const Load& load) {
 // A pool that most data sets exceed, and one that holds them twice, so that all but the smallest
 // are sorted by entries or by a copy.
 const Load kLoads[] = {{"Spilling", 20, {1, 2, 4}, 700, 100, 1000},
-                       {"Distributed", 256, {1, 100, 120}, 60, 10, 3000}};
+                       {"Fitting", 256, {1, 100, 120}, 60, 10, 3000}};
 
 int requestCount(const Load& load) {
     const char* const text = std::getenv("TVSORT_SOAK_REQUESTS");

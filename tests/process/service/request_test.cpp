@@ -238,8 +238,7 @@ TEST(Reply, OneRecordIsOneGroupAndNeedsNoSort) {
 }
 
 // Where the last request stopped, and what stands in the descriptors of frames that this one does
-// not use, must not lead to a record: the distribution sort addresses none before the row limit
-// does.
+// not use, must not lead to a record: the sort by entries addresses none before the row limit does.
 TEST(Pool, AnEarlierRequestsFrameIsNotLookedAt) {
     ServedJob served({200, 2});
     const Records records(10000, Bytes(8, 0));

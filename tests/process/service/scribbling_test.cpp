@@ -34,6 +34,7 @@ struct Way {
     SlotLayout layout;
     int recordCount;
     std::uint16_t recordsPerBlock;
+    int distinct;   // values of a key, about
     int ofHundred;  // requests
     std::vector<KeyDescriptor> values;
 };
@@ -54,14 +55,17 @@ std::vector<KeyDescriptor> valuesOfAllTypes() {
 }
 
 const Way kWays[] = {
-    {"Quicksort", {5, 2}, 250, 40, 40, valuesOfAllTypes()},
-    {"Spilled", {5, 1}, 200, 10, 55, valuesOfAllTypes()},
-    {"Distributed",
+    {"Quicksort", {7, 1}, 250, 40, 50, 30, valuesOfAllTypes()},
+    {"Spilled", {5, 1}, 200, 10, 50, 40, valuesOfAllTypes()},
+    {"ByEntries", {5, 2}, 250, 40, 50, 25, valuesOfAllTypes()},
+    {"ManyEntries",
      {460, 1},
      10000,
      56,
-     5,
+     50,
+     3,
      {value(DataType::kInteger, 8), value(DataType::kBytes, 20), value(DataType::kDecimal, 16)}},
+    {"ByCopy", {460, 1}, 10000, 56, 2, 2, {value(DataType::kBytes, 1)}},
 };
 
 std::ostream& operator<<(std::ostream& out, const Way& way) {
@@ -121,7 +125,7 @@ class Scribbling : public testing::TestWithParam<Way> {
     // Lays records with values of this key; the request is one of the given mode for them.
     Request layAny(const KeyDescriptor& key, SortMode mode) {
         const Way& way = GetParam();
-        Records records = randomWorld(random_, way.recordCount, 50, 3, true);
+        Records records = randomWorld(random_, way.recordCount, way.distinct, 3, true);
         if (mode == SortMode::kHierarchy) growForest(random_, records, 5);
         for (Bytes& record : records) {
             const Bytes bytes = anyValue(random_, key);

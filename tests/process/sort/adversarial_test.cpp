@@ -174,8 +174,8 @@ TEST(AdversarialOrders, ArrangedInputsCostWhatRandomOnesDo) {
     }
 }
 
-// The distribution sort compares nothing, but looks for orders that spare it its passes.
-TEST(AdversarialOrders, TheDistributionSortTakesNoOrderForAnother) {
+// The entry sort compares nothing, but looks for orders that spare it its passes.
+TEST(AdversarialOrders, TheEntrySortTakesNoOrderForAnother) {
     constexpr std::int32_t kCount = 10000;
     const KeyDescriptor down = descendingKey(DataType::kInteger, kKeyOffset, 4);
     for (const KeyDescriptor& key : {kIntegerKey, down}) {

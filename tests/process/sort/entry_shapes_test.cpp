@@ -1,6 +1,6 @@
-// The distribution sort on data of every shape that leads it another way: digits that a sample does
-// not show, ranges too large for a bucket, long runs of equal digits, records that arrive in order
-// or reversed, and keys of many parts.
+// The sort by entries or by a copy on data of every shape that leads it another way: digits that a
+// sample does not show, ranges too large for a part, long runs of equal digits, records that arrive
+// in order or reversed, and keys of many parts.
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 #include "process/keys/decimal_value.h"
 #include "process/keys/record_precedes.h"
 #include "process/sort/entry_sort.h"
+#include "process/storage/record_address.h"
 #include "tests/support/small_world.h"
 
 namespace tvsort::test {
@@ -128,7 +129,7 @@ const Shape kShapes[] = {
      }},
 };
 
-TEST(DistributionSort, OrdersDataOfEveryShapeStably) {
+TEST(EntryShapes, OrderEveryDataSetStably) {
     for (std::uint32_t seed = 1; seed <= 2; ++seed) {
         for (const Shape& shape : kShapes) {
             SCOPED_TRACE(testing::Message() << shape.what << ", seed " << seed);
@@ -156,7 +157,7 @@ void fillDecimal(std::mt19937& random, Byte* field) {
         field[i] = static_cast<Byte>(random() % 3 * 49);
 }
 
-TEST(DistributionSort, OrdersRecordsByManyKeysOfAllTypesAndNulls) {
+TEST(EntryShapes, OrderRecordsByManyKeysOfAllTypesAndNulls) {
     constexpr std::uint8_t kPlacements[] = {0, kNullsFirstBit, kNullsLastBit,
                                             kNullsFirstBit | kNullsLastBit};
     for (std::uint32_t seed = 1; seed <= 12; ++seed) {
@@ -194,7 +195,7 @@ TEST(DistributionSort, OrdersRecordsByManyKeysOfAllTypesAndNulls) {
 }
 
 // The words of such a key are read one window after the other until one tells records apart.
-TEST(DistributionSort, OrdersKeysOfMoreThanAThousandBytes) {
+TEST(EntryShapes, OrderKeysOfMoreThanAThousandBytes) {
     constexpr std::uint16_t kLength = 1300;
     std::mt19937 random(5);
     Records records = numberedRecords(10001, kLength);
@@ -203,6 +204,89 @@ TEST(DistributionSort, OrdersKeysOfMoreThanAThousandBytes) {
         record[1290] = anyByte(random);
     }
     expectStableSort(records, {descendingKey(DataType::kBytes, 6, kLength - 6)}, 7200);
+}
+
+// A key in the last bytes of a record of this length, and a value of few bits for it.
+struct LastField {
+    KeyDescriptor key;
+    void (*fill)(std::mt19937& random, Byte* field, std::uint16_t length);
+};
+
+void fillFew(std::mt19937& random, Byte* field, std::uint16_t length) {
+    std::generate_n(field, length, [&] { return static_cast<Byte>(random() % 3); });
+}
+
+void fillString(std::mt19937& random, Byte* field, std::uint16_t length) {
+    fillFew(random, field, length);
+    storeAs(field, static_cast<std::uint16_t>(random() % (length + 1U)));
+}
+
+LastField lastField(std::mt19937& random, std::uint16_t recordLength, bool copies) {
+    struct Field {
+        DataType type;
+        std::uint16_t length;
+        void (*fill)(std::mt19937& random, Byte* field, std::uint16_t length);
+    };
+    // Of the first five the order of arrival is expected.
+    const Field fields[] = {
+        {DataType::kBytes, 1, fillFew},
+        {DataType::kBytes, static_cast<std::uint16_t>(1 + random() % recordLength), fillFew},
+        {DataType::kInteger, static_cast<std::uint16_t>(2U << random() % 3), fillFew},
+        {DataType::kString, static_cast<std::uint16_t>(2 + random() % 20), fillString},
+        {DataType::kDecimal, 16,
+         [](std::mt19937& from, Byte* field, std::uint16_t) { fillDecimal(from, field); }},
+        {DataType::kFloat, static_cast<std::uint16_t>(4U << random() % 2), fillFew},
+        {DataType::kUnitString, static_cast<std::uint16_t>(2 + random() % 20), fillString},
+        {DataType::kUnits, static_cast<std::uint16_t>(1 + random() % recordLength), fillFew},
+    };
+    for (;;) {
+        const Field& field = fields[random() % (copies ? 5 : std::size(fields))];
+        if (field.length > recordLength) continue;
+        const auto offset = static_cast<std::uint16_t>(recordLength - field.length);
+        return {random() % 2 == 0 ? ascendingKey(field.type, offset, field.length)
+                                  : descendingKey(field.type, offset, field.length),
+                field.fill};
+    }
+}
+
+// The frames hold what is needed, or a block less than entries need: then they must not be there.
+void expectOrder(std::mt19937& random, std::uint16_t length, bool copies) {
+    const auto blockPages = static_cast<std::int32_t>(1 + random() % 3);
+    const std::int32_t blockBytes = blockPages * static_cast<std::int32_t>(kPageBytes);
+    const std::uint16_t fit = recordsThatFit(blockPages, length);
+    const auto perBlock = static_cast<std::uint16_t>(fit - random() % (copies ? 2 : fit) % fit);
+    const auto count = static_cast<std::int32_t>((copies ? 10000 : 200) + random() % 90);
+    const std::int32_t blocks = (count + perBlock - 1) / perBlock;
+    const std::int32_t entryBlocks = (24 * count + blockBytes - 1) / blockBytes;
+    const std::int32_t behind = copies ? (length * count + 262148) / blockBytes + 1
+                                       : entryBlocks - static_cast<std::int32_t>(random() % 2);
+    const LastField last = lastField(random, length, copies);
+    Records records(static_cast<std::size_t>(count), Bytes(length, 0));
+    for (Bytes& record : records)
+        last.fill(random, record.data() + last.key.fieldOffset, last.key.fieldLength);
+    SCOPED_TRACE(testing::Message()
+                 << count << " records of " << length << ", " << perBlock << " in " << blockPages
+                 << " pages, type " << int{last.key.dataType} << " of " << last.key.fieldLength);
+    ServedJob served({std::max(blocks + behind, 5), blockPages});
+    Records sorted = served.sort(records, {blockPages, perBlock, length}, {last.key});
+    SortJob& job = served.job();
+    ASSERT_EQ(isExpectedStable(job), copies);
+    for (std::int32_t n = 1; n < count; ++n)
+        ASSERT_FALSE(recordPrecedes(job, placeInFrames(job, n + 1), placeInFrames(job, n))) << n;
+    std::sort(records.begin(), records.end());
+    std::sort(sorted.begin(), sorted.end());
+    ASSERT_TRUE(sorted == records);
+}
+
+TEST(EntryShapes, OrderRecordsOfEveryLengthByTheirLastBytes) {
+    std::mt19937 random(7);
+    for (std::uint16_t length = 1; length <= 300; ++length) {
+        for (int round = 0; round < 4; ++round)
+            ASSERT_NO_FATAL_FAILURE(expectOrder(random, length, false));
+        if (length <= 40 || length % 50 == 1) {
+            ASSERT_NO_FATAL_FAILURE(expectOrder(random, length, true));
+        }
+    }
 }
 
 }  // namespace
