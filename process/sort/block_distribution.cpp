@@ -47,8 +47,9 @@ Splitters splitters;
 NormalizedKey normalizedKey;
 
 // The frames, from 0 on: working frames for blocks that are read, and for a range with its entries;
-// frames for blocks that spare the file; copies of the splitters; the ranges' buffers; a chunk of the result, and as many blocks that are
-// in its way. Where buffers and chunks will be the sample stands first.
+// frames for blocks that spare the file; copies of the splitters; the ranges' buffers; a chunk of
+// the result, and as many blocks that are in its way. Where buffers and chunks will be the sample
+// stands first.
 struct Layout {
     std::int32_t rangesWanted;
     std::int32_t working;    // frames
