@@ -173,7 +173,9 @@ template <typename BlockAt>
 std::uint32_t takeSample(const SortJob& job, const SampleSource<BlockAt>& source,
                          std::uint32_t room, Byte* target) {
     const std::int32_t wanted = std::max(8 * (source.blocks / source.frames), kSampledBlocksMin);
-    const std::int32_t sampled = std::min(wanted, std::max(source.blocks / 8, 1));
+    // No more than there is room for, or the sample would show the data's beginning only.
+    const std::int32_t sampled =
+        std::min({wanted, std::max(source.blocks / 8, 1), static_cast<std::int32_t>(room)});
     const std::uint32_t share = std::max(room / static_cast<std::uint32_t>(sampled), 1U);
     std::uint32_t count = 0;
     for (std::int32_t s = 0; s < sampled; ++s) {
@@ -253,6 +255,7 @@ bool distributeRecords(Distribution& work, const Byte* records, std::uint32_t co
 bool distributeBlocks(Distribution& work, const Byte* blocks, std::int32_t count,
                       std::uint32_t inLast, const std::uint16_t* numbers) {
     for (std::int32_t b = 0; b < count; ++b, blocks += frameBytes(work.job)) {
+        watchServer(work.job, frameBytes(work.job));
         const std::uint32_t records = b + 1 == count ? inLast : work.job.recordsPerBlock;
         if (!distributeRecords(work, blocks, records, numbers)) return false;
     }
@@ -365,22 +368,32 @@ bool appendAll(Distribution& work, const RecordArray& records) {
     return appendRecords(work.result, records.count, [&] { return records.at(index++); });
 }
 
+// To be asked of records that are equal in every key: they have one order unless only some of them
+// are excused from being unique.
+void meetEqual(Distribution& work, const RecordArray& records) {
+    if (!normalizedKey.isUnique()) return;
+    for (std::uint32_t i = 1; i < records.count && !work.gaveUp; ++i)
+        work.gaveUp = mayBeOtherwise(work.job, normalizedKey, records.at(i - 1), records.at(i));
+}
+
 // Appends the records of a range that needs no order, or is to have none.
 bool appendRange(Distribution& work, std::uint16_t number) {
     const SortJob& job = work.job;
     const Range& range = ranges[number];
-    if (range.isEqual && normalizedKey.isUnique()) work.gaveUp = true;
+    const auto append = [&](const RecordArray& records) {
+        meetEqual(work, records);
+        return appendAll(work, records);
+    };
     map.listBlocks(number, range.blocks, listedPlaces);
     work.result.listedRange = number;
     const auto chunk = static_cast<std::uint32_t>(work.layout.working);
     for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
         const std::uint32_t count = std::min(chunk, range.blocks - first);
         if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0))) return false;
-        if (!appendAll(work, packedIn(job, work.frame(0), count * job.recordsPerBlock)))
-            return false;
+        if (!append(packedIn(job, work.frame(0), count * job.recordsPerBlock))) return false;
     }
     work.result.listedRange = kNoRange;
-    const bool appended = appendAll(work, packedIn(job, range.buffer, range.inBuffer));
+    const bool appended = append(packedIn(job, range.buffer, range.inBuffer));
     releaseRange(work, number);
     return appended;
 }

@@ -4,6 +4,7 @@
 #include "process/sort/block_distribution.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,6 +15,18 @@
 
 #include "process/keys/record_precedes.h"
 #include "tests/support/random_demand.h"
+
+namespace {
+std::uint64_t looks = 0;  // at the server's end of the socket
+}
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names.
+extern "C" int __real_poll(pollfd* sockets, nfds_t count, int timeout);
+extern "C" int __wrap_poll(pollfd* sockets, nfds_t count, int timeout) {
+    looks += 1;
+    return __real_poll(sockets, count, timeout);
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace tvsort::test {
 namespace {
@@ -184,6 +197,46 @@ struct Size {
     std::int32_t frames;
     double movesMax;  // bytes for each byte of the data set; two of them lay and fetch it
 };
+
+// Many records that are equal in all keys are no reason to sort in another way.
+TEST(BlockDistribution, EqualRecordsAreDistributedWhereOthersHaveToBeUnique) {
+    Demand demand = demandOf(kShapes[3], 700, 200);
+    demand.keys.push_back(ascendingKey(DataType::kInteger, 4, 4, 2));
+    demand.mode = SortMode::kUnique;
+    World world(demand);
+    const Outcome outcome = world.serve();
+    EXPECT_EQ(outcome.code, ErrorCode::kSuccess);
+    EXPECT_TRUE(outcome.distributed);
+    world.expectSorted(outcome.result, outcome.distributed);
+}
+
+// A sample that has room for fewer records than there are blocks to look at is of all the data.
+TEST(BlockDistribution, LongRecordsAreSampledToTheEnd) {
+    Demand demand;
+    demand.geometry = {1, 1, 4000};
+    demand.frames = 340;
+    demand.keys = {ascendingKey(DataType::kInteger, 4, 4)};
+    demand.records.assign(10003, Bytes(4000));
+    for (std::size_t i = 0; i < demand.records.size(); ++i) {
+        storeAs(demand.records[i].data(), static_cast<std::uint32_t>(i));
+        storeAs(demand.records[i].data() + 4, static_cast<std::uint32_t>(i % 10002));
+    }
+    World world(demand);
+    const Outcome outcome = world.serve();
+    EXPECT_TRUE(outcome.distributed);
+    world.expectSorted(outcome.result, outcome.distributed);
+}
+
+// Of what fits almost, most moves from frame to frame.
+TEST(BlockDistribution, TheServerIsLookedForWhereNoFileIsTouched) {
+    const Demand demand = demandOf(kShapes[std::size(kShapes) - 1], 8200, 8100);
+    World world(demand);
+    const std::uint64_t before = movedBytes();
+    looks = 0;
+    EXPECT_TRUE(world.serve().distributed);
+    const std::uint64_t fetched = 8200 * kPageBytes;
+    EXPECT_GT(looks << 20, movedBytes() - before - fetched);
+}
 
 // The first two fit. Of the fifth most ranges are distributed once more.
 constexpr Size kSizes[] = {{700, 700, 1.1},  {9000, 9000, 1.1}, {700, 340, 7.2},
