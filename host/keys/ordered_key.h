@@ -36,8 +36,8 @@ class OrderedKey {
     const KeyForm& form() const { return form_; }
     // The empty text may be a value or stand for null.
     bool takesEmptyText() const { return type_->takesEmptyText(); }
-    // Whether a text's key is its mark and `appendText` of it.
-    bool isPlainText() const { return type_->isPlainText() && !form_.isDescending; }
+    // Whether a text's key is its mark and `appendText` of it, complemented in a descending key.
+    bool isPlainText() const { return type_->isPlainText(); }
 
     void appendNull(KeyBytes& key) const;
     // A text that is no value is bad use, and nothing is appended then.

@@ -84,8 +84,11 @@ std::unique_ptr<OrderedType> makeOrderedType(const TypeText& text) {
         throw badUse("there is no type \"" + text.name + "\"; the types are " + orderedTypeNames());
     }
     if (rule->arguments.empty() && !text.arguments.empty()) {
-        throw badUse("the type " + text.name + " takes nothing behind it, and \"" +
-                     text.arguments.front() + "\" is not known");
+        const std::string& argument = text.arguments.front();
+        if (!argument.empty() && argument.find_first_not_of("0123456789") == std::string::npos)
+            throw badUse("the length of type " + text.name + " is given by the type");
+        throw badUse("\"" + argument + "\" is not known; the type " + text.name +
+                     " takes nothing behind it");
     }
     return rule->make(text);
 }

@@ -34,10 +34,9 @@ struct Question {
 // Reads the records and keeps what the request is about.
 class QuestionList {
   public:
-    SortStats take(const host::RequestBuilder& request, std::uint16_t recordLength,
-                   const host::RecordSource& source) {
-        Question question = {request};
-        std::vector<Byte> piece(kPieceRecords * recordLength);
+    SortStats take(const SortRequest& request, const host::RecordSource& source) {
+        Question question = {request.request};
+        std::vector<Byte> piece(kPieceRecords * request.recordLength);
         while (const std::size_t count = source(piece.data(), kPieceRecords)) {
             throwIfInterrupted();
             question.recordCount += static_cast<std::int32_t>(count);
@@ -210,10 +209,8 @@ class Explanation {
 void explainSort(const ExplainOptions& options) {
     SortSetup setup(options.sort);
     QuestionList list;
-    setup.sort().shape([&](const host::RequestBuilder& request, const host::RecordSource& source,
-                           const host::RecordSink&) {
-        return list.take(request, setup.sort().recordLength(), source);
-    });
+    setup.sort().shape([&](const SortRequest& request, const host::RecordSource& source,
+                           const host::RecordSink&) { return list.take(request, source); });
     const std::string text =
         setup.errors().report() +
         Explanation(setup, list.questions().front()).text(list.questions().size(), options.hex);

@@ -63,12 +63,19 @@ void sortFile(const SortOptions& options) {
     const auto collation =
         putCollationInForce(options.collation, setup.userRequest(), processOptions);
     host::SortServer server(processOptions);
-    const host::Geometry geometry =
-        host::chooseGeometry(setup.sort().recordLength(), server.options().pagesPerBlock);
-    SlotSort slots(server, geometry, setup.keyRanges(), setup.userRecordLength(), setup.progress());
-    SortStats stats = setup.sort().run(
-        [&](const host::RequestBuilder& request, const host::RecordSource& source,
-            const host::RecordSink& sink) { return slots.sort(request, source, sink); });
+    const std::optional<host::KeyRanges> ranges = setup.keyRanges();
+    SlotSort slots(server, static_cast<std::size_t>(options.processCount), setup.progress());
+    SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& source,
+                                           const host::RecordSink& sink) {
+        if (ranges.has_value()) {
+            // Headers stand before what the user's keys are in.
+            request.partOf = [&ranges, keysOffset = request.recordLength -
+                                                    setup.userRecordLength()](const Byte* record) {
+                return ranges->partOf(record + keysOffset);
+            };
+        }
+        return slots.sort(request, source, sink);
+    });
     StageClock finishing;
     setup.output().finish();
     stats.write += finishing.lap();

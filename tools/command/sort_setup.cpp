@@ -12,6 +12,8 @@
 #include "tools/formats/lines/line_flow.h"
 #include "tools/formats/lines/value_line.h"
 #include "tools/formats/records/fixed_records.h"
+#include "tools/options/key_text.h"
+#include "tools/ordered/ordered_sort.h"
 #include "tools/run/sampling.h"
 
 namespace tvsort::tools {
@@ -34,6 +36,10 @@ bool isReadTwice(const SortOptions& options) {
 // The conversion of sizes would take a negative number for a very large one.
 std::string refuseNegative(const std::string& text) {
     return text.starts_with('-') ? "must not be negative: " + text : std::string();
+}
+
+KeyText lineKey(const RecordOptions& records) {
+    return parseKey(records.as.empty() ? "text" : records.as, host::ValuePlace::kLine);
 }
 
 SortOptions understood(SortOptions options) {
@@ -59,15 +65,45 @@ SortSetup::SortSetup(const SortOptions& options)
     StageClock clock;
     makeInputsRereadable();
     progress_.begin("measuring");
-    RecordFlow flow = makeFlow();
+    sort_ = isOrdered() ? makeOrderedSort() : makeShapedSort();
     readCost_ = clock.lap();
+    memoryPlan_ = planMemory(memoryRequest());
+}
+
+bool SortSetup::isOrdered() const {
+    const RecordOptions& records = options_.records;
+    if (options_.mode.hierarchy) return false;
+    if (inputKindOf(records) == InputKind::kRecords) return false;
+    if (inputKindOf(records) == InputKind::kLines) return lineKey(records).ordered.has_value();
+    return std::all_of(records.keys.begin(), records.keys.end(), [](const std::string& text) {
+        return parseKey(text, host::ValuePlace::kColumn).ordered.has_value();
+    });
+}
+
+std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
+    const RecordOptions& records = options_.records;
+    const InputKind kind = inputKindOf(records);
+    OrderedFlow flow =
+        kind == InputKind::kRows
+            ? csvOrderedFlow(records, options_.mode, inputs_, options_.memoryBytes, errors_,
+                             output_)
+            : lineOrderedFlow(*lineKey(records).ordered, inputs_, options_.memoryBytes, output_);
+    const OrderedSort::Setting setting = {
+        {options_.mode, kind, flow.delimiter, tempDirectoryOf(options_)},
+        options_.memoryBytes,
+        static_cast<std::size_t>(options_.processCount),
+        options_.blockPages};
+    return std::make_unique<OrderedSort>(std::move(flow.input), setting, std::move(flow.writer));
+}
+
+std::unique_ptr<Sorting> SortSetup::makeShapedSort() {
+    RecordFlow flow = makeFlow();
     userRequest_ = flow.request;
     userRecordLength_ = flow.recordLength;
-    sort_ = std::make_unique<ShapedSort>(
+    return std::make_unique<ShapedSort>(
         ShapedSort::Setting{options_.mode, [this] { return makeFlowAgain(); },
                             tempDirectoryOf(options_)},
         std::move(flow));
-    memoryPlan_ = planMemory(memoryRequest());
 }
 
 MemoryRequest SortSetup::memoryRequest() const {
@@ -76,7 +112,7 @@ MemoryRequest SortSetup::memoryRequest() const {
 }
 
 std::optional<host::KeyRanges> SortSetup::keyRanges() {
-    if (options_.processCount == 1) return std::nullopt;
+    if (options_.processCount == 1 || isOrdered()) return std::nullopt;
     const std::string hindrance = host::splitHindrance(userRequest_, !options_.collation.empty());
     if (!hindrance.empty()) {
         throw host::badUse(fmt::format(

@@ -55,20 +55,24 @@ class SortSetup {
     const MemoryPlan& memoryPlan() const { return memoryPlan_; }
     // What the plan was made from, for other amounts of memory.
     MemoryRequest memoryRequest() const;
-    // As the user's records have them, of so many bytes.
+    // As the user's records have them, of so many bytes; empty where keys are ordered bytes.
     const host::RequestBuilder& userRequest() const { return userRequest_; }
     std::uint16_t userRecordLength() const { return userRecordLength_; }
-    // The parts of several processes; none for one. Reads the inputs once more.
+    // The parts of several processes; none for one, and where ordered keys have their own. Reads the inputs once more.
     std::optional<host::KeyRanges> keyRanges();
     const StageCost& readCost() const { return readCost_; }
     const RowErrors& errors() const { return errors_; }
 
-    ShapedSort& sort() { return *sort_; }
+    Sorting& sort() { return *sort_; }
     OutputFile& output() { return output_; }
     Progress& progress() { return progress_; }
 
   private:
     void makeInputsRereadable();
+    // Whether keys are made into ordered bytes, and not compared by the process one by one.
+    bool isOrdered() const;
+    std::unique_ptr<Sorting> makeOrderedSort();
+    std::unique_ptr<Sorting> makeShapedSort();
     RecordFlow makeFlow();
     RecordFlow makeFlowAgain();
 
@@ -79,7 +83,7 @@ class SortSetup {
     RowErrors errors_;
     host::RequestBuilder userRequest_;
     std::uint16_t userRecordLength_ = 0;
-    std::unique_ptr<ShapedSort> sort_;
+    std::unique_ptr<Sorting> sort_;
     MemoryPlan memoryPlan_ = {};
     StageCost readCost_;
 };

@@ -80,6 +80,28 @@ void verifyValueLines(InputFile& input, const std::string& as, Verifier& verifie
     }
 }
 
+void verifyOrderedLines(InputFile& input, const host::KeyForm& form, Verifier& verifier) {
+    host::OrderedKey key(form);
+    host::KeyBytes previous;
+    host::KeyBytes bytes;
+    LineInput lines(input);
+    for (std::string_view line; lines.next(line); previous.swap(bytes)) {
+        bytes.clear();
+        try {
+            if (line.empty() && !key.takesEmptyText()) {
+                key.appendNull(bytes);
+            } else {
+                key.append(line, bytes);
+            }
+        } catch (const host::HostError& error) {
+            throw host::badUse(fmt::format("line {} of {}: {}", lines.lineNumber(),
+                                           input.displayName(), error.what()));
+        }
+        verifier.take(reinterpret_cast<const Byte*>(line.data()), line.size(),
+                      [&] { return previous <= bytes; });
+    }
+}
+
 void verifyRecords(InputFile& input, const RecordOptions& options, Verifier& verifier) {
     const std::size_t recordLength = options.recordLength.value();
     const host::RecordOrder order(requestFor(options));
@@ -96,6 +118,11 @@ void verifyRecords(InputFile& input, const RecordOptions& options, Verifier& ver
         }
         std::copy_n(first + (count - 1) * recordLength, recordLength, piece.data());
     }
+}
+
+std::optional<host::KeyForm> orderedForm(const RecordOptions& options) {
+    if (options.as.empty()) return std::nullopt;
+    return parseKey(options.as, host::ValuePlace::kLine).ordered;
 }
 
 std::string describe(const VerifyReport& report, const char* unit) {
@@ -115,7 +142,9 @@ VerifyReport verifyFile(const VerifyOptions& options) {
     InputFile input(options.input);
     Verifier verifier;
     verifier.progress().begin("verifying " + input.displayName());
-    if (!options.records.as.empty()) {
+    if (const auto form = orderedForm(options.records); form.has_value()) {
+        verifyOrderedLines(input, *form, verifier);
+    } else if (!options.records.as.empty()) {
         verifyValueLines(input, options.records.as, verifier);
     } else if (options.records.lines) {
         verifyLines(input, verifier);

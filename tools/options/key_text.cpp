@@ -15,17 +15,15 @@ namespace {
 
 using host::ValuePlace;
 
+// Of words with one meaning a key takes one.
 struct OrderWord {
     const char* name;
-    std::uint8_t replacedBits;
-    std::uint8_t bits;
+    const char* meaning;
 };
 
 constexpr OrderWord kOrderWords[] = {
-    {"asc", kKeyKindMask, static_cast<std::uint8_t>(KeyKind::kAscending)},
-    {"desc", kKeyKindMask, static_cast<std::uint8_t>(KeyKind::kDescending)},
-    {"nulls-first", 0, kNullsFirstBit},
-    {"nulls-last", 0, kNullsLastBit},
+    {"asc", "direction"},           {"desc", "direction"},        {"nulls-first", "nulls' place"},
+    {"nulls-last", "nulls' place"}, {"nan-first", "NaN's place"}, {"nan-last", "NaN's place"},
 };
 
 // Null when it is none.
@@ -36,6 +34,13 @@ const OrderWord* orderWord(const std::string& name) {
     return found == std::end(kOrderWords) ? nullptr : found;
 }
 
+// Types of which some values are no numbers.
+constexpr std::string_view kTypesWithNan[] = {"double", "float", "decimal", host::kAutoType};
+
+host::Placement placement(const std::string& word) {
+    return word.ends_with("-first") ? host::Placement::kFirst : host::Placement::kLast;
+}
+
 template <typename Number>
 std::optional<Number> numberIn(const std::string& text) {
     Number number = 0;
@@ -43,6 +48,16 @@ std::optional<Number> numberIn(const std::string& text) {
     const auto [stop, status] = std::from_chars(text.data(), end, number);
     if (status != std::errc() || stop != end) return std::nullopt;
     return number;
+}
+
+// Of lines and columns: those of ordered keys, then those that the process compares.
+std::string typeNames(ValuePlace place) {
+    std::string names = host::orderedTypeNames();
+    for (const host::ValueFormat& format : host::valueFormats()) {
+        if (format.isKnownIn(place) && host::findOrderedType(format.name) == nullptr)
+            names += ", " + std::string(format.name);
+    }
+    return names;
 }
 
 // Takes a text apart at its colons, part by part.
@@ -69,13 +84,18 @@ class KeyReader {
     KeyText read() {
         KeyText key = {};
         if (place_ == ValuePlace::kColumn) key.column = take();
-        key.format = readFormat();
-        if (place_ == ValuePlace::kRecord) {
-            if (atEnd()) throw host::badUse("the offset is missing");
-            key.fieldOffset = readNumber("offset");
+        if (place_ != ValuePlace::kRecord && isOrdered()) {
+            key.ordered = readOrderedType();
+            key.format = host::valueFormat("string", place_);
+        } else {
+            key.format = readFormat();
+            if (place_ == ValuePlace::kRecord) {
+                if (atEnd()) throw host::badUse("the offset is missing");
+                key.fieldOffset = readNumber("offset");
+            }
+            key.length = readLength(key.format);
         }
-        key.length = readLength(key.format);
-        key.kindFlags = readOrder();
+        readOrder(key);
         return key;
     }
 
@@ -87,21 +107,31 @@ class KeyReader {
     }
     const std::string& take() { return parts_[next_++]; }
 
+    // A column without a type is text.
+    bool isOrdered() const {
+        if (atEnd() || orderWord(parts_[next_]) != nullptr) return place_ == ValuePlace::kColumn;
+        return host::findOrderedType(parts_[next_]) != nullptr;
+    }
+
+    host::KeyForm readOrderedType() {
+        host::KeyForm form;
+        form.type.name = "text";
+        if (atEnd() || orderWord(parts_[next_]) != nullptr) return form;
+        form.type.name = take();
+        while (!atEnd() && orderWord(parts_[next_]) == nullptr)
+            form.type.arguments.push_back(take());
+        if (form.type.name != host::kAutoType || !form.type.arguments.empty())
+            host::makeOrderedType(form.type);
+        return form;
+    }
+
     host::ValueFormat readFormat() {
-        if (place_ == ValuePlace::kColumn) {
-            if (atEnd() || orderWord(parts_[next_]) != nullptr)
-                return host::valueFormat("text", place_);
-            if (host::findValueFormat(parts_[next_], place_) == nullptr) {
-                throw host::badUse(
-                    fmt::format("there is no type and no word \"{}\"; the types are {}",
-                                parts_[next_], host::valueFormatNames(place_)));
-            }
+        const std::string name = take();
+        if (place_ != ValuePlace::kRecord && host::findValueFormat(name, place_) == nullptr) {
+            throw host::badUse(fmt::format("there is no type{} \"{}\"; the types are {}",
+                                           place_ == ValuePlace::kLine ? "" : " and no word", name,
+                                           typeNames(place_)));
         }
-        std::string name = take();
-        const host::ValueFormat* const known = host::findValueFormat(name, place_);
-        const bool hasScale =
-            place_ == ValuePlace::kLine || (known != nullptr && known->takesScale(place_));
-        if (hasScale && atNumber()) name += ":" + take();
         return host::valueFormat(name, place_);
     }
 
@@ -124,15 +154,43 @@ class KeyReader {
             fmt::format("the {} \"{}\" is no number from 0 to 65535", meaning, text));
     }
 
-    std::uint8_t readOrder() {
-        auto flags = static_cast<std::uint8_t>(KeyKind::kAscending);
+    void readOrder(KeyText& key) {
+        key.kindFlags = static_cast<std::uint8_t>(KeyKind::kAscending);
+        std::vector<const char*> said;
         while (!atEnd()) {
             const std::string& text = take();
             const OrderWord* const word = orderWord(text);
             if (word == nullptr) throw host::badUse(fmt::format("\"{}\" is not known", text));
-            flags = static_cast<std::uint8_t>((flags & ~word->replacedBits) | word->bits);
+            if (std::find(said.begin(), said.end(), word->meaning) != said.end()) {
+                throw host::badUse(
+                    fmt::format("\"{}\" says the {} once more; say it once", text, word->meaning));
+            }
+            said.push_back(word->meaning);
+            heed(text, key);
         }
-        return flags;
+    }
+
+    static void heed(const std::string& word, KeyText& key) {
+        host::KeyForm unused;
+        host::KeyForm& form = key.ordered.has_value() ? *key.ordered : unused;
+        if (word == "desc") {
+            key.kindFlags = static_cast<std::uint8_t>(
+                (key.kindFlags & ~kKeyKindMask) | static_cast<std::uint8_t>(KeyKind::kDescending));
+            form.isDescending = true;
+        } else if (word.starts_with("nulls")) {
+            form.nulls = placement(word);
+            const bool isFirst = form.nulls == host::Placement::kFirst;
+            key.kindFlags = static_cast<std::uint8_t>(key.kindFlags |
+                                                      (isFirst ? kNullsFirstBit : kNullsLastBit));
+        } else if (word.starts_with("nan")) {
+            const auto* const known = std::find(std::begin(kTypesWithNan), std::end(kTypesWithNan),
+                                                std::string_view(form.type.name));
+            if (!key.ordered.has_value() || known == std::end(kTypesWithNan)) {
+                throw host::badUse(fmt::format(
+                    "\"{}\" is for double, float and decimal; the other types have no NaN", word));
+            }
+            form.nans = placement(word);
+        }
     }
 
     ValuePlace place_;
@@ -146,7 +204,7 @@ const char* optionOf(ValuePlace place) {
 
 const char* grammarOf(ValuePlace place) {
     if (place == ValuePlace::kRecord) return "TYPE:OFFSET[:LENGTH]";
-    return place == ValuePlace::kLine ? "TYPE[:SCALE]" : "COLUMN[:TYPE[:LENGTH]]";
+    return place == ValuePlace::kLine ? "TYPE" : "COLUMN[:TYPE]";
 }
 
 }  // namespace
@@ -155,6 +213,26 @@ KeyDescriptor KeyText::descriptor(std::uint16_t contentBytes) const {
     KeyDescriptor key = format.key(fieldOffset, contentBytes);
     key.kindFlags = static_cast<std::uint8_t>((key.kindFlags & ~kKeyKindMask) | kindFlags);
     return key;
+}
+
+std::string typesHelp() {
+    constexpr std::size_t kNameWidth = 17;
+    std::string help = "Types of lines and columns:\n" + host::orderedTypesHelp() +
+                       "\nTypes that the process compares, of records (R), lines (L) and columns "
+                       "(C):\n";
+    for (const host::ValueFormat& format : host::valueFormats()) {
+        const bool isOrdered = host::findOrderedType(format.name) != nullptr;
+        const auto mark = [&](ValuePlace place, char letter) {
+            const bool isHidden = place != ValuePlace::kRecord && isOrdered;
+            return format.isKnownIn(place) && !isHidden ? letter : ' ';
+        };
+        const char marks[] = {mark(ValuePlace::kRecord, 'R'), mark(ValuePlace::kLine, 'L'),
+                              mark(ValuePlace::kColumn, 'C')};
+        if (std::string_view(marks, sizeof marks) == "   ") continue;
+        help += fmt::format("  {:<{}}{}  {}\n", format.name, kNameWidth,
+                            std::string_view(marks, sizeof marks), format.explanation);
+    }
+    return help;
 }
 
 KeyText parseKey(const std::string& text, ValuePlace place) {

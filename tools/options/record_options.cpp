@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "host/host_error.h"
-#include "host/values/value_format.h"
 #include "tools/files/input_file.h"
 #include "tools/options/key_text.h"
 #include "tools/options/row_errors.h"
@@ -71,9 +70,7 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
     command.add_option(
         "--as", options.as,
         "Lines are values, ordered by what they mean: TYPE[:desc][:nulls-first|:nulls-last] with "
-        "one of the types " +
-            host::valueFormatNames(host::ValuePlace::kLine) +
-            "; an empty line is null where it can be no value");
+        "a type of the list below; an empty line is null where it can be no value");
     command.add_option("--record-length", options.recordLength, "Bytes per record, 1 to 65535")
         ->check(CLI::Range(1, 65535));
     command
@@ -85,8 +82,7 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
                        "Offset of the null indicators: one byte per --key, 1 for null");
     command.add_option("--weights", options.weightsFile,
                        "File of 256 bytes: the weight of each byte value, for weighted keys");
-    command.footer("Types, known in records (R), lines (L) and columns (C):\n" +
-                   host::valueFormatsHelp());
+    command.footer(typesHelp());
 }
 
 void addCsvOptions(CLI::App& command, RecordOptions& options) {
@@ -94,7 +90,7 @@ void addCsvOptions(CLI::App& command, RecordOptions& options) {
     command
         .add_option("--format", options.format,
                     "csv or tsv: inputs are rows of columns, with the names of the columns first. "
-                    "A key is then COLUMN[:TYPE[:LENGTH]][:desc][:nulls-first|:nulls-last]; an "
+                    "A key is then COLUMN[:TYPE][:desc][:nulls-first|:nulls-last]; an "
                     "empty field without quotes is null")
         ->check(CLI::IsMember({kCsvFormat, kTsvFormat}))
         ->group(group);

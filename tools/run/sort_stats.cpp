@@ -76,6 +76,7 @@ std::string statsAsText(const SortStats& stats) {
         text += fmt::format("duplicates       {} removed\n", stats.duplicateCount);
     }
     if (stats.groupCount > 0) text += fmt::format("groups           {}\n", stats.groupCount);
+    if (stats.roundCount > 1) text += fmt::format("rounds           {}\n", stats.roundCount);
     text += fmt::format(
         "blocks           {} of {} bytes, {} records each\n"
         "frames           {}\n"
@@ -107,6 +108,7 @@ std::string statsAsJson(const SortStats& stats) {
         {"skipped_count", stats.skippedCount},
         {"duplicate_count", stats.duplicateCount},
         {"group_count", stats.groupCount},
+        {"round_count", stats.roundCount},
         {"records_per_block", stats.recordsPerBlock},
         {"block_bytes", stats.blockBytes},
         {"block_count", stats.blockCount},

@@ -14,6 +14,7 @@ namespace tvsort::host {
 namespace {
 
 using Random = std::mt19937;
+__extension__ using Wide = __int128;
 
 int below(Random& random, int end) {
     return static_cast<int>(random() % static_cast<unsigned>(end));
@@ -118,12 +119,12 @@ TEST(OrderedKeys, OfNumbersStandAsTheNumbersDo) {
     expectOrder<double>(
         "float", [&](Random& random) { return drawFloat(random, true); }, compareFloats);
     // Scaled by 10^12.
-    expectOrder<__int128>("decimal", [](Random& random) {
+    expectOrder<Wide>("decimal", [](Random& random) {
         std::string whole = letters(random, "0000123459", 20);
         std::string fraction = letters(random, "00159", 12);
         const bool isNegative = below(random, 2) == 0;
         if (whole.empty() && fraction.empty()) whole = "0";
-        __int128 value = 0;
+        Wide value = 0;
         for (const char digit : whole + fraction + std::string(12 - fraction.size(), '0'))
             value = 10 * value + (digit - '0');
         std::string text = (isNegative ? "-" : "") + whole + "." + fraction;
@@ -131,7 +132,7 @@ TEST(OrderedKeys, OfNumbersStandAsTheNumbersDo) {
             text += "e+1";
             value *= 10;
         }
-        return Sample<__int128>(text, isNegative ? -value : value);
+        return Sample<Wide>(text, isNegative ? -value : value);
     });
     expectOrder<double>("size", [](Random& random) {
         const int power = below(random, 4);

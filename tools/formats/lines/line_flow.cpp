@@ -8,6 +8,7 @@
 
 #include "host/host_error.h"
 #include "tools/formats/lines/line_input.h"
+#include "tools/formats/lines/line_keyed.h"
 #include "tools/formats/lines/line_record.h"
 #include "tools/formats/text_balance.h"
 
@@ -76,7 +77,19 @@ LevelReader indentationReader(const std::string& indent) {
     };
 }
 
+// Of the memory, for a value that is read in one piece, and for lines on their way out.
+constexpr std::uint64_t kTextShare = 4;
+
 }  // namespace
+
+OrderedFlow lineOrderedFlow(const host::KeyForm& form, std::vector<InputFile>& inputs,
+                            std::uint64_t memoryBytes, OutputFile& output) {
+    OrderedFlow flow;
+    flow.input = std::make_unique<LineKeyedInput>(form, inputs, memoryBytes / kTextShare);
+    flow.writer = std::make_unique<RowWriter>(RowWriter::Form{"", "\n", true}, inputs,
+                                              memoryBytes / kTextShare, output);
+    return flow;
+}
 
 RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
                        OutputFile& output) {

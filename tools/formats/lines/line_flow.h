@@ -1,17 +1,24 @@
-// Files of text lines through a sort that orders them by their bytes.
+// Files of text lines through a sort.
 
 #pragma once
 
 #include <vector>
 
+#include "host/keys/ordered_key.h"
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
+#include "tools/formats/ordered_flow.h"
 #include "tools/formats/record_flow.h"
 #include "tools/options/mode_options.h"
 
 namespace tvsort::tools {
 
-// Lines, laid into records that hold the longest one of all inputs. The inputs are read to their
+// Lines with the key of `form`. `memoryBytes` is the memory of the whole sort. All that is passed must
+// outlive the flow.
+OrderedFlow lineOrderedFlow(const host::KeyForm& form, std::vector<InputFile>& inputs,
+                            std::uint64_t memoryBytes, OutputFile& output);
+
+// Lines by their bytes, for a hierarchy: laid into records that hold the longest one of all inputs. The inputs are read to their
 // ends and rewound, so they must be regular files.
 RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs, OutputFile& output);
 
