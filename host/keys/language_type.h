@@ -1,7 +1,7 @@
 // Text as a language has it, by ICU.
 //
-//     text:LANGUAGE     ICU's sort key at the strength (tertiary, unless another one is named), which
-//                       ends with 00 and has it nowhere else
+//     text:LANGUAGE     ICU's sort key at the strength (tertiary, unless another one is named),
+//                       which ends with 00 and has it nowhere else
 //
 // With `numeric` runs of digits count as numbers.
 

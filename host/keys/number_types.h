@@ -8,7 +8,7 @@
 //                          04 positive, 05 highest, inf, 06 NaN
 //                 of 02 and 04, and of 02 complemented:
 //                 compact  exponent e of 0.DDDD x 10^e, the first digit not 0
-//                 n bytes  two digits each, 01 for 00 to 64 (hexadecimal) for 99; no zeros at the end
+//                 n bytes  two digits each, 01 for 00 to hexadecimal 64 for 99; no zeros at the end
 //                 00
 //     size        the decimal that it stands for
 //     hex         1 byte   00 negative, complemented from here on, or 01

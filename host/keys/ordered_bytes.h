@@ -10,12 +10,12 @@
 //                           1        81 01
 //                           256      82 01 00 ...
 //
-//     text       the bytes, with 00 written as 01 01 and 01 as 01 02, then 00. So a text ends before
-//                those that continue it, and what follows a text never counts as part of it.
+//     text       the bytes, with 00 written as 01 01 and 01 as 01 02, then 00. So a text ends
+//                before those that continue it, and what follows a text never counts as part of it.
 //
-// No piece is the beginning of another one of its kind. Two keys made of the same kinds of pieces are
-// therefore either the same or differ inside both, whatever follows, and complementing all bytes of a
-// piece turns the order around.
+// No piece is the beginning of another one of its kind. Two keys made of the same kinds of pieces
+// are therefore either the same or differ inside both, whatever follows, and complementing all
+// bytes of a piece turns the order around.
 
 #pragma once
 

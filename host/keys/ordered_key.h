@@ -23,8 +23,8 @@ enum class Placement : std::uint8_t { kDefault, kFirst, kLast };
 struct KeyForm {
     TypeText type;
     bool isDescending = false;
-    // Null counts as greater than every value, and NaN as greater than every number, unless they are
-    // to stand first or last whatever the direction is.
+    // Null counts as greater than every value, and NaN as greater than every number, unless they
+    // are to stand first or last whatever the direction is.
     Placement nulls = Placement::kDefault;
     Placement nans = Placement::kDefault;
 };

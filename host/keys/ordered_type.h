@@ -1,5 +1,5 @@
-// The types of text values by the words that a person writes, and what a key has of each: bytes whose
-// plain order is the order of the type's values. docs/keys.md has them byte for byte.
+// The types of text values by the words that a person writes, and what a key has of each: bytes
+// whose plain order is the order of the type's values. docs/keys.md has them byte for byte.
 //
 // One table holds them all, and what help, messages and documentation say of them; a new type is a
 // row of it and a class.

@@ -137,8 +137,8 @@ class VersionType : public OrderedType {
         if (text == "..") return 2;
         return text[0] == '.' ? 3 : 4;
     }
-    // Suffixes are a point, a letter or tilde, and letters, digits and tildes, at the end; something
-    // stands before them.
+    // Suffixes are a point, a letter or tilde, and letters, digits and tildes, at the end;
+    // something stands before them.
     static std::size_t stemLength(std::string_view text) {
         const auto isPart = [](char character) {
             return isLetter(character) || isDigit(character) || character == '~';

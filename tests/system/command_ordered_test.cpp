@@ -1,5 +1,5 @@
-// Sorts by ordered keys, beside std::stable_sort: whatever the memory, the processes, and how far keys
-// are alike.
+// Sorts by ordered keys, beside std::stable_sort: whatever the memory, the processes, and how far
+// keys are alike.
 
 #include <gmock/gmock.h>
 
@@ -103,7 +103,8 @@ TEST_F(OrderedRows, ThatAreEqualStayInOrderWithAnyMemoryAndAnyProcesses) {
     }
 }
 
-// Keys of up to two kilobytes that differ at the front, in the middle or at the very end, or nowhere.
+// Keys of up to two kilobytes that differ at the front, in the middle or at the very end, or
+// nowhere.
 TEST_F(OrderedRows, OfLongKeysAreTheSameAsWithoutACut) {
     std::mt19937 random(3);
     const auto draw = [&random] {

@@ -58,7 +58,8 @@ class SortSetup {
     // As the user's records have them, of so many bytes; empty where keys are ordered bytes.
     const host::RequestBuilder& userRequest() const { return userRequest_; }
     std::uint16_t userRecordLength() const { return userRecordLength_; }
-    // The parts of several processes; none for one, and where ordered keys have their own. Reads the inputs once more.
+    // The parts of several processes; none for one, and where ordered keys have their own. Reads
+    // the inputs once more.
     std::optional<host::KeyRanges> keyRanges();
     const StageCost& readCost() const { return readCost_; }
     const RowErrors& errors() const { return errors_; }

@@ -1,7 +1,8 @@
-// The inputs of a sort as rows with ordered keys (host/keys/ordered_key.h), in the order of reading.
+// The inputs of a sort as rows with ordered keys (host/keys/ordered_key.h), in the order of
+// reading.
 //
-// Rows and lines derive from this. A row is known by its place: with it, its key and its bytes can be
-// asked for again later, so nobody has to keep either.
+// Rows and lines derive from this. A row is known by its place: with it, its key and its bytes can
+// be asked for again later, so nobody has to keep either.
 
 #pragma once
 

@@ -1,9 +1,10 @@
 // Rows and lines on their way out, each as it stood in its input, and text between them.
 //
-// A row whose bytes are at hand is written at once. One that was left in its input is fetched: reading
-// one at a time would cost a call, and on a disk a movement, for each, so places are collected until
-// their rows fill the memory that there is; then the rows are read in the order of the inputs,
-// neighbours and what lies between them at once, and written in the order of the result:
+// A row whose bytes are at hand is written at once. One that was left in its input is fetched:
+// reading one at a time would cost a call, and on a disk a movement, for each, so places are
+// collected until their rows fill the memory that there is; then the rows are read in the order of
+// the inputs, neighbours and what lies between them at once, and written in the order of the
+// result:
 //
 //     result      place 70  "2,"  place 10  place 40        text may stand between rows
 //     held        [row.....][2,][row.....][row....]         a range of the buffer for each

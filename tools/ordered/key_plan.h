@@ -1,8 +1,8 @@
 // How much of its key, and whether the row, goes into a record: decided from the first rows.
 //
-// As many bytes of the key as tell nearly all rows apart, and no more: every byte is moved as often as
-// the record is. More than that costs no correctness, nor does less: rows whose bytes are alike are
-// settled in further rounds (settled_order.h).
+// As many bytes of the key as tell nearly all rows apart, and no more: every byte is moved as often
+// as the record is. More than that costs no correctness, nor does less: rows whose bytes are alike
+// are settled in further rounds (settled_order.h).
 //
 // A row travels with its record where that was measured to pay: where it is about as short as what
 // tells its place; or where fetching it at the end would mean to read the inputs over and over,

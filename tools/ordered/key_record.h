@@ -2,15 +2,15 @@
 //
 //     0    5   number of the run, the most significant byte first; only in rounds behind the first
 //     +    w   bytes of the row's key, filled up with zeros
-//     +    6   place of the row, likewise: bit 47 says that the key goes on behind the w bytes, bit 46
-//              that one of the row's keys is null
+//     +    6   place of the row, likewise: bit 47 says that the key goes on behind the w bytes,
+//              bit 46 that one of the row's keys is null
 //     +    4   bytes of the row, little-endian
 //     +    c   the row itself, where it is not longer
 //
 // Run, key and place are one key of the process. Where run and key are alike the place decides, so
 // rows that are equal stand as they were read, and no two records are equal. Neither bit disturbs
-// that: keys that are the same to their ends have the same nulls, and of keys that begin alike either
-// all go on or none.
+// that: keys that are the same to their ends have the same nulls, and of keys that begin alike
+// either all go on or none.
 
 #pragma once
 

@@ -2,9 +2,9 @@
 // common or not, no two that are alike.
 //
 // Rows come in the order of their whole keys, each with whether it equals the one before it. So
-// equality is that of whole values here, wherever keys were cut on the way, and of equal rows the one
-// that was read first is the first. Of a set operation's rows with one key those of the first input
-// come first, for the same reason.
+// equality is that of whole values here, wherever keys were cut on the way, and of equal rows the
+// one that was read first is the first. Of a set operation's rows with one key those of the first
+// input come first, for the same reason.
 
 #pragma once
 

@@ -70,8 +70,8 @@ struct SettledEntry {
 
 class RunSplitter {
   public:
-    // `startOf`: where in its rows' keys the bytes of a run's records start. Rows go to `take` until
-    // the first run comes; without it, none do.
+    // `startOf`: where in its rows' keys the bytes of a run's records start. Rows go to `take`
+    // until the first run comes; without it, none do.
     RunSplitter(const KeyRecord& record, std::function<std::uint64_t(std::uint64_t run)> startOf,
                 TakeSettled take, std::filesystem::path directory);
 

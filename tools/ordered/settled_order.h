@@ -6,9 +6,9 @@
 //
 // Each round reads the bytes that it needs from the inputs again, by the rows' places. Its width is
 // chosen by how many rows are left, so long keys that only a few rows have are compared in long
-// pieces. From the third round on what all rows of a run have in common is looked for first and passed
-// over: two lines of a gigabyte that differ in their last bytes are read once more, not compared in a
-// million rounds.
+// pieces. From the third round on what all rows of a run have in common is looked for first and
+// passed over: two lines of a gigabyte that differ in their last bytes are read once more, not
+// compared in a million rounds.
 //
 //     files      round 1   row row [run of 3] row       entries, in order (run_splitter.h)
 //                round 2   row [run of 2]

@@ -1,10 +1,10 @@
-// Leaves rows out that cannot be among the first N: a small limit then takes memory for N keys, and the
+// Leaves rows out that cannot be among the first N: a small limit takes memory for N keys, and the
 // process no more records than could still be wanted.
 //
 //     kept     the N least keys so far, or parts of keys of the record's width
 //     out      a key behind the last of them: N rows stand before it already
 //
-// Of keys as great as the last one, a whole one that was read later stands behind it and goes as well,
+// Of keys as great as the last one, a whole one that was read later stands behind it and goes too,
 // unless ties are wanted; of parts nobody knows yet.
 
 #pragma once

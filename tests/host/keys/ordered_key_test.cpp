@@ -33,7 +33,8 @@ int signOf(std::weak_ordering order) {
     return order < 0 ? -1 : order > 0 ? 1 : 0;
 }
 
-// Random values are mostly close to one another, so that every part of the encoding decides at times.
+// Random values are mostly close to one another, so that every part of the encoding decides at
+// times.
 template <typename Value>
 void expectOrder(
     const std::string& type, const std::function<Sample<Value>(Random&)>& draw,

@@ -7,7 +7,8 @@
 //     load   every input again: rows into records (tools/formats/csv/csv_record.h)
 //     write  the header of the first input, then the rows in the order of the result
 //
-// On its way from the file to the slot such a row is asked for from the top and comes from the bottom:
+// On its way from the file to the slot such a row is asked for from the top and comes from the
+// bottom:
 //
 //     SlotSort              room in a block of the slot or the work file     run/slot_sort.h
 //       OperandInput        one input behind the other                       modes/operand_input.h
@@ -35,8 +36,8 @@
 
 namespace tvsort::tools {
 
-// The rows with their ordered keys; every key must have one. `memoryBytes` is the memory of the whole
-// sort. All that is passed must outlive the flow.
+// The rows with their ordered keys; every key must have one. `memoryBytes` is the memory of the
+// whole sort. All that is passed must outlive the flow.
 OrderedFlow csvOrderedFlow(const RecordOptions& options, const ModeOptions& mode,
                            std::vector<InputFile>& inputs, std::uint64_t memoryBytes,
                            RowErrors& errors, OutputFile& output);

@@ -13,13 +13,13 @@
 
 namespace tvsort::tools {
 
-// Lines with the key of `form`. `memoryBytes` is the memory of the whole sort. All that is passed must
-// outlive the flow.
+// Lines with the key of `form`. `memoryBytes` is the memory of the whole sort. All that is passed
+// must outlive the flow.
 OrderedFlow lineOrderedFlow(const host::KeyForm& form, std::vector<InputFile>& inputs,
                             std::uint64_t memoryBytes, OutputFile& output);
 
-// Lines by their bytes, for a hierarchy: laid into records that hold the longest one of all inputs. The inputs are read to their
-// ends and rewound, so they must be regular files.
+// Lines by their bytes, for a hierarchy: laid into records that hold the longest one of all inputs.
+// The inputs are read to their ends and rewound, so they must be regular files.
 RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs, OutputFile& output);
 
 }  // namespace tvsort::tools
