@@ -52,7 +52,9 @@ int run(int argumentCount, char** arguments) {
     // None is told apart below: a word that is no subcommand is then named as such.
     app.require_subcommand(0, 1);
     app.failure_message(describeParseError);
-    app.footer("Exit status: 0 success, 1 verify found a file not in order, 2 failure.");
+    app.footer(
+        "Exit status: 0 success, 1 a file is not in order, 2 failure, 3 rows were skipped or put "
+        "last.");
     for (const AddSubcommand addSubcommand : kSubcommands)
         addSubcommand(app, exitStatus);
     try {

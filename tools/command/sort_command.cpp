@@ -12,7 +12,9 @@
 #include "tools/command/collation_command.h"
 #include "tools/command/process_path.h"
 #include "tools/command/subcommands.h"
+#include "tools/command/verify_command.h"
 #include "tools/files/interrupt.h"
+#include "tools/ordered/order_check.h"
 #include "tools/run/slot_sort.h"
 #include "tools/run/sort_stats.h"
 
@@ -57,7 +59,7 @@ std::string report(const SortOptions& options, const SortStats& stats) {
 
 }  // namespace
 
-void sortFile(const SortOptions& options) {
+int sortFile(const SortOptions& options) {
     SortSetup setup(options);
     host::ServerOptions processOptions = serverOptions(setup);
     const auto collation =
@@ -84,6 +86,35 @@ void sortFile(const SortOptions& options) {
     stats.ownPeakBytes = ownPeakBytes();
     // The output is final: that the words cannot be written makes no failure of it.
     std::fputs((setup.errors().report() + report(options, stats)).c_str(), stderr);
+    return stats.skippedCount > 0 ? kStatusSkipped : kStatusSuccess;
+}
+
+// The words for the first row out of order; empty where there is none.
+std::string disorderIn(const SortOptions& options) {
+    SortSetup setup(options);
+    KeyedInput* const input = setup.orderedInput();
+    if (input == nullptr) {
+        if (options.inputs.size() > 1)
+            throw host::badUse("--check takes one input where the process compares the keys");
+        const VerifyReport report = verifyFile({setup.options().records, options.inputs[0]});
+        if (report.firstMisplaced == 0) return "";
+        return fmt::format("record {} of {} must not stand behind the one before it",
+                           report.firstMisplaced, options.inputs[0]);
+    }
+    OrderCheck check(*input);
+    setup.progress().begin("checking");
+    for (KeyedRow row; input->next(row); setup.progress().advance(1)) {
+        throwIfInterrupted();
+        if (!check.mayFollow(row)) return check.fault();
+    }
+    return "";
+}
+
+int checkFiles(const SortOptions& options) {
+    const std::string disorder = disorderIn(options);
+    if (disorder.empty()) return kStatusSuccess;
+    std::fputs(("tvsort-host: not in order: " + disorder + "\n").c_str(), stderr);
+    return kStatusNotInOrder;
 }
 
 void addSortCommand(CLI::App& app, int& exitStatus) {
@@ -106,9 +137,11 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
         .add_flag("--stats{text}", options->stats,
                   "Say on standard error what happened; --stats=json for machines")
         ->check(CLI::IsMember({"text", "json"}));
+    command.add_flag("-c,--check", options->isChecked,
+                     "Sort nothing: say whether the rows are in order, with status 0 or 1, and "
+                     "name the first two that are not");
     command.callback([options, &exitStatus] {
-        sortFile(*options);
-        exitStatus = kStatusSuccess;
+        exitStatus = options->isChecked ? checkFiles(*options) : sortFile(*options);
     });
 }
 

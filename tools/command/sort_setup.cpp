@@ -14,6 +14,7 @@
 #include "tools/formats/records/fixed_records.h"
 #include "tools/options/key_text.h"
 #include "tools/ordered/ordered_sort.h"
+#include "tools/ordered/shuffled_input.h"
 #include "tools/run/sampling.h"
 
 namespace tvsort::tools {
@@ -38,8 +39,15 @@ std::string refuseNegative(const std::string& text) {
     return text.starts_with('-') ? "must not be negative: " + text : std::string();
 }
 
-KeyText lineKey(const RecordOptions& records) {
-    return parseKey(records.as.empty() ? "text" : records.as, host::ValuePlace::kLine);
+// Operations on whole rows need no key.
+void checkKeysAreNamed(const SortOptions& options) {
+    const bool isOfColumns = !options.records.format.empty();
+    const bool isPlain = options.mode.hierarchy || operationOf(options.mode) == Operation::kOrder;
+    const bool areNamed = !options.records.keys.empty();
+    if (areNamed && options.randomSeed.has_value())
+        throw host::badUse("--random leaves the order to chance; leave --key out");
+    if (isOfColumns && isPlain && !areNamed && !options.randomSeed.has_value())
+        throw host::badUse("say what to order by: --key COLUMN[:TYPE], once or more");
 }
 
 SortOptions understood(SortOptions options) {
@@ -47,6 +55,7 @@ SortOptions understood(SortOptions options) {
     checkRecordOptions(options.records);
     checkModeOptions(options.mode,
                      {options.inputs.size(), inputKindOf(options.records), options.processCount});
+    checkKeysAreNamed(options);
     return options;
 }
 
@@ -65,6 +74,7 @@ SortSetup::SortSetup(const SortOptions& options)
     StageClock clock;
     makeInputsRereadable();
     progress_.begin("measuring");
+    checkWordsOfOrderedKeys();
     sort_ = isOrdered() ? makeOrderedSort() : makeShapedSort();
     readCost_ = clock.lap();
     memoryPlan_ = planMemory(memoryRequest());
@@ -74,10 +84,29 @@ bool SortSetup::isOrdered() const {
     const RecordOptions& records = options_.records;
     if (options_.mode.hierarchy) return false;
     if (inputKindOf(records) == InputKind::kRecords) return false;
-    if (inputKindOf(records) == InputKind::kLines) return lineKey(records).ordered.has_value();
+    const bool isOfWholeLines = inputKindOf(records) == InputKind::kLines && records.keys.empty();
+    if (isOfWholeLines) return lineKey(records).ordered.has_value();
     return std::all_of(records.keys.begin(), records.keys.end(), [](const std::string& text) {
         return parseKey(text, host::ValuePlace::kColumn).ordered.has_value();
     });
+}
+
+// What the ways of single keys do not know.
+void SortSetup::checkWordsOfOrderedKeys() const {
+    const RecordOptions& records = options_.records;
+    const char* const word = records.zeroTerminated            ? "--zero-terminated"
+                             : records.isRagged                ? "--ragged"
+                             : records.nullWord.has_value()    ? "--null"
+                             : options_.randomSeed             ? "--random"
+                             : records.onError == kLastOnError ? "--on-error=last"
+                             : records.format == kFieldsFormat ? "--format fields"
+                                                               : nullptr;
+    if (word == nullptr || isOrdered()) return;
+    throw host::badUse(
+        fmt::format("{} does not go with --hierarchy, fixed-length records, or types that the "
+                    "process compares; "
+                    "the others stand first in sort --help",
+                    word));
 }
 
 std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
@@ -87,12 +116,15 @@ std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
         kind == InputKind::kRows
             ? csvOrderedFlow(records, options_.mode, inputs_, options_.memoryBytes, errors_,
                              output_)
-            : lineOrderedFlow(*lineKey(records).ordered, inputs_, options_.memoryBytes, output_);
+            : lineOrderedFlow(records, inputs_, options_.memoryBytes, errors_, output_);
+    if (options_.randomSeed.has_value())
+        flow.input = std::make_unique<ShuffledInput>(std::move(flow.input), *options_.randomSeed);
     const OrderedSort::Setting setting = {
-        {options_.mode, kind, flow.delimiter, tempDirectoryOf(options_)},
+        {options_.mode, kind, flow.delimiter, flow.lineEnd, tempDirectoryOf(options_)},
         options_.memoryBytes,
         static_cast<std::size_t>(options_.processCount),
         options_.blockPages};
+    orderedInput_ = flow.input.get();
     return std::make_unique<OrderedSort>(std::move(flow.input), setting, std::move(flow.writer));
 }
 
@@ -151,9 +183,8 @@ RecordFlow SortSetup::makeFlow() {
             return csvRecords(records, options_.mode, inputs_, options_.memoryBytes, errors_,
                               output_);
         case InputKind::kLines:
-            return records.as.empty()
-                       ? lineRecords(options_.mode, inputs_, output_)
-                       : valueLineRecords(records.as, options_.mode, inputs_, output_);
+            return records.as.empty() ? lineRecords(options_.mode, inputs_, output_)
+                                      : valueLineRecords(records, options_.mode, inputs_, output_);
         case InputKind::kRecords:
             break;
     }
@@ -167,6 +198,9 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
         ->required();
     addRecordOptions(command, options.records);
     addCsvOptions(command, options.records);
+    addTextOptions(command, options.records);
+    command.add_option("--random", options.randomSeed,
+                       "No order but that of chance: the same for the same inputs and number");
     addModeOptions(command, options.mode);
     command.add_option(
         "--collation", options.collation,

@@ -14,6 +14,7 @@
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
+#include "tools/formats/keyed_input.h"
 #include "tools/modes/shaped_sort.h"
 #include "tools/options/mode_options.h"
 #include "tools/options/record_options.h"
@@ -35,6 +36,8 @@ struct SortOptions {
     std::string process;
     std::string stats;  // empty, "text" or "json"
     int processCount = 1;
+    std::optional<std::uint64_t> randomSeed;
+    bool isChecked = false;  // nothing is sorted
 };
 
 // Adds the options that say what is sorted, how, and with how much memory.
@@ -65,6 +68,8 @@ class SortSetup {
     const RowErrors& errors() const { return errors_; }
 
     Sorting& sort() { return *sort_; }
+    // Null where keys are not ordered bytes.
+    KeyedInput* orderedInput() { return orderedInput_; }
     OutputFile& output() { return output_; }
     Progress& progress() { return progress_; }
 
@@ -72,6 +77,7 @@ class SortSetup {
     void makeInputsRereadable();
     // Whether keys are made into ordered bytes, and not compared by the process one by one.
     bool isOrdered() const;
+    void checkWordsOfOrderedKeys() const;
     std::unique_ptr<Sorting> makeOrderedSort();
     std::unique_ptr<Sorting> makeShapedSort();
     RecordFlow makeFlow();
@@ -85,6 +91,7 @@ class SortSetup {
     host::RequestBuilder userRequest_;
     std::uint16_t userRecordLength_ = 0;
     std::unique_ptr<Sorting> sort_;
+    KeyedInput* orderedInput_ = nullptr;  // of the sort
     MemoryPlan memoryPlan_ = {};
     StageCost readCost_;
 };

@@ -9,7 +9,8 @@
 
 namespace tvsort::tools {
 
-InputPlaces::InputPlaces(const std::vector<InputFile>& inputs) : inputs_(inputs), starts_(1, 0) {
+InputPlaces::InputPlaces(const std::vector<InputFile>& inputs, char lineEnd)
+    : inputs_(inputs), lineEnd_(lineEnd), starts_(1, 0) {
     for (const InputFile& input : inputs_) {
         const auto byteCount = static_cast<std::uint64_t>(input.fileBytes().value_or(0));
         starts_.push_back(starts_.back() + byteCount);
@@ -56,7 +57,7 @@ std::string InputPlaces::nameOf(std::uint64_t offset) const {
         const std::size_t count = std::min<std::uint64_t>(offset - at, kPieceBytes);
         readAt(at, piece.data(), count);
         lineNumber += std::count(piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(count),
-                                 Byte{'\n'});
+                                 static_cast<Byte>(lineEnd_));
         at += count;
     }
     return fmt::format("line {} of {}", lineNumber, inputs_[index].displayName());

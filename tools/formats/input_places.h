@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "protocol/bytes.h"
@@ -15,7 +16,7 @@ namespace tvsort::tools {
 class InputPlaces {
   public:
     // Inputs, which are regular files, are needed as long as it is.
-    explicit InputPlaces(const std::vector<InputFile>& inputs);
+    explicit InputPlaces(const std::vector<InputFile>& inputs, char lineEnd = '\n');
 
     std::size_t inputCount() const { return inputs_.size(); }
     const InputFile& input(std::size_t index) const { return inputs_[index]; }
@@ -37,6 +38,7 @@ class InputPlaces {
 
   private:
     const std::vector<InputFile>& inputs_;
+    char lineEnd_;
     std::vector<std::uint64_t> starts_;    // and the end of the last one
     std::vector<std::uint64_t> openEnds_;  // of inputs whose last byte ends no line
 };

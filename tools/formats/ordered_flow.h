@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "tools/formats/keyed_input.h"
 #include "tools/formats/row_writer.h"
@@ -13,6 +14,7 @@ struct OrderedFlow {
     std::unique_ptr<KeyedInput> input;
     std::unique_ptr<RowWriter> writer;
     char delimiter = '\0';  // of rows only
+    std::string lineEnd = "\n";
 };
 
 }  // namespace tvsort::tools

@@ -29,7 +29,7 @@ class RowWriter {
     struct Form {
         std::string head;  // written before everything else
         // Behind every row, or only behind one that lacks its line end.
-        std::string lineEnd;
+        std::string lineEnd = "\n";
         bool endsEveryRow = false;
     };
 

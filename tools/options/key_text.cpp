@@ -235,9 +235,15 @@ std::string typesHelp() {
     return help;
 }
 
-KeyText parseKey(const std::string& text, ValuePlace place) {
+KeyText parseKey(const std::string& text, ValuePlace place, bool isReversed) {
     try {
-        return KeyReader(text, place).read();
+        KeyText key = KeyReader(text, place).read();
+        if (!isReversed) return key;
+        key.kindFlags = static_cast<std::uint8_t>(key.kindFlags ^
+                                                  static_cast<std::uint8_t>(KeyKind::kAscending) ^
+                                                  static_cast<std::uint8_t>(KeyKind::kDescending));
+        if (key.ordered.has_value()) key.ordered->isDescending = !key.ordered->isDescending;
+        return key;
     } catch (const host::HostError& error) {
         throw host::badUse(fmt::format("{} {}: {}; write {}[:desc][:nulls-first|:nulls-last]",
                                        optionOf(place), text, error.what(), grammarOf(place)));
@@ -246,12 +252,14 @@ KeyText parseKey(const std::string& text, ValuePlace place) {
 
 std::size_t columnIndexOf(const std::string& name, const std::vector<std::string>& names,
                           std::size_t columnCount, const std::string& option) {
-    if (names.empty()) {
-        const auto number = numberIn<std::size_t>(name);
+    const bool isNamed = std::find(names.begin(), names.end(), name) != names.end();
+    const bool isNumbered = name.starts_with('#') && !isNamed;
+    if (names.empty() || isNumbered) {
+        const auto number = numberIn<std::size_t>(isNumbered ? name.substr(1) : name);
         if (number.has_value() && *number >= 1 && *number <= columnCount) return *number - 1;
         throw host::badUse(fmt::format(
-            "{}: \"{}\" is no column; without a header, name one of the columns 1 to {}", option,
-            name, columnCount));
+            "{}: \"{}\" is no column; {}, name one of the columns {}1 to {}", option, name,
+            isNumbered ? "by number" : "without a header", isNumbered ? "#" : "", columnCount));
     }
     const auto found = std::find(names.begin(), names.end(), name);
     if (found == names.end()) {
@@ -259,9 +267,9 @@ std::size_t columnIndexOf(const std::string& name, const std::vector<std::string
                                        name, fmt::join(names, ", ")));
     }
     if (std::find(found + 1, names.end(), name) != names.end()) {
-        throw host::badUse(
-            fmt::format("{}: more than one column has the name \"{}\"; give them different ones",
-                        option, name));
+        throw host::badUse(fmt::format(
+            "{}: more than one column has the name \"{}\"; name it by its number, as #{}", option,
+            name, found - names.begin() + 1));
     }
     return static_cast<std::size_t>(found - names.begin());
 }

@@ -47,11 +47,12 @@ struct KeyText {
 std::string typesHelp();
 
 // Throws bad use that names the option, its text, what is wrong with it, and the grammar.
-KeyText parseKey(const std::string& text, host::ValuePlace place);
+// `isReversed`: in the other direction than it says.
+KeyText parseKey(const std::string& text, host::ValuePlace place, bool isReversed = false);
 
-// The index of the column that `name` stands for: a name of the header, or a number from 1 where
-// `names` is empty and the file has `columnCount` columns. `option` is for the message when there
-// is none.
+// The index of the column that `name` stands for: a name of the header, #NUMBER, or a number from 1
+// where `names` is empty and the file has `columnCount` columns. `option` is for the message when
+// there is none.
 std::size_t columnIndexOf(const std::string& name, const std::vector<std::string>& names,
                           std::size_t columnCount, const std::string& option);
 

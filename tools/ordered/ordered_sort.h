@@ -39,6 +39,8 @@ class OrderedSort : public Sorting {
     OrderedSort(std::unique_ptr<KeyedInput> input, const Setting& setting,
                 std::unique_ptr<RowWriter> writer);
 
+    KeyedInput& input() { return *input_; }
+
     std::uint16_t recordLength() const override { return KeyRecord(form_).recordLength(); }
     std::vector<RecordField> fields() const override;
     std::uint64_t memoryShare() const override;

@@ -97,7 +97,7 @@ void RowShaper::markGroup(const SettledRow& row) {
     if (form_.kind == InputKind::kRows) {
         writer_.writeText(fmt::format("{}{}", groupCount_, form_.delimiter));
     } else if (!row.isEqual && groupCount_ > 1) {
-        writer_.writeText("\n");
+        writer_.writeText(form_.lineEnd);
     }
     write(row);
 }

@@ -45,6 +45,7 @@ class RowShaper {
         ModeOptions mode;
         InputKind kind;
         char delimiter;  // of rows
+        std::string lineEnd;
         std::filesystem::path tempDirectory;
     };
 

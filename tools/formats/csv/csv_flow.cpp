@@ -97,7 +97,7 @@ class CsvSource : public Operand {
 std::vector<KeyText> parseKeys(const RecordOptions& options) {
     std::vector<KeyText> keys;
     for (const std::string& text : options.keys)
-        keys.push_back(parseKey(text, host::ValuePlace::kColumn));
+        keys.push_back(parseKey(text, host::ValuePlace::kColumn, options.isReversed));
     return keys;
 }
 
@@ -149,9 +149,31 @@ std::string headOf(const CsvTable& table, const ModeOptions& mode) {
 std::shared_ptr<const CsvTable> openTable(const RecordOptions& options,
                                           std::vector<InputFile>& inputs,
                                           std::uint64_t memoryBytes) {
-    return std::make_shared<const CsvTable>(
-        readTable(delimiterOf(options), !options.noHeader,
-                  std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs));
+    CsvTable table = readTable(delimiterOf(options), !options.noHeader,
+                               std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs);
+    table.isRagged = options.isRagged;
+    return std::make_shared<const CsvTable>(std::move(table));
+}
+
+// Without any key, of all columns, if there is one.
+std::vector<RowKeyColumn> orderedColumns(const RecordOptions& options, const ModeOptions& mode,
+                                         const CsvTable& table,
+                                         const std::vector<InputFile>& inputs) {
+    std::vector<RowKeyColumn> columns;
+    for (const KeyText& key : parseKeys(options)) {
+        columns.push_back({columnIndexOf(key.column, table.names, table.columnCount, "--key"),
+                           key.column, key.ordered.value()});
+    }
+    const bool hasRows = std::any_of(inputs.begin(), inputs.end(), [](const InputFile& input) {
+        return input.fileBytes().value_or(0) > 0;
+    });
+    if (!columns.empty() || operationOf(mode) == Operation::kOrder || !hasRows) return columns;
+    host::KeyForm form;
+    form.type.name = "text";
+    form.isDescending = options.isReversed;
+    for (std::size_t i = 0; i < table.columnCount; ++i)
+        columns.push_back({i, table.hasHeader ? table.names[i] : std::to_string(i + 1), form});
+    return columns;
 }
 
 }  // namespace
@@ -162,7 +184,8 @@ OrderedFlow csvOrderedFlow(const RecordOptions& options, const ModeOptions& mode
     const auto table = openTable(options, inputs, memoryBytes);
     OrderedFlow flow;
     flow.delimiter = table->delimiter;
-    flow.input = std::make_unique<CsvKeyedInput>(table, parseKeys(options), inputs, errors);
+    flow.input = std::make_unique<CsvKeyedInput>(
+        table, orderedColumns(options, mode, *table, inputs), options.nullWord, inputs, errors);
     flow.writer = std::make_unique<RowWriter>(RowWriter::Form{headOf(*table, mode), table->lineEnd},
                                               inputs, memoryBytes / kFetchShare, output);
     return flow;

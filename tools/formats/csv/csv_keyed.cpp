@@ -9,54 +9,26 @@
 
 namespace tvsort::tools {
 
-RowKeys::RowKeys(const std::vector<KeyText>& keys, const CsvTable& table) {
-    for (const KeyText& key : keys) {
-        const std::size_t index =
-            columnIndexOf(key.column, table.names, table.columnCount, "--key");
-        columns_.push_back({index, key.column, host::OrderedKey(key.ordered.value())});
-        columnsNeeded_ = std::max(columnsNeeded_, index + 1);
-    }
-}
-
-bool RowKeys::encode(const std::vector<CsvField>& fields, host::KeyBytes& key) {
-    key.clear();
-    bool hasNull = false;
-    for (Column& column : columns_) {
-        const CsvField& field = fields[column.index];
-        if (field.isNull) {
-            hasNull = true;
-            column.key.appendNull(key);
-            continue;
-        }
-        try {
-            column.key.append(field.text, key);
-        } catch (const host::HostError& error) {
-            throw host::badUse(fmt::format("column {}: {}", column.name, error.what()));
-        }
-    }
-    return hasNull;
-}
-
-CsvKeyedInput::CsvKeyedInput(std::shared_ptr<const CsvTable> table, std::vector<KeyText> keys,
+CsvKeyedInput::CsvKeyedInput(std::shared_ptr<const CsvTable> table,
+                             std::vector<RowKeyColumn> columns, std::optional<std::string> nullWord,
                              std::vector<InputFile>& inputs, RowErrors& errors)
     : table_(std::move(table)),
-      keyTexts_(std::move(keys)),
+      columns_(std::move(columns)),
+      nullWord_(std::move(nullWord)),
       inputs_(inputs),
       errors_(errors),
       places_(inputs),
       reader_(places_),
       parser_(table_->delimiter) {
     guessTypes();
-    keys_ = std::make_unique<RowKeys>(keyTexts_, *table_);
+    keys_ = std::make_unique<RowKeys>(columns_, RowKeyRules{nullWord_, errors_.keepsRows()});
     restart();
 }
 
 void CsvKeyedInput::guessTypes() {
-    std::vector<std::pair<host::KeyForm*, std::size_t>> wanted;
-    for (KeyText& key : keyTexts_) {
-        if (key.ordered->type.name != host::kAutoType) continue;
-        wanted.emplace_back(&*key.ordered,
-                            columnIndexOf(key.column, table_->names, table_->columnCount, "--key"));
+    std::vector<RowKeyColumn*> wanted;
+    for (RowKeyColumn& column : columns_) {
+        if (column.form.type.name == host::kAutoType) wanted.push_back(&column);
     }
     if (wanted.empty()) return;
     std::vector<host::TypeGuess> guesses(wanted.size());
@@ -65,13 +37,14 @@ void CsvKeyedInput::guessTypes() {
         CsvRow row;
         while (rows.next(row)) {
             for (std::size_t i = 0; i < wanted.size(); ++i) {
-                const CsvField& field = rows.fields()[wanted[i].second];
-                if (!field.isNull) guesses[i].take(field.text);
+                if (wanted[i]->index >= rows.fields().size()) continue;
+                const CsvField& field = rows.fields()[wanted[i]->index];
+                if (!field.isNull && field.text != nullWord_) guesses[i].take(field.text);
             }
         }
     }
     for (std::size_t i = 0; i < wanted.size(); ++i)
-        wanted[i].first->type = guesses[i].chosen();
+        wanted[i]->form.type = guesses[i].chosen();
 }
 
 void CsvKeyedInput::restart() {
@@ -106,12 +79,22 @@ bool CsvKeyedInput::encode(const CsvRow& row, KeyedRow& keyed) {
     keyed.key = &key_;
     keyed.isKeyWhole = true;
     try {
-        keyed.hasNull = keys_->encode(rows_->fields(), key_);
-        return true;
+        // A malformed row that is kept has no fields that could be read.
+        const auto fields = row.problem.empty() ? std::span<const CsvField>(rows_->fields())
+                                                : std::span<const CsvField>();
+        const RowKeys::Outcome outcome = keys_->encode(fields, key_);
+        keyed.hasNull = outcome.hasNull;
+        if (!row.problem.empty()) {
+            key_.clear();
+            host::OrderedKey::appendUnreadable({}, key_);
+        }
+        if (outcome.problem.empty()) return true;
+        errors_.take(fmt::format("{}, {}", rows_->nameOf(row), outcome.problem));
     } catch (const host::HostError& error) {
         errors_.take(fmt::format("{}, {}", rows_->nameOf(row), error.what()));
         return false;
     }
+    return true;
 }
 
 KeyPart CsvKeyedInput::keyPart(const RowPlace& place, std::uint64_t from, std::size_t bytesMax,
@@ -141,23 +124,18 @@ const CsvKeyedInput::KnownKey& CsvKeyedInput::keyAt(const RowPlace& place) {
         if (outcome == CsvRowParser::Outcome::kMalformed) break;
     }
     if (outcome == CsvRowParser::Outcome::kGoesOn) parser_.end();
-    if (outcome != CsvRowParser::Outcome::kWhole ||
-        parser_.fields().size() < keys_->columnsNeeded()) {
+    const bool isGood = outcome == CsvRowParser::Outcome::kWhole &&
+                        (table_->isRagged || parser_.fields().size() == table_->columnCount);
+    if (isGood) {
+        known.hasNull = keys_->encode(parser_.fields(), known.bytes).hasNull;
+    } else if (errors_.keepsRows()) {
+        known.bytes.clear();
+        host::OrderedKey::appendUnreadable({}, known.bytes);
+    } else {
         throw changedWhileRead(inputs_[places_.indexOf(place.offset)].displayName());
     }
-    known.hasNull = keys_->encode(parser_.fields(), known.bytes);
     known.offset = place.offset;
     return known;
-}
-
-std::string CsvKeyedInput::keysInWords() const {
-    std::string words;
-    for (const KeyText& key : keyTexts_) {
-        if (!words.empty()) words += ", ";
-        words += fmt::format("{} {}{}", key.column, key.ordered->type.text(),
-                             key.ordered->isDescending ? " desc" : "");
-    }
-    return words;
 }
 
 }  // namespace tvsort::tools

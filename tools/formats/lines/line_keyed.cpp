@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <limits>
+#include <utility>
 
 #include "host/host_error.h"
 #include "tools/files/interrupt.h"
@@ -17,28 +19,98 @@ constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 
 }  // namespace
 
-LineKeyedInput::LineKeyedInput(const host::KeyForm& form, std::vector<InputFile>& inputs,
-                               std::size_t valueBytesMax)
-    : inputs_(inputs), valueBytesMax_(valueBytesMax), places_(inputs), reader_(places_) {
-    host::KeyForm chosen = form;
-    if (form.type.name == host::kAutoType) guessType(chosen);
-    keys_ = std::make_unique<host::OrderedKey>(chosen);
+LineKeyedInput::LineKeyedInput(Form form, std::vector<InputFile>& inputs, RowErrors& errors)
+    : form_(std::move(form)),
+      inputs_(inputs),
+      errors_(errors),
+      places_(inputs, form_.lineEnd),
+      reader_(places_) {
+    std::vector<RowKeyColumn> columns = form_.columns;
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        if (!columns[i].name.empty()) ranges_.push_back(rangeOf(columns[i].name));
+        columns[i].index = i;
+    }
+    guessTypes();
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        columns[i].form = form_.columns[i].form;
+    if (!isOrderedByFields() && columns.size() == 1) {
+        host::OrderedKey key(columns[0].form);
+        takesEmptyLines_ = key.takesEmptyText();
+        if (key.isPlainText() && !form_.nullWord.has_value()) plainKey_.emplace(std::move(key));
+    }
+    if (!isPlainText()) keys_.emplace(columns, RowKeyRules{form_.nullWord, errors_.keepsRows()});
     restart();
 }
 
-void LineKeyedInput::guessType(host::KeyForm& form) {
-    host::TypeGuess guess;
+LineKeyedInput::FieldRange LineKeyedInput::rangeOf(const std::string& name) {
+    const std::size_t dash = std::min(name.find('-'), name.size());
+    const auto number = [&](std::size_t begin, std::size_t end) {
+        std::size_t value = 0;
+        const char* const last = name.data() + end;
+        const auto [stop, status] = std::from_chars(name.data() + begin, last, value);
+        if (status == std::errc() && stop == last && value > 0) return value - 1;
+        throw host::badUse(fmt::format(
+            "--key {}: fields have numbers from 1; write one, or a range such as 2-4 or 2-", name));
+    };
+    FieldRange range = {number(0, dash), 0};
+    range.last = range.first;
+    if (dash + 1 == name.size()) range.last = std::numeric_limits<std::size_t>::max();
+    if (dash + 1 < name.size()) range.last = number(dash + 1, name.size());
+    return range;
+}
+
+void LineKeyedInput::guessTypes() {
+    const auto isGuessed = [](const RowKeyColumn& column) {
+        return column.form.type.name == host::kAutoType;
+    };
+    if (std::none_of(form_.columns.begin(), form_.columns.end(), isGuessed)) return;
+    std::vector<host::TypeGuess> guesses(form_.columns.size());
     for (restart(); inputIndex_ < inputs_.size();) {
         std::string_view line;
         std::uint64_t lineBytes = 0;
         while (nextLine(line, lineBytes)) {
-            if (lineBytes > 0) guess.take(line);
+            cutFields(line);
+            for (std::size_t i = 0; i < guesses.size(); ++i) {
+                if (!fields_[i].isNull && fields_[i].text != form_.nullWord)
+                    guesses[i].take(fields_[i].text);
+            }
         }
         inputIndex_ += 1;
         if (inputIndex_ < inputs_.size())
             window_ = std::make_unique<InputWindow>(inputs_[inputIndex_], kBufferBytes);
     }
-    form.type = guess.chosen();
+    for (std::size_t i = 0; i < guesses.size(); ++i) {
+        if (isGuessed(form_.columns[i])) form_.columns[i].form.type = guesses[i].chosen();
+    }
+}
+
+// A field per key.
+void LineKeyedInput::cutFields(std::string_view line) {
+    constexpr std::string_view kBlanks = " \t";
+    fields_.clear();
+    if (!isOrderedByFields()) {
+        fields_.push_back({line, line.empty() && !takesEmptyLines_});
+        return;
+    }
+    words_.clear();
+    for (std::size_t end = 0;;) {
+        const std::size_t begin = line.find_first_not_of(kBlanks, end);
+        if (begin == std::string_view::npos) break;
+        end = std::min(line.find_first_of(kBlanks, begin), line.size());
+        words_.push_back(line.substr(begin, end - begin));
+    }
+    for (const FieldRange& range : ranges_) {
+        if (range.first >= words_.size()) {
+            fields_.push_back({{}, true});
+            continue;
+        }
+        const std::string_view first = words_[range.first];
+        const std::string_view last =
+            words_[std::max(range.first, std::min(range.last, words_.size() - 1))];
+        fields_.push_back(
+            {{first.data(), static_cast<std::size_t>(last.data() + last.size() - first.data())},
+             false});
+    }
 }
 
 void LineKeyedInput::restart() {
@@ -50,6 +122,13 @@ void LineKeyedInput::restart() {
 }
 
 bool LineKeyedInput::next(KeyedRow& row) {
+    while (nextInInputs(row)) {
+        if (encodeRow(row)) return true;
+    }
+    return false;
+}
+
+bool LineKeyedInput::nextInInputs(KeyedRow& row) {
     std::string_view line;
     std::uint64_t lineBytes = 0;
     while (!nextLine(line, lineBytes)) {
@@ -70,13 +149,22 @@ bool LineKeyedInput::next(KeyedRow& row) {
     row.place = {begin, static_cast<std::uint32_t>(lineBytes)};
     row.isHeld = line.size() == lineBytes;
     row.text = line;
+    return true;
+}
+
+bool LineKeyedInput::encodeRow(KeyedRow& row) {
+    const std::uint64_t begin = row.place.offset;
+    const std::string_view seen = isPlainText() ? row.text.substr(0, kKeyBytesHeld) : row.text;
     row.key = &key_;
-    const std::string_view seen = keys_->isPlainText() ? line.substr(0, kKeyBytesHeld) : line;
-    row.isKeyWhole = seen.size() == lineBytes;
+    row.isKeyWhole = seen.size() == row.place.byteCount;
     try {
-        row.hasNull = encode(seen, key_);
+        const RowKeys::Outcome outcome = encode(seen, key_);
+        row.hasNull = outcome.hasNull;
+        if (!outcome.problem.empty())
+            errors_.take(fmt::format("{}: {}", places_.nameOf(begin), outcome.problem));
     } catch (const host::HostError& error) {
-        throw host::badUse(fmt::format("{}: {}", places_.nameOf(begin), error.what()));
+        errors_.take(fmt::format("{}: {}", places_.nameOf(begin), error.what()));
+        return false;
     }
     if (!row.isKeyWhole) key_.resize(kKeyBytesHeld);
     return true;
@@ -86,14 +174,13 @@ bool LineKeyedInput::nextLine(std::string_view& line, std::uint64_t& lineBytes) 
     std::uint64_t passed = 0;  // bytes of a long line that are no longer in the window
     for (std::size_t searched = 0;;) {
         const std::string_view held = window_->bytes();
-        const std::size_t found = held.find('\n', searched);
+        const std::size_t found = held.find(form_.lineEnd, searched);
         const bool isFound = found != std::string_view::npos;
         searched = held.size();
-        const std::size_t heldMax = keys_ != nullptr && !keys_->isPlainText()
-                                        ? std::max(valueBytesMax_, kBufferBytes)
-                                        : kBufferBytes / 2;
+        const std::size_t heldMax =
+            keys_.has_value() ? std::max(form_.valueBytesMax, kBufferBytes) : kBufferBytes / 2;
         if (!isFound && held.size() >= heldMax) {
-            if (keys_ != nullptr && !keys_->isPlainText()) {
+            if (keys_.has_value()) {
                 throw host::badUse(fmt::format(
                     "{} has more than {} bytes, and a value of its type is read in one piece; "
                     "give more --memory",
@@ -114,22 +201,21 @@ bool LineKeyedInput::nextLine(std::string_view& line, std::uint64_t& lineBytes) 
     }
 }
 
-bool LineKeyedInput::encode(std::string_view line, host::KeyBytes& key) {
-    key.clear();
-    const bool isNull = line.empty() && !keys_->takesEmptyText();
-    if (isNull) {
-        keys_->appendNull(key);
-    } else {
-        keys_->append(line, key);
+RowKeys::Outcome LineKeyedInput::encode(std::string_view line, host::KeyBytes& key) {
+    if (isPlainText()) {
+        key.clear();
+        plainKey_->append(line, key);
+        return {};
     }
-    return isNull;
+    cutFields(line);
+    return keys_->encode(fields_, key);
 }
 
 KeyPart LineKeyedInput::keyPart(const RowPlace& place, std::uint64_t from, std::size_t bytesMax,
                                 host::KeyBytes& part) {
-    if (keys_->isPlainText()) return textPart(place, from, bytesMax, part);
+    if (isPlainText()) return textPart(place, from, bytesMax, part);
     host::KeyBytes key;
-    const bool hasNull = encode(reader_.read(place), key);
+    const bool hasNull = encode(reader_.read(place), key).hasNull;
     const std::size_t begin = std::min<std::uint64_t>(from, key.size());
     const std::size_t count = std::min(bytesMax, key.size() - begin);
     const auto first = key.begin() + static_cast<std::ptrdiff_t>(begin);
@@ -158,7 +244,7 @@ KeyPart LineKeyedInput::textPart(const RowPlace& place, std::uint64_t from, std:
         host::appendTextBytes(reader_.read({place.offset + at.lineBytes, piece}), encoded);
         isWhole = at.lineBytes + piece == place.byteCount;
         if (isWhole) encoded.push_back(host::kTextEnd);
-        if (keys_->form().isDescending) host::complementFrom(0, encoded);
+        if (plainKey_->form().isDescending) host::complementFrom(0, encoded);
         const std::size_t skipped =
             std::min<std::uint64_t>(from > at.keyBytes ? from - at.keyBytes : 0, encoded.size());
         const std::size_t taken = std::min(bytesMax - part.size(), encoded.size() - skipped);
@@ -174,10 +260,6 @@ KeyPart LineKeyedInput::textPart(const RowPlace& place, std::uint64_t from, std:
         oldestCursor_ = 1 - oldestCursor_;
     }
     return {isWhole, false};
-}
-
-std::string LineKeyedInput::keysInWords() const {
-    return keys_->form().type.text() + (keys_->form().isDescending ? " desc" : "");
 }
 
 }  // namespace tvsort::tools
