@@ -103,6 +103,38 @@ TEST_F(Words, OfChanceMixTheSameWayForTheSameNumber) {
               one.substr(0, one.find('\n', one.find('\n', one.find('\n') + 1) + 1) + 1));
 }
 
+TEST_F(Words, PackedFilesAreReadAndWritten) {
+    std::string lines;
+    for (int i = 0; i < 200000; ++i)
+        lines += std::to_string(i * 7919 % 200000) + "\n";
+    write("lines", lines);
+    const std::string sorted = run("sort --lines --as int lines").output;
+    for (const std::string ending : {".gz", ".zst"}) {
+        ASSERT_EQ(run("sort --lines --as int lines -o sorted" + ending).status, 0);
+        EXPECT_LT(std::filesystem::file_size(folder() / ("sorted" + ending)), sorted.size() / 2);
+        EXPECT_TRUE(run("sort --lines --as int:desc --reverse sorted" + ending).output == sorted);
+        EXPECT_TRUE(run("sort --lines --as int - <sorted" + ending).output == sorted);
+        // One packed file behind another is one, too.
+        const std::string packed = read("sorted" + ending);
+        write("twice" + ending, packed + packed);
+        EXPECT_TRUE(run("sort --lines --as int --distinct twice" + ending).output == sorted);
+        write("cut" + ending, packed.substr(0, packed.size() - 9));
+        EXPECT_THAT(run("sort --lines cut" + ending).errors,
+                    HasSubstr("cut" + ending + " is cut short"));
+        write("bad" + ending, packed.substr(0, 4000) + "x" + packed.substr(4000));
+        EXPECT_THAT(run("sort --lines bad" + ending).errors, HasSubstr("bad" + ending + " is"));
+    }
+    ASSERT_EQ(run("sort a.csv --distinct -o a.csv.gz").status, 0);
+    EXPECT_EQ(run("sort a.csv.gz --key id:desc").output, "id,v,v\n2,a,7\n1,b,\n");
+    ASSERT_EQ(run("generate --records 100 -o records.gz").status, 0);
+    const std::string words = "sort --record-length 100 --key bytes:0:10 ";
+    EXPECT_EQ(run(words + "records.gz").output.size(), 10000);
+    write("wide.csv",
+          "\xff\xfe"
+          "a");
+    EXPECT_THAT(run("sort wide.csv --key a").errors, HasSubstr("wide.csv is text in UTF-16"));
+}
+
 TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
     const char* const cases[][2] = {
         {"a.csv --key id -z", "--zero-terminated is for lines"},

@@ -7,6 +7,7 @@
 
 #include "host/host_error.h"
 #include "host/private_directory.h"
+#include "tools/files/compression.h"
 #include "tools/files/spool_file.h"
 #include "tools/formats/csv/csv_flow.h"
 #include "tools/formats/lines/line_flow.h"
@@ -37,6 +38,24 @@ bool isReadTwice(const SortOptions& options) {
 // The conversion of sizes would take a negative number for a very large one.
 std::string refuseNegative(const std::string& text) {
     return text.starts_with('-') ? "must not be negative: " + text : std::string();
+}
+
+// Of a regular file.
+std::string firstBytes(const InputFile& input) {
+    constexpr std::int64_t kMarkBytes = 4;
+    std::string bytes(static_cast<std::size_t>(std::min(input.fileBytes().value_or(0), kMarkBytes)),
+                      '\0');
+    input.readAt(0, reinterpret_cast<Byte*>(bytes.data()), bytes.size());
+    return bytes;
+}
+
+void refuseWideText(const InputFile& input) {
+    const std::string begin = firstBytes(input);
+    if (!begin.starts_with("\xff\xfe") && !begin.starts_with("\xfe\xff")) return;
+    throw host::badUse(
+        fmt::format("{} is text in UTF-16, as its first two bytes say; convert it with "
+                    "iconv -f UTF-16 -t UTF-8, and sort the result",
+                    input.displayName()));
 }
 
 // Operations on whole rows need no key.
@@ -169,10 +188,22 @@ RecordFlow SortSetup::makeFlowAgain() {
 }
 
 void SortSetup::makeInputsRereadable() {
-    if (!isReadTwice(options_)) return;
-    for (InputFile& input : inputs_) {
+    const bool isText = inputKindOf(options_.records) != InputKind::kRecords;
+    for (std::size_t i = 0; i < inputs_.size(); ++i) {
+        InputFile& input = inputs_[i];
         progress_.begin("reading " + input.displayName());
-        input = makeRereadable(std::move(input), tempDirectoryOf(options_));
+        if (isReadTwice(options_))
+            input = makeRereadable(std::move(input), tempDirectoryOf(options_));
+        const std::string begin = isText ? firstBytes(input) : "";
+        // Fixed-length records may begin with any bytes.
+        const Compression compression =
+            isText ? compressionMarked(begin) : compressionNamed(options_.inputs[i]);
+        if (compression != Compression::kNone) {
+            SpoolFile plain(tempDirectoryOf(options_));
+            unpack(compression, input, plain);
+            input = plain.takeAsInput(input.displayName());
+        }
+        if (isText) refuseWideText(input);
     }
 }
 

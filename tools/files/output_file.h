@@ -11,11 +11,13 @@
 
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/file_descriptor.h"
 #include "protocol/bytes.h"
+#include "tools/files/compression.h"
 
 namespace tvsort::tools {
 
@@ -42,7 +44,9 @@ class OutputFile {
     template <typename Attempt>
     int underHiddenName(const Attempt& attempt);
     void removeHidden();
+    // Packed, where the output's name asks for it.
     void writeThrough(const Byte* bytes, std::size_t byteCount);
+    void writeRaw(const Byte* bytes, std::size_t byteCount);
 
     host::FileDescriptor file_;
     std::string displayName_;
@@ -50,6 +54,7 @@ class OutputFile {
     std::string finalName_;   // in the folder; empty where there is nothing to rename
     std::string hiddenName_;  // empty before it has one and once it is final
     std::vector<Byte> buffer_;
+    std::unique_ptr<Packer> packer_;
 };
 
 }  // namespace tvsort::tools

@@ -135,8 +135,10 @@ void addTextOptions(CLI::App& command, RecordOptions& options) {
 
 void recogniseFormat(const std::vector<std::string>& inputs, RecordOptions& options) {
     if (!options.format.empty() || options.lines || options.recordLength.has_value()) return;
-    if (allEndWith(inputs, ".csv")) options.format = kCsvFormat;
-    if (allEndWith(inputs, ".tsv")) options.format = kTsvFormat;
+    for (const std::string packed : {"", ".gz", ".zst"}) {
+        if (allEndWith(inputs, ".csv" + packed)) options.format = kCsvFormat;
+        if (allEndWith(inputs, ".tsv" + packed)) options.format = kTsvFormat;
+    }
 }
 
 InputKind inputKindOf(const RecordOptions& options) {

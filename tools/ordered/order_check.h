@@ -10,14 +10,16 @@
 
 namespace tvsort::tools {
 
-// Follows the rows of an input, each of which is compared with the one before it by their whole keys.
+// Follows the rows of an input, each of which is compared with the one before it by their whole
+// keys.
 class OrderCheck {
   public:
     explicit OrderCheck(KeyedInput& input) : input_(input) {}
 
     // Whether the row, the one that the input gave last, may stand behind the one before it.
     bool mayFollow(const KeyedRow& row);
-    // Of the last two rows: `line 5 of a.csv, "b,1", must not stand behind line 4 of a.csv, "c,1",`.
+    // Of the last two rows: `line 5 of a.csv, "b,1", must not stand behind line 4 of a.csv,
+    // "c,1",`.
     std::string fault() const;
 
   private:
