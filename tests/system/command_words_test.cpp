@@ -148,12 +148,44 @@ TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
         {"--format fields --lines --key 1 fields", "leave --lines"},
         {"a.csv --key '#4'", "\"#4\" is no column; by number, name one of the columns #1 to 3"},
         {"--lines --ragged lines", "are for CSV files"},
+        {"a.csv --key id --delimiter ''", "--delimiter : name one character"},
+        {"--lines --limit x lines", "--limit x: write a number from 1 to 2147483647"},
+        {"--lines --memory 5Q lines", "write one such as 512K, 64M or 2G"},
+        {"--lines --nulls x lines", "--nulls x: write a number"},
+        {"--lines --nope lines", "--nope: there is no such option or word here"},
+        {"--format x lines", "--format x: write one of csv,tsv,fields"},
     };
     for (const auto& [words, error] : cases) {
         const Outcome outcome = run(std::string("sort ") + words);
         EXPECT_EQ(outcome.status, 2) << words;
         EXPECT_THAT(outcome.errors, HasSubstr(error)) << words;
     }
+}
+
+TEST_F(Words, OfAFileReachNoTerminal) {
+    write("escape.csv", "\x1b[31m,b\n1,2\n");
+    const Outcome outcome = run("sort escape.csv --key c");
+    EXPECT_THAT(outcome.errors, HasSubstr("the columns are ?[31m, b"));
+    write("wide.csv", std::string(5000, ',') + "\n");
+    EXPECT_LT(run("sort wide.csv --key c").errors.size(), 1000);
+}
+
+TEST_F(Words, EndInSilenceWhenTheReaderHasGone) {
+    write("many", std::string(2000000, '\n'));
+    run("verify --lines many; '" TVSORT_HOST_PROGRAM
+        "' sort --lines many 2>.said | head -n 1 >.first");
+    EXPECT_EQ(read(".said"), "");
+    EXPECT_EQ(read(".first"), "\n");
+}
+
+TEST_F(Words, OfASortAreTakenByItsExplanation) {
+    const Outcome outcome =
+        run("explain --lines lines -o out --processes 2 --stats --timeout 5 --check");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_FALSE(std::filesystem::exists(folder() / "out"));
+    write("many", std::string(2000000, '\n'));
+    EXPECT_THAT(run("explain --lines many --memory 100K").output,
+                testing::ContainsRegex("disk      [0-9]+ bytes of work file\nwarning   that is"));
 }
 
 }  // namespace

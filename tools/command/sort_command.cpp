@@ -22,10 +22,6 @@ namespace tvsort::tools {
 
 namespace {
 
-constexpr int kProcessesMax = 64;
-constexpr double kTimeoutSecondsMin = 0.001;
-constexpr double kTimeoutSecondsMax = 1e9;
-
 host::ServerOptions serverOptions(SortSetup& setup) {
     const SortOptions& options = setup.options();
     host::ServerOptions server;
@@ -84,6 +80,7 @@ int sortFile(const SortOptions& options) {
     stats.read = setup.readCost();
     stats.skippedCount = setup.errors().skippedCount();
     stats.ownPeakBytes = ownPeakBytes();
+    setup.progress().clear();
     // The output is final: that the words cannot be written makes no failure of it.
     std::fputs((setup.errors().report() + report(options, stats)).c_str(), stderr);
     return stats.skippedCount > 0 ? kStatusSkipped : kStatusSuccess;
@@ -122,24 +119,6 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
     CLI::App& command =
         *app.add_subcommand("sort", "Sort files of records, text lines or CSV rows");
     addSortOptions(command, *options);
-    command.add_option("-o,--output", options->output, "File to write; standard output without it");
-    command
-        .add_option("--timeout", options->timeoutSeconds,
-                    "Give the sort up after so many seconds; never without it")
-        ->check(CLI::Range(kTimeoutSecondsMin, kTimeoutSecondsMax));
-    command
-        .add_option("--processes", options->processCount,
-                    "So many sort processes, each for a range of keys and with its part of the "
-                    "memory; inputs are read once more to find the ranges")
-        ->check(CLI::Range(1, kProcessesMax));
-    command.add_option("--process", options->process, "The tvsort program to use");
-    command
-        .add_flag("--stats{text}", options->stats,
-                  "Say on standard error what happened; --stats=json for machines")
-        ->check(CLI::IsMember({"text", "json"}));
-    command.add_flag("-c,--check", options->isChecked,
-                     "Sort nothing: say whether the rows are in order, with status 0 or 1, and "
-                     "name the first two that are not");
     command.callback([options, &exitStatus] {
         exitStatus = options->isChecked ? checkFiles(*options) : sortFile(*options);
     });

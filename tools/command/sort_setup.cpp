@@ -1,6 +1,7 @@
 #include "tools/command/sort_setup.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
@@ -22,6 +23,10 @@ namespace tvsort::tools {
 
 namespace {
 
+constexpr int kProcessesMax = 64;
+constexpr double kTimeoutSecondsMin = 0.001;
+constexpr double kTimeoutSecondsMax = 1e9;
+
 std::vector<InputFile> openInputs(const std::vector<std::string>& names) {
     if (std::count(names.begin(), names.end(), kStandardStream) > 1) {
         throw host::badUse("standard input (-) can be read once only; give the other input a name");
@@ -38,6 +43,10 @@ bool isReadTwice(const SortOptions& options) {
 // The conversion of sizes would take a negative number for a very large one.
 std::string refuseNegative(const std::string& text) {
     return text.starts_with('-') ? "must not be negative: " + text : std::string();
+}
+
+bool writesToTerminal(const std::string& output) {
+    return (output.empty() || output == kStandardStream) && isatty(STDOUT_FILENO) == 1;
 }
 
 // Of a regular file.
@@ -89,6 +98,7 @@ SortSetup::SortSetup(const SortOptions& options)
     : options_(understood(options)),
       inputs_(openInputs(options.inputs)),
       output_(options.output),
+      progress_(writesToTerminal(options.output)),
       errors_(options.records.onError) {
     StageClock clock;
     makeInputsRereadable();
@@ -187,6 +197,13 @@ RecordFlow SortSetup::makeFlowAgain() {
     return makeFlow();
 }
 
+std::int64_t SortSetup::inputBytes() const {
+    std::int64_t bytes = 0;
+    for (const InputFile& input : inputs_)
+        bytes += input.fileBytes().value_or(0);
+    return bytes;
+}
+
 void SortSetup::makeInputsRereadable() {
     const bool isText = inputKindOf(options_.records) != InputKind::kRecords;
     for (std::size_t i = 0; i < inputs_.size(); ++i) {
@@ -245,6 +262,26 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
         ->check(CLI::Range(1, 1 << 20));
     command.add_option("--temp-dir", options.tempDirectory,
                        "Directory for work file and socket; TMPDIR or /tmp without it");
+    command.add_option("-o,--output", options.output,
+                       "File to write, packed where it ends in .gz or .zst; standard output "
+                       "without it");
+    command
+        .add_option("--timeout", options.timeoutSeconds,
+                    "Give the sort up after so many seconds; never without it")
+        ->check(CLI::Range(kTimeoutSecondsMin, kTimeoutSecondsMax));
+    command
+        .add_option("--processes", options.processCount,
+                    "So many sort processes, each for a range of keys and with its part of the "
+                    "memory; inputs are read once more to find the ranges")
+        ->check(CLI::Range(1, kProcessesMax));
+    command.add_option("--process", options.process, "The tvsort program to use");
+    command
+        .add_flag("--stats{text}", options.stats,
+                  "Say on standard error what happened; --stats=json for machines")
+        ->check(CLI::IsMember({"text", "json"}));
+    command.add_flag("-c,--check", options.isChecked,
+                     "Sort nothing: say whether the rows are in order, with status 0 or 1, and "
+                     "name the first two that are not");
 }
 
 }  // namespace tvsort::tools

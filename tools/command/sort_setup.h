@@ -40,7 +40,7 @@ struct SortOptions {
     bool isChecked = false;  // nothing is sorted
 };
 
-// Adds the options that say what is sorted, how, and with how much memory.
+// Adds the options of a sort.
 void addSortOptions(CLI::App& command, SortOptions& options);
 
 std::filesystem::path tempDirectoryOf(const SortOptions& options);
@@ -65,6 +65,8 @@ class SortSetup {
     // the inputs once more.
     std::optional<host::KeyRanges> keyRanges();
     const StageCost& readCost() const { return readCost_; }
+    // Of inputs that are files, as they are read.
+    std::int64_t inputBytes() const;
     const RowErrors& errors() const { return errors_; }
 
     Sorting& sort() { return *sort_; }

@@ -1,7 +1,8 @@
 // Compressed inputs and outputs: gzip (zlib) and zstd.
 //
-// An input is known by its first bytes, or by its name; it is unpacked into a temporary file, because
-// rows are read where they lie. An output is known by its name: what ends in .gz or .zst is packed.
+// An input is known by its first bytes, or by its name; it is unpacked into a temporary file,
+// because rows are read where they lie. An output is known by its name: what ends in .gz or .zst is
+// packed.
 
 #pragma once
 
@@ -22,8 +23,8 @@ Compression compressionNamed(std::string_view fileName);
 // Of a file with these first bytes, four or more.
 Compression compressionMarked(std::string_view bytes);
 
-// Unpacks the whole input; several packed parts may stand one behind the other. What is damaged or cut
-// short is bad use that names the input.
+// Unpacks the whole input; several packed parts may stand one behind the other. What is damaged or
+// cut short is bad use that names the input.
 void unpack(Compression compression, InputFile& input, SpoolFile& target);
 
 class Packer {

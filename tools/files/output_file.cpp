@@ -53,6 +53,7 @@ OutputFile::OutputFile(const std::string& name)
     buffer_.reserve(kBufferBytes);
     if (name.empty() || name == kStandardStream) {
         displayName_ = "standard output";
+        isStandard_ = true;
         file_ = host::FileDescriptor(dup(STDOUT_FILENO));
         if (!file_.isOpen()) cannotCreate(displayName_, errno);
         return;
@@ -146,6 +147,7 @@ void OutputFile::writeRaw(const Byte* bytes, std::size_t byteCount) {
         if (moved < 0 && errno == EINTR) continue;
         if (moved <= 0) {
             const int error = moved < 0 ? errno : ENOSPC;
+            if (error == EPIPE && isStandard_) throw ReaderGone();
             throw host::systemFailure(
                 "cannot write the output " + displayName_, error,
                 error == EPIPE ? "its reader has gone" : "make room there or choose another place");

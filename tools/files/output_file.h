@@ -11,6 +11,7 @@
 
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +21,12 @@
 #include "tools/files/compression.h"
 
 namespace tvsort::tools {
+
+// Whoever reads standard output wants no more, as `head` does: no failure, and nothing to say.
+class ReaderGone : public std::exception {
+  public:
+    const char* what() const noexcept override { return "the reader has gone"; }
+};
 
 class OutputFile {
   public:
@@ -50,6 +57,7 @@ class OutputFile {
 
     host::FileDescriptor file_;
     std::string displayName_;
+    bool isStandard_ = false;
     host::FileDescriptor folder_;
     std::string finalName_;   // in the folder; empty where there is nothing to rename
     std::string hiddenName_;  // empty before it has one and once it is final

@@ -1,13 +1,13 @@
 #include "tools/options/key_text.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <charconv>
 #include <utility>
 
 #include "host/host_error.h"
+#include "host/values/value_text.h"
 
 namespace tvsort::tools {
 
@@ -60,6 +60,16 @@ std::string typeNames(ValuePlace place) {
     return names;
 }
 
+// What stands in a file may be long, and more than letters.
+std::string columnsInWords(const std::vector<std::string>& names) {
+    constexpr std::size_t kNamedMax = 30;
+    std::string words;
+    for (std::size_t i = 0; i < std::min(names.size(), kNamedMax); ++i)
+        words += (i == 0 ? "" : ", ") + host::shownText(names[i]);
+    if (names.size() <= kNamedMax) return words;
+    return words + fmt::format(" and {} more", names.size() - kNamedMax);
+}
+
 // Takes a text apart at its colons, part by part.
 class KeyReader {
   public:
@@ -67,10 +77,14 @@ class KeyReader {
         std::size_t next = 0;
         // A column's name may stand in quotes.
         if (place == ValuePlace::kColumn && text.starts_with('"')) {
-            const std::size_t close = text.find('"', 1);
-            if (close == std::string::npos) throw host::badUse("the quote is not closed");
-            parts_[0] = text.substr(1, close - 1);
-            next = close + 1;
+            // A quote in it stands twice.
+            for (next = 1; next < text.size(); ++next) {
+                if (text[next] == '"' && text.compare(next, 2, "\"\"") != 0) break;
+                if (text[next] == '"') next += 1;
+                parts_[0] += text[next];
+            }
+            if (next == text.size()) throw host::badUse("the quote is not closed");
+            next += 1;
         }
         for (; next < text.size(); ++next) {
             if (text[next] == ':') {
@@ -264,7 +278,7 @@ std::size_t columnIndexOf(const std::string& name, const std::vector<std::string
     const auto found = std::find(names.begin(), names.end(), name);
     if (found == names.end()) {
         throw host::badUse(fmt::format("{}: there is no column \"{}\"; the columns are {}", option,
-                                       name, fmt::join(names, ", ")));
+                                       name, columnsInWords(names)));
     }
     if (std::find(found + 1, names.end(), name) != names.end()) {
         throw host::badUse(fmt::format(

@@ -148,7 +148,7 @@ InputKind inputKindOf(const RecordOptions& options) {
 }
 
 char delimiterOf(const RecordOptions& options) {
-    if (!options.delimiter.empty()) return parseDelimiter(options.delimiter);
+    if (options.delimiter.has_value()) return parseDelimiter(*options.delimiter);
     return options.format == kTsvFormat ? '\t' : ',';
 }
 
@@ -163,7 +163,7 @@ KeyText lineKey(const RecordOptions& options) {
 
 void checkRecordOptions(const RecordOptions& options) {
     if (inputKindOf(options) == InputKind::kRows) return checkRowOptions(options);
-    if (!options.delimiter.empty() || options.noHeader || options.isRagged) {
+    if (options.delimiter.has_value() || options.noHeader || options.isRagged) {
         throw host::badUse(
             "--delimiter, --no-header and --ragged are for CSV files: name one that ends in "
             ".csv, or add --format csv");

@@ -24,8 +24,8 @@ enum class InputKind : std::uint8_t { kRecords, kLines, kRows };
 
 struct RecordOptions {
     bool lines = false;
-    std::string format;     // empty, kCsvFormat, kTsvFormat or kFieldsFormat
-    std::string delimiter;  // empty: what the format has
+    std::string format;                    // empty, kCsvFormat, kTsvFormat or kFieldsFormat
+    std::optional<std::string> delimiter;  // none: what the format has
     bool noHeader = false;
     bool isRagged = false;
     bool zeroTerminated = false;

@@ -88,6 +88,7 @@ TEST(KeyText, SaysHowOrderedBytesAreMade) {
 TEST(KeyText, NamesAColumnInQuotesWhereItHasAColon) {
     EXPECT_EQ(parseKey("\"a:b\":int:desc", kColumn).column, "a:b");
     EXPECT_EQ(parseKey("3:int", kColumn).column, "3");
+    EXPECT_EQ(parseKey("\"a\"\":\":int", kColumn).column, "a\":");
     EXPECT_EQ(parseKey("int", kColumn).column, "int");
     EXPECT_THAT(refusal("\"a:int", kColumn), HasSubstr("the quote is not closed"));
 }
