@@ -2,7 +2,6 @@
 
 #include <unicode/uchar.h>
 #include <unicode/ucol.h>
-#include <unicode/uloc.h>
 #include <unicode/ulocdata.h>
 #include <unicode/unorm2.h>
 #include <unicode/uset.h>
@@ -12,6 +11,7 @@
 #include <numeric>
 
 #include "host/host_error.h"
+#include "host/values/icu_locale.h"
 
 namespace tvsort::host {
 
@@ -28,38 +28,6 @@ using IcuHandle = std::unique_ptr<Object, CloseIcu>;
 void checkIcu(UErrorCode status, const std::string& what) {
     if (U_SUCCESS(status)) return;
     throw badUse("ICU could not " + what + ": " + u_errorName(status));
-}
-
-bool isKnownLanguage(const std::string& icuName) {
-    char wanted[ULOC_LANG_CAPACITY] = "";
-    UErrorCode status = U_ZERO_ERROR;
-    uloc_getLanguage(icuName.c_str(), wanted, sizeof wanted, &status);
-    const std::string language = wanted;
-    if (U_FAILURE(status)) return false;
-    if (language.empty()) return icuName.empty() || icuName[0] == '@';
-    for (int32_t i = 0; i < uloc_countAvailable(); ++i) {
-        char known[ULOC_LANG_CAPACITY] = "";
-        uloc_getLanguage(uloc_getAvailable(i), known, sizeof known, &status);
-        if (language == known) return true;
-    }
-    return false;
-}
-
-// ICU's own name of a locale that came as a name or as a tag. ICU itself would take any text and
-// fall back to its root order without a word.
-std::string icuLocaleName(const std::string& locale) {
-    if (locale == "root") return "";
-    char name[ULOC_FULLNAME_CAPACITY] = "";
-    UErrorCode status = U_ZERO_ERROR;
-    int32_t parsed = 0;
-    uloc_forLanguageTag(locale.c_str(), name, sizeof name, &parsed, &status);
-    const bool isTag = U_SUCCESS(status) && static_cast<std::size_t>(parsed) == locale.size();
-    std::string icuName = isTag ? name : locale;
-    if (locale.empty() || !isKnownLanguage(icuName)) {
-        throw badUse("ICU knows no locale \"" + locale +
-                     "\"; name one such as fr, de or de-u-co-phonebk, or root");
-    }
-    return icuName;
 }
 
 UCollationStrength icuStrength(CollationStrength strength) {

@@ -11,7 +11,8 @@
 // their own ideographs or syllables could not be expressed (host/values/collation_writer.h says
 // why). Surrogates count as units without a character.
 //
-// This header and its source are all that knows ICU.
+// This header and its source, host/values/icu_locale.h and host/keys/language_type.h are all that
+// knows ICU.
 
 #pragma once
 

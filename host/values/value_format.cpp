@@ -37,6 +37,10 @@ constexpr std::array kFormats = {
                 "IEEE single; ascending, values within a tiny tolerance are equal"},
     ValueFormat{"double", kDouble, DataType::kFloat, kFixed, 8, kAll, "floating point",
                 "IEEE double, likewise"},
+    ValueFormat{"float-tolerant", kSingle, DataType::kFloat, kFixed, 4, kL | kC, "floating point",
+                "as float of R"},
+    ValueFormat{"double-tolerant", kDouble, DataType::kFloat, kFixed, 8, kL | kC, "floating point",
+                "as double of R"},
     ValueFormat{"decimal", kDecimal, DataType::kDecimal, kFixed, sizeof(DecimalBytes), kAll,
                 "decimal",
                 "exact, of 30 digits; in L and C decimal:SCALE, digits behind the point"},
@@ -103,6 +107,10 @@ KeyDescriptor ValueFormat::key(std::uint16_t fieldOffset, std::uint16_t contentB
     return descriptor;
 }
 
+std::span<const ValueFormat> valueFormats() {
+    return kFormats;
+}
+
 const ValueFormat* findValueFormat(std::string_view name, ValuePlace place) {
     const auto* const found = std::find_if(
         kFormats.begin(), kFormats.end(),
@@ -146,21 +154,6 @@ std::string valueFormatNames(ValuePlace place) {
         if (format.takesScale(place)) names += ":SCALE";
     }
     return names;
-}
-
-std::string valueFormatsHelp() {
-    constexpr std::size_t kNameWidth = 17;
-    std::string help;
-    for (const ValueFormat& format : kFormats) {
-        std::string name(format.name);
-        name.resize(kNameWidth, ' ');
-        help += "  " + name;
-        help += format.isKnownIn(ValuePlace::kRecord) ? 'R' : ' ';
-        help += format.isKnownIn(ValuePlace::kLine) ? 'L' : ' ';
-        help += format.isKnownIn(ValuePlace::kColumn) ? 'C' : ' ';
-        help += "  " + std::string(format.explanation) + "\n";
-    }
-    return help;
 }
 
 }  // namespace tvsort::host

@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -77,6 +78,8 @@ struct ValueFormat {
     KeyDescriptor key(std::uint16_t fieldOffset, std::uint16_t contentBytes) const;
 };
 
+// The table.
+std::span<const ValueFormat> valueFormats();
 // Null when the word is none of that place.
 const ValueFormat* findValueFormat(std::string_view name, ValuePlace place);
 // The format that the text NAME, or decimal:SCALE, names. What names none is bad use; the error
@@ -85,9 +88,7 @@ ValueFormat valueFormat(const std::string& text, ValuePlace place = ValuePlace::
 // One whose values are compared as the key's are; null where the key compares nothing.
 const ValueFormat* valueFormatOf(const KeyDescriptor& key);
 
-// "int16, int32, ...", for messages and help.
+// "int16, int32, ...", for messages.
 std::string valueFormatNames(ValuePlace place);
-// The table as lines for a help text.
-std::string valueFormatsHelp();
 
 }  // namespace tvsort::host

@@ -31,14 +31,21 @@ void appendNumber(std::string_view text, const std::string& wanted, std::vector<
 
 }  // namespace
 
-HostError badValue(std::string_view text, const std::string& wanted, const std::string& reason) {
+std::string shownText(std::string_view text) {
     std::string shown(text.substr(0, kShownBytesMax));
     // What a terminal would obey instead of showing it.
     std::replace_if(
         shown.begin(), shown.end(),
-        [](char character) { return static_cast<unsigned char>(character) < ' '; }, '?');
+        [](char character) {
+            return static_cast<unsigned char>(character) < ' ' || character == '\x7f';
+        },
+        '?');
     if (shown.size() < text.size()) shown += "...";
-    return badUse("\"" + shown + "\" is no " + wanted + ": " + reason);
+    return shown;
+}
+
+HostError badValue(std::string_view text, const std::string& wanted, const std::string& reason) {
+    return badUse("\"" + shownText(text) + "\" is no " + wanted + ": " + reason);
 }
 
 ValueEncoder::ValueEncoder(const ValueFormat& format) : format_(format) {

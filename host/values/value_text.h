@@ -23,6 +23,9 @@ namespace tvsort::host {
 
 class GeometryText;
 
+// A text as messages show it: cut where it is long, and without what a terminal would obey.
+std::string shownText(std::string_view text);
+
 // `"<text>" is no <wanted>: <reason>`, as bad use; a long text is cut. Where the text stands, its
 // file and line, is for the caller to add.
 HostError badValue(std::string_view text, const std::string& wanted, const std::string& reason);

@@ -30,27 +30,27 @@ class Explain : public CommandTest {
 TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
     write("a.csv", "name,born\nann,1950\nbo,\n");
     EXPECT_EQ(explain("a.csv --key name --key born:int16:desc:nulls-last --limit 7 --hex"),
-              "record    20 bytes\n"
-              "  offset  bytes  content          type     key                null byte\n"
-              "       0      5  column name      string   1 asc              7\n"
-              "       5      2  column born      integer  2 desc nulls-last  8\n"
-              "       7      2  null indicators\n"
-              "       9     11  row\n"
+              "record    28 bytes\n"
+              "  offset  bytes  content                                       type   key    null "
+              "byte\n"
+              "       0     15  9 bytes of name text, born int16 desc; place  bytes  1 asc\n"
+              "      15      4  length of the row\n"
+              "      19      9  the row, if it is not longer\n"
               "records   2\n"
-              "blocks    1 of 65536 bytes, 3276 records each\n"
+              "blocks    1 of 65536 bytes, 2340 records each\n"
               "frames    1024 in 67108864 bytes of memory\n"
               "fits      yes, in any memory that makes a pool\n"
               "method    quicksort, in any memory: there are fewer than 200 records\n"
-              "request   122 bytes\n"
-              "      0  7a 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
+              "request   98 bytes\n"
+              "      0  62 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
               "     16  00 00 00 00 20 20 20 20 00 00 00 00 00 00 00 00\n"
               "     32  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00\n"
               "     48  00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
-              "     64  10 00 00 00 02 00 00 00 cc 0c 14 00 03 00 00 00\n"
-              "     80  07 00 00 00 09 00 05 00 00 00 01 00 01 00 01 00\n"
-              "     96  02 00 02 00 05 00 20 00 02 00 01 00 00 00 02 00\n"
-              "    112  07 00 04 00 00 00 00 00 00 00\n");
-    EXPECT_THAT(explain("a.csv a.csv a.csv --key name --intersect"), HasSubstr("the first of 2"));
+              "     64  10 00 00 00 02 00 00 00 24 09 1c 00 01 00 00 00\n"
+              "     80  00 00 00 00 06 00 0f 00 00 00 01 00 01 00 00 00\n"
+              "     96  00 00\n");
+    EXPECT_THAT(explain("a.csv a.csv a.csv --key name:ucs2 --intersect"),
+                HasSubstr("the first of 2"));
     write("records", "0123");
     EXPECT_THAT(explain("records --record-length 2 --key bytes:0:2 --unique"),
                 HasSubstr("       0      4  number of the record         integer  2 asc\n"));

@@ -76,7 +76,7 @@ TEST_F(Processes, SayWhatCannotBeSplit) {
         {"in.csv few.csv --key key:int --intersect",
          "--processes does not go with --intersect; it goes with a plain sort, --distinct"},
         {"--lines lines --hierarchy", "--processes does not go with --hierarchy"},
-        {"in.csv --key key:double", "the keys hold floating-point values; leave it out"},
+        {"in.csv --key key:double-tolerant", "the keys hold floating-point values; leave it out"},
         {"in.csv --key word:ucs2 --collation fr", "the keys are ordered by a collation"},
         {"none.csv --key word:wkt", "the keys hold geometries"},
         {"in.csv --key key:int --memory 40K --block-pages 1", "needs memory for at least 5 blocks"},

@@ -40,7 +40,8 @@ const Case kCases[] = {
     {"--lines --hierarchy --indent 2 spaces", "a\nb\n  c\n    e\n  d\n"},
     {"--lines --hierarchy --indent tab spaces", "    e\n  c\n  d\na\nb\n"},
     // A tie is a sibling: the child of the last record is none.
-    {"--lines --hierarchy --limit 2 ties", "a\n\ta\n\ta\n"},
+    {"--lines --hierarchy --limit 2 --with-ties ties", "a\n\ta\n\ta\n"},
+    {"--lines --hierarchy --limit 2 ties", "a\n\ta\n"},
 
     {"--lines --unique x", "x\n"},
     {"--lines --unique a", "fig\npear\n"},
@@ -53,8 +54,11 @@ const Case kCases[] = {
 
     {"--lines --distinct --groups x", "",
      "--distinct and --groups exclude one another; choose one"},
-    {"--lines --distinct --limit 3 x", "",
-     "--limit does not go with --distinct; it goes with a plain sort, --unique and --hierarchy"},
+    {"--lines --distinct --limit 1 a a", "fig\n"},
+    {"--lines --except --limit 3 x y", "",
+     "--limit does not go with --except; it goes with a plain sort, --distinct, --groups, --unique "
+     "and --hierarchy"},
+    {"--lines --with-ties x", "", "--with-ties belongs to --limit"},
     {"--lines --unique --all x", "",
      "--all does not go with --unique; it goes with --intersect and --except"},
     {"--lines --level 0 x", "", "--level does not go with a plain sort; it goes with --hierarchy"},
@@ -182,7 +186,7 @@ TEST_F(SortModes, HierarchiesOfRecordsKnowNullsAndTakeOnlySiblingsForTies) {
     const std::string sort =
         "sort --record-length 6 --hierarchy --level 0 --nulls 5 records --key ";
     EXPECT_EQ(run(sort + "byte:4 --limit 1").output, a);
-    EXPECT_EQ(run(sort + "byte:4 --limit 2").output, aWithBoth);
+    EXPECT_EQ(run(sort + "byte:4 --limit 2 --with-ties").output, aWithBoth);
     EXPECT_EQ(run(sort + "byte:4:nulls-first").output, null + aWithBoth);
 }
 

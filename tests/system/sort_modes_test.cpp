@@ -197,7 +197,8 @@ TEST_F(SortWorlds, LimitKeepsTies) {
         content += std::to_string(i * 7 % 10) + "\n";
     write("digits", content);
     for (const std::string memory : kMemories) {
-        const Outcome outcome = run(std::string("sort --lines --limit 901 digits ") + memory);
+        const Outcome outcome =
+            run(std::string("sort --lines --limit 901 --with-ties digits ") + memory);
         std::string expected;
         for (int i = 0; i < 1800; ++i)
             expected += i < 900 ? "0\n" : "1\n";

@@ -34,10 +34,9 @@ struct Question {
 // Reads the records and keeps what the request is about.
 class QuestionList {
   public:
-    SortStats take(const host::RequestBuilder& request, std::uint16_t recordLength,
-                   const host::RecordSource& source) {
-        Question question = {request};
-        std::vector<Byte> piece(kPieceRecords * recordLength);
+    SortStats take(const SortRequest& request, const host::RecordSource& source) {
+        Question question = {request.request};
+        std::vector<Byte> piece(kPieceRecords * request.recordLength);
         while (const std::size_t count = source(piece.data(), kPieceRecords)) {
             throwIfInterrupted();
             question.recordCount += static_cast<std::int32_t>(count);
@@ -111,6 +110,7 @@ class Explanation {
         text += fmt::format("frames    {} in {} bytes of memory\n", now_.frameCount,
                             setup_.memoryPlan().pages * kPageBytes);
         text += "fits      " + fits() + "\nmethod    " + method() + "\n";
+        text += disk();
         const std::vector<Byte> bytes = question_.request.build(now_.geometry, now_.extent, 1);
         text += fmt::format("request   {} bytes", bytes.size());
         if (requestCount > 1) {
@@ -129,6 +129,23 @@ class Explanation {
         if (now_.fits) return fmt::format("yes; blocks spill below {}", change);
         return fmt::format("no, {} blocks spill to the work file; all fit from {} on",
                            now_.extent.fileBlocks - now_.frameCount, change);
+    }
+
+    // Where blocks spill, the work file has room for all of them.
+    std::string disk() const {
+        if (now_.fits) return "";
+        constexpr std::int64_t kOften = 4;
+        const std::int64_t fileBytes =
+            now_.extent.fileBlocks * static_cast<std::int64_t>(now_.geometry.blockBytes());
+        const std::int64_t inputBytes = setup_.inputBytes();
+        std::string text = fmt::format("disk      {} bytes of work file\n", fileBytes);
+        if (inputBytes > 0 && fileBytes > kOften * inputBytes) {
+            text += fmt::format(
+                "warning   that is {} times the inputs; order by less, or give more "
+                "--memory\n",
+                fileBytes / inputBytes);
+        }
+        return text;
     }
 
     std::string method() const {
@@ -219,12 +236,13 @@ class Explanation {
 }  // namespace
 
 void explainSort(const ExplainOptions& options) {
-    SortSetup setup(options.sort);
+    SortOptions sortOptions = options.sort;
+    // Nothing is sorted, and nothing is written there.
+    sortOptions.output.clear();
+    SortSetup setup(sortOptions);
     QuestionList list;
-    setup.sort().shape([&](const host::RequestBuilder& request, const host::RecordSource& source,
-                           const host::RecordSink&) {
-        return list.take(request, setup.sort().recordLength(), source);
-    });
+    setup.sort().shape([&](const SortRequest& request, const host::RecordSource& source,
+                           const host::RecordSink&) { return list.take(request, source); });
     const std::string text =
         setup.errors().report() +
         Explanation(setup, list.questions().front()).text(list.questions().size(), options.hex);

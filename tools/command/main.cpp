@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
@@ -15,8 +17,10 @@
 #include <string>
 
 #include "host/host_error.h"
+#include "tools/command/parse_words.h"
 #include "tools/command/subcommands.h"
 #include "tools/files/interrupt.h"
+#include "tools/files/output_file.h"
 
 namespace {
 
@@ -29,8 +33,15 @@ void occupyStandardStreams() {
     }
 }
 
-// Words that cannot be written do not change the status.
-void say(const std::string& text) {
+// Words that cannot be written do not change the status. They may hold what a file holds: what a
+// terminal would obey is left out.
+void say(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char byte) {
+            return (static_cast<unsigned char>(byte) < ' ' && byte != '\n') || byte == '\x7f';
+        },
+        '?');
     std::fputs(("tvsort-host: " + text + "\n").c_str(), stderr);
 }
 
@@ -40,7 +51,8 @@ int fail(const std::string& text) {
 }
 
 std::string describeParseError(const CLI::App*, const CLI::Error& error) {
-    return fmt::format("tvsort-host: {}; --help lists the options\n", error.what());
+    return fmt::format("tvsort-host: {}; --help lists the options\n",
+                       tvsort::tools::ownWords(error.what()));
 }
 
 int run(int argumentCount, char** arguments) {
@@ -52,7 +64,9 @@ int run(int argumentCount, char** arguments) {
     // None is told apart below: a word that is no subcommand is then named as such.
     app.require_subcommand(0, 1);
     app.failure_message(describeParseError);
-    app.footer("Exit status: 0 success, 1 verify found a file not in order, 2 failure.");
+    app.footer(
+        "Exit status: 0 success, 1 a file is not in order, 2 failure, 3 rows were skipped or put "
+        "last.");
     for (const AddSubcommand addSubcommand : kSubcommands)
         addSubcommand(app, exitStatus);
     try {
@@ -77,6 +91,8 @@ int main(int argumentCount, char** arguments) {
         say(fmt::format("interrupted by signal {}; no output file was changed",
                         interrupted.signalNumber()));
         return tvsort::tools::kStatusInterrupted + interrupted.signalNumber();
+    } catch (const tvsort::tools::ReaderGone&) {
+        return tvsort::tools::kStatusInterrupted + SIGPIPE;
     } catch (const std::bad_alloc&) {
         return fail("out of memory; ask for less with --memory");
     } catch (const std::exception& error) {

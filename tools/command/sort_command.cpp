@@ -12,17 +12,15 @@
 #include "tools/command/collation_command.h"
 #include "tools/command/process_path.h"
 #include "tools/command/subcommands.h"
+#include "tools/command/verify_command.h"
 #include "tools/files/interrupt.h"
+#include "tools/ordered/order_check.h"
 #include "tools/run/slot_sort.h"
 #include "tools/run/sort_stats.h"
 
 namespace tvsort::tools {
 
 namespace {
-
-constexpr int kProcessesMax = 64;
-constexpr double kTimeoutSecondsMin = 0.001;
-constexpr double kTimeoutSecondsMax = 1e9;
 
 host::ServerOptions serverOptions(SortSetup& setup) {
     const SortOptions& options = setup.options();
@@ -57,26 +55,63 @@ std::string report(const SortOptions& options, const SortStats& stats) {
 
 }  // namespace
 
-void sortFile(const SortOptions& options) {
+int sortFile(const SortOptions& options) {
     SortSetup setup(options);
     host::ServerOptions processOptions = serverOptions(setup);
     const auto collation =
         putCollationInForce(options.collation, setup.userRequest(), processOptions);
     host::SortServer server(processOptions);
-    const host::Geometry geometry =
-        host::chooseGeometry(setup.sort().recordLength(), server.options().pagesPerBlock);
-    SlotSort slots(server, geometry, setup.keyRanges(), setup.userRecordLength(), setup.progress());
-    SortStats stats = setup.sort().run(
-        [&](const host::RequestBuilder& request, const host::RecordSource& source,
-            const host::RecordSink& sink) { return slots.sort(request, source, sink); });
+    const std::optional<host::KeyRanges> ranges = setup.keyRanges();
+    SlotSort slots(server, static_cast<std::size_t>(options.processCount), setup.progress());
+    SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& source,
+                                           const host::RecordSink& sink) {
+        if (ranges.has_value()) {
+            // Headers stand before what the user's keys are in.
+            request.partOf = [&ranges, keysOffset = request.recordLength -
+                                                    setup.userRecordLength()](const Byte* record) {
+                return ranges->partOf(record + keysOffset);
+            };
+        }
+        return slots.sort(request, source, sink);
+    });
     StageClock finishing;
     setup.output().finish();
     stats.write += finishing.lap();
     stats.read = setup.readCost();
     stats.skippedCount = setup.errors().skippedCount();
     stats.ownPeakBytes = ownPeakBytes();
+    setup.progress().clear();
     // The output is final: that the words cannot be written makes no failure of it.
     std::fputs((setup.errors().report() + report(options, stats)).c_str(), stderr);
+    return stats.skippedCount > 0 ? kStatusSkipped : kStatusSuccess;
+}
+
+// The words for the first row out of order; empty where there is none.
+std::string disorderIn(const SortOptions& options) {
+    SortSetup setup(options);
+    KeyedInput* const input = setup.orderedInput();
+    if (input == nullptr) {
+        if (options.inputs.size() > 1)
+            throw host::badUse("--check takes one input where the process compares the keys");
+        const VerifyReport report = verifyFile({setup.options().records, options.inputs[0]});
+        if (report.firstMisplaced == 0) return "";
+        return fmt::format("record {} of {} must not stand behind the one before it",
+                           report.firstMisplaced, options.inputs[0]);
+    }
+    OrderCheck check(*input);
+    setup.progress().begin("checking");
+    for (KeyedRow row; input->next(row); setup.progress().advance(1)) {
+        throwIfInterrupted();
+        if (!check.mayFollow(row)) return check.fault();
+    }
+    return "";
+}
+
+int checkFiles(const SortOptions& options) {
+    const std::string disorder = disorderIn(options);
+    if (disorder.empty()) return kStatusSuccess;
+    std::fputs(("tvsort-host: not in order: " + disorder + "\n").c_str(), stderr);
+    return kStatusNotInOrder;
 }
 
 void addSortCommand(CLI::App& app, int& exitStatus) {
@@ -84,24 +119,8 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
     CLI::App& command =
         *app.add_subcommand("sort", "Sort files of records, text lines or CSV rows");
     addSortOptions(command, *options);
-    command.add_option("-o,--output", options->output, "File to write; standard output without it");
-    command
-        .add_option("--timeout", options->timeoutSeconds,
-                    "Give the sort up after so many seconds; never without it")
-        ->check(CLI::Range(kTimeoutSecondsMin, kTimeoutSecondsMax));
-    command
-        .add_option("--processes", options->processCount,
-                    "So many sort processes, each for a range of keys and with its part of the "
-                    "memory; inputs are read once more to find the ranges")
-        ->check(CLI::Range(1, kProcessesMax));
-    command.add_option("--process", options->process, "The tvsort program to use");
-    command
-        .add_flag("--stats{text}", options->stats,
-                  "Say on standard error what happened; --stats=json for machines")
-        ->check(CLI::IsMember({"text", "json"}));
     command.callback([options, &exitStatus] {
-        sortFile(*options);
-        exitStatus = kStatusSuccess;
+        exitStatus = options->isChecked ? checkFiles(*options) : sortFile(*options);
     });
 }
 

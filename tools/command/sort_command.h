@@ -10,8 +10,8 @@
 
 namespace tvsort::tools {
 
-// Sorts as the options say, with words on standard error for --groups and --stats; throws when it
-// cannot.
-void sortFile(const SortOptions& options);
+// Sorts as the options say, with words on standard error for --groups and --stats, and answers the
+// status; throws when it cannot.
+int sortFile(const SortOptions& options);
 
 }  // namespace tvsort::tools

@@ -1,22 +1,31 @@
 #include "tools/command/sort_setup.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "host/host_error.h"
 #include "host/private_directory.h"
+#include "tools/files/compression.h"
 #include "tools/files/spool_file.h"
 #include "tools/formats/csv/csv_flow.h"
 #include "tools/formats/lines/line_flow.h"
 #include "tools/formats/lines/value_line.h"
 #include "tools/formats/records/fixed_records.h"
+#include "tools/options/key_text.h"
+#include "tools/ordered/ordered_sort.h"
+#include "tools/ordered/shuffled_input.h"
 #include "tools/run/sampling.h"
 
 namespace tvsort::tools {
 
 namespace {
+
+constexpr int kProcessesMax = 64;
+constexpr double kTimeoutSecondsMin = 0.001;
+constexpr double kTimeoutSecondsMax = 1e9;
 
 std::vector<InputFile> openInputs(const std::vector<std::string>& names) {
     if (std::count(names.begin(), names.end(), kStandardStream) > 1) {
@@ -36,11 +45,45 @@ std::string refuseNegative(const std::string& text) {
     return text.starts_with('-') ? "must not be negative: " + text : std::string();
 }
 
+bool writesToTerminal(const std::string& output) {
+    return (output.empty() || output == kStandardStream) && isatty(STDOUT_FILENO) == 1;
+}
+
+// Of a regular file.
+std::string firstBytes(const InputFile& input) {
+    constexpr std::int64_t kMarkBytes = 4;
+    std::string bytes(static_cast<std::size_t>(std::min(input.fileBytes().value_or(0), kMarkBytes)),
+                      '\0');
+    input.readAt(0, reinterpret_cast<Byte*>(bytes.data()), bytes.size());
+    return bytes;
+}
+
+void refuseWideText(const InputFile& input) {
+    const std::string begin = firstBytes(input);
+    if (!begin.starts_with("\xff\xfe") && !begin.starts_with("\xfe\xff")) return;
+    throw host::badUse(
+        fmt::format("{} is text in UTF-16, as its first two bytes say; convert it with "
+                    "iconv -f UTF-16 -t UTF-8, and sort the result",
+                    input.displayName()));
+}
+
+// Operations on whole rows need no key.
+void checkKeysAreNamed(const SortOptions& options) {
+    const bool isOfColumns = !options.records.format.empty();
+    const bool isPlain = options.mode.hierarchy || operationOf(options.mode) == Operation::kOrder;
+    const bool areNamed = !options.records.keys.empty();
+    if (areNamed && options.randomSeed.has_value())
+        throw host::badUse("--random leaves the order to chance; leave --key out");
+    if (isOfColumns && isPlain && !areNamed && !options.randomSeed.has_value())
+        throw host::badUse("say what to order by: --key COLUMN[:TYPE], once or more");
+}
+
 SortOptions understood(SortOptions options) {
     recogniseFormat(options.inputs, options.records);
     checkRecordOptions(options.records);
     checkModeOptions(options.mode,
                      {options.inputs.size(), inputKindOf(options.records), options.processCount});
+    checkKeysAreNamed(options);
     return options;
 }
 
@@ -55,19 +98,73 @@ SortSetup::SortSetup(const SortOptions& options)
     : options_(understood(options)),
       inputs_(openInputs(options.inputs)),
       output_(options.output),
+      progress_(writesToTerminal(options.output)),
       errors_(options.records.onError) {
     StageClock clock;
     makeInputsRereadable();
     progress_.begin("measuring");
-    RecordFlow flow = makeFlow();
+    checkWordsOfOrderedKeys();
+    sort_ = isOrdered() ? makeOrderedSort() : makeShapedSort();
     readCost_ = clock.lap();
+    memoryPlan_ = planMemory(memoryRequest());
+}
+
+bool SortSetup::isOrdered() const {
+    const RecordOptions& records = options_.records;
+    if (options_.mode.hierarchy) return false;
+    if (inputKindOf(records) == InputKind::kRecords) return false;
+    const bool isOfWholeLines = inputKindOf(records) == InputKind::kLines && records.keys.empty();
+    if (isOfWholeLines) return lineKey(records).ordered.has_value();
+    return std::all_of(records.keys.begin(), records.keys.end(), [](const std::string& text) {
+        return parseKey(text, host::ValuePlace::kColumn).ordered.has_value();
+    });
+}
+
+// What the ways of single keys do not know.
+void SortSetup::checkWordsOfOrderedKeys() const {
+    const RecordOptions& records = options_.records;
+    const char* const word = records.zeroTerminated            ? "--zero-terminated"
+                             : records.isRagged                ? "--ragged"
+                             : records.nullWord.has_value()    ? "--null"
+                             : options_.randomSeed             ? "--random"
+                             : records.onError == kLastOnError ? "--on-error=last"
+                             : records.format == kFieldsFormat ? "--format fields"
+                                                               : nullptr;
+    if (word == nullptr || isOrdered()) return;
+    throw host::badUse(
+        fmt::format("{} does not go with --hierarchy, fixed-length records, or types that the "
+                    "process compares; "
+                    "the others stand first in sort --help",
+                    word));
+}
+
+std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
+    const RecordOptions& records = options_.records;
+    const InputKind kind = inputKindOf(records);
+    OrderedFlow flow =
+        kind == InputKind::kRows
+            ? csvOrderedFlow(records, options_.mode, inputs_, options_.memoryBytes, errors_,
+                             output_)
+            : lineOrderedFlow(records, inputs_, options_.memoryBytes, errors_, output_);
+    if (options_.randomSeed.has_value())
+        flow.input = std::make_unique<ShuffledInput>(std::move(flow.input), *options_.randomSeed);
+    const OrderedSort::Setting setting = {
+        {options_.mode, kind, flow.delimiter, flow.lineEnd, tempDirectoryOf(options_)},
+        options_.memoryBytes,
+        static_cast<std::size_t>(options_.processCount),
+        options_.blockPages};
+    orderedInput_ = flow.input.get();
+    return std::make_unique<OrderedSort>(std::move(flow.input), setting, std::move(flow.writer));
+}
+
+std::unique_ptr<Sorting> SortSetup::makeShapedSort() {
+    RecordFlow flow = makeFlow();
     userRequest_ = flow.request;
     userRecordLength_ = flow.recordLength;
-    sort_ = std::make_unique<ShapedSort>(
+    return std::make_unique<ShapedSort>(
         ShapedSort::Setting{options_.mode, [this] { return makeFlowAgain(); },
                             tempDirectoryOf(options_)},
         std::move(flow));
-    memoryPlan_ = planMemory(memoryRequest());
 }
 
 MemoryRequest SortSetup::memoryRequest() const {
@@ -76,7 +173,7 @@ MemoryRequest SortSetup::memoryRequest() const {
 }
 
 std::optional<host::KeyRanges> SortSetup::keyRanges() {
-    if (options_.processCount == 1) return std::nullopt;
+    if (options_.processCount == 1 || isOrdered()) return std::nullopt;
     const std::string hindrance = host::splitHindrance(userRequest_, !options_.collation.empty());
     if (!hindrance.empty()) {
         throw host::badUse(fmt::format(
@@ -100,11 +197,30 @@ RecordFlow SortSetup::makeFlowAgain() {
     return makeFlow();
 }
 
+std::int64_t SortSetup::inputBytes() const {
+    std::int64_t bytes = 0;
+    for (const InputFile& input : inputs_)
+        bytes += input.fileBytes().value_or(0);
+    return bytes;
+}
+
 void SortSetup::makeInputsRereadable() {
-    if (!isReadTwice(options_)) return;
-    for (InputFile& input : inputs_) {
+    const bool isText = inputKindOf(options_.records) != InputKind::kRecords;
+    for (std::size_t i = 0; i < inputs_.size(); ++i) {
+        InputFile& input = inputs_[i];
         progress_.begin("reading " + input.displayName());
-        input = makeRereadable(std::move(input), tempDirectoryOf(options_));
+        if (isReadTwice(options_))
+            input = makeRereadable(std::move(input), tempDirectoryOf(options_));
+        const std::string begin = isText ? firstBytes(input) : "";
+        // Fixed-length records may begin with any bytes.
+        const Compression compression =
+            isText ? compressionMarked(begin) : compressionNamed(options_.inputs[i]);
+        if (compression != Compression::kNone) {
+            SpoolFile plain(tempDirectoryOf(options_));
+            unpack(compression, input, plain);
+            input = plain.takeAsInput(input.displayName());
+        }
+        if (isText) refuseWideText(input);
     }
 }
 
@@ -115,9 +231,8 @@ RecordFlow SortSetup::makeFlow() {
             return csvRecords(records, options_.mode, inputs_, options_.memoryBytes, errors_,
                               output_);
         case InputKind::kLines:
-            return records.as.empty()
-                       ? lineRecords(options_.mode, inputs_, output_)
-                       : valueLineRecords(records.as, options_.mode, inputs_, output_);
+            return records.as.empty() ? lineRecords(options_.mode, inputs_, output_)
+                                      : valueLineRecords(records, options_.mode, inputs_, output_);
         case InputKind::kRecords:
             break;
     }
@@ -131,6 +246,9 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
         ->required();
     addRecordOptions(command, options.records);
     addCsvOptions(command, options.records);
+    addTextOptions(command, options.records);
+    command.add_option("--random", options.randomSeed,
+                       "No order but that of chance: the same for the same inputs and number");
     addModeOptions(command, options.mode);
     command.add_option(
         "--collation", options.collation,
@@ -144,6 +262,26 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
         ->check(CLI::Range(1, 1 << 20));
     command.add_option("--temp-dir", options.tempDirectory,
                        "Directory for work file and socket; TMPDIR or /tmp without it");
+    command.add_option("-o,--output", options.output,
+                       "File to write, packed where it ends in .gz or .zst; standard output "
+                       "without it");
+    command
+        .add_option("--timeout", options.timeoutSeconds,
+                    "Give the sort up after so many seconds; never without it")
+        ->check(CLI::Range(kTimeoutSecondsMin, kTimeoutSecondsMax));
+    command
+        .add_option("--processes", options.processCount,
+                    "So many sort processes, each for a range of keys and with its part of the "
+                    "memory; inputs are read once more to find the ranges")
+        ->check(CLI::Range(1, kProcessesMax));
+    command.add_option("--process", options.process, "The tvsort program to use");
+    command
+        .add_flag("--stats{text}", options.stats,
+                  "Say on standard error what happened; --stats=json for machines")
+        ->check(CLI::IsMember({"text", "json"}));
+    command.add_flag("-c,--check", options.isChecked,
+                     "Sort nothing: say whether the rows are in order, with status 0 or 1, and "
+                     "name the first two that are not");
 }
 
 }  // namespace tvsort::tools

@@ -14,6 +14,7 @@
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
+#include "tools/formats/keyed_input.h"
 #include "tools/modes/shaped_sort.h"
 #include "tools/options/mode_options.h"
 #include "tools/options/record_options.h"
@@ -35,9 +36,11 @@ struct SortOptions {
     std::string process;
     std::string stats;  // empty, "text" or "json"
     int processCount = 1;
+    std::optional<std::uint64_t> randomSeed;
+    bool isChecked = false;  // nothing is sorted
 };
 
-// Adds the options that say what is sorted, how, and with how much memory.
+// Adds the options of a sort.
 void addSortOptions(CLI::App& command, SortOptions& options);
 
 std::filesystem::path tempDirectoryOf(const SortOptions& options);
@@ -55,20 +58,30 @@ class SortSetup {
     const MemoryPlan& memoryPlan() const { return memoryPlan_; }
     // What the plan was made from, for other amounts of memory.
     MemoryRequest memoryRequest() const;
-    // As the user's records have them, of so many bytes.
+    // As the user's records have them, of so many bytes; empty where keys are ordered bytes.
     const host::RequestBuilder& userRequest() const { return userRequest_; }
     std::uint16_t userRecordLength() const { return userRecordLength_; }
-    // The parts of several processes; none for one. Reads the inputs once more.
+    // The parts of several processes; none for one, and where ordered keys have their own. Reads
+    // the inputs once more.
     std::optional<host::KeyRanges> keyRanges();
     const StageCost& readCost() const { return readCost_; }
+    // Of inputs that are files, as they are read.
+    std::int64_t inputBytes() const;
     const RowErrors& errors() const { return errors_; }
 
-    ShapedSort& sort() { return *sort_; }
+    Sorting& sort() { return *sort_; }
+    // Null where keys are not ordered bytes.
+    KeyedInput* orderedInput() { return orderedInput_; }
     OutputFile& output() { return output_; }
     Progress& progress() { return progress_; }
 
   private:
     void makeInputsRereadable();
+    // Whether keys are made into ordered bytes, and not compared by the process one by one.
+    bool isOrdered() const;
+    void checkWordsOfOrderedKeys() const;
+    std::unique_ptr<Sorting> makeOrderedSort();
+    std::unique_ptr<Sorting> makeShapedSort();
     RecordFlow makeFlow();
     RecordFlow makeFlowAgain();
 
@@ -79,7 +92,8 @@ class SortSetup {
     RowErrors errors_;
     host::RequestBuilder userRequest_;
     std::uint16_t userRecordLength_ = 0;
-    std::unique_ptr<ShapedSort> sort_;
+    std::unique_ptr<Sorting> sort_;
+    KeyedInput* orderedInput_ = nullptr;  // of the sort
     MemoryPlan memoryPlan_ = {};
     StageCost readCost_;
 };

@@ -16,6 +16,8 @@ inline constexpr int kStatusSuccess = 0;
 inline constexpr int kStatusNotInOrder = 1;
 // Bad options, and everything that failed.
 inline constexpr int kStatusFailure = 2;
+// The output lacks rows that could not be read, or has them behind all others.
+inline constexpr int kStatusSkipped = 3;
 // And the signal's number: interrupted.
 inline constexpr int kStatusInterrupted = 128;
 

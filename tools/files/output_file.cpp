@@ -48,10 +48,12 @@ host::FileDescriptor openInPlace(const OutputPlace& place) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& name) : displayName_(name) {
+OutputFile::OutputFile(const std::string& name)
+    : displayName_(name), packer_(makePacker(compressionNamed(name))) {
     buffer_.reserve(kBufferBytes);
     if (name.empty() || name == kStandardStream) {
         displayName_ = "standard output";
+        isStandard_ = true;
         file_ = host::FileDescriptor(dup(STDOUT_FILENO));
         if (!file_.isOpen()) cannotCreate(displayName_, errno);
         return;
@@ -132,12 +134,20 @@ void OutputFile::write(const Byte* bytes, std::size_t byteCount) {
 }
 
 void OutputFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
+    if (packer_ == nullptr) return writeRaw(bytes, byteCount);
+    packer_->write(bytes, byteCount, [this](const Byte* packed, std::size_t packedCount) {
+        writeRaw(packed, packedCount);
+    });
+}
+
+void OutputFile::writeRaw(const Byte* bytes, std::size_t byteCount) {
     while (byteCount > 0) {
         throwIfInterrupted();
         const ssize_t moved = ::write(file_.number(), bytes, byteCount);
         if (moved < 0 && errno == EINTR) continue;
         if (moved <= 0) {
             const int error = moved < 0 ? errno : ENOSPC;
+            if (error == EPIPE && isStandard_) throw ReaderGone();
             throw host::systemFailure(
                 "cannot write the output " + displayName_, error,
                 error == EPIPE ? "its reader has gone" : "make room there or choose another place");
@@ -150,6 +160,10 @@ void OutputFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
 void OutputFile::finish() {
     writeThrough(buffer_.data(), buffer_.size());
     buffer_.clear();
+    if (packer_ != nullptr) {
+        packer_->finish(
+            [this](const Byte* packed, std::size_t packedCount) { writeRaw(packed, packedCount); });
+    }
     if (!finalName_.empty() && hiddenName_.empty() && giveHiddenName() < 0) {
         cannotName(displayName_, errno);
     }

@@ -11,13 +11,22 @@
 
 #pragma once
 
+#include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/file_descriptor.h"
 #include "protocol/bytes.h"
+#include "tools/files/compression.h"
 
 namespace tvsort::tools {
+
+// Whoever reads standard output wants no more, as `head` does: no failure, and nothing to say.
+class ReaderGone : public std::exception {
+  public:
+    const char* what() const noexcept override { return "the reader has gone"; }
+};
 
 class OutputFile {
   public:
@@ -42,14 +51,18 @@ class OutputFile {
     template <typename Attempt>
     int underHiddenName(const Attempt& attempt);
     void removeHidden();
+    // Packed, where the output's name asks for it.
     void writeThrough(const Byte* bytes, std::size_t byteCount);
+    void writeRaw(const Byte* bytes, std::size_t byteCount);
 
     host::FileDescriptor file_;
     std::string displayName_;
+    bool isStandard_ = false;
     host::FileDescriptor folder_;
     std::string finalName_;   // in the folder; empty where there is nothing to rename
     std::string hiddenName_;  // empty before it has one and once it is final
     std::vector<Byte> buffer_;
+    std::unique_ptr<Packer> packer_;
 };
 
 }  // namespace tvsort::tools

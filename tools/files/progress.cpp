@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace tvsort::tools {
@@ -15,10 +16,16 @@ constexpr char kClearLine[] = "\r\033[K";
 
 }  // namespace
 
-Progress::Progress() : onTerminal_(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(bool writesToTerminal)
+    : onTerminal_(isatty(STDERR_FILENO) == 1 && !writesToTerminal) {}
 
 Progress::~Progress() {
+    clear();
+}
+
+void Progress::clear() {
     if (shown_) std::fputs(kClearLine, stderr);
+    shown_ = false;
 }
 
 void Progress::begin(const std::string& work) {
@@ -30,7 +37,10 @@ void Progress::begin(const std::string& work) {
 
 void Progress::advance(std::int64_t records) {
     records_ += records;
-    if (isDue()) show(fmt::format("{} records", records_));
+    if (!isDue()) return;
+    const std::chrono::duration<double> passed = Clock::now() - begin_;
+    show(fmt::format("{} records, {:.0f} per second", records_,
+                     static_cast<double>(records_) / std::max(passed.count(), 0.001)));
 }
 
 void Progress::tick() {

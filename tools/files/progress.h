@@ -1,4 +1,5 @@
-// How far long work has come, on a terminal; nothing in a pipe or a file.
+// How far long work has come and how fast, on a terminal; nothing in a pipe or a file, and nothing
+// where the output goes to the terminal as well.
 
 #pragma once
 
@@ -10,7 +11,7 @@ namespace tvsort::tools {
 
 class Progress {
   public:
-    Progress();
+    explicit Progress(bool writesToTerminal = false);
     // Takes the line off the screen.
     ~Progress();
     Progress(const Progress&) = delete;
@@ -22,6 +23,8 @@ class Progress {
     void advance(std::int64_t records);
     // Shows the time that has gone by, where there is nothing to count.
     void tick();
+    // Takes the line off the screen before other words.
+    void clear();
 
   private:
     using Clock = std::chrono::steady_clock;

@@ -30,7 +30,8 @@ class SpoolFile {
     std::vector<Byte> buffer_;
 };
 
-// The input itself where it is a regular file, else a copy of it under the same display name.
+// The input itself where it is a regular file, else a copy of it under the same display name. Not
+// unpacked.
 InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirectory);
 
 }  // namespace tvsort::tools

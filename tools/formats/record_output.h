@@ -2,8 +2,10 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -18,6 +20,7 @@ class RecordOutput {
     virtual ~RecordOutput() = default;
     // Writes `recordCount` user records that lie one behind the other.
     void write(const Byte* records, std::size_t recordCount) {
+        recordCount = std::min(recordCount, static_cast<std::size_t>(limit_ - recordCount_));
         recordCount_ += static_cast<std::int64_t>(recordCount);
         writeRecords(records, recordCount);
     }
@@ -26,6 +29,8 @@ class RecordOutput {
     // Writes what has been held back.
     virtual void finish() {}
 
+    // Records behind so many are passed over.
+    void setLimit(std::int64_t limit) { limit_ = limit; }
     // Written so far.
     std::int64_t recordCount() const { return recordCount_; }
 
@@ -33,6 +38,7 @@ class RecordOutput {
     virtual void writeRecords(const Byte* records, std::size_t recordCount) = 0;
 
     std::int64_t recordCount_ = 0;
+    std::int64_t limit_ = std::numeric_limits<std::int64_t>::max();
 };
 
 // Records that are written as they come.

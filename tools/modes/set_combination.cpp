@@ -31,14 +31,15 @@ SortStats combineTwo(const SetCombination& combination, const SortOnce& sortOnce
         loaded += records;
         return records;
     };
-    return sortOnce(request, source, [&](const Byte* records, std::size_t recordCount) {
+    const auto sink = [&](const Byte* records, std::size_t recordCount) {
         // Of a data set of one, the record may be the other operand's, and has no partner.
         if (loaded == 1 && isIntersection(combination.mode)) return;
         for (std::size_t i = 0; i < recordCount; ++i) {
             const Byte* const framed = records + i * frame.recordLength();
             if (frame.flagOf(framed) == kFirstOperand) take(framed);
         }
-    });
+    };
+    return sortOnce({request, frame.recordLength(), {}}, source, sink);
 }
 
 // An earlier request's result as the first operand of the next: its records keep their headers.

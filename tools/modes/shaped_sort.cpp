@@ -25,7 +25,10 @@ ShapedSort::ShapedSort(Setting setting, RecordFlow flow)
       flow_(std::move(flow)),
       input_(flow_.operands) {
     if (hasNulls()) checkModeWithNulls(setting_.mode);
-    if (operation_ == Operation::kOrder) return;
+    if (setting_.mode.limitCount.has_value() && !setting_.mode.withTies)
+        flow_.output->setLimit(*setting_.mode.limitCount);
+    // Equal lines and rows stay in the order of reading, for which they are numbered.
+    if (operation_ == Operation::kOrder && flow_.kind == InputKind::kRecords) return;
     frame_.emplace(frameKindOf(operation_), flow_.request, flow_.recordLength, nameOf(operation_));
 }
 
@@ -45,7 +48,7 @@ SortStats ShapedSort::run(const SortOnce& sortOnce) {
     stats.readCount = input_.recordCount();
     stats.writtenCount = flow_.output->recordCount();
     if (operation_ != Operation::kGroups) stats.groupCount = 0;
-    if (operation_ == Operation::kDistinct)
+    if (operation_ == Operation::kDistinct && !setting_.mode.limitCount.has_value())
         stats.duplicateCount = stats.readCount - stats.writtenCount;
     return stats;
 }
@@ -70,6 +73,7 @@ SortStats ShapedSort::shape(const SortOnce& sortOnce) {
 }
 
 SortStats ShapedSort::sortPlain(const SortOnce& sortOnce) {
+    if (frame_.has_value()) return sortOnce(framedRequest(), numberedRecords(), unframed());
     flow_.request.setLimit(setting_.mode.limitCount.value_or(0));
     const auto source = [this](Byte* target, std::size_t recordsMax) {
         return input_.read(target, recordsMax);
@@ -77,7 +81,7 @@ SortStats ShapedSort::sortPlain(const SortOnce& sortOnce) {
     const auto sink = [this](const Byte* records, std::size_t recordCount) {
         flow_.output->write(records, recordCount);
     };
-    return sortOnce(flow_.request, source, sink);
+    return sortOnce({flow_.request, flow_.recordLength, {}}, source, sink);
 }
 
 SortStats ShapedSort::sortDistinct(const SortOnce& sortOnce) {
@@ -124,11 +128,12 @@ SortStats ShapedSort::sortHierarchy(const SortOnce& sortOnce) {
     return sortOnce(framedRequest(), levelledSource(input_, *frame_, flow_.readLevel), unframed());
 }
 
-host::RequestBuilder ShapedSort::framedRequest() const {
+SortRequest ShapedSort::framedRequest() const {
     host::RequestBuilder request = frame_->request();
     request.setMode(sortModeOf(setting_.mode, hasNulls()));
-    request.setLimit(setting_.mode.limitCount.value_or(0));
-    return request;
+    // Distinct records are counted on their way out.
+    if (operation_ != Operation::kDistinct) request.setLimit(setting_.mode.limitCount.value_or(0));
+    return {request, frame_->recordLength(), {}};
 }
 
 host::RecordSource ShapedSort::numberedRecords() {

@@ -2,8 +2,8 @@
 //
 //     operands -> header -> the process orders and shapes -> header off -> output
 //
-// A plain sort sends the user's records as they are; every other operation sends them behind a
-// header (framed_record.h).
+// A plain sort sends a user's records as they are; every other operation, and a plain sort of lines
+// and rows, sends them behind a header (framed_record.h).
 
 #pragma once
 
@@ -19,10 +19,11 @@
 #include "tools/options/mode_options.h"
 #include "tools/run/sort_once.h"
 #include "tools/run/sort_stats.h"
+#include "tools/run/sorting.h"
 
 namespace tvsort::tools {
 
-class ShapedSort {
+class ShapedSort : public Sorting {
   public:
     ShapedSort(const ShapedSort&) = delete;
     ShapedSort& operator=(const ShapedSort&) = delete;
@@ -36,15 +37,11 @@ class ShapedSort {
 
     ShapedSort(Setting setting, RecordFlow flow);
 
-    // Bytes of the records that the process gets.
-    std::uint16_t recordLength() const;
-    std::vector<RecordField> fields() const;
-    // Of the sort's memory, one of so many parts is not the process's; 0: all is.
-    std::uint64_t memoryShare() const { return flow_.memoryShare; }
-    // Reads all inputs and writes the output, with as many requests as that takes.
-    SortStats run(const SortOnce& sortOnce);
-    // The same without the end of the output.
-    SortStats shape(const SortOnce& sortOnce);
+    std::uint16_t recordLength() const override;
+    std::vector<RecordField> fields() const override;
+    std::uint64_t memoryShare() const override { return flow_.memoryShare; }
+    SortStats run(const SortOnce& sortOnce) override;
+    SortStats shape(const SortOnce& sortOnce) override;
 
   private:
     SortStats sortPlain(const SortOnce& sortOnce);
@@ -56,7 +53,7 @@ class ShapedSort {
 
     bool hasNulls() const { return flow_.request.nullIndicatorsOffset().has_value(); }
     // With mode and limit.
-    host::RequestBuilder framedRequest() const;
+    SortRequest framedRequest() const;
     host::RecordSource numberedRecords();
     // Takes the headers off and passes the user's records on.
     host::RecordSink unframed() const;

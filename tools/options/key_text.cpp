@@ -1,13 +1,13 @@
 #include "tools/options/key_text.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <charconv>
 #include <utility>
 
 #include "host/host_error.h"
+#include "host/values/value_text.h"
 
 namespace tvsort::tools {
 
@@ -15,17 +15,15 @@ namespace {
 
 using host::ValuePlace;
 
+// Of words with one meaning a key takes one.
 struct OrderWord {
     const char* name;
-    std::uint8_t replacedBits;
-    std::uint8_t bits;
+    const char* meaning;
 };
 
 constexpr OrderWord kOrderWords[] = {
-    {"asc", kKeyKindMask, static_cast<std::uint8_t>(KeyKind::kAscending)},
-    {"desc", kKeyKindMask, static_cast<std::uint8_t>(KeyKind::kDescending)},
-    {"nulls-first", 0, kNullsFirstBit},
-    {"nulls-last", 0, kNullsLastBit},
+    {"asc", "direction"},           {"desc", "direction"},        {"nulls-first", "nulls' place"},
+    {"nulls-last", "nulls' place"}, {"nan-first", "NaN's place"}, {"nan-last", "NaN's place"},
 };
 
 // Null when it is none.
@@ -34,6 +32,13 @@ const OrderWord* orderWord(const std::string& name) {
         std::find_if(std::begin(kOrderWords), std::end(kOrderWords),
                      [&](const OrderWord& word) { return word.name == name; });
     return found == std::end(kOrderWords) ? nullptr : found;
+}
+
+// Types of which some values are no numbers.
+constexpr std::string_view kTypesWithNan[] = {"double", "float", "decimal", host::kAutoType};
+
+host::Placement placement(const std::string& word) {
+    return word.ends_with("-first") ? host::Placement::kFirst : host::Placement::kLast;
 }
 
 template <typename Number>
@@ -45,6 +50,26 @@ std::optional<Number> numberIn(const std::string& text) {
     return number;
 }
 
+// Of lines and columns: those of ordered keys, then those that the process compares.
+std::string typeNames(ValuePlace place) {
+    std::string names = host::orderedTypeNames();
+    for (const host::ValueFormat& format : host::valueFormats()) {
+        if (format.isKnownIn(place) && host::findOrderedType(format.name) == nullptr)
+            names += ", " + std::string(format.name);
+    }
+    return names;
+}
+
+// What stands in a file may be long, and more than letters.
+std::string columnsInWords(const std::vector<std::string>& names) {
+    constexpr std::size_t kNamedMax = 30;
+    std::string words;
+    for (std::size_t i = 0; i < std::min(names.size(), kNamedMax); ++i)
+        words += (i == 0 ? "" : ", ") + host::shownText(names[i]);
+    if (names.size() <= kNamedMax) return words;
+    return words + fmt::format(" and {} more", names.size() - kNamedMax);
+}
+
 // Takes a text apart at its colons, part by part.
 class KeyReader {
   public:
@@ -52,10 +77,14 @@ class KeyReader {
         std::size_t next = 0;
         // A column's name may stand in quotes.
         if (place == ValuePlace::kColumn && text.starts_with('"')) {
-            const std::size_t close = text.find('"', 1);
-            if (close == std::string::npos) throw host::badUse("the quote is not closed");
-            parts_[0] = text.substr(1, close - 1);
-            next = close + 1;
+            // A quote in it stands twice.
+            for (next = 1; next < text.size(); ++next) {
+                if (text[next] == '"' && text.compare(next, 2, "\"\"") != 0) break;
+                if (text[next] == '"') next += 1;
+                parts_[0] += text[next];
+            }
+            if (next == text.size()) throw host::badUse("the quote is not closed");
+            next += 1;
         }
         for (; next < text.size(); ++next) {
             if (text[next] == ':') {
@@ -69,13 +98,18 @@ class KeyReader {
     KeyText read() {
         KeyText key = {};
         if (place_ == ValuePlace::kColumn) key.column = take();
-        key.format = readFormat();
-        if (place_ == ValuePlace::kRecord) {
-            if (atEnd()) throw host::badUse("the offset is missing");
-            key.fieldOffset = readNumber("offset");
+        if (place_ != ValuePlace::kRecord && isOrdered()) {
+            key.ordered = readOrderedType();
+            key.format = host::valueFormat("string", place_);
+        } else {
+            key.format = readFormat();
+            if (place_ == ValuePlace::kRecord) {
+                if (atEnd()) throw host::badUse("the offset is missing");
+                key.fieldOffset = readNumber("offset");
+            }
+            key.length = readLength(key.format);
         }
-        key.length = readLength(key.format);
-        key.kindFlags = readOrder();
+        readOrder(key);
         return key;
     }
 
@@ -87,21 +121,31 @@ class KeyReader {
     }
     const std::string& take() { return parts_[next_++]; }
 
+    // A column without a type is text.
+    bool isOrdered() const {
+        if (atEnd() || orderWord(parts_[next_]) != nullptr) return place_ == ValuePlace::kColumn;
+        return host::findOrderedType(parts_[next_]) != nullptr;
+    }
+
+    host::KeyForm readOrderedType() {
+        host::KeyForm form;
+        form.type.name = "text";
+        if (atEnd() || orderWord(parts_[next_]) != nullptr) return form;
+        form.type.name = take();
+        while (!atEnd() && orderWord(parts_[next_]) == nullptr)
+            form.type.arguments.push_back(take());
+        if (form.type.name != host::kAutoType || !form.type.arguments.empty())
+            host::makeOrderedType(form.type);
+        return form;
+    }
+
     host::ValueFormat readFormat() {
-        if (place_ == ValuePlace::kColumn) {
-            if (atEnd() || orderWord(parts_[next_]) != nullptr)
-                return host::valueFormat("text", place_);
-            if (host::findValueFormat(parts_[next_], place_) == nullptr) {
-                throw host::badUse(
-                    fmt::format("there is no type and no word \"{}\"; the types are {}",
-                                parts_[next_], host::valueFormatNames(place_)));
-            }
+        const std::string name = take();
+        if (place_ != ValuePlace::kRecord && host::findValueFormat(name, place_) == nullptr) {
+            throw host::badUse(fmt::format("there is no type{} \"{}\"; the types are {}",
+                                           place_ == ValuePlace::kLine ? "" : " and no word", name,
+                                           typeNames(place_)));
         }
-        std::string name = take();
-        const host::ValueFormat* const known = host::findValueFormat(name, place_);
-        const bool hasScale =
-            place_ == ValuePlace::kLine || (known != nullptr && known->takesScale(place_));
-        if (hasScale && atNumber()) name += ":" + take();
         return host::valueFormat(name, place_);
     }
 
@@ -124,15 +168,43 @@ class KeyReader {
             fmt::format("the {} \"{}\" is no number from 0 to 65535", meaning, text));
     }
 
-    std::uint8_t readOrder() {
-        auto flags = static_cast<std::uint8_t>(KeyKind::kAscending);
+    void readOrder(KeyText& key) {
+        key.kindFlags = static_cast<std::uint8_t>(KeyKind::kAscending);
+        std::vector<const char*> said;
         while (!atEnd()) {
             const std::string& text = take();
             const OrderWord* const word = orderWord(text);
             if (word == nullptr) throw host::badUse(fmt::format("\"{}\" is not known", text));
-            flags = static_cast<std::uint8_t>((flags & ~word->replacedBits) | word->bits);
+            if (std::find(said.begin(), said.end(), word->meaning) != said.end()) {
+                throw host::badUse(
+                    fmt::format("\"{}\" says the {} once more; say it once", text, word->meaning));
+            }
+            said.push_back(word->meaning);
+            heed(text, key);
         }
-        return flags;
+    }
+
+    static void heed(const std::string& word, KeyText& key) {
+        host::KeyForm unused;
+        host::KeyForm& form = key.ordered.has_value() ? *key.ordered : unused;
+        if (word == "desc") {
+            key.kindFlags = static_cast<std::uint8_t>(
+                (key.kindFlags & ~kKeyKindMask) | static_cast<std::uint8_t>(KeyKind::kDescending));
+            form.isDescending = true;
+        } else if (word.starts_with("nulls")) {
+            form.nulls = placement(word);
+            const bool isFirst = form.nulls == host::Placement::kFirst;
+            key.kindFlags = static_cast<std::uint8_t>(key.kindFlags |
+                                                      (isFirst ? kNullsFirstBit : kNullsLastBit));
+        } else if (word.starts_with("nan")) {
+            const auto* const known = std::find(std::begin(kTypesWithNan), std::end(kTypesWithNan),
+                                                std::string_view(form.type.name));
+            if (!key.ordered.has_value() || known == std::end(kTypesWithNan)) {
+                throw host::badUse(fmt::format(
+                    "\"{}\" is for double, float and decimal; the other types have no NaN", word));
+            }
+            form.nans = placement(word);
+        }
     }
 
     ValuePlace place_;
@@ -146,7 +218,7 @@ const char* optionOf(ValuePlace place) {
 
 const char* grammarOf(ValuePlace place) {
     if (place == ValuePlace::kRecord) return "TYPE:OFFSET[:LENGTH]";
-    return place == ValuePlace::kLine ? "TYPE[:SCALE]" : "COLUMN[:TYPE[:LENGTH]]";
+    return place == ValuePlace::kLine ? "TYPE" : "COLUMN[:TYPE]";
 }
 
 }  // namespace
@@ -157,9 +229,35 @@ KeyDescriptor KeyText::descriptor(std::uint16_t contentBytes) const {
     return key;
 }
 
-KeyText parseKey(const std::string& text, ValuePlace place) {
+std::string typesHelp() {
+    constexpr std::size_t kNameWidth = 17;
+    std::string help = "Types of lines and columns:\n" + host::orderedTypesHelp() +
+                       "\nTypes that the process compares, of records (R), lines (L) and columns "
+                       "(C):\n";
+    for (const host::ValueFormat& format : host::valueFormats()) {
+        const bool isOrdered = host::findOrderedType(format.name) != nullptr;
+        const auto mark = [&](ValuePlace place, char letter) {
+            const bool isHidden = place != ValuePlace::kRecord && isOrdered;
+            return format.isKnownIn(place) && !isHidden ? letter : ' ';
+        };
+        const char marks[] = {mark(ValuePlace::kRecord, 'R'), mark(ValuePlace::kLine, 'L'),
+                              mark(ValuePlace::kColumn, 'C')};
+        if (std::string_view(marks, sizeof marks) == "   ") continue;
+        help += fmt::format("  {:<{}}{}  {}\n", format.name, kNameWidth,
+                            std::string_view(marks, sizeof marks), format.explanation);
+    }
+    return help;
+}
+
+KeyText parseKey(const std::string& text, ValuePlace place, bool isReversed) {
     try {
-        return KeyReader(text, place).read();
+        KeyText key = KeyReader(text, place).read();
+        if (!isReversed) return key;
+        key.kindFlags = static_cast<std::uint8_t>(key.kindFlags ^
+                                                  static_cast<std::uint8_t>(KeyKind::kAscending) ^
+                                                  static_cast<std::uint8_t>(KeyKind::kDescending));
+        if (key.ordered.has_value()) key.ordered->isDescending = !key.ordered->isDescending;
+        return key;
     } catch (const host::HostError& error) {
         throw host::badUse(fmt::format("{} {}: {}; write {}[:desc][:nulls-first|:nulls-last]",
                                        optionOf(place), text, error.what(), grammarOf(place)));
@@ -168,22 +266,24 @@ KeyText parseKey(const std::string& text, ValuePlace place) {
 
 std::size_t columnIndexOf(const std::string& name, const std::vector<std::string>& names,
                           std::size_t columnCount, const std::string& option) {
-    if (names.empty()) {
-        const auto number = numberIn<std::size_t>(name);
+    const bool isNamed = std::find(names.begin(), names.end(), name) != names.end();
+    const bool isNumbered = name.starts_with('#') && !isNamed;
+    if (names.empty() || isNumbered) {
+        const auto number = numberIn<std::size_t>(isNumbered ? name.substr(1) : name);
         if (number.has_value() && *number >= 1 && *number <= columnCount) return *number - 1;
         throw host::badUse(fmt::format(
-            "{}: \"{}\" is no column; without a header, name one of the columns 1 to {}", option,
-            name, columnCount));
+            "{}: \"{}\" is no column; {}, name one of the columns {}1 to {}", option, name,
+            isNumbered ? "by number" : "without a header", isNumbered ? "#" : "", columnCount));
     }
     const auto found = std::find(names.begin(), names.end(), name);
     if (found == names.end()) {
         throw host::badUse(fmt::format("{}: there is no column \"{}\"; the columns are {}", option,
-                                       name, fmt::join(names, ", ")));
+                                       name, columnsInWords(names)));
     }
     if (std::find(found + 1, names.end(), name) != names.end()) {
-        throw host::badUse(
-            fmt::format("{}: more than one column has the name \"{}\"; give them different ones",
-                        option, name));
+        throw host::badUse(fmt::format(
+            "{}: more than one column has the name \"{}\"; name it by its number, as #{}", option,
+            name, found - names.begin() + 1));
     }
     return static_cast<std::size_t>(found - names.begin());
 }

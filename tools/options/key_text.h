@@ -1,18 +1,21 @@
 // The text of a key, in one grammar for the three kinds of input:
 //
 //     records   --key  TYPE:OFFSET[:LENGTH][:WORD]...
-//     lines     --as   TYPE[:SCALE][:WORD]...
-//     columns   --key  COLUMN[:TYPE[:SCALE or :LENGTH]][:WORD]...
+//     lines     --as   TYPE[:ARGUMENT]...[:WORD]...
+//     columns   --key  COLUMN[:TYPE[:ARGUMENT]...][:WORD]...
 //
 //     int32:0                  an integer at the record's start
 //     string:32:40:desc        a field of 2 + 40 bytes, the greatest value first
-//     decimal:2:nulls-first    lines that are numbers, the empty ones first
+//     decimal:nulls-first      lines that are numbers, the empty ones first
 //     name                     a column of text
-//     price:decimal:2          of exact numbers, two digits behind the point
-//     "a:b":text:40            whose name has a colon; room for 40 bytes
+//     name:text:de:primary     as German has it, letters only
+//     price:decimal:2          of exact numbers, two digits behind the point at most
+//     "a:b":date               whose name has a colon
 //     3:int                    the third column of a file without a header
 //
-// The types stand in host/values/value_format.h; the words are asc, desc, nulls-first, nulls-last.
+// The types of lines and columns stand in host/keys/ordered_type.h, those of records, and the few
+// that the process has to compare itself, in host/values/value_format.h. The words are asc or desc,
+// nulls-first or nulls-last, nan-first or nan-last.
 
 #pragma once
 
@@ -21,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "host/keys/ordered_key.h"
 #include "host/values/value_format.h"
 #include "protocol/messages.h"
 
@@ -28,6 +32,8 @@ namespace tvsort::tools {
 
 struct KeyText {
     std::string column;  // name or number, as written
+    // Of a type whose values become ordered bytes; else the format counts.
+    std::optional<host::KeyForm> ordered;
     host::ValueFormat format;
     std::uint16_t fieldOffset;
     std::optional<std::uint16_t> length;  // where one was written
@@ -37,12 +43,16 @@ struct KeyText {
     KeyDescriptor descriptor(std::uint16_t contentBytes) const;
 };
 
-// Throws bad use that names the option, its text, what is wrong with it, and the grammar.
-KeyText parseKey(const std::string& text, host::ValuePlace place);
+// All types as lines for a help text.
+std::string typesHelp();
 
-// The index of the column that `name` stands for: a name of the header, or a number from 1 where
-// `names` is empty and the file has `columnCount` columns. `option` is for the message when there
-// is none.
+// Throws bad use that names the option, its text, what is wrong with it, and the grammar.
+// `isReversed`: in the other direction than it says.
+KeyText parseKey(const std::string& text, host::ValuePlace place, bool isReversed = false);
+
+// The index of the column that `name` stands for: a name of the header, #NUMBER, or a number from 1
+// where `names` is empty and the file has `columnCount` columns. `option` is for the message when
+// there is none.
 std::size_t columnIndexOf(const std::string& name, const std::vector<std::string>& names,
                           std::size_t columnCount, const std::string& option);
 

@@ -26,8 +26,8 @@ struct OperationRule {
 
 constexpr std::array kRules = {
     OperationRule{Operation::kOrder, "a plain sort", 1, false, true, false, true},
-    OperationRule{Operation::kDistinct, "--distinct", 1, false, false, false, true},
-    OperationRule{Operation::kGroups, "--groups", 1, false, false, false, true},
+    OperationRule{Operation::kDistinct, "--distinct", 1, false, true, false, true},
+    OperationRule{Operation::kGroups, "--groups", 1, false, true, false, true},
     OperationRule{Operation::kIntersect, "--intersect", 2, true, false, false, false},
     OperationRule{Operation::kExcept, "--except", 2, true, false, false, false},
     OperationRule{Operation::kUnique, "--unique", 1, false, true, false, true},
@@ -145,9 +145,12 @@ void addModeOptions(CLI::App& command, ModeOptions& options) {
         ->group(group);
     command
         .add_option("--limit", options.limitCount,
-                    "The first so many records only, and those behind them with the last one's "
-                    "keys")
+                    "The first so many records only, of --groups=count the first so many groups")
         ->check(CLI::Range(1, std::numeric_limits<std::int32_t>::max()))
+        ->group(group);
+    command
+        .add_flag("--with-ties", options.withTies,
+                  "With --limit, also those behind the last record that have its keys")
         ->group(group);
 }
 
@@ -187,6 +190,12 @@ void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surrou
     checkTaken("--level", !options.level.empty(), &OperationRule::takesLevel, rule);
     checkTaken("--processes", surroundings.processCount > 1, &OperationRule::takesProcesses, rule);
     checkTaken("--indent", !options.indent.empty(), &OperationRule::takesLevel, rule);
+    if (options.withTies && !options.limitCount.has_value())
+        throw host::badUse("--with-ties belongs to --limit: say how many records are wanted");
+    if (options.limitCount.has_value() && rule.operation == Operation::kGroups &&
+        surroundings.kind == InputKind::kRecords) {
+        throw host::badUse("--limit goes with --groups of lines and rows; leave one of them out");
+    }
     checkInputs(rule, surroundings.inputCount);
     if (rule.takesLevel) checkHierarchy(options, surroundings.kind);
 }

@@ -3,9 +3,9 @@
 //
 //     option        inputs  also takes               what comes out
 //     (none)        1..     --limit                  every record
-//     --distinct    1..                              the first record of each key: SELECT DISTINCT,
+//     --distinct    1..     --limit                  the first record of each key: SELECT DISTINCT,
 //                                                    or UNION of several inputs
-//     --groups      1..                              every record, group ends marked; or one of
+//     --groups      1..     --limit                  every record, group ends marked; or one of
 //                                                    each group with its count: GROUP BY
 //     --intersect   2..     --all                    the first input's records whose key is in
 //                                                    every other input too
@@ -14,8 +14,8 @@
 //     --unique      1..     --limit                  every record, if no two have one key
 //     --hierarchy   1..     --limit --level --indent every record, siblings in order
 //
-// One row of a table in mode_options.cpp holds what an operation takes; what it does not take is
-// refused in a sentence that this table makes.
+// --limit takes --with-ties. One row of a table in mode_options.cpp holds what an operation takes;
+// what it does not take is refused in a sentence that this table makes.
 
 #pragma once
 
@@ -49,6 +49,7 @@ struct ModeOptions {
     std::string unique;  // empty, kNullsDistinct or kNullsNotDistinct
     bool hierarchy = false;
     std::optional<std::int32_t> limitCount;
+    bool withTies = false;
     std::string level;   // empty, an offset in records or a column of rows
     std::string indent;  // empty, kIndentByTabs or a number of spaces
 };

@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "host/host_error.h"
-#include "host/values/value_format.h"
 #include "tools/files/input_file.h"
 #include "tools/options/key_text.h"
 #include "tools/options/row_errors.h"
@@ -58,8 +57,18 @@ void checkRowOptions(const RecordOptions& options) {
             "CSV files are ordered by columns: leave --lines, --as, --record-length and --nulls "
             "out");
     }
-    if (options.keys.empty()) {
-        throw host::badUse("say what to order by: --key COLUMN[:TYPE], once or more");
+    if (options.zeroTerminated) {
+        throw host::badUse(
+            "--zero-terminated is for lines; the rows of a CSV file end with a line");
+    }
+}
+
+void checkFieldOptions(const RecordOptions& options) {
+    if (options.lines || !options.as.empty() || options.recordLength.has_value() ||
+        options.nullsOffset.has_value() || !options.weightsFile.empty()) {
+        throw host::badUse(
+            "--format fields orders lines by --key NUMBER[:TYPE]: leave --lines, --as, "
+            "--record-length, --nulls and --weights out");
     }
 }
 
@@ -71,9 +80,7 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
     command.add_option(
         "--as", options.as,
         "Lines are values, ordered by what they mean: TYPE[:desc][:nulls-first|:nulls-last] with "
-        "one of the types " +
-            host::valueFormatNames(host::ValuePlace::kLine) +
-            "; an empty line is null where it can be no value");
+        "a type of the list below; an empty line is null where it can be no value");
     command.add_option("--record-length", options.recordLength, "Bytes per record, 1 to 65535")
         ->check(CLI::Range(1, 65535));
     command
@@ -85,8 +92,7 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
                        "Offset of the null indicators: one byte per --key, 1 for null");
     command.add_option("--weights", options.weightsFile,
                        "File of 256 bytes: the weight of each byte value, for weighted keys");
-    command.footer("Types, known in records (R), lines (L) and columns (C):\n" +
-                   host::valueFormatsHelp());
+    command.footer(typesHelp());
 }
 
 void addCsvOptions(CLI::App& command, RecordOptions& options) {
@@ -94,9 +100,10 @@ void addCsvOptions(CLI::App& command, RecordOptions& options) {
     command
         .add_option("--format", options.format,
                     "csv or tsv: inputs are rows of columns, with the names of the columns first. "
-                    "A key is then COLUMN[:TYPE[:LENGTH]][:desc][:nulls-first|:nulls-last]; an "
-                    "empty field without quotes is null")
-        ->check(CLI::IsMember({kCsvFormat, kTsvFormat}))
+                    "A key is then COLUMN[:TYPE][:desc][:nulls-first|:nulls-last], COLUMN a name "
+                    "or #NUMBER; an empty field without quotes is null. fields: lines of fields "
+                    "with blanks between them, COLUMN a number or a range such as 2-4")
+        ->check(CLI::IsMember({kCsvFormat, kTsvFormat, kFieldsFormat}))
         ->group(group);
     command
         .add_option("--delimiter", options.delimiter,
@@ -108,25 +115,40 @@ void addCsvOptions(CLI::App& command, RecordOptions& options) {
         ->group(group);
     command
         .add_option("--on-error", options.onError,
-                    "What happens at a row or a value that cannot be read: stop, or skip the row "
-                    "and say so")
-        ->check(CLI::IsMember({kStopOnError, kSkipOnError}))
+                    "What happens at a row or a value that cannot be read: stop, skip the row or "
+                    "put it last, and say so; the exit status is then 3")
+        ->check(CLI::IsMember({kStopOnError, kSkipOnError, kLastOnError}));
+    command
+        .add_flag("--ragged", options.isRagged,
+                  "Rows may have more fields than the first one, or fewer, which are then null")
         ->group(group);
+}
+
+void addTextOptions(CLI::App& command, RecordOptions& options) {
+    command.add_flag("-r,--reverse", options.isReversed,
+                     "Every key the other way round; equal records stay as they were read");
+    command.add_flag("-z,--zero-terminated", options.zeroTerminated,
+                     "Lines end with a zero byte instead of a newline");
+    command.add_option("--null", options.nullWord,
+                       "A value that stands for null, such as \\N, besides the empty one");
 }
 
 void recogniseFormat(const std::vector<std::string>& inputs, RecordOptions& options) {
     if (!options.format.empty() || options.lines || options.recordLength.has_value()) return;
-    if (allEndWith(inputs, ".csv")) options.format = kCsvFormat;
-    if (allEndWith(inputs, ".tsv")) options.format = kTsvFormat;
+    for (const std::string packed : {"", ".gz", ".zst"}) {
+        if (allEndWith(inputs, ".csv" + packed)) options.format = kCsvFormat;
+        if (allEndWith(inputs, ".tsv" + packed)) options.format = kTsvFormat;
+    }
 }
 
 InputKind inputKindOf(const RecordOptions& options) {
+    if (options.format == kFieldsFormat) return InputKind::kLines;
     if (!options.format.empty()) return InputKind::kRows;
     return options.lines ? InputKind::kLines : InputKind::kRecords;
 }
 
 char delimiterOf(const RecordOptions& options) {
-    if (!options.delimiter.empty()) return parseDelimiter(options.delimiter);
+    if (options.delimiter.has_value()) return parseDelimiter(*options.delimiter);
     return options.format == kTsvFormat ? '\t' : ',';
 }
 
@@ -134,13 +156,19 @@ void addWeights(const RecordOptions& options, host::RequestBuilder& request) {
     if (!options.weightsFile.empty()) request.addWeightTable(readWeights(options.weightsFile));
 }
 
+KeyText lineKey(const RecordOptions& options) {
+    return parseKey(options.as.empty() ? "text" : options.as, host::ValuePlace::kLine,
+                    options.isReversed);
+}
+
 void checkRecordOptions(const RecordOptions& options) {
     if (inputKindOf(options) == InputKind::kRows) return checkRowOptions(options);
-    if (!options.delimiter.empty() || options.noHeader || !options.onError.empty()) {
+    if (options.delimiter.has_value() || options.noHeader || options.isRagged) {
         throw host::badUse(
-            "--delimiter, --no-header and --on-error are for CSV files: name one that ends in "
+            "--delimiter, --no-header and --ragged are for CSV files: name one that ends in "
             ".csv, or add --format csv");
     }
+    if (options.format == kFieldsFormat) return checkFieldOptions(options);
     const bool fixedOptions = options.recordLength.has_value() || !options.keys.empty() ||
                               options.nullsOffset.has_value() || !options.weightsFile.empty();
     if (options.lines && fixedOptions) {
@@ -152,6 +180,11 @@ void checkRecordOptions(const RecordOptions& options) {
         throw host::badUse("--as says what text lines are; add --lines, or say --key instead");
     }
     if (options.lines) return;
+    if (options.zeroTerminated || options.nullWord.has_value() || !options.onError.empty()) {
+        throw host::badUse(
+            "--zero-terminated, --null and --on-error are for lines and rows: add --lines, or "
+            "--format");
+    }
     if (!options.recordLength.has_value()) {
         throw host::badUse(
             "say what the records are: --record-length N with --key, --lines, or --format csv");
@@ -165,7 +198,7 @@ host::RequestBuilder requestFor(const RecordOptions& options) {
     host::RequestBuilder request;
     const std::uint16_t recordLength = options.recordLength.value();
     for (const std::string& text : options.keys) {
-        const KeyText parsed = parseKey(text, host::ValuePlace::kRecord);
+        const KeyText parsed = parseKey(text, host::ValuePlace::kRecord, options.isReversed);
         const std::uint16_t contentBytes = parsed.length.value_or(0);
         const auto fieldBytes = static_cast<std::uint32_t>(parsed.format.fieldBytes(contentBytes));
         checkInsideRecord("--key " + text, parsed.fieldOffset + fieldBytes, recordLength);

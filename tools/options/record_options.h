@@ -4,6 +4,7 @@
 //     --record-length N --key TYPE:OFFSET... [--nulls OFFSET] [--weights FILE]
 //     --lines [--as TYPE]
 //     [--format csv|tsv] --key COLUMN[:TYPE]... [--delimiter C] [--no-header] [--weights FILE]
+//     --format fields --key NUMBER[-NUMBER][:TYPE]...
 
 #pragma once
 
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "host/request_builder.h"
+#include "tools/options/key_text.h"
 
 namespace tvsort::tools {
 
@@ -22,9 +24,13 @@ enum class InputKind : std::uint8_t { kRecords, kLines, kRows };
 
 struct RecordOptions {
     bool lines = false;
-    std::string format;     // empty, kCsvFormat or kTsvFormat
-    std::string delimiter;  // empty: what the format has
+    std::string format;                    // empty, kCsvFormat, kTsvFormat or kFieldsFormat
+    std::optional<std::string> delimiter;  // none: what the format has
     bool noHeader = false;
+    bool isRagged = false;
+    bool zeroTerminated = false;
+    bool isReversed = false;
+    std::optional<std::string> nullWord;
     std::string onError;
     std::string as;  // type of the values that the lines are; empty: they are ordered as bytes
     std::optional<std::uint16_t> recordLength;
@@ -35,11 +41,15 @@ struct RecordOptions {
 
 inline constexpr char kCsvFormat[] = "csv";
 inline constexpr char kTsvFormat[] = "tsv";
+inline constexpr char kFieldsFormat[] = "fields";
 
 // Adds the options of records and lines to a subcommand, and those of CSV files; they fill
 // `options` when it is parsed.
 void addRecordOptions(CLI::App& command, RecordOptions& options);
 void addCsvOptions(CLI::App& command, RecordOptions& options);
+
+// Options that change what lines and rows are read as, however they are ordered.
+void addTextOptions(CLI::App& command, RecordOptions& options);
 
 // Fills in the format that the endings of the inputs' names say, where the options leave it open.
 void recogniseFormat(const std::vector<std::string>& inputs, RecordOptions& options);
@@ -51,6 +61,9 @@ char delimiterOf(const RecordOptions& options);
 inline constexpr std::uint16_t kWeightTableId = 1;
 // Adds the table of `--weights`, if there is one.
 void addWeights(const RecordOptions& options, host::RequestBuilder& request);
+
+// The key of whole lines: of `--as`, or of text.
+KeyText lineKey(const RecordOptions& options);
 
 // The request that the options of fixed-length records describe. Throws when one is missing, not
 // understood, or reaches beyond the record.

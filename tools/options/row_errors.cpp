@@ -13,7 +13,7 @@ constexpr std::size_t kNamedMax = 10;
 }  // namespace
 
 void RowErrors::take(const std::string& text) {
-    if (!skips_) {
+    if (!skips_ && !keepsRows_) {
         throw host::badUse(text + "; correct it, or leave such rows out with --on-error=skip");
     }
     skippedCount_ += 1;
@@ -29,9 +29,9 @@ std::string RowErrors::report() const {
     std::string report;
     if (skippedCount_ == 0) return report;
     for (const std::string& text : first_)
-        report += fmt::format("skipped: {}\n", text);
-    return report +
-           fmt::format("{} {} skipped\n", skippedCount_, skippedCount_ == 1 ? "row" : "rows");
+        report += fmt::format("{}: {}\n", skips_ ? "skipped" : "unreadable", text);
+    return report + fmt::format("{} {} {}\n", skippedCount_, skippedCount_ == 1 ? "row" : "rows",
+                                skips_ ? "skipped" : "put last, unreadable");
 }
 
 }  // namespace tvsort::tools

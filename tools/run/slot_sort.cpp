@@ -24,30 +24,25 @@ std::int64_t blocksBetween(std::int64_t bytesBefore, std::int64_t bytesAfter,
 
 }  // namespace
 
-SlotSort::SlotSort(host::SortServer& server, const host::Geometry& geometry,
-                   std::optional<host::KeyRanges> ranges, std::uint16_t rangeRecordLength,
-                   Progress& progress)
-    : server_(server),
-      geometry_(geometry),
-      ranges_(std::move(ranges)),
-      rangeRecordLength_(rangeRecordLength),
-      progress_(progress) {}
+SlotSort::SlotSort(host::SortServer& server, std::size_t partCount, Progress& progress)
+    : server_(server), partCount_(partCount), progress_(progress) {}
 
-SortStats SlotSort::sort(const host::RequestBuilder& request, const host::RecordSource& source,
+SortStats SlotSort::sort(const SortRequest& request, const host::RecordSource& source,
                          const host::RecordSink& sink) {
-    parts_.assign(ranges_.has_value() ? ranges_->partCount() : 1, Part());
+    geometry_ = host::chooseGeometry(request.recordLength, server_.options().pagesPerBlock);
+    parts_.assign(request.partOf ? partCount_ : 1, Part());
     SortStats stats;
     StageClock clock;
     progress_.begin("loading");
     if (parts_.size() > 1) {
-        route(source);
+        route(request, source);
     } else {
         load(source);
     }
     stats.load = clock.lap();
 
     progress_.begin("sorting");
-    planRequests(request);
+    planRequests(request.request);
     ask();
     stats.sort = clock.lap();
 
@@ -85,9 +80,8 @@ void SlotSort::load(const host::RecordSource& source) {
     parts_[0].loaded = loader.finish();
 }
 
-void SlotSort::route(const host::RecordSource& source) {
+void SlotSort::route(const SortRequest& request, const host::RecordSource& source) {
     const std::size_t recordLength = geometry_.recordLength;
-    const std::size_t keysOffset = recordLength - rangeRecordLength_;
     std::vector<host::RecordLoader> loaders;
     for (std::size_t i = 0; i < parts_.size(); ++i)
         loaders.push_back(slotOf(i).loader(geometry_));
@@ -95,7 +89,7 @@ void SlotSort::route(const host::RecordSource& source) {
     while (const std::size_t count = pull(source, piece.data(), piece.size() / recordLength)) {
         for (std::size_t i = 0; i < count; ++i) {
             const Byte* const record = piece.data() + i * recordLength;
-            host::RecordLoader& loader = loaders[ranges_->partOf(record + keysOffset)];
+            host::RecordLoader& loader = loaders[request.partOf(record)];
             std::size_t room = 0;
             std::copy_n(record, recordLength, loader.room(room));
             loader.took(1);

@@ -12,29 +12,26 @@
 
 #pragma once
 
-#include <optional>
 #include <vector>
 
 #include "host/data_set.h"
-#include "host/key_ranges.h"
 #include "host/request_builder.h"
 #include "host/sort_server.h"
 #include "tools/files/progress.h"
+#include "tools/run/sort_once.h"
 #include "tools/run/sort_stats.h"
 
 namespace tvsort::tools {
 
 class SlotSort {
   public:
-    // With `ranges`, a slot for each of its parts; it judges the last `rangeRecordLength` bytes of
-    // a record. Without, slot 1.
-    SlotSort(host::SortServer& server, const host::Geometry& geometry,
-             std::optional<host::KeyRanges> ranges, std::uint16_t rangeRecordLength,
-             Progress& progress);
+    // A slot for each of `partCount` parts. Requests that do not say which part a record belongs to
+    // have slot 1.
+    SlotSort(host::SortServer& server, std::size_t partCount, Progress& progress);
 
     // The source's records through the processes to the sink. Throws a process's code as
     // host::HostError.
-    SortStats sort(const host::RequestBuilder& request, const host::RecordSource& source,
+    SortStats sort(const SortRequest& request, const host::RecordSource& source,
                    const host::RecordSink& sink);
 
   private:
@@ -51,7 +48,7 @@ class SlotSort {
 
     // Both lay the source's records into the slots: into the one, or into that of their part.
     void load(const host::RecordSource& source);
-    void route(const host::RecordSource& source);
+    void route(const SortRequest& request, const host::RecordSource& source);
     // The source's next records.
     std::size_t pull(const host::RecordSource& source, Byte* target, std::size_t recordsMax);
     void planRequests(const host::RequestBuilder& request);
@@ -62,10 +59,9 @@ class SlotSort {
     host::SortSlot& slotOf(std::size_t partIndex);
 
     host::SortServer& server_;
-    host::Geometry geometry_;
-    std::optional<host::KeyRanges> ranges_;
-    std::uint16_t rangeRecordLength_;
+    std::size_t partCount_;
     Progress& progress_;
+    host::Geometry geometry_;  // of the request
     std::vector<Part> parts_;
 };
 

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 
 #include "host/data_set.h"
@@ -10,10 +12,17 @@
 
 namespace tvsort::tools {
 
+struct SortRequest {
+    host::RequestBuilder request;
+    std::uint16_t recordLength = 0;
+    // The part of several that a record belongs to, below the number of processes, in the order of
+    // the keys; none where one process sorts.
+    std::function<std::size_t(const Byte* record)> partOf;
+};
+
 // Loads the source's records, has them sorted and hands the result to the sink, in order. Throws
 // the process's codes as host::HostError.
-using SortOnce =
-    std::function<SortStats(const host::RequestBuilder& request, const host::RecordSource& source,
-                            const host::RecordSink& sink)>;
+using SortOnce = std::function<SortStats(
+    const SortRequest& request, const host::RecordSource& source, const host::RecordSink& sink)>;
 
 }  // namespace tvsort::tools

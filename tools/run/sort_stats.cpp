@@ -18,6 +18,18 @@ std::array<std::pair<std::string_view, StageCost>, 4> stagesOf(const SortStats& 
         {{"read", stats.read}, {"load", stats.load}, {"sort", stats.sort}, {"write", stats.write}}};
 }
 
+// With the unit that leaves a number below 1024.
+std::string inUnits(std::int64_t byteCount) {
+    constexpr std::array<const char*, 5> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB"};
+    constexpr double kStep = 1024;
+    if (byteCount < static_cast<std::int64_t>(kStep)) return fmt::format("{} bytes", byteCount);
+    auto number = static_cast<double>(byteCount) / kStep;
+    std::size_t unit = 0;
+    for (; number >= kStep && unit + 1 < kUnits.size(); ++unit)
+        number /= kStep;
+    return fmt::format("{:.1f} {}", number, kUnits[unit]);
+}
+
 rusage ownUsage() {
     rusage usage = {};
     getrusage(RUSAGE_SELF, &usage);
@@ -76,25 +88,26 @@ std::string statsAsText(const SortStats& stats) {
         text += fmt::format("duplicates       {} removed\n", stats.duplicateCount);
     }
     if (stats.groupCount > 0) text += fmt::format("groups           {}\n", stats.groupCount);
+    if (stats.roundCount > 1) text += fmt::format("rounds           {}\n", stats.roundCount);
     text += fmt::format(
         "blocks           {} of {} bytes, {} records each\n"
         "frames           {}\n"
         "fitted           {}\n"
-        "spilled          {} bytes\n"
+        "spilled          {}\n"
         "blocks read      {}\n"
         "blocks written   {}\n"
         "filter           {}\n",
         stats.blockCount, stats.blockBytes, stats.recordsPerBlock, stats.frameCount,
-        stats.fitted ? "yes" : "no", stats.spilledBytes, stats.blocksRead, stats.blocksWritten,
-        stats.systemCallsFiltered ? "on" : "off");
+        stats.fitted ? "yes" : "no", inUnits(stats.spilledBytes), stats.blocksRead,
+        stats.blocksWritten, stats.systemCallsFiltered ? "on" : "off");
     for (const auto& [name, cost] : stagesOf(stats)) {
         text += fmt::format("{:<16} {:.3f} s, CPU {:.3f} s\n", name, cost.elapsedSeconds,
                             cost.cpuSeconds);
     }
     return text + fmt::format(
-                      "process memory   {} bytes at its peak\n"
-                      "command memory   {} bytes at its peak\n",
-                      stats.processPeakBytes, stats.ownPeakBytes);
+                      "process memory   {} at its peak\n"
+                      "command memory   {} at its peak\n",
+                      inUnits(stats.processPeakBytes), inUnits(stats.ownPeakBytes));
 }
 
 std::string statsAsJson(const SortStats& stats) {
@@ -107,6 +120,7 @@ std::string statsAsJson(const SortStats& stats) {
         {"skipped_count", stats.skippedCount},
         {"duplicate_count", stats.duplicateCount},
         {"group_count", stats.groupCount},
+        {"round_count", stats.roundCount},
         {"records_per_block", stats.recordsPerBlock},
         {"block_bytes", stats.blockBytes},
         {"block_count", stats.blockCount},

@@ -43,31 +43,52 @@ TEST(KeyText, SaysTypePlaceAndOrder) {
     const Case cases[] = {
         {"int16:7", kRecord, {2, 7, 2, 0x01, 0}},
         {"double:65535:desc", kRecord, {3, 65535, 8, 0x00, 0}},
-        {"decimal:1:desc:asc:nulls-last", kRecord, {4, 1, 16, 0x21, 0}},
+        {"decimal:1:asc:nulls-last", kRecord, {4, 1, 16, 0x21, 0}},
         {"bytes:10:20:nulls-first:desc", kRecord, {6, 10, 20, 0x40, 0}},
         {"string:0:0", kRecord, {9, 0, 0, 0x01, 0}},
         {"field512:3", kRecord, {13, 3, 522, 0x01, 0}},
-        {"decimal:30:nulls-last:nulls-first", kLine, {4, 0, 16, 0x61, 0}},
-        {"string:desc", kLine, {9, 0, 9, 0x00, 0}},
         {"wkt", kLine, {9, 0, 9, 0x01, 255}},
         {"wkt-envelope:desc", kLine, {9, 0, 32, 0x80, 255}},
-        {"a", kColumn, {9, 0, 9, 0x01, 0}},
-        {"a:desc", kColumn, {9, 0, 9, 0x00, 0}},
-        {"a:byte:nulls-first", kColumn, {10, 0, 1, 0x41, 0}},
-        {"a:text:40:desc", kColumn, {9, 0, 40, 0x00, 0}},
-        {"a:decimal:2:desc", kColumn, {4, 0, 16, 0x00, 0}},
+        {"a:double-tolerant:nulls-first", kColumn, {3, 0, 8, 0x41, 0}},
+        {"a:weighted-text:40:desc", kColumn, {8, 0, 40, 0x00, 0}},
         {"a:wkt:90", kColumn, {9, 0, 90, 0x01, 255}},
     };
     for (const Case& c : cases)
         EXPECT_EQ(described(c.text, c.place), c.descriptor) << c.text;
-    EXPECT_EQ(parseKey("a:decimal:2", kColumn).format.scale, 2);
-    EXPECT_EQ(parseKey("decimal:0", kLine).format.scale, 0);
-    EXPECT_EQ(parseKey("a:text", kColumn).length, std::nullopt);
+    EXPECT_EQ(parseKey("a:wkt", kColumn).length, std::nullopt);
+}
+
+// The type, then the letters of what is said of it.
+TEST(KeyText, SaysHowOrderedBytesAreMade) {
+    const char* const cases[][2] = {
+        {"a", "text"},
+        {"a:desc", "text d"},
+        {"a:text:de:primary:desc", "text:de:primary d"},
+        {"a:decimal:2:nulls-first", "decimal:2 n"},
+        {"a:double:nan-first:nulls-last:asc", "double Na"},
+        {"a:auto:nan-last", "auto A"},
+    };
+    for (const auto& [text, expected] : cases) {
+        const std::optional<host::KeyForm> form = parseKey(text, kColumn).ordered;
+        ASSERT_TRUE(form.has_value()) << text;
+        std::string words = form->type.text() + " ";
+        if (form->isDescending) words += 'd';
+        if (form->nulls != host::Placement::kDefault)
+            words += form->nulls == host::Placement::kFirst ? 'n' : 'N';
+        if (form->nans != host::Placement::kDefault)
+            words += form->nans == host::Placement::kFirst ? 'a' : 'A';
+        if (words.ends_with(' ')) words.pop_back();
+        EXPECT_EQ(words, expected) << text;
+    }
+    EXPECT_EQ(parseKey("inet", kLine).ordered->type.name, "inet");
+    EXPECT_EQ(parseKey("int:0", kRecord).ordered, std::nullopt);
+    EXPECT_EQ(parseKey("a:wkt", kColumn).ordered, std::nullopt);
 }
 
 TEST(KeyText, NamesAColumnInQuotesWhereItHasAColon) {
     EXPECT_EQ(parseKey("\"a:b\":int:desc", kColumn).column, "a:b");
     EXPECT_EQ(parseKey("3:int", kColumn).column, "3");
+    EXPECT_EQ(parseKey("\"a\"\":\":int", kColumn).column, "a\":");
     EXPECT_EQ(parseKey("int", kColumn).column, "int");
     EXPECT_THAT(refusal("\"a:int", kColumn), HasSubstr("the quote is not closed"));
 }
@@ -84,10 +105,7 @@ TEST(KeyText, KnowsTheWordsOfEachPlaceInTheOthers) {
         {kRecord, "text:4:5", "string:4:5"},
         {kRecord, "weighted-text:4:5", "weighted-string:4:5"},
         {kRecord, "ucs2:4:6", "padded-ucs2:4:6"},
-        {kLine, "int", "int64"},
         {kLine, "ucs2", "ucs2-string"},
-        {kColumn, "a:int", "a:int64"},
-        {kColumn, "a:string", "a:text"},
         {kColumn, "a:weighted-string", "a:weighted-text"},
         {kColumn, "a:ucs2:4", "a:ucs2-string:4"},
     };
@@ -118,18 +136,21 @@ TEST(KeyText, SaysWhatIsWrongAndWhatToWrite) {
         {"bytes:0:4:", kRecord, "\"\" is not known; write TYPE:OFFSET[:LENGTH]["},
         {"bytes:0:70000", kRecord, "the length \"70000\" is no number"},
         {"bytes:0:4:5", kRecord, "\"5\" is not known"},
-        {"bytes", kLine, "there is no type \"bytes\" of text values; the types are int16"},
-        {"decimal", kLine, "needs a scale"},
-        {"decimal:31", kLine, "needs a scale"},
-        {"decimal:2:3", kLine, "the length of type decimal is given"},
-        {"int:2", kLine, "only decimal takes one; write TYPE[:SCALE]["},
-        {"string:5", kLine, "only decimal takes one"},
+        {"bytes", kLine, "there is no type \"bytes\"; the types are text"},
+        {"decimal:-1", kLine, "\"-1\" is no scale"},
+        {"decimal:2:3", kLine, "\"2:3\" is no scale"},
+        {"int:2", kLine, "the length of type int is given by the type; write TYPE["},
+        {"int:desc:asc", kLine, "\"asc\" says the direction once more"},
+        {"int:nulls-first:nulls-first", kLine, "says the nulls' place once more"},
+        {"bytes:0:4:desc:desc", kRecord, "says the direction once more"},
+        {"int:nan-first", kLine, "\"nan-first\" is for double, float and decimal"},
+        {"double:0:nan-first", kRecord, "is for double, float and decimal"},
         {"int:down", kLine, "--as int:down: \"down\" is not known"},
         {"a:integer", kColumn, "there is no type and no word \"integer\"; the types are text"},
         {"a:", kColumn, "there is no type and no word \"\""},
-        {"a:decimal:desc", kColumn, "needs a scale"},
         {"a:int:8", kColumn, "--key a:int:8: the length of type int is given by the type"},
-        {"a:text:x", kColumn, "\"x\" is not known; write COLUMN[:TYPE[:LENGTH]]["},
+        {"a:text:x", kColumn, "ICU knows no locale \"x\""},
+        {"a:string:x", kColumn, "\"x\" is not known; write COLUMN[:TYPE]["},
         {"a:desc:int", kColumn, "\"int\" is not known"},
     };
     for (const Case& c : cases)

@@ -23,6 +23,21 @@ constexpr Byte kBlank = ' ';
 ColumnField::ColumnField(const host::ValueFormat& format)
     : encoder_(std::make_shared<host::ValueEncoder>(format)), contentBytes_(format.valueBytes) {}
 
+ColumnField::ColumnField(host::KeyForm form) : ColumnField(host::valueFormat("string")) {
+    using host::Placement;
+    if (form.isDescending && form.nans != Placement::kDefault)
+        form.nans = form.nans == Placement::kFirst ? Placement::kLast : Placement::kFirst;
+    form.isDescending = false;
+    ordered_ = std::make_shared<host::OrderedKey>(form);
+}
+
+const std::vector<Byte>& ColumnField::valueOf(std::string_view text) {
+    if (ordered_ == nullptr) return encoder_->encode(text);
+    orderedBytes_.clear();
+    ordered_->append(text, orderedBytes_);
+    return orderedBytes_;
+}
+
 std::size_t ColumnField::bytesOfLength(std::uint16_t length) const {
     const bool inUnits = format().kind == host::ValueKind::kUnits;
     return length * (inUnits ? kUnitBytes : 1);
@@ -41,14 +56,14 @@ KeyDescriptor ColumnField::key(std::uint16_t fieldOffset) const {
 }
 
 std::size_t ColumnField::measure(std::string_view text) {
-    return isPlainText() ? text.size() : encoder_->encode(text).size();
+    return isPlainText() ? text.size() : valueOf(text).size();
 }
 
 void ColumnField::encode(std::string_view text, Byte* target) {
     const auto* value = reinterpret_cast<const Byte*>(text.data());
     std::size_t valueBytes = text.size();
     if (!isPlainText()) {
-        const std::vector<Byte>& encoded = encoder_->encode(text);
+        const std::vector<Byte>& encoded = valueOf(text);
         value = encoded.data();
         valueBytes = encoded.size();
     }

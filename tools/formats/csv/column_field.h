@@ -10,7 +10,9 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <vector>
 
+#include "host/keys/ordered_key.h"
 #include "host/request_builder.h"
 #include "host/values/value_text.h"
 #include "protocol/bytes.h"
@@ -20,6 +22,8 @@ namespace tvsort::tools {
 class ColumnField {
   public:
     explicit ColumnField(const host::ValueFormat& format);
+    // Holds the bytes of an ordered key instead, in a string, whose own key has the direction.
+    explicit ColumnField(host::KeyForm form);
 
     bool hasLength() const { return format().takesLength(); }
     // Bytes that LENGTH `length` stands for.
@@ -43,9 +47,14 @@ class ColumnField {
 
   private:
     const host::ValueFormat& format() const { return encoder_->format(); }
-    bool isPlainText() const { return format().kind == host::ValueKind::kString; }
+    bool isPlainText() const {
+        return ordered_ == nullptr && format().kind == host::ValueKind::kString;
+    }
+    const std::vector<Byte>& valueOf(std::string_view text);
 
     std::shared_ptr<host::ValueEncoder> encoder_;  // copies take turns
+    std::shared_ptr<host::OrderedKey> ordered_;
+    host::KeyBytes orderedBytes_;
     std::size_t contentBytes_ = 0;
 };
 

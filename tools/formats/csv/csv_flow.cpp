@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/host_error.h"
+#include "tools/formats/csv/csv_keyed.h"
 #include "tools/formats/csv/csv_output.h"
 #include "tools/formats/csv/csv_record.h"
 #include "tools/formats/csv/csv_scan.h"
@@ -96,7 +97,7 @@ class CsvSource : public Operand {
 std::vector<KeyText> parseKeys(const RecordOptions& options) {
     std::vector<KeyText> keys;
     for (const std::string& text : options.keys)
-        keys.push_back(parseKey(text, host::ValuePlace::kColumn));
+        keys.push_back(parseKey(text, host::ValuePlace::kColumn, options.isReversed));
     return keys;
 }
 
@@ -105,7 +106,10 @@ std::vector<KeyColumn> keyColumns(const std::vector<KeyText>& keys, const CsvTab
     for (const KeyText& key : keys) {
         const std::size_t index =
             columnIndexOf(key.column, table.names, table.columnCount, "--key");
-        columns.push_back({index, key.column, ColumnField(key.format), key.kindFlags});
+        columns.push_back(
+            {index, key.column,
+             key.ordered.has_value() ? ColumnField(*key.ordered) : ColumnField(key.format),
+             key.kindFlags});
         ColumnField& field = columns.back().field;
         if (!key.length.has_value()) continue;
         if (field.bytesOfLength(*key.length) > field.contentBytesLimit()) {
@@ -142,16 +146,57 @@ std::string headOf(const CsvTable& table, const ModeOptions& mode) {
     return header + table.header;
 }
 
+std::shared_ptr<const CsvTable> openTable(const RecordOptions& options,
+                                          std::vector<InputFile>& inputs,
+                                          std::uint64_t memoryBytes) {
+    CsvTable table = readTable(delimiterOf(options), !options.noHeader,
+                               std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs);
+    table.isRagged = options.isRagged;
+    return std::make_shared<const CsvTable>(std::move(table));
+}
+
+// Without any key, of all columns, if there is one.
+std::vector<RowKeyColumn> orderedColumns(const RecordOptions& options, const ModeOptions& mode,
+                                         const CsvTable& table,
+                                         const std::vector<InputFile>& inputs) {
+    std::vector<RowKeyColumn> columns;
+    for (const KeyText& key : parseKeys(options)) {
+        columns.push_back({columnIndexOf(key.column, table.names, table.columnCount, "--key"),
+                           key.column, key.ordered.value()});
+    }
+    const bool hasRows = std::any_of(inputs.begin(), inputs.end(), [](const InputFile& input) {
+        return input.fileBytes().value_or(0) > 0;
+    });
+    if (!columns.empty() || operationOf(mode) == Operation::kOrder || !hasRows) return columns;
+    host::KeyForm form;
+    form.type.name = "text";
+    form.isDescending = options.isReversed;
+    for (std::size_t i = 0; i < table.columnCount; ++i)
+        columns.push_back({i, table.hasHeader ? table.names[i] : std::to_string(i + 1), form});
+    return columns;
+}
+
 }  // namespace
+
+OrderedFlow csvOrderedFlow(const RecordOptions& options, const ModeOptions& mode,
+                           std::vector<InputFile>& inputs, std::uint64_t memoryBytes,
+                           RowErrors& errors, OutputFile& output) {
+    const auto table = openTable(options, inputs, memoryBytes);
+    OrderedFlow flow;
+    flow.delimiter = table->delimiter;
+    flow.input = std::make_unique<CsvKeyedInput>(
+        table, orderedColumns(options, mode, *table, inputs), options.nullWord, inputs, errors);
+    flow.writer = std::make_unique<RowWriter>(RowWriter::Form{headOf(*table, mode), table->lineEnd},
+                                              inputs, memoryBytes / kFetchShare, output);
+    return flow;
+}
 
 RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
                       std::vector<InputFile>& inputs, std::uint64_t memoryBytes, RowErrors& errors,
                       OutputFile& output) {
     errors.restart();
     const std::vector<KeyText> keys = parseKeys(options);
-    const auto table = std::make_shared<const CsvTable>(
-        readTable(delimiterOf(options), !options.noHeader,
-                  std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs));
+    const auto table = openTable(options, inputs, memoryBytes);
     std::vector<KeyColumn> columns = keyColumns(keys, *table);
     std::vector<bool> isMeasured;
     for (std::size_t i = 0; i < keys.size(); ++i)
@@ -175,9 +220,9 @@ RecordFlow csvRecords(const RecordOptions& options, const ModeOptions& mode,
             std::make_shared<CsvSource>(input, table, layout, inputStart, errors, balance));
         inputStart += static_cast<std::uint64_t>(input.fileBytes().value_or(0));
     }
-    flow.output = std::make_shared<CsvOutput>(
-        CsvOutput::Form{layout, headOf(*table, mode), table->lineEnd, balance}, inputs,
-        memoryBytes / kFetchShare, output);
+    flow.output = std::make_shared<CsvOutput>(layout, balance,
+                                              RowWriter({headOf(*table, mode), table->lineEnd},
+                                                        inputs, memoryBytes / kFetchShare, output));
     if (mode.hierarchy) {
         flow.readLevel = [layout](const Byte* record) -> LevelReading {
             return {layout.levelOf(record), ""};

@@ -10,7 +10,7 @@
 //                        u32  its length
 //
 // Rows are carried where even the longest is short; else a record has the row's place alone, and
-// the row is fetched when the result is written (tools/formats/csv/csv_output.h).
+// the row is fetched when the result is written (tools/formats/row_writer.h).
 
 #pragma once
 
@@ -25,6 +25,7 @@
 #include "tools/formats/csv/column_field.h"
 #include "tools/formats/csv/csv_rows.h"
 #include "tools/formats/record_field.h"
+#include "tools/formats/row_place.h"
 
 namespace tvsort::tools {
 
@@ -39,11 +40,6 @@ struct LevelColumn {
     std::size_t columnIndex;
     std::string name;
     ColumnField field;  // int32
-};
-
-struct RowPlace {
-    std::uint64_t offset;
-    std::uint32_t byteCount;
 };
 
 class CsvRecord {

@@ -24,13 +24,12 @@
 #include "protocol/bytes.h"
 #include "tools/files/input_file.h"
 #include "tools/files/input_window.h"
+#include "tools/formats/row_field.h"
 
 namespace tvsort::tools {
 
-struct CsvField {
-    std::string_view text;  // without its quotes
-    bool isNull;            // empty and without quotes
-};
+// Its text is without its quotes; it is null when it is empty and without quotes.
+using CsvField = RowField;
 
 struct CsvRow {
     std::string_view bytes;   // as they stand in the file, with the line end if there is one

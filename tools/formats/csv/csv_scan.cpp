@@ -72,13 +72,15 @@ bool CsvTableRows::next(CsvRow& row) {
         const bool isHeader = table_.hasHeader && !headerRead_;
         headerRead_ = true;
         if (isHeader) continue;
-        if (row.problem.empty() && rows_.fields().size() == table_.columnCount) return true;
+        const bool isRight = table_.isRagged || rows_.fields().size() == table_.columnCount;
+        if (row.problem.empty() && isRight) return true;
         if (errors_ == nullptr) continue;
         if (row.problem.empty()) {
             row.problem = fmt::format("has {} fields where the first row has {}",
                                       rows_.fields().size(), table_.columnCount);
         }
         errors_->take(fmt::format("{}: the row {}", nameOf(row), row.problem));
+        if (errors_->keepsRows()) return true;
     }
     return false;
 }

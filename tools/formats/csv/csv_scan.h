@@ -20,6 +20,7 @@ struct CsvTable {
     std::size_t rowBytesMax = 0;     // of a row that can be read
     std::vector<std::string> names;  // none without a header
     std::size_t columnCount = 0;
+    bool isRagged = false;       // rows may have other numbers of fields
     std::string mark;            // the first input's byte order mark, if it has one
     std::string header;          // the first input's header row, with a line end
     std::string lineEnd = "\n";  // of the first row that has one
@@ -28,7 +29,8 @@ struct CsvTable {
 // Gives the rows of one input, the header and malformed rows left out.
 class CsvTableRows {
   public:
-    // `errors` takes malformed rows; null: they are passed over in silence.
+    // `errors` takes malformed rows, which are given, with their problem, where they are kept;
+    // null: they are passed over in silence.
     CsvTableRows(InputFile& input, const CsvTable& table, RowErrors* errors);
 
     bool next(CsvRow& row);

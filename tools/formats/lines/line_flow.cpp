@@ -8,8 +8,10 @@
 
 #include "host/host_error.h"
 #include "tools/formats/lines/line_input.h"
+#include "tools/formats/lines/line_keyed.h"
 #include "tools/formats/lines/line_record.h"
 #include "tools/formats/text_balance.h"
+#include "tools/options/key_text.h"
 
 namespace tvsort::tools {
 
@@ -76,7 +78,30 @@ LevelReader indentationReader(const std::string& indent) {
     };
 }
 
+// Of the memory, for a value that is read in one piece, and for lines on their way out.
+constexpr std::uint64_t kTextShare = 4;
+
 }  // namespace
+
+OrderedFlow lineOrderedFlow(const RecordOptions& options, std::vector<InputFile>& inputs,
+                            std::uint64_t memoryBytes, RowErrors& errors, OutputFile& output) {
+    LineKeyedInput::Form form;
+    form.lineEnd = options.zeroTerminated ? '\0' : '\n';
+    form.nullWord = options.nullWord;
+    form.valueBytesMax = memoryBytes / kTextShare;
+    for (const std::string& text : options.keys) {
+        const KeyText key = parseKey(text, host::ValuePlace::kColumn, options.isReversed);
+        form.columns.push_back({0, key.column, key.ordered.value()});
+    }
+    if (options.keys.empty()) form.columns.push_back({0, "", *lineKey(options).ordered});
+    OrderedFlow flow;
+    const std::string lineEnd(1, form.lineEnd);
+    flow.input = std::make_unique<LineKeyedInput>(std::move(form), inputs, errors);
+    flow.writer = std::make_unique<RowWriter>(RowWriter::Form{"", lineEnd, true}, inputs,
+                                              memoryBytes / kTextShare, output);
+    flow.lineEnd = lineEnd;
+    return flow;
+}
 
 RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs,
                        OutputFile& output) {

@@ -128,12 +128,12 @@ ValueLineExtent measureValueLines(const KeyText& type, InputFile& input) {
     return extent;
 }
 
-RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
+RecordFlow valueLineRecords(const RecordOptions& options, const ModeOptions& mode,
                             std::vector<InputFile>& inputs, OutputFile& output) {
     if (mode.hierarchy) {
         throw host::badUse("--hierarchy orders lines by their text; leave --as out");
     }
-    const KeyText type = parseKey(as, host::ValuePlace::kLine);
+    const KeyText type = lineKey(options);
     ValueLineExtent extent;
     extent.valueBytesMax = type.format.valueBytes;
     for (InputFile& input : inputs) {

@@ -82,8 +82,8 @@ class ValueLineSource : public Operand {
 // bad use, with the input's name and its number.
 ValueLineExtent measureValueLines(const KeyText& type, InputFile& input);
 
-// The lines of the inputs, ordered as the text of `--as` says. Inputs as for `lineRecords`.
-RecordFlow valueLineRecords(const std::string& as, const ModeOptions& mode,
+// The lines of the inputs, ordered as `--as` says. Inputs as for `lineRecords`.
+RecordFlow valueLineRecords(const RecordOptions& options, const ModeOptions& mode,
                             std::vector<InputFile>& inputs, OutputFile& output);
 
 }  // namespace tvsort::tools

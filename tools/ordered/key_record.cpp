@@ -1,0 +1,81 @@
+#include "tools/ordered/key_record.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace tvsort::tools {
+
+namespace {
+
+constexpr std::size_t kRunBytes = 5;
+constexpr std::size_t kPlaceBytes = 6;
+constexpr std::size_t kLengthBytes = 4;
+constexpr std::uint64_t kGoesOnBit = std::uint64_t{1} << 47;
+constexpr std::uint64_t kNullBit = std::uint64_t{1} << 46;
+
+void storeBig(Byte* target, std::uint64_t number, std::size_t byteCount) {
+    for (std::size_t i = byteCount; i-- > 0; number >>= 8)
+        target[i] = static_cast<Byte>(number);
+}
+
+std::uint64_t loadBig(const Byte* source, std::size_t byteCount) {
+    std::uint64_t number = 0;
+    for (std::size_t i = 0; i < byteCount; ++i)
+        number = number << 8 | source[i];
+    return number;
+}
+
+}  // namespace
+
+KeyRecord::KeyRecord(const Form& form)
+    : form_(form),
+      placeOffset_((form.hasRuns ? kRunBytes : 0) + form.keyBytes),
+      textOffset_(placeOffset_ + kPlaceBytes + kLengthBytes),
+      length_(textOffset_ + form.carriedBytes) {}
+
+host::RequestBuilder KeyRecord::request() const {
+    host::RequestBuilder request;
+    request.addKey(host::ascendingKey(DataType::kBytes, 0,
+                                      static_cast<std::uint16_t>(placeOffset_ + kPlaceBytes)));
+    return request;
+}
+
+std::vector<RecordField> KeyRecord::fields(const std::string& keysInWords) const {
+    std::vector<RecordField> fields = {
+        {0, placeOffset_ + kPlaceBytes,
+         fmt::format("{} bytes of {}; place", form_.keyBytes, keysInWords)},
+        {placeOffset_ + kPlaceBytes, kLengthBytes, "length of the row"}};
+    if (form_.carriedBytes > 0)
+        fields.push_back({textOffset_, form_.carriedBytes, "the row, if it is not longer"});
+    return fields;
+}
+
+void KeyRecord::encode(const RecordRow& row, std::string_view key, Byte* target) const {
+    Byte* const keyBytes = target + placeOffset_ - form_.keyBytes;
+    if (form_.hasRuns) storeBig(target, row.runNumber, kRunBytes);
+    std::fill(std::copy(key.begin(), key.end(), keyBytes), target + placeOffset_, Byte{0});
+    storeBig(target + placeOffset_,
+             row.place.offset | (row.keyGoesOn ? kGoesOnBit : 0) | (row.hasNull ? kNullBit : 0),
+             kPlaceBytes);
+    storeAs(target + placeOffset_ + kPlaceBytes, row.place.byteCount);
+    if (form_.carriedBytes == 0) return;
+    const bool isCarried = row.isHeld && row.place.byteCount <= form_.carriedBytes;
+    const std::string_view text = isCarried ? row.text : std::string_view();
+    std::fill(std::copy(text.begin(), text.end(), target + textOffset_), target + length_, Byte{0});
+}
+
+RecordRow KeyRecord::decode(const Byte* record) const {
+    RecordRow row;
+    if (form_.hasRuns) row.runNumber = loadBig(record, kRunBytes);
+    const std::uint64_t place = loadBig(record + placeOffset_, kPlaceBytes);
+    row.keyGoesOn = (place & kGoesOnBit) != 0;
+    row.hasNull = (place & kNullBit) != 0;
+    row.place = {place & kPlaceMax, loadAs<std::uint32_t>(record + placeOffset_ + kPlaceBytes)};
+    row.isHeld = form_.carriedBytes > 0 && row.place.byteCount <= form_.carriedBytes;
+    if (row.isHeld)
+        row.text = {reinterpret_cast<const char*>(record + textOffset_), row.place.byteCount};
+    return row;
+}
+
+}  // namespace tvsort::tools

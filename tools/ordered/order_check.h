@@ -1,0 +1,35 @@
+// Are rows in the order of their keys already?
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tools/formats/keyed_input.h"
+
+namespace tvsort::tools {
+
+// Follows the rows of an input, each of which is compared with the one before it by their whole
+// keys.
+class OrderCheck {
+  public:
+    explicit OrderCheck(KeyedInput& input) : input_(input) {}
+
+    // Whether the row, the one that the input gave last, may stand behind the one before it.
+    bool mayFollow(const KeyedRow& row);
+    // Of the last two rows: `line 5 of a.csv, "b,1", must not stand behind line 4 of a.csv,
+    // "c,1",`.
+    std::string fault() const;
+
+  private:
+    bool standsBefore(const RowPlace& left, const RowPlace& right);
+
+    KeyedInput& input_;
+    std::optional<RowPlace> before_;
+    std::optional<RowPlace> last_;
+    host::KeyBytes keyBefore_;
+    bool isKeyBeforeWhole_ = false;
+};
+
+}  // namespace tvsort::tools

@@ -1,0 +1,28 @@
+// A sort as the command sees it, whatever its records are.
+
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "tools/formats/record_field.h"
+#include "tools/run/sort_once.h"
+#include "tools/run/sort_stats.h"
+
+namespace tvsort::tools {
+
+class Sorting {
+  public:
+    virtual ~Sorting() = default;
+    // Bytes of the records that the process gets, in the first request.
+    virtual std::uint16_t recordLength() const = 0;
+    virtual std::vector<RecordField> fields() const = 0;
+    // Of the sort's memory, one of so many parts is not the process's; 0: all is.
+    virtual std::uint64_t memoryShare() const = 0;
+    // Reads all inputs and writes the output, with as many requests as that takes.
+    virtual SortStats run(const SortOnce& sortOnce) = 0;
+    // The same without the end of the output.
+    virtual SortStats shape(const SortOnce& sortOnce) = 0;
+};
+
+}  // namespace tvsort::tools
