@@ -17,7 +17,8 @@ namespace tvsort::tools {
 
 class OrderedMerge {
   public:
-    // An input for each of the files that the writer knows, in their order, that reads this one alone.
+    // An input for each of the files that the writer knows, in their order, that reads this one
+    // alone.
     OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer);
 
     // Throws bad use that names the first two rows of an input that are not in order.
