@@ -103,6 +103,26 @@ TEST_F(Words, OfChanceMixTheSameWayForTheSameNumber) {
               one.substr(0, one.find('\n', one.find('\n', one.find('\n') + 1) + 1) + 1));
 }
 
+TEST_F(Words, MergeWhatIsInOrderAndNameWhatIsNot) {
+    const std::string text(200000, 'x');
+    write("long", "b\n" + text + "a\n" + text + "c\n");
+    write("other", "a\nb\n" + text + "b\n" + text + "c");
+    for (const std::string options :
+         {"", " --distinct", " --groups=count", " --limit 3", " --intersect"}) {
+        const std::string words = "sort --lines long other" + options;
+        EXPECT_TRUE(run(words + " --merge").output == run(words).output) << options;
+    }
+    write("b.csv", "id,v,v\n0,z,\n1,c,\n");
+    write("c.csv", "id,v,v\n1,b,\n1,a,\n7,,\n");
+    EXPECT_EQ(run("sort -m b.csv c.csv --key id:int").output,
+              "id,v,v\n0,z,\n1,c,\n1,b,\n1,a,\n7,,\n");
+    const Outcome outcome = run("sort -m b.csv a.csv --key id:int -o out.csv");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_THAT(outcome.errors, HasSubstr("and line 4 of a.csv, \"1,b,\", must not stand behind"));
+    EXPECT_FALSE(std::filesystem::exists(folder() / "out.csv"));
+    EXPECT_THAT(run("sort -m --lines --hierarchy lines").errors, HasSubstr("--merge takes lines"));
+}
+
 TEST_F(Words, PackedFilesAreReadAndWritten) {
     std::string lines;
     for (int i = 0; i < 200000; ++i)

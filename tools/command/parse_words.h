@@ -1,5 +1,5 @@
-// What the option parser says, in the command's own words: which option, what was written, and what to
-// write instead.
+// What the option parser says, in the command's own words: which option, what was written, and what
+// to write instead.
 
 #pragma once
 

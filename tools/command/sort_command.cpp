@@ -114,13 +114,23 @@ int checkFiles(const SortOptions& options) {
     return kStatusNotInOrder;
 }
 
+int mergeFiles(const SortOptions& options) {
+    SortSetup setup(options);
+    setup.merge();
+    setup.progress().clear();
+    std::fputs(setup.errors().report().c_str(), stderr);
+    return setup.errors().skippedCount() > 0 ? kStatusSkipped : kStatusSuccess;
+}
+
 void addSortCommand(CLI::App& app, int& exitStatus) {
     const auto options = std::make_shared<SortOptions>();
     CLI::App& command =
         *app.add_subcommand("sort", "Sort files of records, text lines or CSV rows");
     addSortOptions(command, *options);
     command.callback([options, &exitStatus] {
-        exitStatus = options->isChecked ? checkFiles(*options) : sortFile(*options);
+        exitStatus = options->isChecked  ? checkFiles(*options)
+                     : options->isMerged ? mergeFiles(*options)
+                                         : sortFile(*options);
     });
 }
 

@@ -15,6 +15,7 @@
 #include "tools/formats/lines/value_line.h"
 #include "tools/formats/records/fixed_records.h"
 #include "tools/options/key_text.h"
+#include "tools/ordered/ordered_merge.h"
 #include "tools/ordered/ordered_sort.h"
 #include "tools/ordered/shuffled_input.h"
 #include "tools/run/sampling.h"
@@ -138,14 +139,44 @@ void SortSetup::checkWordsOfOrderedKeys() const {
                     word));
 }
 
-std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
+OrderedFlow SortSetup::makeOrderedFlow(std::vector<InputFile>& inputs) {
     const RecordOptions& records = options_.records;
-    const InputKind kind = inputKindOf(records);
-    OrderedFlow flow =
-        kind == InputKind::kRows
-            ? csvOrderedFlow(records, options_.mode, inputs_, options_.memoryBytes, errors_,
-                             output_)
-            : lineOrderedFlow(records, inputs_, options_.memoryBytes, errors_, output_);
+    if (inputKindOf(records) == InputKind::kRows)
+        return csvOrderedFlow(records, options_.mode, inputs, options_.memoryBytes, errors_,
+                              output_);
+    return lineOrderedFlow(records, inputs, options_.memoryBytes, errors_, output_);
+}
+
+std::int64_t SortSetup::merge() {
+    const Operation operation = operationOf(options_.mode);
+    if (!isOrdered() || options_.randomSeed.has_value() || errors_.keepsRows() ||
+        operation == Operation::kUnique) {
+        throw host::badUse(
+            "--merge takes lines and rows by keys of the types that stand first in sort --help; "
+            "leave it out, or leave --hierarchy, --unique, --random and --on-error=last out");
+    }
+    // All inputs together say whether they fit one another.
+    const OrderedFlow flow = makeOrderedFlow(inputs_);
+    std::vector<std::unique_ptr<std::vector<InputFile>>> files;
+    std::vector<std::unique_ptr<KeyedInput>> inputs;
+    for (const InputFile& input : inputs_) {
+        files.push_back(std::make_unique<std::vector<InputFile>>());
+        files.back()->push_back(input.duplicate());
+        files.back()->back().rewind();
+        inputs.push_back(makeOrderedFlow(*files.back()).input);
+    }
+    errors_.restart();
+    RowShaper shaper({options_.mode, inputKindOf(options_.records), flow.delimiter, flow.lineEnd,
+                      tempDirectoryOf(options_)},
+                     *flow.writer);
+    OrderedMerge(std::move(inputs), *flow.writer).run(shaper);
+    output_.finish();
+    return shaper.writtenCount();
+}
+
+std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
+    const InputKind kind = inputKindOf(options_.records);
+    OrderedFlow flow = makeOrderedFlow(inputs_);
     if (options_.randomSeed.has_value())
         flow.input = std::make_unique<ShuffledInput>(std::move(flow.input), *options_.randomSeed);
     const OrderedSort::Setting setting = {
@@ -279,6 +310,9 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
         .add_flag("--stats{text}", options.stats,
                   "Say on standard error what happened; --stats=json for machines")
         ->check(CLI::IsMember({"text", "json"}));
+    command.add_flag("-m,--merge", options.isMerged,
+                     "The inputs are in order already: merge them; the first two rows that are not "
+                     "in order are named, and nothing is written");
     command.add_flag("-c,--check", options.isChecked,
                      "Sort nothing: say whether the rows are in order, with status 0 or 1, and "
                      "name the first two that are not");

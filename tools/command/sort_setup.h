@@ -15,6 +15,7 @@
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
 #include "tools/formats/keyed_input.h"
+#include "tools/formats/ordered_flow.h"
 #include "tools/modes/shaped_sort.h"
 #include "tools/options/mode_options.h"
 #include "tools/options/record_options.h"
@@ -38,6 +39,7 @@ struct SortOptions {
     int processCount = 1;
     std::optional<std::uint64_t> randomSeed;
     bool isChecked = false;  // nothing is sorted
+    bool isMerged = false;   // the inputs are in order already
 };
 
 // Adds the options of a sort.
@@ -65,6 +67,9 @@ class SortSetup {
     // the inputs once more.
     std::optional<host::KeyRanges> keyRanges();
     const StageCost& readCost() const { return readCost_; }
+    // Merges inputs that are in order to the output, without a process; answers how many rows it
+    // wrote.
+    std::int64_t merge();
     // Of inputs that are files, as they are read.
     std::int64_t inputBytes() const;
     const RowErrors& errors() const { return errors_; }
@@ -81,6 +86,7 @@ class SortSetup {
     bool isOrdered() const;
     void checkWordsOfOrderedKeys() const;
     std::unique_ptr<Sorting> makeOrderedSort();
+    OrderedFlow makeOrderedFlow(std::vector<InputFile>& inputs);
     std::unique_ptr<Sorting> makeShapedSort();
     RecordFlow makeFlow();
     RecordFlow makeFlowAgain();

@@ -53,6 +53,13 @@ InputFile::InputFile(const std::string& name)
 InputFile::InputFile(host::FileDescriptor file, std::string displayName)
     : file_(std::move(file)), displayName_(std::move(displayName)) {}
 
+InputFile InputFile::duplicate() const {
+    host::FileDescriptor copy(fcntl(file_.number(), F_DUPFD_CLOEXEC, 0));
+    if (!copy.isOpen())
+        throw host::systemFailure("cannot open the input " + displayName_ + " once more", errno);
+    return {std::move(copy), displayName_};
+}
+
 std::optional<std::int64_t> InputFile::fileBytes() const {
     struct stat status = {};
     if (fstat(file_.number(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;

@@ -25,6 +25,8 @@ class InputFile {
     // Reads from an open file under a name of the caller's choice.
     InputFile(host::FileDescriptor file, std::string displayName);
 
+    // The same open file, with one position for both.
+    InputFile duplicate() const;
     // For messages.
     const std::string& displayName() const { return displayName_; }
     // Bytes of a regular file; nothing for pipes and devices.

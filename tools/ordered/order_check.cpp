@@ -25,29 +25,33 @@ std::string named(const InputPlaces& places, const RowPlace& place) {
 
 }  // namespace
 
-bool OrderCheck::mayFollow(const KeyedRow& row) {
-    bool mayFollow = true;
-    before_ = last_;
-    last_ = row.place;
-    if (before_.has_value()) {
-        const bool areWhole = isKeyBeforeWhole_ && row.isKeyWhole;
-        mayFollow = keyBefore_ == *row.key && !areWhole ? !standsBefore(*last_, *before_)
-                                                        : keyBefore_ <= *row.key;
-    }
-    keyBefore_ = *row.key;
-    isKeyBeforeWhole_ = row.isKeyWhole;
-    return mayFollow;
-}
-
-bool OrderCheck::standsBefore(const RowPlace& left, const RowPlace& right) {
+int compareKeys(const RowOfInput& left, const RowOfInput& right) {
+    const auto order = [](const host::KeyBytes& one, const host::KeyBytes& other) {
+        return one < other ? -1 : one == other ? 0 : 1;
+    };
+    const int held = order(*left.row.key, *right.row.key);
+    const bool areWhole = left.row.isKeyWhole && right.row.isKeyWhole;
+    if (held != 0 || areWhole) return held;
     host::KeyBytes leftPart;
     host::KeyBytes rightPart;
     for (std::uint64_t from = 0;; from += kPieceBytes) {
-        const KeyPart leftRead = input_.keyPart(left, from, kPieceBytes, leftPart);
-        const KeyPart rightRead = input_.keyPart(right, from, kPieceBytes, rightPart);
-        if (leftPart != rightPart) return leftPart < rightPart;
-        if (leftRead.endsKey || rightRead.endsKey) return false;
+        const KeyPart leftRead = left.input.keyPart(left.row.place, from, kPieceBytes, leftPart);
+        const KeyPart rightRead =
+            right.input.keyPart(right.row.place, from, kPieceBytes, rightPart);
+        const int part = order(leftPart, rightPart);
+        if (part != 0 || leftRead.endsKey || rightRead.endsKey) return part;
     }
+}
+
+bool OrderCheck::mayFollow(const KeyedRow& row) {
+    before_ = last_;
+    last_ = row.place;
+    rowBefore_.key = &keyBefore_;
+    const bool mayFollow =
+        !before_.has_value() || compareKeys({input_, rowBefore_}, {input_, row}) <= 0;
+    rowBefore_ = row;
+    keyBefore_ = *row.key;
+    return mayFollow;
 }
 
 std::string OrderCheck::fault() const {

@@ -10,6 +10,13 @@
 
 namespace tvsort::tools {
 
+struct RowOfInput {
+    KeyedInput& input;
+    const KeyedRow& row;
+};
+// By whole keys: below zero where the left one stands before, zero where they are equal.
+int compareKeys(const RowOfInput& left, const RowOfInput& right);
+
 // Follows the rows of an input, each of which is compared with the one before it by their whole
 // keys.
 class OrderCheck {
@@ -23,13 +30,11 @@ class OrderCheck {
     std::string fault() const;
 
   private:
-    bool standsBefore(const RowPlace& left, const RowPlace& right);
-
     KeyedInput& input_;
     std::optional<RowPlace> before_;
     std::optional<RowPlace> last_;
+    KeyedRow rowBefore_ = {};
     host::KeyBytes keyBefore_;
-    bool isKeyBeforeWhole_ = false;
 };
 
 }  // namespace tvsort::tools

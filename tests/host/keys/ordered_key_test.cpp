@@ -3,12 +3,20 @@
 #include "host/keys/ordered_key.h"
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <unicode/ucol.h>
-#include <unicode/ustring.h>
 
+#include <algorithm>
 #include <cmath>
 #include <compare>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <functional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
 
 namespace tvsort::host {
 namespace {
