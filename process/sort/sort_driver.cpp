@@ -117,7 +117,10 @@ void quicksort(SortJob& job, Byte* scratch) {
 }  // namespace
 
 void sortRecords(SortJob& job, Byte* scratch) {
-    if (!sortByEntries(job, scratch) && !sortByBlocks(job, scratch)) quicksort(job, scratch);
+#ifndef TVSORT_QUICKSORT
+    if (sortByEntries(job, scratch) || sortByBlocks(job, scratch)) return;
+#endif
+    quicksort(job, scratch);
 }
 
 void pushRange(SortJob& job, std::int32_t low, std::int32_t high) {
