@@ -62,7 +62,7 @@ TEST_F(Explain, SaysWhereFitAndMethodChange) {
     ASSERT_EQ(run("generate --records 20000 -o records").status, 0);
     std::string csv = "key,text\n";
     for (int i = 0; i < 20000; ++i)
-        csv += std::to_string(i * 7919 % 20000) + "," + std::string(200, 'x') + "\n";
+        csv += std::to_string(i * 7919 % 20000) + "," + std::string(12, 'x') + "\n";
     write("in.csv", csv);
     for (const std::string words :
          {"records --record-length 100 --key bytes:0:10", "in.csv --key key:int"}) {

@@ -21,7 +21,7 @@ constexpr std::size_t kTinyRowBytesMax = 24;
 constexpr std::size_t kShortRowBytesMax = 128;
 constexpr std::size_t kCarriedBytesMax = 512;
 // Inputs of so many times the memory are read too often when rows are fetched.
-constexpr std::uint64_t kFetchedMemoriesMax = 16;
+constexpr std::uint64_t kFetchedMemoriesMax = 4;
 // One of so many neighbours may stay alike, and one of so many rows be too long to travel.
 constexpr std::size_t kRareShare = 64;
 

@@ -7,6 +7,9 @@
 // A row travels with its record where that was measured to pay: where it is about as short as what
 // tells its place; or where fetching it at the end would mean to read the inputs over and over,
 // because they are large beside the memory for that, or do not stay in the memory of the machine.
+// Who grants a fifth of the data leaves the page cache not much more, as a rule: 400 MB of lines of
+// 100 bytes through 50 MB, in a memory group of 300 MB, moved 28 bytes for each one when they were
+// fetched.
 // Rows of 54 bytes, 4 million of them, through 64 MB: 3.8 s left behind, 4.4 s carried; lines of 9
 // bytes through 4 MB: 3.6 s and 1.7 s.
 
