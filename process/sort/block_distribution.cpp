@@ -24,13 +24,14 @@ constexpr std::uint32_t kDepthMax = 3;
 // Records of the sample for each range, at least.
 constexpr std::uint32_t kSampledPerRange = 16;
 constexpr std::int32_t kSampledBlocksMin = 32;
-// What is read and written at a time, where there is room.
 constexpr std::int32_t kWorkingFramesMin = 32;
 // What is laid out for a data set that stays in its frames.
 constexpr std::size_t kOwnFramesBytes = std::size_t{12} << 20;
+// What is read and written at a time, where there is room.
 constexpr std::uint32_t kChunkBytes = std::uint32_t{1} << 20;
 
-// A range: full blocks in the file, and the other records in a buffer.
+// A range: full blocks in places, and the other records in a buffer, which has room for a block's
+// and is stored as soon as it is full.
 struct Range {
     Byte* buffer;            // of one block; nullptr until the first record comes
     std::uint32_t inBuffer;  // records
@@ -44,6 +45,7 @@ Range ranges[kRangeNumbersMax];
 std::int32_t regions[kRangeNumbersMax];  // by range: the place where it will begin
 std::uint16_t freeNumbers[kRangeNumbersMax];
 std::uint16_t waiting[kRangeNumbersMax];  // the first range of the order is the last one here
+// Buffers are made for ranges that are to be opened, so there are not more than numbers.
 Byte* freeBuffers[kRangeNumbersMax];
 std::int32_t listedPlaces[kPlacesMax];  // of a range's blocks, by their numbers
 alignas(64) Byte ownFrames[kOwnFramesBytes];
@@ -303,6 +305,7 @@ bool distributeFrames(Distribution& work, const std::uint16_t* numbers) {
         // The last record may fill the buffer that takes its place: all others may be full and
         // stored. It has been copied by then.
         map.setFree(b);
+        markDirty(job, b);
         if (!distributeRecords(work, last, 1, numbers)) return false;
     }
     return true;
@@ -401,8 +404,8 @@ bool appendRange(Distribution& work, std::uint16_t number) {
 bool appendOrdered(Distribution& work, const RecordArray& records, const EntryArea& area) {
     constexpr std::uint32_t kReadAhead = 8;
     const auto recordOf = [&](std::uint32_t place) {
-        const std::uint32_t index = area.entries[std::min(place, area.count - 1)].index;
-        return records.at(std::min(index, area.count - 1));
+        const Entry& entry = area.entries[std::min(place, area.count - 1)];
+        return records.at(boundedIndex(entry, area.count));
     };
     meetNext(work, recordOf(0));
     if (work.gaveUp) return appendAll(work, records);
@@ -420,7 +423,7 @@ bool finishRange(Distribution& work, std::uint16_t number) {
     const Range& range = ranges[number];
     const std::uint32_t count = recordsOf(job, range);
     map.listBlocks(number, range.blocks, listedPlaces);
-    if (!takeBlocks(work.store, listedPlaces + 0, range.blocks, work.frame(0))) return false;
+    if (!takeBlocks(work.store, listedPlaces, range.blocks, work.frame(0))) return false;
     const auto blocks = static_cast<std::int32_t>(range.blocks);
     if (range.inBuffer > 0)
         std::memcpy(work.frame(blocks), range.buffer,
@@ -471,7 +474,7 @@ bool distributeRange(Distribution& work, std::uint16_t number) {
     SortJob& job = work.job;
     const Range range = ranges[number];
     const std::int32_t region = regions[number];
-    const std::uint32_t parts = partsOf(work, range);
+    std::uint32_t parts = partsOf(work, range);
     if (parts < 2) {
         work.gaveUp = true;
         return appendRange(work, number);
@@ -479,6 +482,8 @@ bool distributeRange(Distribution& work, std::uint16_t number) {
     map.listBlocks(number, range.blocks, listedPlaces);
     const RecordArray sample = sampleRange(work, range);
     if (sample.count == 0) return false;
+    // More would be of the same keys.
+    parts = std::min(parts, std::max(sample.count, 2U));
     chooseSplitters(normalizedKey, sample, parts, work.frame(work.layout.copiesAt), splitters);
     std::uint16_t numbers[kSplitRangesMax];
     openRanges(work, range.depth + 1, sample.count, region, static_cast<std::int32_t>(range.blocks),
@@ -523,11 +528,13 @@ bool writeRanges(Distribution& work) {
 
 // --- Before anything moves ------------------------------------------------------------------
 
-bool haveDoubts(const RecordArray& records) {
+bool haveDoubts(SortJob& job, const RecordArray& records) {
     if (normalizedKey.checkCount == 0) return false;
     Doubts doubts = kNoDoubts;
-    visitRecords(records, 0, records.count,
-                 [&](const Byte* record) { doubts |= doubtsAbout(normalizedKey, record); });
+    visitRecords(records, 0, records.count, [&](const Byte* record) {
+        watchServer(job, records.recordLength);
+        doubts |= doubtsAbout(normalizedKey, record);
+    });
     return doubts != kNoDoubts;
 }
 
@@ -542,6 +549,7 @@ bool goOnInOrder(Distribution& work, const RecordArray& records) {
     bool inOrder = true;
     for (std::uint32_t i = 0; i < records.count && inOrder; ++i) {
         const Byte* const record = records.at(i);
+        watchServer(work.job, records.recordLength);
         inOrder =
             doubtsAbout(normalizedKey, record) == kNoDoubts && areInOrder(work, before, record);
         before = record;
@@ -635,7 +643,10 @@ bool sortBlocks(Distribution& work) {
     SortJob& job = work.job;
     RecordArray sample = sampleData(work);
     if (failed(job)) return false;
-    if (haveDoubts(sample)) return writeBack(work) && false;
+    if (haveDoubts(job, sample)) {
+        writeBack(work);
+        return false;
+    }
     if (sampleAscends(work, sample)) {
         if (isInOrder(work)) return writeBack(work);
         if (!failed(job)) sample = sampleData(work);
@@ -645,7 +656,10 @@ bool sortBlocks(Distribution& work) {
         sample.count / kSampledPerRange, 2U, static_cast<std::uint32_t>(work.layout.rangesWanted));
     chooseSplitters(normalizedKey, sample, rangesWanted, work.frame(work.layout.copiesAt),
                     splitters);
-    if (hasOtherOrders(work, sample)) return writeBack(work) && false;
+    if (hasOtherOrders(work, sample)) {
+        writeBack(work);
+        return false;
+    }
     releaseAll(work);
     std::uint16_t numbers[kSplitRangesMax];
     openRanges(work, 0, sample.count, 0, blocksOf(job), numbers);
@@ -666,7 +680,7 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
     // In memory nothing moves that the quicksort may have to sort.
     if (inMemory && (normalizedKey.isUnique() || normalizedKey.hasTolerantFloats)) return false;
     const Layout layout = planLayout(job, frames);
-    if (!twoRoundsAreEnough(job, layout) || haveDoubts(dataInFrames(job))) return false;
+    if (!twoRoundsAreEnough(job, layout) || haveDoubts(job, dataInFrames(job))) return false;
     Byte* const base = inMemory ? ownFrames : job.frameArea;
     const auto frameAt = [&](std::int32_t frame) {
         return base + static_cast<std::size_t>(frame) * frameBytes(job);
@@ -687,12 +701,7 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
         scratch,
         false,
         false};
-    if (inMemory) {
-        const bool sorted = sortBlocks(work);
-        for (std::int32_t frame = 0; frame < job.fileBlocks; ++frame)
-            markDirty(job, frame);
-        return sorted;
-    }
+    if (inMemory) return sortBlocks(work) || failed(job);
     const std::int32_t others = frames - layout.copiesAt;
     const bool sorted =
         writeBlocks(job, work.frame(layout.copiesAt), layout.copiesAt + 1, others) &&

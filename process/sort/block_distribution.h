@@ -13,8 +13,8 @@
 //                                         moves to where its own range will be, or behind
 //
 // The ranges are cut by a sample (sort/splitters.h) so that each fits into the frames with its
-// entries, and half as much again. One that does not is distributed once more, by a sample of its
-// own. One of equal records needs no order.
+// entries, and one of twice its share, too. One that does not is distributed once more, by a sample
+// of its own. One of equal records needs no order.
 //
 // There is always a free place: those of the blocks that the request brought in the frames are free
 // from the start, and every other becomes free when its block is read, before any of its records
@@ -44,9 +44,9 @@ inline constexpr std::int32_t kDistributionFramesMin = 64;
 inline constexpr std::int32_t kDistributionRecordsMin = 10000;
 
 // Sorts the data set, if it has one order only; `scratch` has kRecordBufferBytes. True when it is
-// sorted or the pool's codes 1402 and 1403 were raised. What fits the frames is in them then, all
-// of them dirty; anything else is in the work file, and the pool holds no block. False leaves the
-// data set to the quicksort.
+// sorted or the pool's codes 1402, 1403 and 1409 were raised. What fits the frames is in them then,
+// all of them dirty if any record has moved; anything else is in the work file, and the pool holds
+// no block. False leaves the data set to the quicksort.
 bool sortByBlocks(SortJob& job, Byte* scratch);
 
 }  // namespace tvsort

@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "protocol/bytes.h"
@@ -21,6 +22,13 @@ struct Entry {
     void setDigits(std::uint64_t digits) { storeAs(digitBytes, digits); }
 };
 static_assert(sizeof(Entry) == 12);
+
+// The number of an entry that stands in the slot, as an index below `count`: loaded once, so that
+// what has been bounded is what is used.
+inline std::uint32_t boundedIndex(const Entry& entry, std::uint32_t count) {
+    const auto index = loadOnce<std::uint32_t>(reinterpret_cast<const Byte*>(&entry.index));
+    return std::min(index, count - 1);
+}
 
 inline Entry makeEntry(std::uint64_t digits, std::uint32_t index) {
     Entry entry;

@@ -45,9 +45,8 @@ struct Ordering {
     std::uint32_t waitingCount;
     bool sameDigits;
 
-    // The slot's word for the number of an entry is bounded.
     const Byte* recordOf(const Entry& entry) const {
-        return records.at(std::min(entry.index, area.count - 1));
+        return records.at(boundedIndex(entry, area.count));
     }
 };
 

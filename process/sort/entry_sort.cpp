@@ -113,7 +113,7 @@ bool isOnlyOrder(SortJob& job, const NormalizedKey& key, const RecordArray& reco
     const bool digitsTell = !key.isUnique() && firstDigits && windowShowsFloats(key);
     const Entry* const entries = area.entries;
     const auto recordOf = [&](std::uint32_t place) {
-        return records.at(std::min(entries[place].index, area.count - 1));
+        return records.at(boundedIndex(entries[place], area.count));
     };
     const auto areApart = [&](std::uint32_t place) {
         return entries[place].digits() - entries[place - 1].digits() > kAlikeFloatsMax;

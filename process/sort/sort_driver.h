@@ -4,8 +4,8 @@
 //
 //     by entries   when the frames have room for entries or a copy behind the data set, there are
 //                  at least 200 records and they have one order only (sort/entry_sort.h)
-//     by blocks    when it is larger than the frames, these are 64 or more, and there are at least
-//                  10000 records, with one order only (sort/block_distribution.h)
+//     by blocks    when there is no such room, there are at least 10000 records, with one order
+//                  only, and 64 frames for what is larger than these (sort/block_distribution.h)
 //     quicksort    otherwise: an explicit stack of pending ranges of record numbers; each is
 //                  partitioned around a copied pivot (sort/partition.h) until it lies in one block
 //                  and is short enough for insertion or entries of its own (sort/short_range.h). It

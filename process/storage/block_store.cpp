@@ -12,7 +12,10 @@ std::int32_t putBlock(BlockStore& store, const StoredBlock& block, const Byte* s
     std::int32_t place = -1;
     if (store.filePlaces > 0) place = store.map.findFree(store.filePlaces);
     if (place < store.filePlaces) place = store.map.findFree(from);
-    if (place < 0) return -1;
+    if (place < 0) {
+        raise(store.job, ErrorCode::kNoFreeFrame);
+        return -1;
+    }
     if (store.isFrame(place)) {
         std::memcpy(store.frameOf(place), source, frameBytes(store.job));
     } else if (!writeBlocks(store.job, source, place + 1, 1)) {

@@ -25,7 +25,7 @@ struct BlockStore {
 };
 
 // Puts a block to a frame, or to the first free place of the file from `from` on, or to the last
-// one before it. Answers the place; -1 with 1403, or where there is no free place.
+// one before it. Answers the place; -1 with 1403, or with 1409 where there is no free place.
 std::int32_t putBlock(BlockStore& store, const StoredBlock& block, const Byte* source,
                       std::int32_t from);
 

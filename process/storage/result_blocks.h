@@ -33,7 +33,8 @@ struct ResultBlocks {
 
 inline constexpr std::uint32_t kNoRange = kRangeNumbersMax;
 
-// Writes the chunk. The last one may end with a block that is not full. False with 1402 or 1403.
+// Writes the chunk. The last one may end with a block that is not full. False with 1402, 1403 or
+// 1409.
 bool writeChunk(ResultBlocks& result);
 
 // Appends `count` records: those that `next()` answers one after the other.

@@ -61,6 +61,8 @@ class World {
         return {answer.errorCode(), distributed, good ? served_.result(answer) : Records()};
     }
 
+    bool isDirty() { return served_.job().pageDescriptors[0].dirty != 0; }
+
     // Whether `left` stands before `right` by the request's keys.
     bool precedes(const Bytes& left, const Bytes& right) {
         SortJob& job = served_.job();
@@ -197,6 +199,17 @@ struct Size {
     std::int32_t frames;
     double movesMax;  // bytes for each byte of the data set; two of them lay and fetch it
 };
+
+TEST(BlockDistribution, FramesAreDirtyOnlyWhereRecordsHaveMoved) {
+    const auto isDirtyAfter = [](const Shape& shape) {
+        const Demand demand = demandOf(shape, 700, 700);
+        World world(demand);
+        EXPECT_TRUE(world.serve().distributed);
+        return world.isDirty();
+    };
+    EXPECT_FALSE(isDirtyAfter(kShapes[0]));
+    EXPECT_TRUE(isDirtyAfter(kShapes[1]));
+}
 
 // Many records that are equal in all keys are no reason to sort in another way.
 TEST(BlockDistribution, EqualRecordsAreDistributedWhereOthersHaveToBeUnique) {
