@@ -9,29 +9,14 @@
 #include <type_traits>
 
 #include "host/keys/trimmed_type.h"
-#include "host/values/value_text.h"
+#include "host/values/number_text.h"
 
 namespace tvsort::host {
 
 namespace {
 
-constexpr char kWriteNumber[] = "write it as a number and nothing else";
-
 bool isDigit(char character) {
     return character >= '0' && character <= '9';
-}
-
-template <typename Number>
-Number parseNumber(std::string_view text, const char* wanted) {
-    std::string_view digits = text;
-    if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
-    Number number = {};
-    const char* const end = digits.data() + digits.size();
-    const auto [stop, status] = std::from_chars(digits.data(), end, number);
-    if (status == std::errc::result_out_of_range)
-        throw badValue(text, wanted, "it is out of range");
-    if (status != std::errc() || stop != end) throw badValue(text, wanted, kWriteNumber);
-    return number;
 }
 
 template <typename Number>

@@ -1,10 +1,10 @@
 #include "host/values/value_text.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "host/values/decimal_text.h"
 #include "host/values/geometry_text.h"
+#include "host/values/number_text.h"
 #include "host/values/ucs2_text.h"
 
 namespace tvsort::host {
@@ -14,17 +14,8 @@ namespace {
 constexpr std::size_t kShownBytesMax = 60;
 
 template <typename Number>
-void appendNumber(std::string_view text, const std::string& wanted, std::vector<Byte>& target) {
-    std::string_view digits = text;
-    if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
-    Number number = {};
-    const char* const end = digits.data() + digits.size();
-    const auto [stop, status] = std::from_chars(digits.data(), end, number);
-    if (status == std::errc::result_out_of_range)
-        throw badValue(text, wanted, "it is out of range");
-    if (status != std::errc() || stop != end) {
-        throw badValue(text, wanted, "write it as a number and nothing else");
-    }
+void appendNumber(std::string_view text, const char* wanted, std::vector<Byte>& target) {
+    const auto number = parseNumber<Number>(text, wanted);
     const auto* const first = reinterpret_cast<const Byte*>(&number);
     target.insert(target.end(), first, first + sizeof number);
 }

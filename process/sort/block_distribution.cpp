@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "process/sort/block_plan.h"
 #include "process/sort/entry_sort.h"
 #include "process/sort/own_entries.h"
 #include "process/sort/splitters.h"
@@ -17,18 +18,13 @@ namespace tvsort {
 
 namespace {
 
-// Records of a range that the second cache holds, mostly.
-constexpr std::int32_t kCachedRecords = 8192;
 // So often a range may be distributed once more.
 constexpr std::uint32_t kDepthMax = 3;
 // Records of the sample for each range, at least.
 constexpr std::uint32_t kSampledPerRange = 16;
 constexpr std::int32_t kSampledBlocksMin = 32;
-constexpr std::int32_t kWorkingFramesMin = 32;
 // What is laid out for a data set that stays in its frames.
 constexpr std::size_t kOwnFramesBytes = std::size_t{12} << 20;
-// What is read and written at a time, where there is room.
-constexpr std::uint32_t kChunkBytes = std::uint32_t{1} << 20;
 
 // A range: full blocks in places, and the other records in a buffer, which has room for a block's
 // and is stored as soon as it is full.
@@ -52,19 +48,6 @@ alignas(64) Byte ownFrames[kOwnFramesBytes];
 Splitters splitters;
 NormalizedKey normalizedKey;
 
-// The frames, from 0 on: working frames for blocks that are read, and for a range with its entries;
-// frames for blocks that spare the file; copies of the splitters; the ranges' buffers; a chunk of
-// the result, and as many blocks that are in its way. The sample stands first where buffers and
-// chunks will be.
-struct Layout {
-    std::int32_t rangesWanted;
-    std::int32_t working;    // frames
-    std::int32_t copiesAt;   // before, all frames hold the data set's first blocks
-    std::int32_t buffersAt;  // one for each range
-    std::int32_t chunksAt;   // two
-    std::int32_t chunk;      // frames of one
-};
-
 struct Distribution {
     SortJob& job;
     Byte* base;  // of the frames that are laid out
@@ -86,72 +69,13 @@ struct Distribution {
     bool isInMemory() const { return base != job.frameArea; }
 };
 
-// --- The plan ---------------------------------------------------------------------------------
-
-std::int32_t blocksOf(const SortJob& job) {
-    return static_cast<std::int32_t>((std::int64_t{job.recordCount} + job.recordsPerBlock - 1) /
-                                     job.recordsPerBlock);
-}
-
-std::int32_t framesFor(const SortJob& job, std::int64_t bytes) {
-    const std::int64_t frame = frameBytes(job);
-    return static_cast<std::int32_t>((bytes + frame - 1) / frame);
-}
-
-// Frames that a range of `blocks` full blocks takes, with one that is not full and the entries.
-std::int64_t framesOfRange(const SortJob& job, std::int64_t blocks) {
-    const std::int64_t entryBytes = (blocks + 1) * job.recordsPerBlock * kEntriesBytes;
-    return blocks + 1 + (entryBytes + frameBytes(job) - 1) / frameBytes(job);
-}
-
-// The layout for so many ranges, with working frames for one of three times its share.
-Layout layoutFor(const SortJob& job, std::int32_t frames, std::int32_t rangesWanted) {
-    const std::int32_t copies = framesFor(job, std::int64_t{rangesWanted - 1} * job.recordLength);
-    const auto chunkMax = static_cast<std::int32_t>(std::max(kChunkBytes / frameBytes(job), 2U));
-    const std::int32_t chunk = std::clamp(frames / 16, 2, chunkMax);
-    const std::int32_t chunksAt = frames - 2 * chunk;
-    const std::int32_t buffersAt = chunksAt - rangesWanted;
-    const std::int32_t copiesAt = buffersAt - copies;
-    const std::int64_t wanted = framesOfRange(job, 3 * std::int64_t{blocksOf(job) / rangesWanted});
-    const std::int64_t working =
-        std::min(std::max(wanted, std::int64_t{kWorkingFramesMin}), std::int64_t{copiesAt});
-    return {rangesWanted, static_cast<std::int32_t>(working), copiesAt, buffersAt, chunksAt, chunk};
-}
+// --- The sample ---------------------------------------------------------------------------------
 
 // Records of a sample that fit into `frames` frames.
 std::uint32_t sampleRoom(const SortJob& job, std::int32_t frames) {
     const std::int64_t records = std::int64_t{frames} * frameBytes(job) / job.recordLength;
     return static_cast<std::uint32_t>(std::min(records, std::int64_t{kOwnEntriesMax}));
 }
-
-// Chooses as many ranges as it takes for two of them to fit, and for each to fit a cache. Where the
-// frames are too few for that there are as many as they allow, and ranges are distributed again.
-Layout planLayout(const SortJob& job, std::int32_t frames) {
-    const std::int32_t blocks = blocksOf(job);
-    const std::int32_t most = std::min(frames * 3 / 8, std::int32_t{kSplitRangesMax});
-    const std::int32_t forCache = std::min(job.recordCount / kCachedRecords, most);
-    Layout layout = layoutFor(job, frames, std::max(forCache, 2));
-    while (layout.rangesWanted < most) {
-        const std::int64_t share = blocks / layout.rangesWanted;
-        if (framesOfRange(job, 2 * share) <= layout.copiesAt) break;
-        layout = layoutFor(job, frames, layout.rangesWanted + 1);
-    }
-    return layout;
-}
-
-// Whether the ranges of the layout fit, or fit when they have been distributed once more. Three
-// rounds would cost what the quicksort does.
-bool twoRoundsAreEnough(const SortJob& job, const Layout& layout) {
-    const std::int64_t share = blocksOf(job) / layout.rangesWanted;
-    return framesOfRange(job, 2 * share) <= 4 * std::int64_t{layout.copiesAt};
-}
-
-bool isWorthIt(const SortJob& job, std::int32_t frames) {
-    return frames >= kDistributionFramesMin && job.recordCount >= kDistributionRecordsMin &&
-           blocksOf(job) <= kPlacesMax - frames;
-}
-
-// --- The sample ---------------------------------------------------------------------------------
 
 // Numbers without a pattern that data could have, too; those of rand() belong to the pivots.
 std::uint32_t scatter(std::uint32_t number) {
@@ -286,10 +210,6 @@ void awaitRanges(Distribution& work, std::int32_t region, const std::uint16_t* n
 }
 
 // --- The first pass ---------------------------------------------------------------------------
-
-std::uint32_t inLastBlock(const SortJob& job) {
-    return (static_cast<std::uint32_t>(job.recordCount) - 1) % job.recordsPerBlock + 1;
-}
 
 // Distributes the records of a data set that stays in its frames: they are the places.
 bool distributeFrames(Distribution& work, const std::uint16_t* numbers) {
