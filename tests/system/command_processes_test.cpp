@@ -73,13 +73,11 @@ TEST_F(Processes, GiveWhatOneGives) {
 
 TEST_F(Processes, SayWhatCannotBeSplit) {
     const char* const cases[][2] = {
-        {"in.csv few.csv --key key:int --intersect",
-         "--processes does not go with --intersect; it goes with a plain sort, --distinct"},
         {"--lines lines --hierarchy", "--processes does not go with --hierarchy"},
         {"in.csv --key key:double-tolerant", "the keys hold floating-point values; leave it out"},
         {"in.csv --key word:ucs2 --collation fr", "the keys are ordered by a collation"},
         {"none.csv --key word:wkt", "the keys hold geometries"},
-        {"in.csv --key key:int --memory 40K --block-pages 1", "needs memory for at least 5 blocks"},
+        {"in.csv --key key:ucs2 --memory 40K --block-pages 1", "needs memory for at least 5 blocks"},
         {"in.csv few.csv --key number:int --unique",
          "line 3 of in.csv and line 2 of few.csv have equal keys"},
         {"in.csv --key word:int", "in.csv, line 2, column word"},

@@ -28,7 +28,7 @@ host::ServerOptions serverOptions(SortSetup& setup) {
     server.processPath = findProcess(options.process);
     server.memoryPages = setup.memoryPlan().pages;
     server.pagesPerBlock = setup.memoryPlan().blockPages;
-    server.slotCount = options.processCount;
+    server.slotCount = setup.processCount();
     server.tempDirectory = tempDirectoryOf(options);
     if (options.timeoutSeconds.has_value()) {
         server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};
@@ -62,7 +62,10 @@ int sortFile(const SortOptions& options) {
         putCollationInForce(options.collation, setup.userRequest(), processOptions);
     host::SortServer server(processOptions);
     const std::optional<host::KeyRanges> ranges = setup.keyRanges();
-    SlotSort slots(server, static_cast<std::size_t>(options.processCount), setup.progress());
+    const auto slotCount = static_cast<std::size_t>(setup.processCount());
+    std::vector<SlotSort> slots;
+    for (std::size_t i = 0; i < slotCount; ++i)
+        slots.emplace_back(server, i, slotCount - i, setup.progress());
     SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& source,
                                            const host::RecordSink& sink) {
         if (ranges.has_value()) {
@@ -72,7 +75,7 @@ int sortFile(const SortOptions& options) {
                 return ranges->partOf(record + keysOffset);
             };
         }
-        return slots.sort(request, source, sink);
+        return slots[request.slotIndex].sort(request, source, sink);
     });
     StageClock finishing;
     setup.output().finish();
@@ -89,7 +92,7 @@ int sortFile(const SortOptions& options) {
 // The words for the first row out of order; empty where there is none.
 std::string disorderIn(const SortOptions& options) {
     SortSetup setup(options);
-    KeyedInput* const input = setup.orderedInput();
+    const KeyedInput* const input = setup.orderedInput();
     if (input == nullptr) {
         if (options.inputs.size() > 1)
             throw host::badUse("--check takes one input where the process compares the keys");
@@ -98,9 +101,10 @@ std::string disorderIn(const SortOptions& options) {
         return fmt::format("record {} of {} must not stand behind the one before it",
                            report.firstMisplaced, options.inputs[0]);
     }
-    OrderCheck check(*input);
+    RowStream rows(*input, setup.errors());
+    OrderCheck check(rows);
     setup.progress().begin("checking");
-    for (KeyedRow row; input->next(row); setup.progress().advance(1)) {
+    for (KeyedRow row; rows.next(row); setup.progress().advance(1)) {
         throwIfInterrupted();
         if (!check.mayFollow(row)) return check.fault();
     }

@@ -38,7 +38,7 @@ std::vector<InputFile> openInputs(const std::vector<std::string>& names) {
 // Lines must be measured before they are sorted; what is not unique is read again to be named.
 bool isReadTwice(const SortOptions& options) {
     return inputKindOf(options.records) != InputKind::kRecords || !options.mode.unique.empty() ||
-           options.processCount > 1;
+           options.processCount.value_or(1) > 1;
 }
 
 // The conversion of sizes would take a negative number for a very large one.
@@ -83,7 +83,8 @@ SortOptions understood(SortOptions options) {
     recogniseFormat(options.inputs, options.records);
     checkRecordOptions(options.records);
     checkModeOptions(options.mode,
-                     {options.inputs.size(), inputKindOf(options.records), options.processCount});
+                     {options.inputs.size(), inputKindOf(options.records),
+                      options.processCount.value_or(1)});
     checkKeysAreNamed(options);
     return options;
 }
@@ -107,7 +108,10 @@ SortSetup::SortSetup(const SortOptions& options)
     checkWordsOfOrderedKeys();
     sort_ = isOrdered() ? makeOrderedSort() : makeShapedSort();
     readCost_ = clock.lap();
-    memoryPlan_ = planMemory(memoryRequest());
+    processCount_ = options_.processCount.value_or(1);
+    const std::optional<SlotPlan> own = sort_->slotPlan();
+    memoryPlan_ = own.has_value() ? own->memory : planMemory(memoryRequest());
+    if (own.has_value()) processCount_ = own->slotCount;
 }
 
 bool SortSetup::isOrdered() const {
@@ -142,9 +146,8 @@ void SortSetup::checkWordsOfOrderedKeys() const {
 OrderedFlow SortSetup::makeOrderedFlow(std::vector<InputFile>& inputs) {
     const RecordOptions& records = options_.records;
     if (inputKindOf(records) == InputKind::kRows)
-        return csvOrderedFlow(records, options_.mode, inputs, options_.memoryBytes, errors_,
-                              output_);
-    return lineOrderedFlow(records, inputs, options_.memoryBytes, errors_, output_);
+        return csvOrderedFlow(records, options_.mode, inputs, options_.memoryBytes, output_);
+    return lineOrderedFlow(records, inputs, options_.memoryBytes, output_);
 }
 
 std::int64_t SortSetup::merge() {
@@ -169,7 +172,7 @@ std::int64_t SortSetup::merge() {
     RowShaper shaper({options_.mode, inputKindOf(options_.records), flow.delimiter, flow.lineEnd,
                       tempDirectoryOf(options_)},
                      *flow.writer);
-    OrderedMerge(std::move(inputs), *flow.writer).run(shaper);
+    OrderedMerge(std::move(inputs), *flow.writer, errors_).run(shaper);
     output_.finish();
     return shaper.writtenCount();
 }
@@ -179,13 +182,14 @@ std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
     OrderedFlow flow = makeOrderedFlow(inputs_);
     if (options_.randomSeed.has_value())
         flow.input = std::make_unique<ShuffledInput>(std::move(flow.input), *options_.randomSeed);
-    const OrderedSort::Setting setting = {
-        {options_.mode, kind, flow.delimiter, flow.lineEnd, tempDirectoryOf(options_)},
-        options_.memoryBytes,
-        static_cast<std::size_t>(options_.processCount),
-        options_.blockPages};
+    const RowShaper::Form shape = {options_.mode, kind, flow.delimiter, flow.lineEnd,
+                                   tempDirectoryOf(options_)};
+    PlanSetting setting = {options_.memoryBytes, std::nullopt, options_.blockPages};
+    if (options_.processCount.has_value())
+        setting.workerCount = static_cast<std::size_t>(*options_.processCount);
     orderedInput_ = flow.input.get();
-    return std::make_unique<OrderedSort>(std::move(flow.input), setting, std::move(flow.writer));
+    return std::make_unique<OrderedSort>(std::move(flow.input), shape, setting,
+                                         std::move(flow.writer), errors_);
 }
 
 std::unique_ptr<Sorting> SortSetup::makeShapedSort() {
@@ -200,11 +204,11 @@ std::unique_ptr<Sorting> SortSetup::makeShapedSort() {
 
 MemoryRequest SortSetup::memoryRequest() const {
     return {options_.memoryBytes, options_.blockPages, sort_->recordLength(), sort_->memoryShare(),
-            options_.processCount};
+            options_.processCount.value_or(1)};
 }
 
 std::optional<host::KeyRanges> SortSetup::keyRanges() {
-    if (options_.processCount == 1 || isOrdered()) return std::nullopt;
+    if (processCount_ == 1 || isOrdered()) return std::nullopt;
     const std::string hindrance = host::splitHindrance(userRequest_, !options_.collation.empty());
     if (!hindrance.empty()) {
         throw host::badUse(fmt::format(
@@ -214,7 +218,7 @@ std::optional<host::KeyRanges> SortSetup::keyRanges() {
     progress_.begin("sampling");
     const RecordFlow flow = makeFlowAgain();
     const host::KeyRanges ranges =
-        sampleKeyRanges(flow, static_cast<std::size_t>(options_.processCount));
+        sampleKeyRanges(flow, static_cast<std::size_t>(processCount_));
     for (InputFile& input : inputs_)
         input.rewind();
     errors_.restart();

@@ -36,7 +36,7 @@ struct SortOptions {
     std::optional<double> timeoutSeconds;
     std::string process;
     std::string stats;  // empty, "text" or "json"
-    int processCount = 1;
+    std::optional<int> processCount;
     std::optional<std::uint64_t> randomSeed;
     bool isChecked = false;  // nothing is sorted
     bool isMerged = false;   // the inputs are in order already
@@ -72,11 +72,12 @@ class SortSetup {
     std::int64_t merge();
     // Of inputs that are files, as they are read.
     std::int64_t inputBytes() const;
-    const RowErrors& errors() const { return errors_; }
+    RowErrors& errors() { return errors_; }
+    int processCount() const { return processCount_; }
 
     Sorting& sort() { return *sort_; }
     // Null where keys are not ordered bytes.
-    KeyedInput* orderedInput() { return orderedInput_; }
+    const KeyedInput* orderedInput() { return orderedInput_; }
     OutputFile& output() { return output_; }
     Progress& progress() { return progress_; }
 
@@ -99,8 +100,9 @@ class SortSetup {
     host::RequestBuilder userRequest_;
     std::uint16_t userRecordLength_ = 0;
     std::unique_ptr<Sorting> sort_;
-    KeyedInput* orderedInput_ = nullptr;  // of the sort
+    const KeyedInput* orderedInput_ = nullptr;  // of the sort
     MemoryPlan memoryPlan_ = {};
+    int processCount_ = 1;
     StageCost readCost_;
 };
 

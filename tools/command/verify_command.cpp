@@ -88,11 +88,12 @@ std::string verifyOrdered(const VerifyOptions& options, Verifier& verifier) {
     sortOptions.records = options.records;
     sortOptions.inputs = {options.input};
     SortSetup setup(sortOptions);
-    KeyedInput& input = *setup.orderedInput();
-    OrderCheck check(input);
+    const KeyedInput& input = *setup.orderedInput();
+    RowStream rows(input, setup.errors());
+    OrderCheck check(rows);
     std::string fault;
     std::vector<Byte> text;
-    for (KeyedRow row; input.next(row);) {
+    for (KeyedRow row; rows.next(row);) {
         throwIfInterrupted();
         const bool mayFollow = check.mayFollow(row);
         if (!mayFollow && fault.empty()) fault = check.fault();

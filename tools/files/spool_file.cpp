@@ -38,10 +38,28 @@ SpoolFile::SpoolFile(const std::filesystem::path& directory)
     : directory_(directory), file_(createNameless(directory)) {}
 
 void SpoolFile::write(const Byte* bytes, std::size_t byteCount) {
+    byteCount_ += byteCount;
     buffer_.insert(buffer_.end(), bytes, bytes + byteCount);
-    if (buffer_.size() < kBufferBytes) return;
+    if (buffer_.size() >= kBufferBytes) flush();
+}
+
+void SpoolFile::flush() {
     writeThrough(buffer_.data(), buffer_.size());
     buffer_.clear();
+}
+
+void SpoolFile::readAt(std::uint64_t offset, Byte* target, std::size_t byteCount) const {
+    while (byteCount > 0) {
+        const ssize_t moved =
+            pread(file_.number(), target, byteCount, static_cast<off_t>(offset));
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved <= 0)
+            throw host::systemFailure("cannot read what was kept in " + directory_.string(),
+                                      moved < 0 ? errno : EIO);
+        target += moved;
+        offset += static_cast<std::uint64_t>(moved);
+        byteCount -= static_cast<std::size_t>(moved);
+    }
 }
 
 void SpoolFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
@@ -58,7 +76,7 @@ void SpoolFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
 }
 
 InputFile SpoolFile::takeAsInput(const std::string& displayName) {
-    writeThrough(buffer_.data(), buffer_.size());
+    flush();
     InputFile input(std::move(file_), displayName);
     input.rewind();
     return input;

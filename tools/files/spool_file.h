@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -19,6 +20,11 @@ class SpoolFile {
     explicit SpoolFile(const std::filesystem::path& directory);
 
     void write(const Byte* bytes, std::size_t byteCount);
+    // Written so far.
+    std::uint64_t byteCount() const { return byteCount_; }
+    // What was written can be read at its place from here on.
+    void flush();
+    void readAt(std::uint64_t offset, Byte* target, std::size_t byteCount) const;
     // The file from its start, to be read under this name. Nothing can be written after that.
     InputFile takeAsInput(const std::string& displayName);
 
@@ -28,6 +34,7 @@ class SpoolFile {
     std::filesystem::path directory_;
     host::FileDescriptor file_;
     std::vector<Byte> buffer_;
+    std::uint64_t byteCount_ = 0;
 };
 
 // The input itself where it is a regular file, else a copy of it under the same display name. Not

@@ -38,8 +38,18 @@ void InputPlaces::check(const RowPlace& place) const {
 }
 
 void InputPlaces::readAt(std::uint64_t offset, Byte* target, std::size_t byteCount) const {
-    const std::size_t index = indexOf(offset);
+    readOf(indexOf(offset), offset, target, byteCount);
+}
+
+void InputPlaces::readOf(std::size_t index, std::uint64_t offset, Byte* target,
+                         std::size_t byteCount) const {
     inputs_[index].readAt(static_cast<std::int64_t>(offset - starts_[index]), target, byteCount);
+}
+
+void InputPlaces::checkSize(std::size_t index) const {
+    const std::uint64_t byteCount = starts_[index + 1] - starts_[index];
+    if (static_cast<std::uint64_t>(inputs_[index].fileBytes().value_or(0)) != byteCount)
+        throw changedWhileRead(inputs_[index].displayName());
 }
 
 bool InputPlaces::lacksLineEnd(const RowPlace& place) const {
@@ -48,11 +58,15 @@ bool InputPlaces::lacksLineEnd(const RowPlace& place) const {
 }
 
 std::string InputPlaces::nameOf(std::uint64_t offset) const {
+    return fmt::format("line {} of {}", lineNumberOf(offset),
+                       inputs_[indexOf(offset)].displayName());
+}
+
+std::int64_t InputPlaces::lineNumberOf(std::uint64_t offset) const {
     constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
-    const std::size_t index = indexOf(offset);
     std::vector<Byte> piece(kPieceBytes);
     std::int64_t lineNumber = 1;
-    for (std::uint64_t at = starts_[index]; at < offset;) {
+    for (std::uint64_t at = starts_[indexOf(offset)]; at < offset;) {
         throwIfInterrupted();
         const std::size_t count = std::min<std::uint64_t>(offset - at, kPieceBytes);
         readAt(at, piece.data(), count);
@@ -60,7 +74,7 @@ std::string InputPlaces::nameOf(std::uint64_t offset) const {
                                  static_cast<Byte>(lineEnd_));
         at += count;
     }
-    return fmt::format("line {} of {}", lineNumber, inputs_[index].displayName());
+    return lineNumber;
 }
 
 }  // namespace tvsort::tools

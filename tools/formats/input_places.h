@@ -31,10 +31,16 @@ class InputPlaces {
     // kProtocolBroken.
     void check(const RowPlace& place) const;
     void readAt(std::uint64_t offset, Byte* target, std::size_t byteCount) const;
+    // The same where the input is known.
+    void readOf(std::size_t index, std::uint64_t offset, Byte* target, std::size_t byteCount) const;
+    // An input that has another size than it had is thrown: it was changed.
+    void checkSize(std::size_t index) const;
     // Whether the row is the last of an input and lacks its line end.
     bool lacksLineEnd(const RowPlace& place) const;
     // "line 3 of b.txt".
     std::string nameOf(std::uint64_t offset) const;
+    // In its input, from 1. Reads the input from its start.
+    std::int64_t lineNumberOf(std::uint64_t offset) const;
 
   private:
     const std::vector<InputFile>& inputs_;

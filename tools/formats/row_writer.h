@@ -38,6 +38,12 @@ class RowWriter {
               OutputFile& output);
 
     const InputPlaces& places() const { return places_; }
+    const Form& form() const { return form_; }
+    // For whole rows that somebody else has put together, behind what was written here.
+    OutputFile& startedOutput() {
+        finish();
+        return output_;
+    }
 
     void write(std::string_view row);
     // One that does not lie inside one input is kProtocolBroken.

@@ -6,18 +6,15 @@
 
 namespace tvsort::tools {
 
-namespace {
+void RowErrors::stop(const std::string& text) {
+    throw host::badUse(text + "; correct it, or leave such rows out with --on-error=skip");
+}
 
-constexpr std::size_t kNamedMax = 10;
-
-}  // namespace
-
-void RowErrors::take(const std::string& text) {
-    if (!skips_ && !keepsRows_) {
-        throw host::badUse(text + "; correct it, or leave such rows out with --on-error=skip");
+void RowErrors::add(const RowErrors& later) {
+    skippedCount_ += later.skippedCount_;
+    for (const std::string& text : later.first_) {
+        if (first_.size() < kNamedMax) first_.push_back(text);
     }
-    skippedCount_ += 1;
-    if (first_.size() < kNamedMax) first_.push_back(text);
 }
 
 void RowErrors::restart() {

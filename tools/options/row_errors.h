@@ -6,8 +6,10 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace tvsort::tools {
@@ -23,7 +25,19 @@ class RowErrors {
         : skips_(policy == kSkipOnError), keepsRows_(policy == kLastOnError) {}
 
     // Throws as bad use, or counts. `text` says where and what.
-    void take(const std::string& text);
+    void take(const std::string& text) {
+        take([&] { return text; });
+    }
+    // The same where the words are costly: they are asked for if they are shown.
+    template <typename Words>
+        requires std::is_invocable_r_v<std::string, Words>
+    void take(const Words& words) {
+        if (!skips_ && !keepsRows_) stop(words());
+        skippedCount_ += 1;
+        if (first_.size() < kNamedMax) first_.push_back(words());
+    }
+    // What was counted in a part of the inputs behind those that are counted here.
+    void add(const RowErrors& later);
     // Whether rows are left out.
     bool skips() const { return skips_; }
     // Whether they stand behind all others.
@@ -37,6 +51,9 @@ class RowErrors {
     std::string report() const;
 
   private:
+    static constexpr std::size_t kNamedMax = 10;
+    [[noreturn]] static void stop(const std::string& text);
+
     bool skips_;
     bool keepsRows_;
     std::int64_t skippedCount_ = 0;

@@ -8,7 +8,7 @@ namespace tvsort::tools {
 
 namespace {
 
-constexpr std::size_t kRunBytes = 5;
+constexpr std::size_t kGroupBytes = 5;
 constexpr std::size_t kPlaceBytes = 6;
 constexpr std::size_t kLengthBytes = 4;
 constexpr std::uint64_t kGoesOnBit = std::uint64_t{1} << 47;
@@ -30,9 +30,8 @@ std::uint64_t loadBig(const Byte* source, std::size_t byteCount) {
 
 KeyRecord::KeyRecord(const Form& form)
     : form_(form),
-      placeOffset_((form.hasRuns ? kRunBytes : 0) + form.keyBytes),
-      textOffset_(placeOffset_ + kPlaceBytes + kLengthBytes),
-      length_(textOffset_ + form.carriedBytes) {}
+      placeOffset_((form.hasGroups ? kGroupBytes : 0) + form.keyBytes),
+      length_(placeOffset_ + kPlaceBytes + kLengthBytes) {}
 
 host::RequestBuilder KeyRecord::request() const {
     host::RequestBuilder request;
@@ -42,39 +41,32 @@ host::RequestBuilder KeyRecord::request() const {
 }
 
 std::vector<RecordField> KeyRecord::fields(const std::string& keysInWords) const {
-    std::vector<RecordField> fields = {
-        {0, placeOffset_ + kPlaceBytes,
-         fmt::format("{} bytes of {}; place", form_.keyBytes, keysInWords)},
-        {placeOffset_ + kPlaceBytes, kLengthBytes, "length of the row"}};
-    if (form_.carriedBytes > 0)
-        fields.push_back({textOffset_, form_.carriedBytes, "the row, if it is not longer"});
-    return fields;
+    return {{0, placeOffset_ + kPlaceBytes,
+             fmt::format("{} bytes of {}; place", form_.keyBytes, keysInWords)},
+            {placeOffset_ + kPlaceBytes, kLengthBytes, "length of the row"}};
 }
 
 void KeyRecord::encode(const RecordRow& row, std::string_view key, Byte* target) const {
     Byte* const keyBytes = target + placeOffset_ - form_.keyBytes;
-    if (form_.hasRuns) storeBig(target, row.runNumber, kRunBytes);
+    if (form_.hasGroups) storeBig(target, row.group, kGroupBytes);
     std::fill(std::copy(key.begin(), key.end(), keyBytes), target + placeOffset_, Byte{0});
-    storeBig(target + placeOffset_,
+    setRow(target, row);
+}
+
+void KeyRecord::setRow(Byte* record, const RecordRow& row) const {
+    storeBig(record + placeOffset_,
              row.place.offset | (row.keyGoesOn ? kGoesOnBit : 0) | (row.hasNull ? kNullBit : 0),
              kPlaceBytes);
-    storeAs(target + placeOffset_ + kPlaceBytes, row.place.byteCount);
-    if (form_.carriedBytes == 0) return;
-    const bool isCarried = row.isHeld && row.place.byteCount <= form_.carriedBytes;
-    const std::string_view text = isCarried ? row.text : std::string_view();
-    std::fill(std::copy(text.begin(), text.end(), target + textOffset_), target + length_, Byte{0});
+    storeAs(record + placeOffset_ + kPlaceBytes, row.place.byteCount);
 }
 
 RecordRow KeyRecord::decode(const Byte* record) const {
     RecordRow row;
-    if (form_.hasRuns) row.runNumber = loadBig(record, kRunBytes);
+    if (form_.hasGroups) row.group = loadBig(record, kGroupBytes);
     const std::uint64_t place = loadBig(record + placeOffset_, kPlaceBytes);
     row.keyGoesOn = (place & kGoesOnBit) != 0;
     row.hasNull = (place & kNullBit) != 0;
     row.place = {place & kPlaceMax, loadAs<std::uint32_t>(record + placeOffset_ + kPlaceBytes)};
-    row.isHeld = form_.carriedBytes > 0 && row.place.byteCount <= form_.carriedBytes;
-    if (row.isHeld)
-        row.text = {reinterpret_cast<const char*>(record + textOffset_), row.place.byteCount};
     return row;
 }
 

@@ -35,9 +35,9 @@ int compareKeys(const RowOfInput& left, const RowOfInput& right) {
     host::KeyBytes leftPart;
     host::KeyBytes rightPart;
     for (std::uint64_t from = 0;; from += kPieceBytes) {
-        const KeyPart leftRead = left.input.keyPart(left.row.place, from, kPieceBytes, leftPart);
+        const KeyPart leftRead = left.input.reader().keyPart(left.row.place, from, kPieceBytes, leftPart);
         const KeyPart rightRead =
-            right.input.keyPart(right.row.place, from, kPieceBytes, rightPart);
+            right.input.reader().keyPart(right.row.place, from, kPieceBytes, rightPart);
         const int part = order(leftPart, rightPart);
         if (part != 0 || leftRead.endsKey || rightRead.endsKey) return part;
     }
@@ -55,7 +55,7 @@ bool OrderCheck::mayFollow(const KeyedRow& row) {
 }
 
 std::string OrderCheck::fault() const {
-    const InputPlaces& places = input_.places();
+    const InputPlaces& places = input_.input().places();
     return fmt::format("{} must not stand behind {}", named(places, last_.value()),
                        named(places, before_.value()));
 }

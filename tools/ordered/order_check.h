@@ -11,26 +11,26 @@
 namespace tvsort::tools {
 
 struct RowOfInput {
-    KeyedInput& input;
+    RowStream& input;
     const KeyedRow& row;
 };
 // By whole keys: below zero where the left one stands before, zero where they are equal.
 int compareKeys(const RowOfInput& left, const RowOfInput& right);
 
-// Follows the rows of an input, each of which is compared with the one before it by their whole
+// Follows the rows of a stream, each of which is compared with the one before it by their whole
 // keys.
 class OrderCheck {
   public:
-    explicit OrderCheck(KeyedInput& input) : input_(input) {}
+    explicit OrderCheck(RowStream& input) : input_(input) {}
 
-    // Whether the row, the one that the input gave last, may stand behind the one before it.
+    // Whether the row, the one that the stream gave last, may stand behind the one before it.
     bool mayFollow(const KeyedRow& row);
     // Of the last two rows: `line 5 of a.csv, "b,1", must not stand behind line 4 of a.csv,
     // "c,1",`.
     std::string fault() const;
 
   private:
-    KeyedInput& input_;
+    RowStream& input_;
     std::optional<RowPlace> before_;
     std::optional<RowPlace> last_;
     KeyedRow rowBefore_ = {};

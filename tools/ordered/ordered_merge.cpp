@@ -7,12 +7,14 @@
 
 namespace tvsort::tools {
 
-OrderedMerge::OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer)
+OrderedMerge::OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer,
+                           RowErrors& errors)
     : writer_(writer) {
     for (std::unique_ptr<KeyedInput>& input : inputs) {
         Source& source = sources_.emplace_back();
         source.input = std::move(input);
-        source.check = std::make_unique<OrderCheck>(*source.input);
+        source.rows = std::make_unique<RowStream>(*source.input, errors);
+        source.check = std::make_unique<OrderCheck>(*source.rows);
     }
 }
 
@@ -20,7 +22,7 @@ void OrderedMerge::run(RowShaper& shaper) {
     for (Source& source : sources_)
         advance(source);
     // The row that was written last.
-    KeyedInput* before = nullptr;
+    RowStream* before = nullptr;
     KeyedRow beforeRow = {};
     host::KeyBytes beforeKey;
     while (Source* const next = least()) {
@@ -28,7 +30,7 @@ void OrderedMerge::run(RowShaper& shaper) {
         if (shaper.isFull()) break;
         beforeRow.key = &beforeKey;
         const bool isEqual =
-            before != nullptr && compareKeys({*before, beforeRow}, {*next->input, next->row}) == 0;
+            before != nullptr && compareKeys({*before, beforeRow}, {*next->rows, next->row}) == 0;
         const std::uint64_t start =
             writer_.places().startOf(static_cast<std::size_t>(next - sources_.data()));
         SettledRow row;
@@ -38,7 +40,7 @@ void OrderedMerge::run(RowShaper& shaper) {
         row.isHeld = next->row.isHeld;
         if (row.isHeld) row.text = next->row.text;
         shaper.take(row);
-        before = next->input.get();
+        before = next->rows.get();
         beforeRow = next->row;
         beforeKey = *next->row.key;
         advance(*next);
@@ -48,7 +50,7 @@ void OrderedMerge::run(RowShaper& shaper) {
 }
 
 void OrderedMerge::advance(Source& source) {
-    source.hasRow = source.input->next(source.row);
+    source.hasRow = source.rows->next(source.row);
     if (source.hasRow && !source.check->mayFollow(source.row)) {
         throw host::badUse("--merge takes inputs in order, and " + source.check->fault() +
                            " by the keys; leave --merge out");
@@ -60,7 +62,7 @@ OrderedMerge::Source* OrderedMerge::least() {
     for (Source& source : sources_) {
         if (!source.hasRow) continue;
         if (least == nullptr ||
-            compareKeys({*source.input, source.row}, {*least->input, least->row}) < 0) {
+            compareKeys({*source.rows, source.row}, {*least->rows, least->row}) < 0) {
             least = &source;
         }
     }

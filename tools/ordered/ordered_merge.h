@@ -19,7 +19,8 @@ class OrderedMerge {
   public:
     // An input for each of the files that the writer knows, in their order, that reads this one
     // alone.
-    OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer);
+    OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer,
+                 RowErrors& errors);
 
     // Throws bad use that names the first two rows of an input that are not in order.
     void run(RowShaper& shaper);
@@ -27,6 +28,7 @@ class OrderedMerge {
   private:
     struct Source {
         std::unique_ptr<KeyedInput> input;
+        std::unique_ptr<RowStream> rows;
         KeyedRow row;
         std::unique_ptr<OrderCheck> check;
         bool hasRow = false;

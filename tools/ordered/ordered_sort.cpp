@@ -1,93 +1,253 @@
 #include "tools/ordered/ordered_sort.h"
 
 #include <algorithm>
+#include <atomic>
+#include <map>
+#include <mutex>
 #include <utility>
 
-#include "tools/ordered/key_plan.h"
+#include "tools/files/interrupt.h"
+#include "tools/ordered/input_chunks.h"
+#include "tools/ordered/run_maker.h"
+#include "tools/ordered/run_merge.h"
+#include "tools/ordered/tiled_output.h"
+#include "tools/ordered/workers.h"
 
 namespace tvsort::tools {
 
 namespace {
 
-constexpr std::uint64_t kBatchShare = 16;
-constexpr std::uint64_t kBatchBytesMax = std::uint64_t{16} << 20;
-constexpr std::uint64_t kBatchBytesMin = std::uint64_t{16} * 1024;
 // What a key takes that a filter keeps, with all that goes with it.
 constexpr std::uint64_t kFilterKeyBytes = 192;
-// A round's record is no longer than this part of a block.
-constexpr std::size_t kRecordsPerBlockMin = 4;
-constexpr std::size_t kRoundRecordBytesMax = std::size_t{16} * 1024;
+constexpr std::uint64_t kFilterShare = 4;
+// Marks of all runs together.
+constexpr std::uint64_t kMarksMax = std::uint64_t{1} << 18;
+constexpr std::uint64_t kMarkBytesMin = std::uint64_t{8} * 1024;
+constexpr std::size_t kFanInMax = 512;
+constexpr std::size_t kFanInMin = 16;
 
-std::uint64_t batchBytes(std::uint64_t memoryBytes) {
-    return std::clamp(memoryBytes / kBatchShare, kBatchBytesMin, kBatchBytesMax);
+RunForm runForm(const KeyedInput& input, const RunPlan& plan, Operation operation) {
+    const bool namesRows = operation == Operation::kUnique ||
+                           operation == Operation::kIntersect || operation == Operation::kExcept;
+    return {KeyRecord(plan.form), !input.isKeyOfStart(), namesRows,
+            std::max(input.places().end() / kMarksMax, kMarkBytesMin)};
 }
+
+// Tells whether a row equals the one before it.
+class EqualityCheck {
+  public:
+    EqualityCheck(const RunForm& form, RowReader& reader) : form_(form), reader_(reader) {}
+
+    bool take(const RunRow& row) {
+        const std::size_t keyBytes = form_.record.form().keyBytes;
+        const bool isAlike = !key_.empty() && std::equal(key_.begin(), key_.end(), row.key);
+        // Of rows that are held the whole key is made once, before they are gone.
+        if (row.keyGoesOn && row.isHeld) reader_.keyOf(row.text, wholeKey_[1 - last_]);
+        bool isEqual = isAlike && !row.keyGoesOn;
+        if (isAlike && row.keyGoesOn) {
+            isEqual = row.isHeld && isHeld_ ? wholeKey_[0] == wholeKey_[1]
+                                            : compareByPlaces(reader_, place_, row.place) == 0;
+        }
+        last_ = 1 - last_;
+        key_.assign(row.key, row.key + keyBytes);
+        place_ = row.place;
+        isHeld_ = row.isHeld;
+        return isEqual;
+    }
+
+  private:
+    const RunForm& form_;
+    RowReader& reader_;
+    std::vector<Byte> key_;
+    host::KeyBytes wholeKey_[2];
+    std::size_t last_ = 0;
+    RowPlace place_ = {};
+    bool isHeld_ = false;
+};
 
 }  // namespace
 
-OrderedSort::OrderedSort(std::unique_ptr<KeyedInput> input, const Setting& setting,
-                         std::unique_ptr<RowWriter> writer)
+OrderedSort::OrderedSort(std::unique_ptr<KeyedInput> input, const RowShaper::Form& shape,
+                         const PlanSetting& setting, std::unique_ptr<RowWriter> writer,
+                         RowErrors& errors)
     : input_(std::move(input)),
-      setting_(setting),
+      shape_(shape),
+      memoryBytes_(setting.memoryBytes),
       writer_(std::move(writer)),
-      form_(planKeys(*input_, setting.memoryBytes)) {}
-
-std::vector<RecordField> OrderedSort::fields() const {
-    return KeyRecord(form_).fields(input_->keysInWords());
+      errors_(errors),
+      plan_(planRuns(*input_, setting)),
+      form_(runForm(*input_, plan_, operationOf(shape.mode))) {
+    if (input_->places().end() > kPlaceMax)
+        throw host::badUse("the inputs have more than 64 TB together; sort them in parts");
 }
 
-std::uint64_t OrderedSort::memoryShare() const {
-    return form_.carriedBytes > 0 ? 0 : kFetchShare;
+std::vector<RecordField> OrderedSort::fields() const {
+    return form_.record.fields(input_->keysInWords());
+}
+
+std::optional<SlotPlan> OrderedSort::slotPlan() const {
+    return SlotPlan{{plan_.slotPages, plan_.blockPages}, static_cast<int>(plan_.workerCount)};
 }
 
 SortStats OrderedSort::run(const SortOnce& sortOnce) {
-    SortStats stats = shape(sortOnce);
-    StageClock clock;
-    writer_->finish();
-    stats.write += clock.lap();
-    return stats;
+    return shape(sortOnce);
+}
+
+bool OrderedSort::comesOutWhole() const {
+    const Operation operation = operationOf(shape_.mode);
+    return (operation == Operation::kOrder || operation == Operation::kUnique) &&
+           !shape_.mode.limitCount.has_value();
 }
 
 SortStats OrderedSort::shape(const SortOnce& sortOnce) {
-    const ModeOptions& mode = setting_.shape.mode;
+    SortStats stats = makeRuns(sortOnce);
+    StageClock clock;
+    mergeLevels();
+    const ModeOptions& mode = shape_.mode;
     const Operation operation = operationOf(mode);
-    std::optional<TopFilter> top = filter();
-    // Blocks are at least this large, whatever the memory is.
-    const std::size_t blockBytes = static_cast<std::size_t>(kPageBytes) *
-                                   static_cast<std::size_t>(setting_.blockPages.value_or(1));
-    SettledOrder::Setting setting = {
-        .form = form_,
-        .tempDirectory = setting_.shape.tempDirectory,
-        .batchBytes = batchBytes(setting_.memoryBytes),
-        .recordBytesMax = std::min(blockBytes / kRecordsPerBlockMin, kRoundRecordBytesMax),
-        .processCount = setting_.processCount,
-        .filter = top.has_value() ? &*top : nullptr,
-        // Nothing is to be written before all rows are known to be unique.
-        .isKept = operation == Operation::kUnique};
-    SettledOrder order(*input_, setting);
-    RowShaper shaper(setting_.shape, *writer_);
-    const auto shape = [&](const SettledRow& row) { shaper.take(row); };
-    SortStats stats;
     if (operation == Operation::kUnique) {
+        // Nothing is to be written before all rows are known to be unique.
         UniqueCheck check(input_->places(), mode.unique == kNullsDistinct);
-        stats = order.sort(sortOnce, [&](const SettledRow& row) { check.take(row); });
-        order.repeat(shape);
-    } else {
-        stats = order.sort(sortOnce, shape);
+        passOver([&](const SettledRow& row) { check.take(row); }, nullptr);
     }
-    shaper.finish();
-    stats.readCount = order.readCount();
-    stats.writtenCount = shaper.writtenCount();
-    if (operation == Operation::kGroups) stats.groupCount = shaper.groupCount();
+    if (comesOutWhole()) {
+        stats.writtenCount = writeTiles(form_, plan_, *input_, runs_, *writer_);
+    } else {
+        RowShaper shaper(shape_, *writer_);
+        passOver([&](const SettledRow& row) { shaper.take(row); }, &shaper);
+        shaper.finish();
+        writer_->finish();
+        stats.writtenCount = shaper.writtenCount();
+        if (operation == Operation::kGroups) stats.groupCount = shaper.groupCount();
+    }
     if (operation == Operation::kDistinct && !mode.limitCount.has_value())
         stats.duplicateCount = stats.readCount - stats.writtenCount;
+    stats.write = clock.lap();
     return stats;
 }
 
+SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
+    StageClock clock;
+    InputChunks chunks(*input_, plan_.chunkBytes);
+    std::atomic<std::uint64_t> keptBytes{0};
+    std::mutex mutex;
+    std::map<RunNumber, SortedRun> runs;
+    RowErrors policy = errors_;
+    policy.restart();
+    std::vector<std::unique_ptr<RunMaker>> makers;
+    for (std::size_t i = 0; i < plan_.workerCount; ++i) {
+        files_.push_back(std::make_unique<SpoolFile>(shape_.tempDirectory));
+        makers.push_back(std::make_unique<RunMaker>(
+            RunMaker::Setting{*input_, form_, plan_, i, sortOnce,
+                              [&](RunNumber number, SortedRun run) {
+                                  const std::lock_guard lock(mutex);
+                                  runs.emplace(number, std::move(run));
+                              },
+                              [&](std::uint64_t bytes) {
+                                  return keptBytes.fetch_add(bytes) + bytes <= plan_.keptBytesMax;
+                              },
+                              *files_.back()},
+            policy, filter()));
+    }
+    workTogether(
+        makers.size(), [&](std::size_t i) { makers[i]->work(chunks); },
+        [&] { chunks.callOff(); });
+    for (auto& [number, run] : runs)
+        runs_.push_back(std::move(run));
+
+    SortStats stats;
+    std::map<std::size_t, const ReadRows*> readRows;
+    bool isFirst = true;
+    for (const std::unique_ptr<RunMaker>& maker : makers) {
+        if (isFirst) {
+            stats = maker->stats();
+        } else {
+            const std::int64_t rounds = std::max(stats.roundCount, maker->stats().roundCount);
+            stats.addRequest(maker->stats());
+            stats.roundCount = rounds;
+        }
+        isFirst = false;
+        for (const auto& [number, read] : maker->readRows())
+            readRows.emplace(number, &read);
+    }
+    errors_.restart();
+    stats.readCount = 0;
+    for (const auto& [number, read] : readRows) {
+        stats.readCount += read->count;
+        errors_.add(read->errors);
+    }
+    stats.recordCount = 0;
+    for (const SortedRun& run : runs_) {
+        stats.recordCount += static_cast<std::int64_t>(run.rowCount);
+        if (run.file != nullptr)
+            stats.spilledBytes += static_cast<std::int64_t>(run.end - run.begin);
+    }
+    stats.fitted = stats.spilledBytes == 0;
+    stats.resultCount = stats.recordCount;
+    stats.runCount = static_cast<std::int64_t>(runs_.size());
+    // Side by side the workers load and sort: what they waited for is shared out.
+    const StageCost all = clock.lap();
+    const auto workers = static_cast<double>(plan_.workerCount);
+    stats.sort.elapsedSeconds /= workers;
+    stats.load = {std::max(all.elapsedSeconds - stats.sort.elapsedSeconds, 0.0), all.cpuSeconds};
+    return stats;
+}
+
+void OrderedSort::mergeLevels() {
+    const std::size_t fanIn =
+        std::clamp<std::size_t>(plan_.readBytes / runBufferBytes(plan_, ~std::size_t{0}), kFanInMin,
+                                kFanInMax);
+    while (runs_.size() > fanIn) {
+        // Neighbours, so that equal rows stay in the order of reading.
+        const std::size_t groupCount = (runs_.size() + fanIn - 1) / fanIn;
+        std::vector<SortedRun> merged(groupCount);
+        std::vector<std::unique_ptr<SpoolFile>> files;
+        for (std::size_t i = 0; i < plan_.workerCount; ++i)
+            files.push_back(std::make_unique<SpoolFile>(shape_.tempDirectory));
+        std::atomic<std::size_t> nextGroup{0};
+        std::atomic<bool> isOff{false};
+        const auto work = [&](std::size_t worker) {
+            const auto reader = input_->reader(plan_.form.keyBytes);
+            for (;;) {
+                const std::size_t group = nextGroup.fetch_add(1);
+                if (group >= groupCount) return;
+                const std::size_t first = group * runs_.size() / groupCount;
+                const std::size_t end = (group + 1) * runs_.size() / groupCount;
+                RunMerge merge(form_, std::span(runs_).subspan(first, end - first), {}, *reader,
+                               runBufferBytes(plan_, end - first));
+                RunFileWriter writer(form_, *files[worker]);
+                while (const RunRow* const row = merge.next()) {
+                    if (isOff) throw WorkIsOff();
+                    throwIfInterrupted();
+                    writer.write(*row);
+                }
+                merged[group] = writer.finish();
+            }
+        };
+        workTogether(plan_.workerCount, work, [&] { isOff = true; });
+        runs_ = std::move(merged);
+        files_ = std::move(files);
+    }
+}
+
+void OrderedSort::passOver(const std::function<void(const SettledRow&)>& take,
+                           const RowShaper* shaper) {
+    const auto reader = input_->reader(plan_.form.keyBytes);
+    RunMerge merge(form_, runs_, {}, *reader, runBufferBytes(plan_, runs_.size()));
+    EqualityCheck equality(form_, *reader);
+    while (const RunRow* const row = merge.next()) {
+        throwIfInterrupted();
+        take({row->place, equality.take(*row), row->hasNull, row->isHeld, row->text});
+        if (shaper != nullptr && shaper->isFull()) break;
+    }
+}
+
 std::optional<TopFilter> OrderedSort::filter() const {
-    const ModeOptions& mode = setting_.shape.mode;
+    const ModeOptions& mode = shape_.mode;
     if (!mode.limitCount.has_value()) return std::nullopt;
     const auto rowCount = static_cast<std::uint64_t>(*mode.limitCount);
-    if (rowCount > setting_.memoryBytes / kFetchShare / kFilterKeyBytes) return std::nullopt;
+    if (rowCount > memoryBytes_ / kFilterShare / plan_.workerCount / kFilterKeyBytes)
+        return std::nullopt;
     using Counts = TopFilter::Counts;
     switch (operationOf(mode)) {
         case Operation::kOrder:

@@ -1,13 +1,16 @@
 // A sort by ordered keys, from its inputs to its output.
 //
-//     rows -> records of fixed, small size -> the process, in rounds -> rows in order -> what is
-//     wanted of them -> output
+//     inputs -> pieces -> rows -> records of fixed, small size -> the process -> sorted runs
+//     sorted runs -> merged -> what is wanted of the rows -> output
 //
-// On its way from the file to the slot a row is asked for from the top and comes from the bottom:
+// Several workers, each with a process, make runs side by side. On its way from the file to the
+// slot a row is asked for from the top and comes from the bottom:
 //
-//     SlotSort              room in a block of the slot or the work file     run/slot_sort.h
-//       SettledOrder        laid into a record, with KeyRecord               settled_order.cpp
-//         KeyedInput        with its key: CsvKeyedInput, LineKeyedInput      formats/keyed_input.h
+//     SlotSort              room in a block of the slot                    run/slot_sort.h
+//       RunMaker            laid into a record, with KeyRecord             run_maker.cpp
+//         RowReader         with its key: CsvReader, LineReader            formats/keyed_input.h
+//
+// Where all rows come out as they are, several workers merge and write them too (tiled_output.h).
 //
 // Stable: equal rows come in the order of reading, with any memory and any number of processes.
 
@@ -16,47 +19,53 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "tools/formats/keyed_input.h"
 #include "tools/formats/row_writer.h"
 #include "tools/options/mode_options.h"
-#include "tools/ordered/key_record.h"
 #include "tools/ordered/row_shaper.h"
-#include "tools/ordered/settled_order.h"
+#include "tools/ordered/run_plan.h"
+#include "tools/ordered/sorted_run.h"
+#include "tools/ordered/top_filter.h"
 #include "tools/run/sorting.h"
 
 namespace tvsort::tools {
 
 class OrderedSort : public Sorting {
   public:
-    struct Setting {
-        RowShaper::Form shape;
-        std::uint64_t memoryBytes;  // of the whole sort
-        std::size_t processCount;
-        std::optional<std::int32_t> blockPages;
-    };
-
-    OrderedSort(std::unique_ptr<KeyedInput> input, const Setting& setting,
-                std::unique_ptr<RowWriter> writer);
+    // Rows that cannot be read are counted in `errors`, which is needed as long.
+    OrderedSort(std::unique_ptr<KeyedInput> input, const RowShaper::Form& shape,
+                const PlanSetting& setting, std::unique_ptr<RowWriter> writer, RowErrors& errors);
 
     KeyedInput& input() { return *input_; }
+    const RunPlan& plan() const { return plan_; }
 
-    std::uint16_t recordLength() const override { return KeyRecord(form_).recordLength(); }
+    std::uint16_t recordLength() const override { return form_.record.recordLength(); }
     std::vector<RecordField> fields() const override;
-    std::uint64_t memoryShare() const override;
+    std::uint64_t memoryShare() const override { return 0; }
+    std::optional<SlotPlan> slotPlan() const override;
     SortStats run(const SortOnce& sortOnce) override;
     SortStats shape(const SortOnce& sortOnce) override;
 
   private:
+    SortStats makeRuns(const SortOnce& sortOnce);
+    // Merges runs in files with one another until they can be merged at once.
+    void mergeLevels();
+    // Every row in order.
+    void passOver(const std::function<void(const SettledRow&)>& take, const RowShaper* shaper);
+    bool comesOutWhole() const;
     std::optional<TopFilter> filter() const;
 
     std::unique_ptr<KeyedInput> input_;
-    Setting setting_;
+    RowShaper::Form shape_;
+    std::uint64_t memoryBytes_;
     std::unique_ptr<RowWriter> writer_;
-    KeyRecord::Form form_;
+    RowErrors& errors_;
+    RunPlan plan_;
+    RunForm form_;
+    std::vector<std::unique_ptr<SpoolFile>> files_;
+    std::vector<SortedRun> runs_;  // in the order of reading
 };
-
-// Of the memory, for rows on their way out that were left in their inputs.
-inline constexpr std::uint64_t kFetchShare = 4;
 
 }  // namespace tvsort::tools

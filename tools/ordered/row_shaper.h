@@ -12,15 +12,26 @@
 #include <filesystem>
 #include <memory>
 #include <span>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/files/spool_reader.h"
 #include "tools/formats/row_writer.h"
 #include "tools/options/mode_options.h"
-#include "tools/ordered/run_splitter.h"
+#include "tools/formats/row_place.h"
 
 namespace tvsort::tools {
+
+// A row in its final place.
+struct SettledRow {
+    RowPlace place = {};
+    bool isEqual = false;  // to the row before it, in all keys
+    bool hasNull = false;
+    bool isHeld = false;
+    std::string_view text;  // where it is held
+};
 
 // Places in the order in which they came, in memory or, of many, in a file.
 class PlaceQueue {

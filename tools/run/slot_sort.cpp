@@ -24,8 +24,9 @@ std::int64_t blocksBetween(std::int64_t bytesBefore, std::int64_t bytesAfter,
 
 }  // namespace
 
-SlotSort::SlotSort(host::SortServer& server, std::size_t partCount, Progress& progress)
-    : server_(server), partCount_(partCount), progress_(progress) {}
+SlotSort::SlotSort(host::SortServer& server, std::size_t firstSlot, std::size_t partCount,
+                   Progress& progress)
+    : server_(server), firstSlot_(firstSlot), partCount_(partCount), progress_(progress) {}
 
 SortStats SlotSort::sort(const SortRequest& request, const host::RecordSource& source,
                          const host::RecordSink& sink) {
@@ -183,7 +184,7 @@ void SlotSort::addPart(const Part& part, SortStats& stats) const {
 }
 
 host::SortSlot& SlotSort::slotOf(std::size_t partIndex) {
-    return server_.slot(static_cast<int>(partIndex) + 1);
+    return server_.slot(static_cast<int>(firstSlot_ + partIndex) + 1);
 }
 
 }  // namespace tvsort::tools

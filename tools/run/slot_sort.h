@@ -25,9 +25,10 @@ namespace tvsort::tools {
 
 class SlotSort {
   public:
-    // A slot for each of `partCount` parts. Requests that do not say which part a record belongs to
-    // have slot 1.
-    SlotSort(host::SortServer& server, std::size_t partCount, Progress& progress);
+    // A slot for each of `partCount` parts, the slots from `firstSlot` (from 0) on. Requests that
+    // do not say which part a record belongs to have the first one.
+    SlotSort(host::SortServer& server, std::size_t firstSlot, std::size_t partCount,
+             Progress& progress);
 
     // The source's records through the processes to the sink. Throws a process's code as
     // host::HostError.
@@ -59,6 +60,7 @@ class SlotSort {
     host::SortSlot& slotOf(std::size_t partIndex);
 
     host::SortServer& server_;
+    std::size_t firstSlot_;
     std::size_t partCount_;
     Progress& progress_;
     host::Geometry geometry_;  // of the request

@@ -18,6 +18,9 @@ struct SortRequest {
     // The part of several that a record belongs to, below the number of processes, in the order of
     // the keys; none where one process sorts.
     std::function<std::size_t(const Byte* record)> partOf;
+    // The slot that sorts it, from 0, where one does. Those of different slots may be served at
+    // once.
+    std::size_t slotIndex = 0;
 };
 
 // Loads the source's records, has them sorted and hands the result to the sink, in order. Throws

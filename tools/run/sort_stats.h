@@ -28,6 +28,7 @@ struct SortStats {
     std::int64_t skippedCount = 0;    // rows that could not be read, where they are left out
     std::int64_t duplicateCount = 0;  // records removed for their equal keys, where that was asked
     std::int64_t groupCount = 0;      // of groups, where they were counted
+    std::int64_t runCount = 0;        // sorted by themselves and merged, where there are runs
     std::int64_t roundCount = 1;      // in which keys were compared, piece by piece
     std::int64_t recordLength = 0;    // bytes
     std::int64_t recordsPerBlock = 0;

@@ -3,13 +3,21 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "tools/formats/record_field.h"
+#include "tools/run/memory_plan.h"
 #include "tools/run/sort_once.h"
 #include "tools/run/sort_stats.h"
 
 namespace tvsort::tools {
+
+// What each of some processes gets.
+struct SlotPlan {
+    MemoryPlan memory;
+    int slotCount;
+};
 
 class Sorting {
   public:
@@ -19,6 +27,8 @@ class Sorting {
     virtual std::vector<RecordField> fields() const = 0;
     // Of the sort's memory, one of so many parts is not the process's; 0: all is.
     virtual std::uint64_t memoryShare() const = 0;
+    // Where the sort knows what slots it needs.
+    virtual std::optional<SlotPlan> slotPlan() const { return std::nullopt; }
     // Reads all inputs and writes the output, with as many requests as that takes.
     virtual SortStats run(const SortOnce& sortOnce) = 0;
     // The same without the end of the output.

@@ -180,12 +180,13 @@ std::vector<RowKeyColumn> orderedColumns(const RecordOptions& options, const Mod
 
 OrderedFlow csvOrderedFlow(const RecordOptions& options, const ModeOptions& mode,
                            std::vector<InputFile>& inputs, std::uint64_t memoryBytes,
-                           RowErrors& errors, OutputFile& output) {
+                           OutputFile& output) {
     const auto table = openTable(options, inputs, memoryBytes);
     OrderedFlow flow;
     flow.delimiter = table->delimiter;
     flow.input = std::make_unique<CsvKeyedInput>(
-        table, orderedColumns(options, mode, *table, inputs), options.nullWord, inputs, errors);
+        table, orderedColumns(options, mode, *table, inputs),
+        RowKeyRules{options.nullWord, options.onError == kLastOnError}, inputs);
     flow.writer = std::make_unique<RowWriter>(RowWriter::Form{headOf(*table, mode), table->lineEnd},
                                               inputs, memoryBytes / kFetchShare, output);
     return flow;

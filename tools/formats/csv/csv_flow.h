@@ -40,7 +40,7 @@ namespace tvsort::tools {
 // whole sort. All that is passed must outlive the flow.
 OrderedFlow csvOrderedFlow(const RecordOptions& options, const ModeOptions& mode,
                            std::vector<InputFile>& inputs, std::uint64_t memoryBytes,
-                           RowErrors& errors, OutputFile& output);
+                           OutputFile& output);
 
 // Scans the inputs and gives the flow of the rows. `memoryBytes` is the memory of the whole sort,
 // of which the flow says how much it takes. All that is passed must outlive the flow.

@@ -11,51 +11,34 @@
 #include "tools/formats/csv/csv_scan.h"
 #include "tools/formats/keyed_input.h"
 #include "tools/formats/row_keys.h"
-#include "tools/options/row_errors.h"
 
 namespace tvsort::tools {
 
 class CsvKeyedInput : public KeyedInput {
   public:
-    // Inputs and errors are needed as long as it reads. Reads all inputs once more where a key's
-    // type is auto, and leaves them at their starts.
+    // Inputs are needed as long as it is. Reads all of them once where a key's type is auto, and
+    // leaves them at their starts.
     CsvKeyedInput(std::shared_ptr<const CsvTable> table, std::vector<RowKeyColumn> columns,
-                  std::optional<std::string> nullWord, std::vector<InputFile>& inputs,
-                  RowErrors& errors);
+                  RowKeyRules rules, std::vector<InputFile>& inputs);
 
-    bool next(KeyedRow& row) override;
-    void restart() override;
-    KeyPart keyPart(const RowPlace& place, std::uint64_t from, std::size_t bytesMax,
-                    host::KeyBytes& part) override;
+    std::unique_ptr<RowReader> reader(std::size_t keyBytes) const override;
     const InputPlaces& places() const override { return places_; }
+    std::uint64_t firstRowOf(std::size_t inputIndex) const override {
+        return places_.startOf(inputIndex) + table_->firstRows[inputIndex];
+    }
+    bool isKeyOfStart() const override { return false; }
+    std::size_t rowBytesMax() const override { return table_->rowBytesMax; }
+    std::string nameOf(std::uint64_t offset) const override;
     std::string keysInWords() const override { return inWords(columns_); }
 
   private:
-    struct KnownKey {
-        std::uint64_t offset = ~std::uint64_t{0};
-        bool hasNull = false;
-        host::KeyBytes bytes;
-    };
-    void guessTypes();
-    bool encode(const CsvRow& row, KeyedRow& keyed);
-    const KnownKey& keyAt(const RowPlace& place);
+    friend class CsvReader;
+    void guessTypes(std::vector<InputFile>& inputs);
 
     std::shared_ptr<const CsvTable> table_;
     std::vector<RowKeyColumn> columns_;
-    std::optional<std::string> nullWord_;
-    std::vector<InputFile>& inputs_;
-    RowErrors& errors_;
+    RowKeyRules rules_;
     InputPlaces places_;
-    std::unique_ptr<RowKeys> keys_;
-    std::size_t inputIndex_ = 0;
-    std::unique_ptr<CsvTableRows> rows_;  // of that input
-    CsvRow row_ = {};
-    host::KeyBytes key_;
-    PlaceReader reader_;
-    CsvRowParser parser_;
-    // The last ones that were asked for: long keys are compared two at a time.
-    KnownKey known_[2];
-    std::size_t oldestKnown_ = 0;
 };
 
 }  // namespace tvsort::tools

@@ -24,6 +24,8 @@ struct CsvTable {
     std::string mark;            // the first input's byte order mark, if it has one
     std::string header;          // the first input's header row, with a line end
     std::string lineEnd = "\n";  // of the first row that has one
+    // Of each input, the byte at which its first row begins behind mark and header.
+    std::vector<std::uint64_t> firstRows;
 };
 
 // Gives the rows of one input, the header and malformed rows left out.

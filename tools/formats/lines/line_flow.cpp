@@ -84,11 +84,12 @@ constexpr std::uint64_t kTextShare = 4;
 }  // namespace
 
 OrderedFlow lineOrderedFlow(const RecordOptions& options, std::vector<InputFile>& inputs,
-                            std::uint64_t memoryBytes, RowErrors& errors, OutputFile& output) {
+                            std::uint64_t memoryBytes, OutputFile& output) {
     LineKeyedInput::Form form;
     form.lineEnd = options.zeroTerminated ? '\0' : '\n';
     form.nullWord = options.nullWord;
     form.valueBytesMax = memoryBytes / kTextShare;
+    form.keepsUnreadable = options.onError == kLastOnError;
     for (const std::string& text : options.keys) {
         const KeyText key = parseKey(text, host::ValuePlace::kColumn, options.isReversed);
         form.columns.push_back({0, key.column, key.ordered.value()});
@@ -96,7 +97,7 @@ OrderedFlow lineOrderedFlow(const RecordOptions& options, std::vector<InputFile>
     if (options.keys.empty()) form.columns.push_back({0, "", *lineKey(options).ordered});
     OrderedFlow flow;
     const std::string lineEnd(1, form.lineEnd);
-    flow.input = std::make_unique<LineKeyedInput>(std::move(form), inputs, errors);
+    flow.input = std::make_unique<LineKeyedInput>(std::move(form), inputs);
     flow.writer = std::make_unique<RowWriter>(RowWriter::Form{"", lineEnd, true}, inputs,
                                               memoryBytes / kTextShare, output);
     flow.lineEnd = lineEnd;

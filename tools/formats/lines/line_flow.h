@@ -17,7 +17,7 @@ namespace tvsort::tools {
 // Lines with their keys. `memoryBytes` is the memory of the whole sort. All that is passed
 // must outlive the flow.
 OrderedFlow lineOrderedFlow(const RecordOptions& options, std::vector<InputFile>& inputs,
-                            std::uint64_t memoryBytes, RowErrors& errors, OutputFile& output);
+                            std::uint64_t memoryBytes, OutputFile& output);
 
 // Lines by their bytes, for a hierarchy: laid into records that hold the longest one of all inputs.
 // The inputs are read to their ends and rewound, so they must be regular files.

@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "host/keys/ordered_key.h"
-#include "tools/files/input_window.h"
 #include "tools/formats/keyed_input.h"
 #include "tools/formats/row_keys.h"
 #include "tools/options/row_errors.h"
@@ -31,27 +30,26 @@ class LineKeyedInput : public KeyedInput {
         std::optional<std::string> nullWord;
         // Of values of other types than plain text, and so of their lines.
         std::size_t valueBytesMax = 0;
+        // A value that cannot be read has a key behind all others.
+        bool keepsUnreadable = false;
     };
 
-    // Inputs and errors are needed as long as it reads. Reads all inputs once more where a type is
-    // auto. A column's name is NUMBER, NUMBER-NUMBER or NUMBER-; another one is bad use.
-    LineKeyedInput(Form form, std::vector<InputFile>& inputs, RowErrors& errors);
+    // Inputs are needed as long as it is. Reads all of them once where a type is auto. A column's
+    // name is NUMBER, NUMBER-NUMBER or NUMBER-; another one is bad use.
+    LineKeyedInput(Form form, const std::vector<InputFile>& inputs);
 
-    bool next(KeyedRow& row) override;
-    void restart() override;
-    KeyPart keyPart(const RowPlace& place, std::uint64_t from, std::size_t bytesMax,
-                    host::KeyBytes& part) override;
+    std::unique_ptr<RowReader> reader(std::size_t keyBytes) const override;
     const InputPlaces& places() const override { return places_; }
+    std::uint64_t firstRowOf(std::size_t inputIndex) const override {
+        return places_.startOf(inputIndex);
+    }
+    bool isKeyOfStart() const override { return isPlainText_; }
+    std::size_t rowBytesMax() const override;
+    std::string nameOf(std::uint64_t offset) const override { return places_.nameOf(offset); }
     std::string keysInWords() const override { return inWords(form_.columns); }
 
   private:
-    // A long line's key and line, as far as somebody has come.
-    struct Cursor {
-        std::uint64_t offset = ~std::uint64_t{0};
-        std::uint64_t keyBytes = 0;
-        std::uint64_t lineBytes = 0;
-    };
-
+    friend class LineReader;
     struct FieldRange {
         std::size_t first;  // from 0
         std::size_t last;
@@ -59,36 +57,12 @@ class LineKeyedInput : public KeyedInput {
 
     static FieldRange rangeOf(const std::string& name);
     void guessTypes();
-    bool isOrderedByFields() const { return !ranges_.empty(); }
-    bool isPlainText() const { return plainKey_.has_value(); }
-    void cutFields(std::string_view line);
-    bool nextInInputs(KeyedRow& row);
-    // False for one that is left out.
-    bool encodeRow(KeyedRow& row);
-    // The next line of the input that is read; of a long one its beginning, and its length.
-    bool nextLine(std::string_view& line, std::uint64_t& lineBytes);
-    RowKeys::Outcome encode(std::string_view line, host::KeyBytes& key);
-    KeyPart textPart(const RowPlace& place, std::uint64_t from, std::size_t bytesMax,
-                     host::KeyBytes& part);
 
     Form form_;
-    std::vector<InputFile>& inputs_;
-    RowErrors& errors_;
     InputPlaces places_;
-    std::vector<FieldRange> ranges_;            // by column, where there are fields
-    std::optional<host::OrderedKey> plainKey_;  // of whole lines by their bytes
-    std::optional<RowKeys> keys_;               // else
+    std::vector<FieldRange> ranges_;  // by column, where there are fields
+    bool isPlainText_ = false;        // whole lines, by their bytes
     bool takesEmptyLines_ = false;
-    std::vector<RowField> fields_;
-    std::vector<std::string_view> words_;
-    std::size_t inputIndex_ = 0;
-    std::unique_ptr<InputWindow> window_;  // of that input
-    std::uint64_t offset_ = 0;             // of the next line in it
-    std::string longLine_;                 // its first bytes
-    host::KeyBytes key_;
-    PlaceReader reader_;
-    Cursor cursors_[2];
-    std::size_t oldestCursor_ = 0;
 };
 
 }  // namespace tvsort::tools

@@ -1,0 +1,88 @@
+#include "tools/ordered/run_merge.h"
+
+#include <cstring>
+
+#include "tools/files/interrupt.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+constexpr std::size_t kPieceBytes = std::size_t{32} * 1024;
+
+int order(const host::KeyBytes& left, const host::KeyBytes& right) {
+    return left < right ? -1 : left == right ? 0 : 1;
+}
+
+}  // namespace
+
+int compareByPlaces(RowReader& reader, const RowPlace& left, const RowPlace& right) {
+    host::KeyBytes leftPart;
+    host::KeyBytes rightPart;
+    for (std::uint64_t from = 0;; from += kPieceBytes) {
+        throwIfInterrupted();
+        const bool leftEnds = reader.keyPart(left, from, kPieceBytes, leftPart).endsKey;
+        const bool rightEnds = reader.keyPart(right, from, kPieceBytes, rightPart).endsKey;
+        const int part = order(leftPart, rightPart);
+        if (part != 0 || leftEnds || rightEnds) return part;
+    }
+}
+
+RunMerge::RunMerge(const RunForm& form, std::span<const SortedRun> runs,
+                   const RunCursor::Range& range, RowReader& reader, std::size_t bufferBytes)
+    : form_(form), reader_(reader) {
+    for (const SortedRun& run : runs) {
+        sources_.push_back(
+            {std::make_unique<RunCursor>(form, run, range, reader, bufferBytes), 0, false});
+    }
+}
+
+const RunRow* RunMerge::next() {
+    if (sources_.empty()) return nullptr;
+    if (!isStarted_) {
+        for (Source& source : sources_)
+            advance(source);
+        losers_.resize(sources_.size());
+        winner_ = play(1);
+        isStarted_ = true;
+    } else {
+        advance(sources_[winner_]);
+        for (std::size_t node = (winner_ + sources_.size()) / 2; node > 0; node /= 2) {
+            if (precedes(losers_[node], winner_)) std::swap(losers_[node], winner_);
+        }
+    }
+    const Source& source = sources_[winner_];
+    return source.hasRow ? &source.cursor->row() : nullptr;
+}
+
+void RunMerge::advance(Source& source) {
+    source.hasRow = source.cursor->next();
+    source.keyHead = source.cursor->keyHead();
+}
+
+std::size_t RunMerge::play(std::size_t node) {
+    if (node >= sources_.size()) return node - sources_.size();
+    const std::size_t left = play(2 * node);
+    const std::size_t right = play(2 * node + 1);
+    const bool leftWins = precedes(left, right);
+    losers_[node] = leftWins ? right : left;
+    return leftWins ? left : right;
+}
+
+bool RunMerge::precedes(std::size_t left, std::size_t right) {
+    const Source& one = sources_[left];
+    const Source& other = sources_[right];
+    if (!one.hasRow || !other.hasRow) return one.hasRow;
+    if (one.keyHead != other.keyHead) return one.keyHead < other.keyHead;
+    const RunRow& row = one.cursor->row();
+    int found = std::memcmp(row.key, other.cursor->row().key, form_.record.form().keyBytes);
+    if (found == 0 && row.keyGoesOn) found = compareWhole(*one.cursor, *other.cursor);
+    return found != 0 ? found < 0 : left < right;
+}
+
+int RunMerge::compareWhole(RunCursor& left, RunCursor& right) {
+    if (left.row().isHeld && right.row().isHeld) return order(left.wholeKey(), right.wholeKey());
+    return compareByPlaces(reader_, left.row().place, right.row().place);
+}
+
+}  // namespace tvsort::tools
