@@ -116,6 +116,7 @@ void LineKeyedInput::cutFields(std::string_view line) {
 void LineKeyedInput::restart() {
     for (InputFile& input : inputs_)
         input.rewind();
+    errors_.restart();
     inputIndex_ = 0;
     offset_ = 0;
     window_ = std::make_unique<InputWindow>(inputs_[0], kBufferBytes);
