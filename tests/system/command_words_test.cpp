@@ -158,7 +158,8 @@ TEST_F(Words, PackedFilesAreReadAndWritten) {
 TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
     const char* const cases[][2] = {
         {"a.csv --key id -z", "--zero-terminated is for lines"},
-        {"--lines --hierarchy --null x lines", "--null does not go with --hierarchy"},
+        {"--lines --hierarchy --as wkt --null x lines", "--null does not go with fixed-length"},
+        {"--lines --hierarchy --check lines", "leave --hierarchy out"},
         {"--record-length 2 --key byte:0 -z lines", "are for lines and rows"},
         {"--lines --as wkt --random 1 lines", "--random does not go with"},
         {"a.csv --key id --random 1", "leave --key out"},

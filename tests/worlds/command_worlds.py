@@ -99,6 +99,9 @@ class World:
         self.has_header = self.random.random() < 0.7
         self.is_ragged = self.random.random() < 0.2
         self.on_error = self.random.choice([None, None, 'skip', 'last'])
+        self.has_levels = self.kind != 'fields' and self.random.random() < 0.15
+        self.is_ragged = self.is_ragged and not self.has_levels
+        self.deepest = 0, 0
         self.bad_rows = 0
         self.make_inputs()
         self.choose_operation()
@@ -143,7 +146,10 @@ class World:
         values = []
         texts = [self.disturbed(text) for text in texts]
         if self.kind == 'lines':
-            texts = [texts[0].replace('\n', '').replace('\0', '')]
+            if self.has_levels:
+                # Blanks count in texts, and in front of none else.
+                self.draw_level(source)
+                texts[0] = '\t' * (self.deepest[1] - 1) + (texts[0].lstrip() or 'x' * self.keys[0].takes_empty)
             raw = texts[0].encode()
             lacks_end = lacks_end and raw
         elif self.kind == 'fields':
@@ -156,7 +162,7 @@ class World:
             if texts[-1] == '':
                 texts[-1] = None
         else:
-            texts += [str(self.random.randrange(10))]
+            texts += [self.draw_level(source) if self.has_levels else str(self.random.randrange(10))]
             if self.is_ragged and self.random.random() < 0.3:
                 texts = texts[:self.random.randint(1, len(texts))] if self.random.random() < 0.7 \
                     else texts + ['more']
@@ -176,6 +182,8 @@ class World:
         is_bad = False
         for key in self.keys:
             text = texts[key.column] if key.column < len(texts) else None
+            if self.kind == 'lines' and self.has_levels:
+                text = text.lstrip('\t')
             is_null = text is None or text == self.null_word or (
                 self.kind == 'lines' and text == '' and not key.takes_empty)
             value = None if is_null else key.value(text)
@@ -186,7 +194,22 @@ class World:
         self.bad_rows += is_bad
         row = Row(source, raw + (b'' if lacks_end else self.line_end()), values)
         row.is_bad = is_bad
+        row.level = self.level_of(row, texts[-1]) if self.has_levels else 1
+        self.bad_rows += row.level is None and not is_bad
+        row.is_bad = is_bad or row.level is None
         return row
+
+    def draw_level(self, source):
+        if self.on_error is not None and self.random.random() < 0.05:
+            return self.random.choice(['', 'x'])
+        deepest = self.deepest[1] if self.deepest[0] == source else 0
+        self.deepest = source, self.random.randint(1, min(deepest + 1, 5))
+        return str(self.deepest[1])
+
+    def level_of(self, row, text):
+        if self.kind == 'csv':
+            return int(text) if text and text.isdigit() else None
+        return 1 + len(row.raw) - len(row.raw.lstrip(b'\t'))
 
     def disturbed(self, text):
         """Now and then it is null, or no value of its type, or has blanks around it."""
@@ -204,6 +227,8 @@ class World:
         self.operation = self.random.choice(
             ['order', 'order', 'distinct', 'groups', 'groups=count', 'unique'] +
             (['intersect', 'except'] if several else []))
+        if self.has_levels:
+            self.operation = 'hierarchy'
         sets = self.operation in ('intersect', 'except')
         self.all = sets and self.random.random() < 0.5
         self.limit = self.random.choice([1, 2, 7, 100]) \
@@ -233,6 +258,8 @@ class World:
 
     def wanted_words(self):
         words = [] if self.operation == 'order' else ['--' + self.operation]
+        words += ['--level', 'rest' if self.has_header else str(len(self.keys) + 1)] \
+            if self.has_levels and self.kind == 'csv' else []
         words += ['--all'] if self.all else []
         words += ['--limit', str(self.limit)] if self.limit else []
         words += ['--with-ties'] if self.with_ties else []
@@ -275,7 +302,12 @@ class World:
         nulls = lambda row: any(value is None for value in row.values)
         if self.operation == 'unique' and any(len(run) > 1 and not nulls(run[0]) for run in runs):
             return FAILED
-        if self.operation == 'distinct':
+        if self.operation == 'hierarchy':
+            rows = self.arranged()
+            if rows is FAILED:
+                return FAILED
+            runs = list(self.limited(neighbours(rows)))
+        elif self.operation == 'distinct':
             runs = [run[:1] for run in runs][:self.limit]
         elif self.operation == 'groups=count':
             runs = runs[:self.limit]
@@ -301,6 +333,26 @@ class World:
                 texts.append(b''.join(map(self.text, run)))
         return head + b''.join(texts)
 
+    def arranged(self):
+        """What has no level stands behind the hierarchy, in the order of reading."""
+        ranks = {id(row): rank for rank, run in enumerate(self.runs()) for row in run}
+        top = Node(None)
+        path = [top]
+        source = 0
+        for row in self.rows:
+            if id(row) not in ranks or row.level is None:
+                continue
+            if row.source != source:
+                path = [top]
+            source = row.source
+            if row.level > len(path):
+                return FAILED
+            del path[row.level:]
+            path.append(Node(row))
+            path[-2].children.append(path[-1])
+        rows = top.flat(lambda node: ranks[id(node.row)])
+        return rows + [row for row in self.rows if row.level is None and id(row) in ranks]
+
     def combined(self, run):
         counts = [sum(row.source == i for row in run) for i in range(len(self.inputs))]
         if self.operation == 'intersect':
@@ -310,6 +362,29 @@ class World:
         else:
             wanted = 0 if any(counts[1:]) else counts[0]
         return [row for row in run if row.source == 0][:wanted if self.all else min(wanted, 1)]
+
+
+class Node:
+    def __init__(self, row):
+        self.row = row
+        self.children = []
+
+    def flat(self, rank):
+        rows = [self.row] if self.row else []
+        for child in sorted(self.children, key=rank):
+            rows += child.flat(rank)
+        return rows
+
+
+def neighbours(rows):
+    runs = []
+    for row in rows:
+        if runs and row.level is not None and same(runs[-1][0], row) and \
+                runs[-1][0].level == row.level:
+            runs[-1].append(row)
+        else:
+            runs.append([row])
+    return runs
 
 
 def same(left, right):
@@ -340,12 +415,10 @@ class Trial:
         counts = world.bad_rows
         status = 3 if counts and world.on_error else 0
         for memory in MEMORIES:
-            if '--processes' in memory and world.operation in ('intersect', 'except'):
-                continue
             words = world.words() + world.wanted_words() + memory + world.inputs
             done = self.run(words)
             if expected is FAILED:
-                self.check(done.returncode == 2 and done.stdout == b'', words, done, 'not unique')
+                self.check(done.returncode == 2 and done.stdout == b'', words, done, 'wanted a refusal')
                 continue
             self.check(done.returncode == status, words, done, 'status, wanted %d' % status)
             if done.stdout != expected:
@@ -361,7 +434,7 @@ class Trial:
     def check_and_merge(self):
         """Outputs are in order, and those of parts merge to that of all."""
         world = self.world
-        if world.on_error is not None or world.kind == 'csv' and not world.rows:
+        if world.on_error is not None or world.has_levels or world.kind == 'csv' and not world.rows:
             return
         whole = self.run(world.words() + world.inputs)
         (world.folder / 'whole').write_bytes(whole.stdout)

@@ -88,6 +88,10 @@ int sortFile(const SortOptions& options) {
 
 // The words for the first row out of order; empty where there is none.
 std::string disorderIn(const SortOptions& options) {
+    if (options.mode.hierarchy) {
+        throw host::badUse(
+            "--check compares each row with the one before it; leave --hierarchy out");
+    }
     SortSetup setup(options);
     KeyedInput* const input = setup.orderedInput();
     if (input == nullptr) {

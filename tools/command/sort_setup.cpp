@@ -17,6 +17,7 @@
 #include "tools/options/key_text.h"
 #include "tools/ordered/ordered_merge.h"
 #include "tools/ordered/ordered_sort.h"
+#include "tools/ordered/ranked_hierarchy.h"
 #include "tools/ordered/shuffled_input.h"
 #include "tools/run/sampling.h"
 
@@ -82,8 +83,7 @@ void checkKeysAreNamed(const SortOptions& options) {
 SortOptions understood(SortOptions options) {
     recogniseFormat(options.inputs, options.records);
     checkRecordOptions(options.records);
-    checkModeOptions(options.mode,
-                     {options.inputs.size(), inputKindOf(options.records), options.processCount});
+    checkModeOptions(options.mode, {options.inputs.size(), inputKindOf(options.records)});
     checkKeysAreNamed(options);
     return options;
 }
@@ -105,6 +105,7 @@ SortSetup::SortSetup(const SortOptions& options)
     makeInputsRereadable();
     progress_.begin("measuring");
     checkWordsOfOrderedKeys();
+    if (options_.processCount > 1 && !isOrdered()) checkModeWithProcesses(options_.mode);
     sort_ = isOrdered() ? makeOrderedSort() : makeShapedSort();
     readCost_ = clock.lap();
     memoryPlan_ = planMemory(memoryRequest());
@@ -112,7 +113,6 @@ SortSetup::SortSetup(const SortOptions& options)
 
 bool SortSetup::isOrdered() const {
     const RecordOptions& records = options_.records;
-    if (options_.mode.hierarchy) return false;
     if (inputKindOf(records) == InputKind::kRecords) return false;
     const bool isOfWholeLines = inputKindOf(records) == InputKind::kLines && records.keys.empty();
     if (isOfWholeLines) return lineKey(records).ordered.has_value();
@@ -133,8 +133,7 @@ void SortSetup::checkWordsOfOrderedKeys() const {
                                                                : nullptr;
     if (word == nullptr || isOrdered()) return;
     throw host::badUse(
-        fmt::format("{} does not go with --hierarchy, fixed-length records, or types that the "
-                    "process compares; "
+        fmt::format("{} does not go with fixed-length records, or types that the process compares; "
                     "the others stand first in sort --help",
                     word));
 }
@@ -144,13 +143,13 @@ OrderedFlow SortSetup::makeOrderedFlow(std::vector<InputFile>& inputs) {
     if (inputKindOf(records) == InputKind::kRows)
         return csvOrderedFlow(records, options_.mode, inputs, options_.memoryBytes, errors_,
                               output_);
-    return lineOrderedFlow(records, inputs, options_.memoryBytes, errors_, output_);
+    return lineOrderedFlow(records, options_.mode, inputs, options_.memoryBytes, errors_, output_);
 }
 
 std::int64_t SortSetup::merge() {
     const Operation operation = operationOf(options_.mode);
     if (!isOrdered() || options_.randomSeed.has_value() || errors_.keepsRows() ||
-        operation == Operation::kUnique) {
+        operation == Operation::kUnique || operation == Operation::kHierarchy) {
         throw host::badUse(
             "--merge takes lines and rows by keys of the types that stand first in sort --help; "
             "leave it out, or leave --hierarchy, --unique, --random and --on-error=last out");
@@ -184,6 +183,12 @@ std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
         options_.memoryBytes,
         static_cast<std::size_t>(options_.processCount),
         options_.blockPages};
+    if (options_.mode.hierarchy) {
+        auto input =
+            std::make_unique<LevelledInput>(std::move(flow.input), flow.readLevel, errors_);
+        orderedInput_ = input.get();
+        return std::make_unique<RankedHierarchy>(std::move(input), setting, std::move(flow.writer));
+    }
     orderedInput_ = flow.input.get();
     return std::make_unique<OrderedSort>(std::move(flow.input), setting, std::move(flow.writer));
 }
@@ -262,8 +267,7 @@ RecordFlow SortSetup::makeFlow() {
             return csvRecords(records, options_.mode, inputs_, options_.memoryBytes, errors_,
                               output_);
         case InputKind::kLines:
-            return records.as.empty() ? lineRecords(options_.mode, inputs_, output_)
-                                      : valueLineRecords(records, options_.mode, inputs_, output_);
+            return valueLineRecords(records, options_.mode, inputs_, output_);
         case InputKind::kRecords:
             break;
     }

@@ -24,6 +24,19 @@ std::uint64_t batchBytes(std::uint64_t memoryBytes) {
 
 }  // namespace
 
+SettledOrder::Setting orderOf(const OrderedSort::Setting& setting, const KeyRecord::Form& form) {
+    // Blocks are at least this large, whatever the memory is.
+    const std::size_t blockBytes = static_cast<std::size_t>(kPageBytes) *
+                                   static_cast<std::size_t>(setting.blockPages.value_or(1));
+    return {.form = form,
+            .tempDirectory = setting.shape.tempDirectory,
+            .batchBytes = batchBytes(setting.memoryBytes),
+            .recordBytesMax = std::min(blockBytes / kRecordsPerBlockMin, kRoundRecordBytesMax),
+            .processCount = setting.processCount,
+            .filter = nullptr,
+            .isKept = false};
+}
+
 OrderedSort::OrderedSort(std::unique_ptr<KeyedInput> input, const Setting& setting,
                          std::unique_ptr<RowWriter> writer)
     : input_(std::move(input)),
@@ -51,18 +64,10 @@ SortStats OrderedSort::shape(const SortOnce& sortOnce) {
     const ModeOptions& mode = setting_.shape.mode;
     const Operation operation = operationOf(mode);
     std::optional<TopFilter> top = filter();
-    // Blocks are at least this large, whatever the memory is.
-    const std::size_t blockBytes = static_cast<std::size_t>(kPageBytes) *
-                                   static_cast<std::size_t>(setting_.blockPages.value_or(1));
-    SettledOrder::Setting setting = {
-        .form = form_,
-        .tempDirectory = setting_.shape.tempDirectory,
-        .batchBytes = batchBytes(setting_.memoryBytes),
-        .recordBytesMax = std::min(blockBytes / kRecordsPerBlockMin, kRoundRecordBytesMax),
-        .processCount = setting_.processCount,
-        .filter = top.has_value() ? &*top : nullptr,
-        // Nothing is to be written before all rows are known to be unique.
-        .isKept = operation == Operation::kUnique};
+    SettledOrder::Setting setting = orderOf(setting_, form_);
+    setting.filter = top.has_value() ? &*top : nullptr;
+    // Nothing is to be written before all rows are known to be unique.
+    setting.isKept = operation == Operation::kUnique;
     SettledOrder order(*input_, setting);
     RowShaper shaper(setting_.shape, *writer_);
     const auto shape = [&](const SettledRow& row) { shaper.take(row); };

@@ -56,6 +56,9 @@ class OrderedSort : public Sorting {
     KeyRecord::Form form_;
 };
 
+// How its rows are put in order.
+SettledOrder::Setting orderOf(const OrderedSort::Setting& setting, const KeyRecord::Form& form);
+
 // Of the memory, for rows on their way out that were left in their inputs.
 inline constexpr std::uint64_t kFetchShare = 4;
 

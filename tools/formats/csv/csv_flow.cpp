@@ -152,6 +152,8 @@ std::shared_ptr<const CsvTable> openTable(const RecordOptions& options,
     CsvTable table = readTable(delimiterOf(options), !options.noHeader,
                                std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs);
     table.isRagged = options.isRagged;
+    // Where nobody names the columns, any row may have the most of them.
+    if (table.isRagged && !table.hasHeader) table.columnCount = kColumnsOfNothing;
     return std::make_shared<const CsvTable>(std::move(table));
 }
 
@@ -171,6 +173,7 @@ std::vector<RowKeyColumn> orderedColumns(const RecordOptions& options, const Mod
     host::KeyForm form;
     form.type.name = "text";
     form.isDescending = options.isReversed;
+    if (table.isRagged) return {{RowKeyColumn::kAllFields, "all fields", form}};
     for (std::size_t i = 0; i < table.columnCount; ++i)
         columns.push_back({i, table.hasHeader ? table.names[i] : std::to_string(i + 1), form});
     return columns;
@@ -184,8 +187,16 @@ OrderedFlow csvOrderedFlow(const RecordOptions& options, const ModeOptions& mode
     const auto table = openTable(options, inputs, memoryBytes);
     OrderedFlow flow;
     flow.delimiter = table->delimiter;
-    flow.input = std::make_unique<CsvKeyedInput>(
+    auto input = std::make_unique<CsvKeyedInput>(
         table, orderedColumns(options, mode, *table, inputs), options.nullWord, inputs, errors);
+    if (mode.hierarchy) {
+        const std::size_t index =
+            columnIndexOf(mode.level, table->names, table->columnCount, "--level");
+        flow.readLevel = [rows = input.get(), index, name = mode.level](const KeyedRow&) {
+            return rows->levelIn(index, name);
+        };
+    }
+    flow.input = std::move(input);
     flow.writer = std::make_unique<RowWriter>(RowWriter::Form{headOf(*table, mode), table->lineEnd},
                                               inputs, memoryBytes / kFetchShare, output);
     return flow;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/host_error.h"
+#include "host/values/number_text.h"
 
 namespace tvsort::tools {
 
@@ -95,6 +96,20 @@ bool CsvKeyedInput::encode(const CsvRow& row, KeyedRow& keyed) {
         return false;
     }
     return true;
+}
+
+RowLevel CsvKeyedInput::levelIn(std::size_t columnIndex, const std::string& name) const {
+    // What is wrong with a malformed row has been said.
+    if (!row_.problem.empty()) return {};
+    const std::vector<CsvField>& fields = rows_->fields();
+    try {
+        if (columnIndex >= fields.size() || fields[columnIndex].isNull)
+            throw host::badUse("it is empty, and a hierarchy needs a level in each row");
+        return {host::parseNumber<std::int32_t>(fields[columnIndex].text, "level"), ""};
+    } catch (const host::HostError& error) {
+        return {std::nullopt,
+                fmt::format("{}, column {}: {}", rows_->nameOf(row_), name, error.what())};
+    }
 }
 
 KeyPart CsvKeyedInput::keyPart(const RowPlace& place, std::uint64_t from, std::size_t bytesMax,

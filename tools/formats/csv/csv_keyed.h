@@ -10,6 +10,7 @@
 
 #include "tools/formats/csv/csv_scan.h"
 #include "tools/formats/keyed_input.h"
+#include "tools/formats/ordered_flow.h"
 #include "tools/formats/row_keys.h"
 #include "tools/options/row_errors.h"
 
@@ -29,6 +30,9 @@ class CsvKeyedInput : public KeyedInput {
                     host::KeyBytes& part) override;
     const InputPlaces& places() const override { return places_; }
     std::string keysInWords() const override { return inWords(columns_); }
+
+    // Of the row that came last: the text of a column as a level, whose name is for messages.
+    RowLevel levelIn(std::size_t columnIndex, const std::string& name) const;
 
   private:
     struct KnownKey {

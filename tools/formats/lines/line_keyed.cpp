@@ -88,6 +88,8 @@ void LineKeyedInput::guessTypes() {
 void LineKeyedInput::cutFields(std::string_view line) {
     constexpr std::string_view kBlanks = " \t";
     fields_.clear();
+    if (form_.indentation.has_value())
+        line.remove_prefix(std::min(line.find_first_not_of(*form_.indentation), line.size()));
     if (!isOrderedByFields()) {
         fields_.push_back({line, line.empty() && !takesEmptyLines_});
         return;
