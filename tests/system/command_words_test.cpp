@@ -144,6 +144,15 @@ TEST_F(Words, PackedFilesAreReadAndWritten) {
         write("bad" + ending, packed.substr(0, 4000) + "x" + packed.substr(4000));
         EXPECT_THAT(run("sort --lines bad" + ending).errors, HasSubstr("bad" + ending + " is"));
     }
+    // Unpacked, they fill buffers to the last byte.
+    std::string whole;
+    for (int i = 0; i < 1 << 13; ++i)
+        whole += std::to_string(100000000000000 + i) + "\n";
+    write("whole", whole + whole);
+    for (const std::string ending : {".gz", ".zst"}) {
+        ASSERT_EQ(run("sort --lines whole -o whole" + ending).status, 0);
+        EXPECT_TRUE(run("sort --lines --distinct whole" + ending).output == whole) << ending;
+    }
     ASSERT_EQ(run("sort a.csv --distinct -o a.csv.gz").status, 0);
     EXPECT_EQ(run("sort a.csv.gz --key id:desc").output, "id,v,v\n2,a,7\n1,b,\n");
     ASSERT_EQ(run("generate --records 100 -o records.gz").status, 0);

@@ -103,6 +103,7 @@ SortSetup::SortSetup(const SortOptions& options)
       errors_(options.records.onError) {
     StageClock clock;
     makeInputsRereadable();
+    progress_.watch([this] { return inputPosition(); });
     progress_.begin("measuring");
     checkWordsOfOrderedKeys();
     if (options_.processCount > 1 && !isOrdered()) checkModeWithProcesses(options_.mode);
@@ -233,6 +234,13 @@ RecordFlow SortSetup::makeFlowAgain() {
     return makeFlow();
 }
 
+Progress::Position SortSetup::inputPosition() const {
+    std::int64_t bytes = 0;
+    for (const InputFile& input : inputs_)
+        bytes += input.position();
+    return {static_cast<std::uint64_t>(bytes), static_cast<std::uint64_t>(inputBytes())};
+}
+
 std::int64_t SortSetup::inputBytes() const {
     std::int64_t bytes = 0;
     for (const InputFile& input : inputs_)
@@ -246,14 +254,14 @@ void SortSetup::makeInputsRereadable() {
         InputFile& input = inputs_[i];
         progress_.begin("reading " + input.displayName());
         if (isReadTwice(options_))
-            input = makeRereadable(std::move(input), tempDirectoryOf(options_));
+            input = makeRereadable(std::move(input), tempDirectoryOf(options_), progress_);
         const std::string begin = isText ? firstBytes(input) : "";
         // Fixed-length records may begin with any bytes.
         const Compression compression =
             isText ? compressionMarked(begin) : compressionNamed(options_.inputs[i]);
         if (compression != Compression::kNone) {
             SpoolFile plain(tempDirectoryOf(options_));
-            unpack(compression, input, plain);
+            unpack(compression, input, plain, progress_);
             input = plain.takeAsInput(input.displayName());
         }
         if (isText) refuseWideText(input);

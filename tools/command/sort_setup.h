@@ -82,6 +82,7 @@ class SortSetup {
 
   private:
     void makeInputsRereadable();
+    Progress::Position inputPosition() const;
     // Whether keys are made into ordered bytes, and not compared by the process one by one.
     bool isOrdered() const;
     void checkWordsOfOrderedKeys() const;

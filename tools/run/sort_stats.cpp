@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/files/byte_units.h"
+
 namespace tvsort::tools {
 
 namespace {
@@ -16,18 +18,6 @@ namespace {
 std::array<std::pair<std::string_view, StageCost>, 4> stagesOf(const SortStats& stats) {
     return {
         {{"read", stats.read}, {"load", stats.load}, {"sort", stats.sort}, {"write", stats.write}}};
-}
-
-// With the unit that leaves a number below 1024.
-std::string inUnits(std::int64_t byteCount) {
-    constexpr std::array<const char*, 5> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB"};
-    constexpr double kStep = 1024;
-    if (byteCount < static_cast<std::int64_t>(kStep)) return fmt::format("{} bytes", byteCount);
-    auto number = static_cast<double>(byteCount) / kStep;
-    std::size_t unit = 0;
-    for (; number >= kStep && unit + 1 < kUnits.size(); ++unit)
-        number /= kStep;
-    return fmt::format("{:.1f} {}", number, kUnits[unit]);
 }
 
 rusage ownUsage() {
