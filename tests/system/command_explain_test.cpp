@@ -39,8 +39,10 @@ TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
               "records   2\n"
               "blocks    1 of 65536 bytes, 2340 records each\n"
               "frames    1024 in 67108864 bytes of memory\n"
+              "slot      67641344 bytes of shared memory\n"
               "fits      yes, in any memory that makes a pool\n"
               "method    quicksort, in any memory: there are fewer than 200 records\n"
+              "disk      0 bytes of work file\n"
               "request   98 bytes\n"
               "      0  62 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
               "     16  00 00 00 00 20 20 20 20 00 00 00 00 00 00 00 00\n"
@@ -56,6 +58,29 @@ TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
                 HasSubstr("       0      4  number of the record         integer  2 asc\n"));
     EXPECT_THAT(explain("records --record-length 2 --key float:0 2>&1; true"),
                 HasSubstr("reaches"));
+}
+
+// A long value inflates the records of a type that the process compares.
+TEST_F(Explain, ForetellsTheDiskAndWarnsWhereItIsMuch) {
+    std::string lines = std::string(9000, 'x') + "\n";
+    for (int i = 0; i < 3000; ++i)
+        lines += std::to_string(i * 7919 % 3000) + "\n";
+    write("lines", lines);
+    const std::string words = "--lines --as ucs2 --memory 4M lines";
+    const Outcome sorted = run("sort --stats=json -o out " + words);
+    EXPECT_EQ(sorted.status, 0);
+    const std::string warning = " MiB go to the work file, ";
+    EXPECT_THAT(sorted.errors, HasSubstr(warning));
+    const auto stats = nlohmann::json::parse(sorted.errors.substr(sorted.errors.find('{')));
+    const auto blockBytes =
+        stats["block_count"].get<std::int64_t>() * stats["block_bytes"].get<std::int64_t>();
+    const std::string text = explain(words);
+    EXPECT_THAT(text, HasSubstr(warning));
+    EXPECT_THAT(text,
+                HasSubstr("disk      " + std::to_string(blockBytes) + " bytes of work file\n"));
+    EXPECT_EQ(run("sort -o lines.gz --memory 1G --lines --as ucs2 lines").errors, "");
+    EXPECT_THAT(explain("--lines lines.gz"),
+                HasSubstr("work file, " + std::to_string(lines.size()) + " of inputs, copied"));
 }
 
 TEST_F(Explain, SaysWhereFitAndMethodChange) {

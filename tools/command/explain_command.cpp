@@ -14,6 +14,7 @@
 #include "tools/command/subcommands.h"
 #include "tools/files/interrupt.h"
 #include "tools/formats/records/record_layout.h"
+#include "tools/run/spill_forecast.h"
 
 namespace tvsort::tools {
 
@@ -51,23 +52,14 @@ class QuestionList {
 };
 
 // A question in so much memory.
-struct Prospect {
-    host::Geometry geometry;
-    host::Extent extent;
-    std::int32_t frameCount;
-    bool fits;
+struct Prospect : SpillForecast {
     host::MethodForecast method;
 };
 
-Prospect prospectIn(const MemoryPlan& plan, std::uint16_t recordLength, const Question& question) {
-    Prospect prospect = {};
-    prospect.geometry = host::chooseGeometry(recordLength, plan.blockPages);
-    const std::int32_t perBlock = prospect.geometry.recordsPerBlock;
-    prospect.extent = {
-        question.recordCount,
-        static_cast<std::int32_t>((std::int64_t{question.recordCount} + perBlock - 1) / perBlock)};
-    prospect.frameCount = plan.pages / plan.blockPages;
-    prospect.fits = prospect.extent.fileBlocks <= prospect.frameCount;
+Prospect prospectIn(const MemoryPlan& plan, SortSetup& setup, const Question& question) {
+    Prospect prospect = {forecastSpill(plan, setup.options().processCount,
+                                       setup.sort().recordLength(), question.recordCount),
+                         {}};
     prospect.method = host::forecastMethod(question.request, prospect.geometry, prospect.extent,
                                            prospect.frameCount);
     return prospect;
@@ -99,7 +91,7 @@ class Explanation {
     Explanation(SortSetup& setup, const Question& question)
         : setup_(setup),
           question_(question),
-          now_(prospectIn(setup.memoryPlan(), setup.sort().recordLength(), question)) {}
+          now_(prospectIn(setup.memoryPlan(), setup, question)) {}
 
     std::string text(std::size_t requestCount, bool hex) const {
         std::string text = fmt::format("record    {} bytes\n{}", now_.geometry.recordLength,
@@ -109,8 +101,7 @@ class Explanation {
                             now_.geometry.blockBytes(), now_.geometry.recordsPerBlock);
         text += fmt::format("frames    {} in {} bytes of memory\n", now_.frameCount,
                             setup_.memoryPlan().pages * kPageBytes);
-        text += "fits      " + fits() + "\nmethod    " + method() + "\n";
-        text += disk();
+        text += slot() + "fits      " + fits() + "\nmethod    " + method() + "\n" + disk();
         const std::vector<Byte> bytes = question_.request.build(now_.geometry, now_.extent, 1);
         text += fmt::format("request   {} bytes", bytes.size());
         if (requestCount > 1) {
@@ -127,25 +118,24 @@ class Explanation {
         const std::string change = changeAt([](const Prospect& prospect) { return prospect.fits; });
         if (now_.fits && change.empty()) return "yes, in any memory that makes a pool";
         if (now_.fits) return fmt::format("yes; blocks spill below {}", change);
-        return fmt::format("no, {} blocks spill to the work file; all fit from {} on",
-                           now_.extent.fileBlocks - now_.frameCount, change);
+        return fmt::format(
+            "no, {} blocks spill to the work file; all fit from {} on",
+            now_.extent.fileBlocks - std::int64_t{now_.frameCount} * setup_.options().processCount,
+            change);
     }
 
-    // Where blocks spill, the work file has room for all of them.
+    std::string slot() const {
+        const int processes = setup_.options().processCount;
+        return fmt::format("slot      {} bytes of shared memory{}\n", now_.slotBytes,
+                           processes > 1 ? fmt::format(" in each of {}", processes) : "");
+    }
+
     std::string disk() const {
-        if (now_.fits) return "";
-        constexpr std::int64_t kOften = 4;
-        const std::int64_t fileBytes =
-            now_.extent.fileBlocks * static_cast<std::int64_t>(now_.geometry.blockBytes());
-        const std::int64_t inputBytes = setup_.inputBytes();
-        std::string text = fmt::format("disk      {} bytes of work file\n", fileBytes);
-        if (inputBytes > 0 && fileBytes > kOften * inputBytes) {
-            text += fmt::format(
-                "warning   that is {} times the inputs; order by less, or give more "
-                "--memory\n",
-                fileBytes / inputBytes);
-        }
-        return text;
+        const std::int64_t copies = setup_.copiedBytes();
+        std::string text = fmt::format("disk      {} bytes of work file", now_.workFileBytes());
+        if (copies > 0) text += fmt::format(", {} of inputs, copied or unpacked", copies);
+        const std::string warning = spillWarning(now_.workFileBytes(), setup_.inputBytes());
+        return text + "\n" + (warning.empty() ? "" : "warning   " + warning + "\n");
     }
 
     std::string method() const {
@@ -202,7 +192,7 @@ class Explanation {
             request.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);
             const MemoryPlan plan = planMemory(request);
             return plan.pages >= plan.blockPages && plan.pages <= kSlotPagesMax &&
-                   holds(prospectIn(plan, setup_.sort().recordLength(), question_));
+                   holds(prospectIn(plan, setup_, question_));
         };
         const auto makesPool = [&](std::uint64_t pages) {
             request.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);

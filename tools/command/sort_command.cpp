@@ -17,6 +17,7 @@
 #include "tools/ordered/order_check.h"
 #include "tools/run/slot_sort.h"
 #include "tools/run/sort_stats.h"
+#include "tools/run/spill_forecast.h"
 
 namespace tvsort::tools {
 
@@ -42,6 +43,27 @@ host::ServerOptions serverOptions(SortSetup& setup) {
         progress.tick();
     };
     return server;
+}
+
+// Counts what the process gets, and says when all is there how much of it goes to the work file,
+// where that is more than one would think.
+host::RecordSource withSpillWarning(SortSetup& setup, std::uint16_t recordLength,
+                                    const host::RecordSource& source) {
+    return [&setup, recordLength, &source, recordCount = std::int64_t{0}](
+               Byte* target, std::size_t recordsMax) mutable {
+        const std::size_t records = source(target, recordsMax);
+        recordCount += static_cast<std::int64_t>(records);
+        if (records > 0) return records;
+        const std::string warning =
+            spillWarning(forecastSpill(setup.memoryPlan(), setup.options().processCount,
+                                       recordLength, recordCount)
+                             .workFileBytes(),
+                         setup.inputBytes());
+        if (warning.empty()) return records;
+        setup.progress().clear();
+        std::fputs(("tvsort-host: warning: " + warning + "\n").c_str(), stderr);
+        return records;
+    };
 }
 
 std::string report(const SortOptions& options, const SortStats& stats) {
@@ -72,7 +94,7 @@ int sortFile(const SortOptions& options) {
                 return ranges->partOf(record + keysOffset);
             };
         }
-        return slots.sort(request, source, sink);
+        return slots.sort(request, withSpillWarning(setup, request.recordLength, source), sink);
     });
     StageClock finishing;
     setup.output().finish();

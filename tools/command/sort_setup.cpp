@@ -253,7 +253,8 @@ void SortSetup::makeInputsRereadable() {
     for (std::size_t i = 0; i < inputs_.size(); ++i) {
         InputFile& input = inputs_[i];
         progress_.begin("reading " + input.displayName());
-        if (isReadTwice(options_))
+        const bool isCopied = isReadTwice(options_) && !input.fileBytes().has_value();
+        if (isCopied)
             input = makeRereadable(std::move(input), tempDirectoryOf(options_), progress_);
         const std::string begin = isText ? firstBytes(input) : "";
         // Fixed-length records may begin with any bytes.
@@ -264,6 +265,8 @@ void SortSetup::makeInputsRereadable() {
             unpack(compression, input, plain, progress_);
             input = plain.takeAsInput(input.displayName());
         }
+        if (isCopied || compression != Compression::kNone)
+            copiedBytes_ += input.fileBytes().value_or(0);
         if (isText) refuseWideText(input);
     }
 }

@@ -72,6 +72,8 @@ class SortSetup {
     std::int64_t merge();
     // Of inputs that are files, as they are read.
     std::int64_t inputBytes() const;
+    // Of inputs that lie in the temporary directory, copied or unpacked.
+    std::int64_t copiedBytes() const { return copiedBytes_; }
     const RowErrors& errors() const { return errors_; }
 
     Sorting& sort() { return *sort_; }
@@ -102,6 +104,7 @@ class SortSetup {
     std::unique_ptr<Sorting> sort_;
     KeyedInput* orderedInput_ = nullptr;  // of the sort
     MemoryPlan memoryPlan_ = {};
+    std::int64_t copiedBytes_ = 0;
     StageCost readCost_;
 };
 
