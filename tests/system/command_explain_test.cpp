@@ -30,23 +30,23 @@ class Explain : public CommandTest {
 TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
     write("a.csv", "name,born\nann,1950\nbo,\n");
     EXPECT_EQ(explain("a.csv --key name --key born:int16:desc:nulls-last --limit 7 --hex"),
-              "record    28 bytes\n"
+              "record    19 bytes\n"
               "  offset  bytes  content                                       type   key    null "
               "byte\n"
               "       0     15  9 bytes of name text, born int16 desc; place  bytes  1 asc\n"
               "      15      4  length of the row\n"
-              "      19      9  the row, if it is not longer\n"
-              "records   2\n"
-              "blocks    1 of 65536 bytes, 2340 records each\n"
-              "frames    1024 in 67108864 bytes of memory\n"
-              "fits      yes, in any memory that makes a pool\n"
-              "method    quicksort, in any memory: there are fewer than 200 records\n"
+              "rows      2\n"
+              "runs      1 of all rows, made by 1 process\n"
+              "slot      49152 bytes of shared memory\n"
+              "fits      yes; runs go to temporary files below --memory 4K\n"
+              "method    quicksort in each run\n"
+              "disk      no temporary file\n"
               "request   98 bytes\n"
               "      0  62 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
               "     16  00 00 00 00 20 20 20 20 00 00 00 00 00 00 00 00\n"
               "     32  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00\n"
               "     48  00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00\n"
-              "     64  10 00 00 00 02 00 00 00 24 09 1c 00 01 00 00 00\n"
+              "     64  01 00 00 00 02 00 00 00 d7 00 13 00 01 00 00 00\n"
               "     80  00 00 00 00 06 00 0f 00 00 00 01 00 01 00 00 00\n"
               "     96  00 00\n");
     EXPECT_THAT(explain("a.csv a.csv a.csv --key name:ucs2 --intersect"),
@@ -58,14 +58,34 @@ TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
                 HasSubstr("reaches"));
 }
 
+// A long value inflates the records of a type that the process compares.
+TEST_F(Explain, ForetellsTheDiskAndWarnsWhereItIsMuch) {
+    std::string lines = std::string(9000, 'x') + "\n";
+    for (int i = 0; i < 3000; ++i)
+        lines += std::to_string(i * 7919 % 3000) + "\n";
+    write("lines", lines);
+    const std::string words = "--lines --as ucs2 --memory 4M lines";
+    const Outcome sorted = run("sort --stats=json -o out " + words);
+    EXPECT_EQ(sorted.status, 0);
+    const std::string warning = " MiB go to the work file, ";
+    EXPECT_THAT(sorted.errors, HasSubstr(warning));
+    const auto stats = nlohmann::json::parse(sorted.errors.substr(sorted.errors.find('{')));
+    const auto blockBytes =
+        stats["block_count"].get<std::int64_t>() * stats["block_bytes"].get<std::int64_t>();
+    const std::string text = explain(words);
+    EXPECT_THAT(text, HasSubstr(warning));
+    EXPECT_THAT(text,
+                HasSubstr("disk      " + std::to_string(blockBytes) + " bytes of work file\n"));
+    EXPECT_EQ(run("sort -o lines.gz --memory 1G --lines --as ucs2 lines").errors, "");
+    EXPECT_THAT(explain("--lines lines.gz"),
+                HasSubstr("disk      no temporary file, " + std::to_string(lines.size()) + " of inputs, copied"));
+}
+
 TEST_F(Explain, SaysWhereFitAndMethodChange) {
     ASSERT_EQ(run("generate --records 20000 -o records").status, 0);
-    std::string csv = "key,text\n";
-    for (int i = 0; i < 20000; ++i)
-        csv += std::to_string(i * 7919 % 20000) + "," + std::string(12, 'x') + "\n";
-    write("in.csv", csv);
     for (const std::string words :
-         {"records --record-length 100 --key bytes:0:10", "in.csv --key key:int"}) {
+         {"records --record-length 100 --key bytes:0:10",
+          "records --record-length 20 --key integer:0 --key integer:4"}) {
         SCOPED_TRACE(words);
         const int fits = memoryBehind("spill below", explain(words));
         const int comparesNot = memoryBehind("slower below", explain(words));
@@ -93,6 +113,27 @@ TEST_F(Explain, SaysWhereFitAndMethodChange) {
                                         : distributes ? "method    block distribution"
                                                       : "method    quicksort"));
         }
+    }
+}
+
+TEST_F(Explain, ForetellsWhetherRunsStayInMemory) {
+    std::string csv = "key,text\n";
+    for (int i = 0; i < 60000; ++i)
+        csv += std::to_string(i * 7919 % 60000) + "," + std::string(12, 'x') + "\n";
+    write("in.csv", csv);
+    const std::string words = "in.csv --key key:int";
+    const int stays = memoryBehind("temporary files below", explain(words));
+    ASSERT_GT(stays, 1000);
+    for (const int memory : {stays - 4, stays}) {
+        const std::string granted = " --memory " + std::to_string(memory) + "K";
+        const auto stats =
+            nlohmann::json::parse(run("sort -o out --stats=json " + words + granted).errors);
+        EXPECT_EQ(stats["fitted"], memory == stays);
+        const std::string text = explain(words + granted);
+        EXPECT_THAT(text, HasSubstr(memory == stays ? "fits      yes" : "fits      no"));
+        std::smatch runs;
+        ASSERT_TRUE(std::regex_search(text, runs, std::regex("runs      (\\d+) of about")));
+        EXPECT_EQ(stats["run_count"], std::stoi(runs[1]));
     }
 }
 

@@ -73,7 +73,9 @@ TEST_F(Processes, GiveWhatOneGives) {
 
 TEST_F(Processes, SayWhatCannotBeSplit) {
     const char* const cases[][2] = {
-        {"--lines lines --hierarchy", "--processes does not go with --hierarchy"},
+        {"in.csv few.csv --key key:double-tolerant --intersect",
+         "--processes does not go with --intersect; it goes with a plain sort, --distinct"},
+        {"--lines --as ucs2 lines --hierarchy", "--processes does not go with --hierarchy"},
         {"in.csv --key key:double-tolerant", "the keys hold floating-point values; leave it out"},
         {"in.csv --key word:ucs2 --collation fr", "the keys are ordered by a collation"},
         {"none.csv --key word:wkt", "the keys hold geometries"},

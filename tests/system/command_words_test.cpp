@@ -144,6 +144,15 @@ TEST_F(Words, PackedFilesAreReadAndWritten) {
         write("bad" + ending, packed.substr(0, 4000) + "x" + packed.substr(4000));
         EXPECT_THAT(run("sort --lines bad" + ending).errors, HasSubstr("bad" + ending + " is"));
     }
+    // Unpacked, they fill buffers to the last byte.
+    std::string whole;
+    for (int i = 0; i < 1 << 13; ++i)
+        whole += std::to_string(100000000000000 + i) + "\n";
+    write("whole", whole + whole);
+    for (const std::string ending : {".gz", ".zst"}) {
+        ASSERT_EQ(run("sort --lines whole -o whole" + ending).status, 0);
+        EXPECT_TRUE(run("sort --lines --distinct whole" + ending).output == whole) << ending;
+    }
     ASSERT_EQ(run("sort a.csv --distinct -o a.csv.gz").status, 0);
     EXPECT_EQ(run("sort a.csv.gz --key id:desc").output, "id,v,v\n2,a,7\n1,b,\n");
     ASSERT_EQ(run("generate --records 100 -o records.gz").status, 0);
@@ -158,7 +167,8 @@ TEST_F(Words, PackedFilesAreReadAndWritten) {
 TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
     const char* const cases[][2] = {
         {"a.csv --key id -z", "--zero-terminated is for lines"},
-        {"--lines --hierarchy --null x lines", "--null does not go with --hierarchy"},
+        {"--lines --hierarchy --as wkt --null x lines", "--null does not go with fixed-length"},
+        {"--lines --hierarchy --check lines", "leave --hierarchy out"},
         {"--record-length 2 --key byte:0 -z lines", "are for lines and rows"},
         {"--lines --as wkt --random 1 lines", "--random does not go with"},
         {"a.csv --key id --random 1", "leave --key out"},
@@ -205,7 +215,7 @@ TEST_F(Words, OfASortAreTakenByItsExplanation) {
     EXPECT_FALSE(std::filesystem::exists(folder() / "out"));
     write("many", std::string(2000000, '\n'));
     EXPECT_THAT(run("explain --lines many --memory 100K").output,
-                testing::ContainsRegex("disk      [0-9]+ bytes of work file\nwarning   that is"));
+                testing::ContainsRegex("disk      about [0-9]+ bytes of temporary files"));
 }
 
 }  // namespace

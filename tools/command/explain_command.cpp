@@ -14,6 +14,7 @@
 #include "tools/command/subcommands.h"
 #include "tools/files/interrupt.h"
 #include "tools/formats/records/record_layout.h"
+#include "tools/run/spill_forecast.h"
 
 namespace tvsort::tools {
 
@@ -51,23 +52,14 @@ class QuestionList {
 };
 
 // A question in so much memory.
-struct Prospect {
-    host::Geometry geometry;
-    host::Extent extent;
-    std::int32_t frameCount;
-    bool fits;
+struct Prospect : SpillForecast {
     host::MethodForecast method;
 };
 
-Prospect prospectIn(const MemoryPlan& plan, std::uint16_t recordLength, const Question& question) {
-    Prospect prospect = {};
-    prospect.geometry = host::chooseGeometry(recordLength, plan.blockPages);
-    const std::int32_t perBlock = prospect.geometry.recordsPerBlock;
-    prospect.extent = {
-        question.recordCount,
-        static_cast<std::int32_t>((std::int64_t{question.recordCount} + perBlock - 1) / perBlock)};
-    prospect.frameCount = plan.pages / plan.blockPages;
-    prospect.fits = prospect.extent.fileBlocks <= prospect.frameCount;
+Prospect prospectIn(const MemoryPlan& plan, SortSetup& setup, const Question& question) {
+    Prospect prospect = {forecastSpill(plan, setup.processCount(),
+                                       setup.sort().recordLength(), question.recordCount),
+                         {}};
     prospect.method = host::forecastMethod(question.request, prospect.geometry, prospect.extent,
                                            prospect.frameCount);
     return prospect;
@@ -94,12 +86,79 @@ bool fitsWithEntries(const Prospect& prospect) {
            prospect.method.reason == host::MethodReason::kCopies;
 }
 
+std::string hexLines(const std::vector<Byte>& bytes) {
+    constexpr std::size_t kPerLine = 16;
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i % kPerLine == 0) text += fmt::format("  {:>5} ", i);
+        text += fmt::format(" {:02x}", bytes[i]);
+        if (i % kPerLine == kPerLine - 1 || i + 1 == bytes.size()) text += "\n";
+    }
+    return text;
+}
+
+std::string diskLine(SortSetup& setup, const std::string& files) {
+    const std::int64_t copies = setup.copiedBytes();
+    const std::string rest =
+        copies > 0 ? fmt::format(", {} of inputs, copied or unpacked", copies) : "";
+    return fmt::format("disk      {}{}\n", files, rest);
+}
+
+// --memory as somebody would write it.
+std::string memoryWords(std::uint64_t pages) {
+    constexpr std::uint64_t kKilo = 1024;
+    return fmt::format("--memory {}K", pages * static_cast<std::uint64_t>(kPageBytes) / kKilo);
+}
+
+// Of a sort by ordered keys, whose runs are planned from the first rows.
+std::string explainRuns(SortSetup& setup, bool hex) {
+    const OrderedSort& sort = *setup.orderedSort();
+    const RunFacts& facts = sort.facts();
+    const RunPlan& plan = sort.plan();
+    const auto rows = static_cast<std::int64_t>(
+        std::min(facts.rowCount / std::max<std::uint64_t>(plan.chunkCount, 1) + 1, facts.rowCount));
+    const SpillForecast slot =
+        forecastSpill(setup.memoryPlan(), 1, sort.recordLength(), rows);
+    const auto stays = [&](std::uint64_t pages) {
+        PlanSetting setting = setup.planSetting();
+        setting.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);
+        return planRuns(facts, setting).stays;
+    };
+    const std::string change = memoryWords(leastFor(stays, 1));
+    std::string text =
+        fmt::format("record    {} bytes\n{}", sort.recordLength(),
+                    describeLayout(sort.request(), sort.fields()));
+    text += fmt::format("rows      {}{}\n", facts.isExact ? "" : "about ", facts.rowCount);
+    text += fmt::format("runs      {} of {} rows, made by {} process{}\n", plan.chunkCount,
+                        facts.isExact && plan.chunkCount == 1 ? "all" : fmt::format("about {}", rows),
+                        plan.workerCount, plan.workerCount == 1 ? "" : "es");
+    text += fmt::format("slot      {} bytes of shared memory{}\n", slot.slotBytes,
+                        plan.workerCount > 1 ? fmt::format(" in each of {}", plan.workerCount) : "");
+    text += plan.stays
+                ? fmt::format("fits      yes; runs go to temporary files below {}\n", change)
+                : fmt::format("fits      no, runs go to temporary files; all stay in memory from {} on\n",
+                              change);
+    const host::MethodForecast method =
+        host::forecastMethod(sort.request(), slot.geometry, slot.extent, slot.frameCount);
+    text += fmt::format("method    {} in each run{}\n",
+                        method.reason == host::MethodReason::kCopies    ? "copy sort"
+                        : method.reason == host::MethodReason::kEntries ? "entry sort"
+                                                                        : "quicksort",
+                        plan.chunkCount > 1 ? ", and a merge" : "");
+    text += diskLine(setup, plan.stays ? "no temporary file"
+                                       : fmt::format("about {} bytes of temporary files",
+                                                     facts.inputBytes));
+    const std::vector<Byte> bytes = sort.request().build(slot.geometry, slot.extent, 1);
+    text += fmt::format("request   {} bytes\n", bytes.size());
+    return hex ? text + hexLines(bytes) : text;
+}
+
 class Explanation {
   public:
     Explanation(SortSetup& setup, const Question& question)
         : setup_(setup),
           question_(question),
-          now_(prospectIn(setup.memoryPlan(), setup.sort().recordLength(), question)) {}
+          now_(prospectIn(setup.memoryPlan(), setup, question)) {}
 
     std::string text(std::size_t requestCount, bool hex) const {
         std::string text = fmt::format("record    {} bytes\n{}", now_.geometry.recordLength,
@@ -109,8 +168,7 @@ class Explanation {
                             now_.geometry.blockBytes(), now_.geometry.recordsPerBlock);
         text += fmt::format("frames    {} in {} bytes of memory\n", now_.frameCount,
                             setup_.memoryPlan().pages * kPageBytes);
-        text += "fits      " + fits() + "\nmethod    " + method() + "\n";
-        text += disk();
+        text += slot() + "fits      " + fits() + "\nmethod    " + method() + "\n" + disk();
         const std::vector<Byte> bytes = question_.request.build(now_.geometry, now_.extent, 1);
         text += fmt::format("request   {} bytes", bytes.size());
         if (requestCount > 1) {
@@ -127,25 +185,22 @@ class Explanation {
         const std::string change = changeAt([](const Prospect& prospect) { return prospect.fits; });
         if (now_.fits && change.empty()) return "yes, in any memory that makes a pool";
         if (now_.fits) return fmt::format("yes; blocks spill below {}", change);
-        return fmt::format("no, {} blocks spill to the work file; all fit from {} on",
-                           now_.extent.fileBlocks - now_.frameCount, change);
+        return fmt::format(
+            "no, {} blocks spill to the work file; all fit from {} on",
+            now_.extent.fileBlocks - std::int64_t{now_.frameCount} * setup_.processCount(),
+            change);
     }
 
-    // Where blocks spill, the work file has room for all of them.
+    std::string slot() const {
+        const int processes = setup_.processCount();
+        return fmt::format("slot      {} bytes of shared memory{}\n", now_.slotBytes,
+                           processes > 1 ? fmt::format(" in each of {}", processes) : "");
+    }
+
     std::string disk() const {
-        if (now_.fits) return "";
-        constexpr std::int64_t kOften = 4;
-        const std::int64_t fileBytes =
-            now_.extent.fileBlocks * static_cast<std::int64_t>(now_.geometry.blockBytes());
-        const std::int64_t inputBytes = setup_.inputBytes();
-        std::string text = fmt::format("disk      {} bytes of work file\n", fileBytes);
-        if (inputBytes > 0 && fileBytes > kOften * inputBytes) {
-            text += fmt::format(
-                "warning   that is {} times the inputs; order by less, or give more "
-                "--memory\n",
-                fileBytes / inputBytes);
-        }
-        return text;
+        const std::string warning = spillWarning(now_.workFileBytes(), setup_.inputBytes());
+        return diskLine(setup_, fmt::format("{} bytes of work file", now_.workFileBytes())) +
+               (warning.empty() ? "" : "warning   " + warning + "\n");
     }
 
     std::string method() const {
@@ -202,7 +257,7 @@ class Explanation {
             request.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);
             const MemoryPlan plan = planMemory(request);
             return plan.pages >= plan.blockPages && plan.pages <= kSlotPagesMax &&
-                   holds(prospectIn(plan, setup_.sort().recordLength(), question_));
+                   holds(prospectIn(plan, setup_, question_));
         };
         const auto makesPool = [&](std::uint64_t pages) {
             request.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);
@@ -213,19 +268,7 @@ class Explanation {
         const std::uint64_t change = leastFor(holdsIn, least);
         if (change > kMemoryPagesMax) return "no --memory that a process can have";
         if (change == least) return "";
-        constexpr std::uint64_t kKilo = 1024;
-        return fmt::format("--memory {}K", change * static_cast<std::uint64_t>(kPageBytes) / kKilo);
-    }
-
-    static std::string hexLines(const std::vector<Byte>& bytes) {
-        constexpr std::size_t kPerLine = 16;
-        std::string text;
-        for (std::size_t i = 0; i < bytes.size(); ++i) {
-            if (i % kPerLine == 0) text += fmt::format("  {:>5} ", i);
-            text += fmt::format(" {:02x}", bytes[i]);
-            if (i % kPerLine == kPerLine - 1 || i + 1 == bytes.size()) text += "\n";
-        }
-        return text;
+        return memoryWords(change);
     }
 
     SortSetup& setup_;
@@ -240,14 +283,16 @@ void explainSort(const ExplainOptions& options) {
     // Nothing is sorted, and nothing is written there.
     sortOptions.output.clear();
     SortSetup setup(sortOptions);
+    const auto print = [&setup](const std::string& text) {
+        setup.output().write(reinterpret_cast<const Byte*>(text.data()), text.size());
+        setup.output().finish();
+    };
+    if (setup.orderedSort() != nullptr) return print(explainRuns(setup, options.hex));
     QuestionList list;
     setup.sort().shape([&](const SortRequest& request, const host::RecordSource& source,
                            const host::RecordSink&) { return list.take(request, source); });
-    const std::string text =
-        setup.errors().report() +
-        Explanation(setup, list.questions().front()).text(list.questions().size(), options.hex);
-    setup.output().write(reinterpret_cast<const Byte*>(text.data()), text.size());
-    setup.output().finish();
+    print(setup.errors().report() +
+          Explanation(setup, list.questions().front()).text(list.questions().size(), options.hex));
 }
 
 void addExplainCommand(CLI::App& app, int& exitStatus) {

@@ -17,6 +17,7 @@
 #include "tools/ordered/order_check.h"
 #include "tools/run/slot_sort.h"
 #include "tools/run/sort_stats.h"
+#include "tools/run/spill_forecast.h"
 
 namespace tvsort::tools {
 
@@ -44,6 +45,27 @@ host::ServerOptions serverOptions(SortSetup& setup) {
     return server;
 }
 
+// Counts what the process gets, and says when all is there how much of it goes to the work file,
+// where that is more than one would think.
+host::RecordSource withSpillWarning(SortSetup& setup, std::uint16_t recordLength,
+                                    const host::RecordSource& source) {
+    return [&setup, recordLength, &source, recordCount = std::int64_t{0}](
+               Byte* target, std::size_t recordsMax) mutable {
+        const std::size_t records = source(target, recordsMax);
+        recordCount += static_cast<std::int64_t>(records);
+        if (records > 0) return records;
+        const std::string warning =
+            spillWarning(forecastSpill(setup.memoryPlan(), setup.processCount(),
+                                       recordLength, recordCount)
+                             .workFileBytes(),
+                         setup.inputBytes());
+        if (warning.empty()) return records;
+        setup.progress().clear();
+        std::fputs(("tvsort-host: warning: " + warning + "\n").c_str(), stderr);
+        return records;
+    };
+}
+
 std::string report(const SortOptions& options, const SortStats& stats) {
     if (options.stats == "json") return statsAsJson(stats);
     std::string text;
@@ -66,7 +88,7 @@ int sortFile(const SortOptions& options) {
     std::vector<SlotSort> slots;
     for (std::size_t i = 0; i < slotCount; ++i)
         slots.emplace_back(server, i, slotCount - i, setup.progress());
-    SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& source,
+    SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& records,
                                            const host::RecordSink& sink) {
         if (ranges.has_value()) {
             // Headers stand before what the user's keys are in.
@@ -75,6 +97,9 @@ int sortFile(const SortOptions& options) {
                 return ranges->partOf(record + keysOffset);
             };
         }
+        const auto source = setup.sort().slotPlan().has_value()
+                                ? records
+                                : withSpillWarning(setup, request.recordLength, records);
         return slots[request.slotIndex].sort(request, source, sink);
     });
     StageClock finishing;
@@ -91,6 +116,10 @@ int sortFile(const SortOptions& options) {
 
 // The words for the first row out of order; empty where there is none.
 std::string disorderIn(const SortOptions& options) {
+    if (options.mode.hierarchy) {
+        throw host::badUse(
+            "--check compares each row with the one before it; leave --hierarchy out");
+    }
     SortSetup setup(options);
     const KeyedInput* const input = setup.orderedInput();
     if (input == nullptr) {

@@ -17,6 +17,7 @@
 #include "tools/options/key_text.h"
 #include "tools/ordered/ordered_merge.h"
 #include "tools/ordered/ordered_sort.h"
+#include "tools/ordered/ranked_hierarchy.h"
 #include "tools/ordered/shuffled_input.h"
 #include "tools/run/sampling.h"
 
@@ -82,9 +83,7 @@ void checkKeysAreNamed(const SortOptions& options) {
 SortOptions understood(SortOptions options) {
     recogniseFormat(options.inputs, options.records);
     checkRecordOptions(options.records);
-    checkModeOptions(options.mode,
-                     {options.inputs.size(), inputKindOf(options.records),
-                      options.processCount.value_or(1)});
+    checkModeOptions(options.mode, {options.inputs.size(), inputKindOf(options.records)});
     checkKeysAreNamed(options);
     return options;
 }
@@ -104,8 +103,10 @@ SortSetup::SortSetup(const SortOptions& options)
       errors_(options.records.onError) {
     StageClock clock;
     makeInputsRereadable();
+    progress_.watch([this] { return inputPosition(); });
     progress_.begin("measuring");
     checkWordsOfOrderedKeys();
+    if (options_.processCount > 1 && !isOrdered()) checkModeWithProcesses(options_.mode);
     sort_ = isOrdered() ? makeOrderedSort() : makeShapedSort();
     readCost_ = clock.lap();
     processCount_ = options_.processCount.value_or(1);
@@ -116,7 +117,6 @@ SortSetup::SortSetup(const SortOptions& options)
 
 bool SortSetup::isOrdered() const {
     const RecordOptions& records = options_.records;
-    if (options_.mode.hierarchy) return false;
     if (inputKindOf(records) == InputKind::kRecords) return false;
     const bool isOfWholeLines = inputKindOf(records) == InputKind::kLines && records.keys.empty();
     if (isOfWholeLines) return lineKey(records).ordered.has_value();
@@ -137,8 +137,7 @@ void SortSetup::checkWordsOfOrderedKeys() const {
                                                                : nullptr;
     if (word == nullptr || isOrdered()) return;
     throw host::badUse(
-        fmt::format("{} does not go with --hierarchy, fixed-length records, or types that the "
-                    "process compares; "
+        fmt::format("{} does not go with fixed-length records, or types that the process compares; "
                     "the others stand first in sort --help",
                     word));
 }
@@ -147,13 +146,13 @@ OrderedFlow SortSetup::makeOrderedFlow(std::vector<InputFile>& inputs) {
     const RecordOptions& records = options_.records;
     if (inputKindOf(records) == InputKind::kRows)
         return csvOrderedFlow(records, options_.mode, inputs, options_.memoryBytes, output_);
-    return lineOrderedFlow(records, inputs, options_.memoryBytes, output_);
+    return lineOrderedFlow(records, options_.mode, inputs, options_.memoryBytes, output_);
 }
 
 std::int64_t SortSetup::merge() {
     const Operation operation = operationOf(options_.mode);
     if (!isOrdered() || options_.randomSeed.has_value() || errors_.keepsRows() ||
-        operation == Operation::kUnique) {
+        operation == Operation::kUnique || operation == Operation::kHierarchy) {
         throw host::badUse(
             "--merge takes lines and rows by keys of the types that stand first in sort --help; "
             "leave it out, or leave --hierarchy, --unique, --random and --on-error=last out");
@@ -184,12 +183,26 @@ std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
         flow.input = std::make_unique<ShuffledInput>(std::move(flow.input), *options_.randomSeed);
     const RowShaper::Form shape = {options_.mode, kind, flow.delimiter, flow.lineEnd,
                                    tempDirectoryOf(options_)};
+    std::unique_ptr<OrderedSort> sort;
+    if (options_.mode.hierarchy) {
+        sort = std::make_unique<RankedHierarchy>(
+            std::make_unique<LevelledInput>(std::move(flow.input), flow.readLevel,
+                                            errors_.keepsRows()),
+            shape, planSetting(), std::move(flow.writer), errors_);
+    } else {
+        sort = std::make_unique<OrderedSort>(std::move(flow.input), shape, planSetting(),
+                                             std::move(flow.writer), errors_);
+    }
+    orderedInput_ = &sort->input();
+    orderedSort_ = sort.get();
+    return sort;
+}
+
+PlanSetting SortSetup::planSetting() const {
     PlanSetting setting = {options_.memoryBytes, std::nullopt, options_.blockPages};
     if (options_.processCount.has_value())
         setting.workerCount = static_cast<std::size_t>(*options_.processCount);
-    orderedInput_ = flow.input.get();
-    return std::make_unique<OrderedSort>(std::move(flow.input), shape, setting,
-                                         std::move(flow.writer), errors_);
+    return setting;
 }
 
 std::unique_ptr<Sorting> SortSetup::makeShapedSort() {
@@ -232,6 +245,13 @@ RecordFlow SortSetup::makeFlowAgain() {
     return makeFlow();
 }
 
+Progress::Position SortSetup::inputPosition() const {
+    std::int64_t bytes = 0;
+    for (const InputFile& input : inputs_)
+        bytes += input.position();
+    return {static_cast<std::uint64_t>(bytes), static_cast<std::uint64_t>(inputBytes())};
+}
+
 std::int64_t SortSetup::inputBytes() const {
     std::int64_t bytes = 0;
     for (const InputFile& input : inputs_)
@@ -244,17 +264,20 @@ void SortSetup::makeInputsRereadable() {
     for (std::size_t i = 0; i < inputs_.size(); ++i) {
         InputFile& input = inputs_[i];
         progress_.begin("reading " + input.displayName());
-        if (isReadTwice(options_))
-            input = makeRereadable(std::move(input), tempDirectoryOf(options_));
+        const bool isCopied = isReadTwice(options_) && !input.fileBytes().has_value();
+        if (isCopied)
+            input = makeRereadable(std::move(input), tempDirectoryOf(options_), progress_);
         const std::string begin = isText ? firstBytes(input) : "";
         // Fixed-length records may begin with any bytes.
         const Compression compression =
             isText ? compressionMarked(begin) : compressionNamed(options_.inputs[i]);
         if (compression != Compression::kNone) {
             SpoolFile plain(tempDirectoryOf(options_));
-            unpack(compression, input, plain);
+            unpack(compression, input, plain, progress_);
             input = plain.takeAsInput(input.displayName());
         }
+        if (isCopied || compression != Compression::kNone)
+            copiedBytes_ += input.fileBytes().value_or(0);
         if (isText) refuseWideText(input);
     }
 }
@@ -266,8 +289,7 @@ RecordFlow SortSetup::makeFlow() {
             return csvRecords(records, options_.mode, inputs_, options_.memoryBytes, errors_,
                               output_);
         case InputKind::kLines:
-            return records.as.empty() ? lineRecords(options_.mode, inputs_, output_)
-                                      : valueLineRecords(records, options_.mode, inputs_, output_);
+            return valueLineRecords(records, options_.mode, inputs_, output_);
         case InputKind::kRecords:
             break;
     }

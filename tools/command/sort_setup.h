@@ -20,6 +20,7 @@
 #include "tools/options/mode_options.h"
 #include "tools/options/record_options.h"
 #include "tools/options/row_errors.h"
+#include "tools/ordered/ordered_sort.h"
 #include "tools/run/memory_plan.h"
 
 namespace tvsort::tools {
@@ -72,17 +73,22 @@ class SortSetup {
     std::int64_t merge();
     // Of inputs that are files, as they are read.
     std::int64_t inputBytes() const;
+    // Of inputs that lie in the temporary directory, copied or unpacked.
+    std::int64_t copiedBytes() const { return copiedBytes_; }
     RowErrors& errors() { return errors_; }
     int processCount() const { return processCount_; }
 
     Sorting& sort() { return *sort_; }
     // Null where keys are not ordered bytes.
     const KeyedInput* orderedInput() { return orderedInput_; }
+    const OrderedSort* orderedSort() { return orderedSort_; }
+    PlanSetting planSetting() const;
     OutputFile& output() { return output_; }
     Progress& progress() { return progress_; }
 
   private:
     void makeInputsRereadable();
+    Progress::Position inputPosition() const;
     // Whether keys are made into ordered bytes, and not compared by the process one by one.
     bool isOrdered() const;
     void checkWordsOfOrderedKeys() const;
@@ -101,8 +107,10 @@ class SortSetup {
     std::uint16_t userRecordLength_ = 0;
     std::unique_ptr<Sorting> sort_;
     const KeyedInput* orderedInput_ = nullptr;  // of the sort
+    const OrderedSort* orderedSort_ = nullptr;  // the sort, where it is one
     MemoryPlan memoryPlan_ = {};
     int processCount_ = 1;
+    std::int64_t copiedBytes_ = 0;
     StageCost readCost_;
 };
 

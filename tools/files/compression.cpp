@@ -22,7 +22,7 @@ constexpr int kGzipWindow = 15 + 16;
                        "; get it once more, or unpack it to see how far it goes");
 }
 
-void unpackGzip(InputFile& input, SpoolFile& target) {
+void unpackGzip(InputFile& input, SpoolFile& target, Progress& progress) {
     z_stream stream = {};
     if (inflateInit2(&stream, kGzipWindow) != Z_OK) throw std::bad_alloc();
     const std::unique_ptr<z_stream, void (*)(z_stream*)> end(
@@ -31,6 +31,7 @@ void unpackGzip(InputFile& input, SpoolFile& target) {
     std::vector<Byte> plain(kPieceBytes);
     int status = Z_STREAM_END;
     while (const std::size_t read = input.read(packed.data(), packed.size())) {
+        progress.advanceBytes(read);
         stream.next_in = packed.data();
         stream.avail_in = static_cast<uInt>(read);
         do {
@@ -42,12 +43,13 @@ void unpackGzip(InputFile& input, SpoolFile& target) {
             if (status != Z_OK && status != Z_STREAM_END && status != Z_BUF_ERROR)
                 refuse(input, "is damaged: it cannot be unpacked as gzip");
             target.write(plain.data(), plain.size() - stream.avail_out);
-        } while (stream.avail_in > 0 || stream.avail_out == 0);
+            // Behind an end that fills the room exactly there is nothing more to ask for.
+        } while (stream.avail_in > 0 || (stream.avail_out == 0 && status != Z_STREAM_END));
     }
     if (status != Z_STREAM_END) refuse(input, "is cut short: its gzip data have no end");
 }
 
-void unpackZstd(InputFile& input, SpoolFile& target) {
+void unpackZstd(InputFile& input, SpoolFile& target, Progress& progress) {
     const std::unique_ptr<ZSTD_DStream, std::size_t (*)(ZSTD_DStream*)> stream(ZSTD_createDStream(),
                                                                                ZSTD_freeDStream);
     if (stream == nullptr) throw std::bad_alloc();
@@ -55,6 +57,7 @@ void unpackZstd(InputFile& input, SpoolFile& target) {
     std::vector<Byte> plain(kPieceBytes);
     std::size_t wanted = 0;
     while (const std::size_t read = input.read(packed.data(), packed.size())) {
+        progress.advanceBytes(read);
         ZSTD_inBuffer from = {packed.data(), read, 0};
         for (bool isFull = false; from.pos < from.size || isFull;) {
             ZSTD_outBuffer to = {plain.data(), plain.size(), 0};
@@ -62,7 +65,8 @@ void unpackZstd(InputFile& input, SpoolFile& target) {
             if (ZSTD_isError(wanted) != 0)
                 refuse(input, "is damaged: it cannot be unpacked as zstd");
             target.write(plain.data(), to.pos);
-            isFull = to.pos == to.size;
+            // A frame whose end fills the room exactly has nothing behind it.
+            isFull = to.pos == to.size && wanted != 0;
         }
     }
     if (wanted != 0) refuse(input, "is cut short: its zstd data have no end");
@@ -144,9 +148,9 @@ Compression compressionMarked(std::string_view bytes) {
     return bytes.starts_with("\x28\xb5\x2f\xfd") ? Compression::kZstd : Compression::kNone;
 }
 
-void unpack(Compression compression, InputFile& input, SpoolFile& target) {
-    if (compression == Compression::kGzip) unpackGzip(input, target);
-    if (compression == Compression::kZstd) unpackZstd(input, target);
+void unpack(Compression compression, InputFile& input, SpoolFile& target, Progress& progress) {
+    if (compression == Compression::kGzip) unpackGzip(input, target, progress);
+    if (compression == Compression::kZstd) unpackZstd(input, target, progress);
 }
 
 std::unique_ptr<Packer> makePacker(Compression compression) {

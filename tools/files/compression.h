@@ -25,7 +25,7 @@ Compression compressionMarked(std::string_view bytes);
 
 // Unpacks the whole input; several packed parts may stand one behind the other. What is damaged or
 // cut short is bad use that names the input.
-void unpack(Compression compression, InputFile& input, SpoolFile& target);
+void unpack(Compression compression, InputFile& input, SpoolFile& target, Progress& progress);
 
 class Packer {
   public:

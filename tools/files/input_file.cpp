@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "host/host_error.h"
@@ -64,6 +65,10 @@ std::optional<std::int64_t> InputFile::fileBytes() const {
     struct stat status = {};
     if (fstat(file_.number(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
     return status.st_size;
+}
+
+std::int64_t InputFile::position() const {
+    return std::max<std::int64_t>(lseek(file_.number(), 0, SEEK_CUR), 0);
 }
 
 std::size_t InputFile::read(Byte* target, std::size_t byteCount) {

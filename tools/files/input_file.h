@@ -32,6 +32,9 @@ class InputFile {
     // Bytes of a regular file; nothing for pipes and devices.
     std::optional<std::int64_t> fileBytes() const;
 
+    // Bytes that have been read of a regular file; 0 of another one.
+    std::int64_t position() const;
+
     // Fills `target` as far as the input reaches; answers fewer than `byteCount` at its end only.
     std::size_t read(Byte* target, std::size_t byteCount);
     // Fills `target` from this byte of a regular file on, wherever `read` has come. A file that

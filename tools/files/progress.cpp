@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "tools/files/byte_units.h"
+
 namespace tvsort::tools {
 
 namespace {
@@ -14,7 +16,32 @@ constexpr std::chrono::milliseconds kShowInterval{200};
 // Back to the line's start, and everything behind it away.
 constexpr char kClearLine[] = "\r\033[K";
 
+std::uint64_t percentOf(std::uint64_t done, std::uint64_t wanted) {
+    constexpr std::uint64_t kWhole = 100;
+    return std::min(kWhole * done / wanted, kWhole);
+}
+
 }  // namespace
+
+std::string progressText(const WorkDone& done, double seconds) {
+    const double passed = std::max(seconds, 0.001);
+    const auto rate = [passed](std::uint64_t count) {
+        return static_cast<std::int64_t>(static_cast<double>(count) / passed);
+    };
+    const std::string bytesRate = inUnits(rate(done.bytes)) + " per second";
+    if (done.bytesWanted > 0) {
+        return fmt::format("{} %, {}, {} records", percentOf(done.bytes, done.bytesWanted),
+                           bytesRate, done.records);
+    }
+    if (done.bytes > 0) return inUnits(static_cast<std::int64_t>(done.bytes)) + ", " + bytesRate;
+    if (done.recordsWanted > 0) {
+        return fmt::format("{} %, {} records per second",
+                           percentOf(done.records, done.recordsWanted), rate(done.records));
+    }
+    if (done.records > 0)
+        return fmt::format("{} records, {} per second", done.records, rate(done.records));
+    return fmt::format("{} s", static_cast<std::int64_t>(seconds));
+}
 
 Progress::Progress(bool writesToTerminal)
     : onTerminal_(isatty(STDERR_FILENO) == 1 && !writesToTerminal) {}
@@ -28,25 +55,27 @@ void Progress::clear() {
     shown_ = false;
 }
 
-void Progress::begin(const std::string& work) {
+void Progress::begin(const std::string& work, std::int64_t recordsWanted) {
     work_ = work;
-    records_ = 0;
+    done_ = {};
+    done_.recordsWanted = static_cast<std::uint64_t>(std::max<std::int64_t>(recordsWanted, 0));
+    if (onTerminal_ && position_) bytesBefore_ = position_().bytes;
     begin_ = Clock::now();
     nextShow_ = begin_ + kShowInterval;
 }
 
 void Progress::advance(std::int64_t records) {
-    records_ += records;
-    if (!isDue()) return;
-    const std::chrono::duration<double> passed = Clock::now() - begin_;
-    show(fmt::format("{} records, {:.0f} per second", records_,
-                     static_cast<double>(records_) / std::max(passed.count(), 0.001)));
+    done_.records += static_cast<std::uint64_t>(records);
+    if (isDue()) show();
+}
+
+void Progress::advanceBytes(std::size_t byteCount) {
+    done_.bytes += byteCount;
+    if (isDue()) show();
 }
 
 void Progress::tick() {
-    if (!isDue()) return;
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begin_);
-    show(fmt::format("{} s", seconds.count()));
+    if (isDue()) show();
 }
 
 bool Progress::isDue() {
@@ -55,8 +84,21 @@ bool Progress::isDue() {
     return true;
 }
 
-void Progress::show(const std::string& text) {
-    std::fputs(fmt::format("{}tvsort-host: {}: {}", kClearLine, work_, text).c_str(), stderr);
+void Progress::show() {
+    WorkDone done = done_;
+    // Work that does not read the inputs on is not counted by them.
+    if (position_ && done.bytes == 0 && done.recordsWanted == 0) {
+        const Position position = position_();
+        if (position.bytes > bytesBefore_) {
+            done.bytes = position.bytes;
+            done.bytesWanted = position.bytesWanted;
+        }
+    }
+    const std::chrono::duration<double> passed = Clock::now() - begin_;
+    std::fputs(
+        fmt::format("{}tvsort-host: {}: {}", kClearLine, work_, progressText(done, passed.count()))
+            .c_str(),
+        stderr);
     std::fflush(stderr);
     shown_ = true;
 }

@@ -82,12 +82,14 @@ InputFile SpoolFile::takeAsInput(const std::string& displayName) {
     return input;
 }
 
-InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirectory) {
+InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirectory,
+                         Progress& progress) {
     if (input.fileBytes().has_value()) return input;
     SpoolFile copy(tempDirectory);
     std::vector<Byte> piece(kBufferBytes);
     while (const std::size_t read = input.read(piece.data(), piece.size())) {
         copy.write(piece.data(), read);
+        progress.advanceBytes(read);
     }
     return copy.takeAsInput(input.displayName());
 }

@@ -11,6 +11,7 @@
 #include "host/file_descriptor.h"
 #include "protocol/bytes.h"
 #include "tools/files/input_file.h"
+#include "tools/files/progress.h"
 
 namespace tvsort::tools {
 
@@ -39,6 +40,7 @@ class SpoolFile {
 
 // The input itself where it is a regular file, else a copy of it under the same display name. Not
 // unpacked.
-InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirectory);
+InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirectory,
+                         Progress& progress);
 
 }  // namespace tvsort::tools

@@ -12,12 +12,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "host/keys/ordered_bytes.h"
 #include "tools/formats/input_places.h"
+#include "tools/formats/row_field.h"
 #include "tools/formats/row_place.h"
 #include "tools/formats/text_window.h"
 #include "tools/options/row_errors.h"
@@ -32,7 +34,8 @@ struct KeyedRow {
     // The key's bytes, or its first ones: as many as the reader was asked for at least.
     const host::KeyBytes* key;
     bool isKeyWhole;
-    bool hasNull;  // one of its keys is null
+    bool hasNull;      // one of its keys is null
+    bool isMalformed;  // it has no fields, and is kept all the same
 };
 
 struct KeyPart {
@@ -60,6 +63,8 @@ class RowReader {
     virtual Found next(const TextPart& part, KeyedRow& row) = 0;
     // What is wrong with the row that was found, to follow its name; empty for a good one.
     virtual const std::string& problem() const = 0;
+    // Of that row, where it has any that could be read.
+    virtual std::span<const RowField> fields() const { return {}; }
     // Where a row begins behind the first byte, as far as these bytes tell; the end of them where
     // they do not.
     virtual std::size_t guessStart(const TextPart& part) = 0;

@@ -35,6 +35,7 @@ class Indentation {
     explicit Indentation(const std::string& unit);
 
     LevelReading levelOf(std::string_view line) const;
+    char character() const { return spaces_ == 0 ? '\t' : ' '; }
 
   private:
     bool unitWasNamed_;

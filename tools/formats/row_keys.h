@@ -14,6 +14,9 @@
 namespace tvsort::tools {
 
 struct RowKeyColumn {
+    // In place of an index: all fields of a row, as many as it has. Nulls at its end do not count.
+    static constexpr std::size_t kAllFields = ~std::size_t{0};
+
     std::size_t index;
     std::string name;  // for messages
     host::KeyForm form;
@@ -37,17 +40,17 @@ class RowKeys {
     // names the column, unless it is kept.
     Outcome encode(std::span<const RowField> fields, host::KeyBytes& key);
 
-    std::size_t columnsNeeded() const { return columnsNeeded_; }
-
   private:
     struct Column {
         std::size_t index;
         std::string name;
         host::OrderedKey key;
     };
+    void append(Column& column, const RowField& field, host::KeyBytes& key, Outcome& outcome);
+    void appendAll(Column& column, std::span<const RowField> fields, host::KeyBytes& key,
+                   Outcome& outcome);
     std::vector<Column> columns_;
     RowKeyRules rules_;
-    std::size_t columnsNeeded_ = 0;
 };
 
 // "name text, born date desc".

@@ -21,7 +21,7 @@ struct OperationRule {
     bool takesAll;
     bool takesLimit;
     bool takesLevel;
-    bool takesProcesses;
+    bool takesProcesses;  // where the process shapes what comes out
 };
 
 constexpr std::array kRules = {
@@ -188,7 +188,6 @@ void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surrou
     checkTaken("--all", options.all, &OperationRule::takesAll, rule);
     checkTaken("--limit", options.limitCount.has_value(), &OperationRule::takesLimit, rule);
     checkTaken("--level", !options.level.empty(), &OperationRule::takesLevel, rule);
-    checkTaken("--processes", surroundings.processCount > 1, &OperationRule::takesProcesses, rule);
     checkTaken("--indent", !options.indent.empty(), &OperationRule::takesLevel, rule);
     if (options.withTies && !options.limitCount.has_value())
         throw host::badUse("--with-ties belongs to --limit: say how many records are wanted");
@@ -198,6 +197,10 @@ void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surrou
     }
     checkInputs(rule, surroundings.inputCount);
     if (rule.takesLevel) checkHierarchy(options, surroundings.kind);
+}
+
+void checkModeWithProcesses(const ModeOptions& options) {
+    checkTaken("--processes", true, &OperationRule::takesProcesses, ruleOf(operationOf(options)));
 }
 
 void checkModeWithNulls(const ModeOptions& options) {

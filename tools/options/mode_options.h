@@ -64,7 +64,6 @@ inline constexpr char kIndentByTabs[] = "tab";
 struct ModeSurroundings {
     std::size_t inputCount;
     InputKind kind;
-    int processCount;
 };
 
 // Adds the options to a subcommand; they fill `options` when it is parsed.
@@ -78,6 +77,9 @@ std::string nameOf(Operation operation);
 
 // Throws when the options ask for what there is not, with what there is.
 void checkModeOptions(const ModeOptions& options, const ModeSurroundings& surroundings);
+
+// Throws when the process shapes what the options ask for and several could not do so in parts.
+void checkModeWithProcesses(const ModeOptions& options);
 
 // Throws when the options cannot be met with keys that can be null.
 void checkModeWithNulls(const ModeOptions& options);

@@ -28,7 +28,8 @@ constexpr std::size_t kFanInMin = 16;
 
 RunForm runForm(const KeyedInput& input, const RunPlan& plan, Operation operation) {
     const bool namesRows = operation == Operation::kUnique ||
-                           operation == Operation::kIntersect || operation == Operation::kExcept;
+                           operation == Operation::kIntersect || operation == Operation::kExcept ||
+                           operation == Operation::kHierarchy;
     return {KeyRecord(plan.form), !input.isKeyOfStart(), namesRows,
             std::max(input.places().end() / kMarksMax, kMarkBytesMin)};
 }
@@ -75,7 +76,8 @@ OrderedSort::OrderedSort(std::unique_ptr<KeyedInput> input, const RowShaper::For
       memoryBytes_(setting.memoryBytes),
       writer_(std::move(writer)),
       errors_(errors),
-      plan_(planRuns(*input_, setting)),
+      facts_(readFacts(*input_)),
+      plan_(planRuns(facts_, setting)),
       form_(runForm(*input_, plan_, operationOf(shape.mode))) {
     if (input_->places().end() > kPlaceMax)
         throw host::badUse("the inputs have more than 64 TB together; sort them in parts");
@@ -126,14 +128,30 @@ SortStats OrderedSort::shape(const SortOnce& sortOnce) {
     return stats;
 }
 
+SortStats OrderedSort::orderAll(const SortOnce& sortOnce,
+                                const std::function<void(const SettledRow&)>& take) {
+    SortStats stats = makeRuns(sortOnce);
+    StageClock clock;
+    mergeLevels();
+    passOver(take, nullptr);
+    runs_.clear();
+    files_.clear();
+    stats.write = clock.lap();
+    return stats;
+}
+
+RowErrors OrderedSort::policy() const {
+    RowErrors policy = errors_;
+    policy.restart();
+    return policy;
+}
+
 SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
     StageClock clock;
     InputChunks chunks(*input_, plan_.chunkBytes);
     std::atomic<std::uint64_t> keptBytes{0};
     std::mutex mutex;
     std::map<RunNumber, SortedRun> runs;
-    RowErrors policy = errors_;
-    policy.restart();
     std::vector<std::unique_ptr<RunMaker>> makers;
     for (std::size_t i = 0; i < plan_.workerCount; ++i) {
         files_.push_back(std::make_unique<SpoolFile>(shape_.tempDirectory));
@@ -147,7 +165,7 @@ SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
                                   return keptBytes.fetch_add(bytes) + bytes <= plan_.keptBytesMax;
                               },
                               *files_.back()},
-            policy, filter()));
+            policy(), filter()));
     }
     workTogether(
         makers.size(), [&](std::size_t i) { makers[i]->work(chunks); },

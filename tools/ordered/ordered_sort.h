@@ -39,7 +39,9 @@ class OrderedSort : public Sorting {
                 const PlanSetting& setting, std::unique_ptr<RowWriter> writer, RowErrors& errors);
 
     KeyedInput& input() { return *input_; }
+    const RunFacts& facts() const { return facts_; }
     const RunPlan& plan() const { return plan_; }
+    host::RequestBuilder request() const { return form_.record.request(); }
 
     std::uint16_t recordLength() const override { return form_.record.recordLength(); }
     std::vector<RecordField> fields() const override;
@@ -47,6 +49,14 @@ class OrderedSort : public Sorting {
     std::optional<SlotPlan> slotPlan() const override;
     SortStats run(const SortOnce& sortOnce) override;
     SortStats shape(const SortOnce& sortOnce) override;
+
+  protected:
+    // Puts all rows in order; they go to `take`, one by one.
+    SortStats orderAll(const SortOnce& sortOnce, const std::function<void(const SettledRow&)>& take);
+    const RowShaper::Form& form() const { return shape_; }
+    RowWriter& writer() { return *writer_; }
+    // For errors that nobody counts.
+    RowErrors policy() const;
 
   private:
     SortStats makeRuns(const SortOnce& sortOnce);
@@ -62,6 +72,7 @@ class OrderedSort : public Sorting {
     std::uint64_t memoryBytes_;
     std::unique_ptr<RowWriter> writer_;
     RowErrors& errors_;
+    RunFacts facts_;
     RunPlan plan_;
     RunForm form_;
     std::vector<std::unique_ptr<SpoolFile>> files_;

@@ -37,6 +37,7 @@ constexpr std::uint64_t kWindowReserve = std::uint64_t{64} * 1024;
 struct Sample {
     std::vector<std::string> keys;
     std::uint64_t byteCount = 0;
+    bool isAll = false;  // there are no other rows
 };
 
 Sample readSample(const KeyedInput& input) {
@@ -45,7 +46,9 @@ Sample readSample(const KeyedInput& input) {
     RowErrors errors(kSkipOnError);
     RowStream rows(input, errors);
     KeyedRow row;
-    while (sample.keys.size() < kSampleRows && sample.byteCount < kSampleBytes && rows.next(row)) {
+    while (sample.keys.size() < kSampleRows && sample.byteCount < kSampleBytes) {
+        sample.isAll = !rows.next(row);
+        if (sample.isAll) break;
         const std::size_t count = std::min(row.key->size(), kKeyBytesMax);
         sample.keys.emplace_back(row.key->begin(),
                                  row.key->begin() + static_cast<std::ptrdiff_t>(count));
@@ -111,38 +114,46 @@ std::size_t RunPlan::roundKeyBytes(std::uint64_t recordCount) const {
                       std::min(kMax, block / kRecordsPerBlockMin));
 }
 
-RunPlan planRuns(const KeyedInput& input, const PlanSetting& setting) {
+RunFacts readFacts(const KeyedInput& input) {
     Sample sample = readSample(input);
-    const std::uint64_t inputBytes = input.places().end();
-    RunPlan plan = {};
-    plan.workerCount = setting.workerCount.value_or(
-        inputBytes < kSharedBytesMin ? 1 : processorCount());
-    plan.form.keyBytes = keyBytesFor(sample, inputBytes);
-    const std::uint64_t rowBytes =
+    RunFacts facts = {};
+    facts.inputBytes = input.places().end();
+    facts.keyBytes = keyBytesFor(sample, facts.inputBytes);
+    facts.rowBytes =
         std::max<std::uint64_t>(sample.byteCount / std::max<std::size_t>(sample.keys.size(), 1), 1);
-    plan.rowCount = inputBytes / rowBytes + 1;
+    facts.isExact = sample.isAll;
+    facts.rowCount = sample.isAll ? sample.keys.size() : facts.inputBytes / facts.rowBytes + 1;
+    facts.rowBytesMax = input.rowBytesMax();
+    return facts;
+}
 
+RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
+    RunPlan plan = {};
+    plan.form.keyBytes = facts.keyBytes;
+    plan.workerCount = setting.workerCount.value_or(
+        facts.inputBytes < kSharedBytesMin ? 1 : processorCount());
     const std::uint64_t workers = plan.workerCount;
     const std::uint64_t memory = std::max(setting.memoryBytes, workers * kWorkerBytesMin);
     const std::uint64_t recordBytes = KeyRecord(plan.form).recordLength();
     const std::uint64_t slotRowBytes =
         recordBytes + (recordBytes <= kCopiedBytesMax ? std::max(recordBytes, kEntryBytes)
                                                       : kEntryBytes);
-    const std::uint64_t keptBytes = inputBytes + withReserve(plan.rowCount) * recordBytes;
-    const std::uint64_t shareRows = withReserve(plan.rowCount / workers);
+    const std::uint64_t keptBytes = facts.inputBytes + withReserve(facts.rowCount) * recordBytes;
+    const std::uint64_t shareRows = withReserve(facts.rowCount / workers);
     const std::uint64_t slotBytesMin = std::min(shareRows, kRunRowsMin) * slotRowBytes * workers;
     plan.stays = keptBytes + slotBytesMin <= setting.memoryBytes;
     const std::uint64_t runRows =
         plan.stays ? (memory - keptBytes) / workers / slotRowBytes
-                   : memory / workers / (rowBytes + recordBytes + withReserve(slotRowBytes));
+                   : memory / workers / (facts.rowBytes + recordBytes + withReserve(slotRowBytes));
     const std::uint64_t rows = std::clamp<std::uint64_t>(
         std::min(runRows, kSlotBytesMax / workers / slotRowBytes), 1, shareRows);
-    const std::uint64_t rounds = (plan.rowCount + rows * workers - 1) / (rows * workers);
+    const std::uint64_t rounds = (facts.rowCount + rows * workers - 1) / (rows * workers);
     plan.chunkBytes =
-        std::min(inputBytes / std::max<std::uint64_t>(rounds * workers, 1) + 1,
+        std::min(facts.inputBytes / std::max<std::uint64_t>(rounds * workers, 1) + 1,
                  std::max(memory / workers / 2, kWorkerBytesMin / 2));
+    plan.chunkCount = facts.inputBytes / plan.chunkBytes + 1;
     plan.rowsMax = withReserve(rows);
-    plan.windowBytes = plan.chunkBytes + plan.chunkBytes / 2 + input.rowBytesMax() + kWindowReserve;
+    plan.windowBytes = plan.chunkBytes + plan.chunkBytes / 2 + facts.rowBytesMax + kWindowReserve;
     plan.keptBytesMax = plan.stays ? memory : 0;
 
     const auto slotBytes = static_cast<std::int64_t>(plan.rowsMax * slotRowBytes);

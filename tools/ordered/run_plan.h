@@ -24,11 +24,21 @@
 
 namespace tvsort::tools {
 
+// What the first rows tell of all.
+struct RunFacts {
+    std::uint64_t inputBytes;
+    std::uint64_t rowCount;  // about, unless all were seen
+    bool isExact;
+    std::uint64_t rowBytes;     // of a row, on average
+    std::uint64_t rowBytesMax;  // that can be read at once
+    std::size_t keyBytes;       // that tell nearly all rows apart
+};
+
 struct RunPlan {
     KeyRecord::Form form;
     std::size_t workerCount;
     bool stays;  // in memory
-    std::uint64_t rowCount;    // about, of all inputs
+    std::uint64_t chunkCount;
     std::uint64_t chunkBytes;  // of the inputs, for a run
     std::uint64_t rowsMax;     // of a run
     std::uint64_t windowBytes;
@@ -50,6 +60,7 @@ struct PlanSetting {
     std::optional<std::int32_t> blockPages;
 };
 
-RunPlan planRuns(const KeyedInput& input, const PlanSetting& setting);
+RunFacts readFacts(const KeyedInput& input);
+RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting);
 
 }  // namespace tvsort::tools

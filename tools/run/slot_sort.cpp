@@ -47,7 +47,10 @@ SortStats SlotSort::sort(const SortRequest& request, const host::RecordSource& s
     ask();
     stats.sort = clock.lap();
 
-    progress_.begin("writing");
+    std::int64_t resultCount = 0;
+    for (const Part& part : parts_)
+        resultCount += part.isWanted ? part.reply.recordCount : 0;
+    progress_.begin("writing", resultCount);
     for (std::size_t i = 0; i < parts_.size(); ++i)
         readPart(i, sink);
     stats.write = clock.lap();

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/files/byte_units.h"
+
 namespace tvsort::tools {
 
 namespace {
@@ -16,18 +18,6 @@ namespace {
 std::array<std::pair<std::string_view, StageCost>, 4> stagesOf(const SortStats& stats) {
     return {
         {{"read", stats.read}, {"load", stats.load}, {"sort", stats.sort}, {"write", stats.write}}};
-}
-
-// With the unit that leaves a number below 1024.
-std::string inUnits(std::int64_t byteCount) {
-    constexpr std::array<const char*, 5> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB"};
-    constexpr double kStep = 1024;
-    if (byteCount < static_cast<std::int64_t>(kStep)) return fmt::format("{} bytes", byteCount);
-    auto number = static_cast<double>(byteCount) / kStep;
-    std::size_t unit = 0;
-    for (; number >= kStep && unit + 1 < kUnits.size(); ++unit)
-        number /= kStep;
-    return fmt::format("{:.1f} {}", number, kUnits[unit]);
 }
 
 rusage ownUsage() {
@@ -88,6 +78,7 @@ std::string statsAsText(const SortStats& stats) {
         text += fmt::format("duplicates       {} removed\n", stats.duplicateCount);
     }
     if (stats.groupCount > 0) text += fmt::format("groups           {}\n", stats.groupCount);
+    if (stats.runCount > 0) text += fmt::format("runs             {}\n", stats.runCount);
     if (stats.roundCount > 1) text += fmt::format("rounds           {}\n", stats.roundCount);
     text += fmt::format(
         "blocks           {} of {} bytes, {} records each\n"
@@ -120,6 +111,7 @@ std::string statsAsJson(const SortStats& stats) {
         {"skipped_count", stats.skippedCount},
         {"duplicate_count", stats.duplicateCount},
         {"group_count", stats.groupCount},
+        {"run_count", stats.runCount},
         {"round_count", stats.roundCount},
         {"records_per_block", stats.recordsPerBlock},
         {"block_bytes", stats.blockBytes},

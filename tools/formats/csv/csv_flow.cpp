@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/host_error.h"
+#include "host/values/number_text.h"
 #include "tools/formats/csv/csv_keyed.h"
 #include "tools/formats/csv/csv_output.h"
 #include "tools/formats/csv/csv_record.h"
@@ -152,6 +153,8 @@ std::shared_ptr<const CsvTable> openTable(const RecordOptions& options,
     CsvTable table = readTable(delimiterOf(options), !options.noHeader,
                                std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs);
     table.isRagged = options.isRagged;
+    // Where nobody names the columns, any row may have the most of them.
+    if (table.isRagged && !table.hasHeader) table.columnCount = kColumnsOfNothing;
     return std::make_shared<const CsvTable>(std::move(table));
 }
 
@@ -171,9 +174,22 @@ std::vector<RowKeyColumn> orderedColumns(const RecordOptions& options, const Mod
     host::KeyForm form;
     form.type.name = "text";
     form.isDescending = options.isReversed;
+    if (table.isRagged) return {{RowKeyColumn::kAllFields, "all fields", form}};
     for (std::size_t i = 0; i < table.columnCount; ++i)
         columns.push_back({i, table.hasHeader ? table.names[i] : std::to_string(i + 1), form});
     return columns;
+}
+
+// The text of a column as a level.
+RowLevel levelIn(std::span<const RowField> fields, std::size_t columnIndex,
+                 const std::string& name) {
+    try {
+        if (columnIndex >= fields.size() || fields[columnIndex].isNull)
+            throw host::badUse("it is empty, and a hierarchy needs a level in each row");
+        return {host::parseNumber<std::int32_t>(fields[columnIndex].text, "level"), ""};
+    } catch (const host::HostError& error) {
+        return {std::nullopt, fmt::format(", column {}: {}", name, error.what())};
+    }
 }
 
 }  // namespace
@@ -187,6 +203,13 @@ OrderedFlow csvOrderedFlow(const RecordOptions& options, const ModeOptions& mode
     flow.input = std::make_unique<CsvKeyedInput>(
         table, orderedColumns(options, mode, *table, inputs),
         RowKeyRules{options.nullWord, options.onError == kLastOnError}, inputs);
+    if (mode.hierarchy) {
+        const std::size_t index =
+            columnIndexOf(mode.level, table->names, table->columnCount, "--level");
+        flow.readLevel = [index, name = mode.level](const RowReader& reader, const KeyedRow&) {
+            return levelIn(reader.fields(), index, name);
+        };
+    }
     flow.writer = std::make_unique<RowWriter>(RowWriter::Form{headOf(*table, mode), table->lineEnd},
                                               inputs, memoryBytes / kFetchShare, output);
     return flow;

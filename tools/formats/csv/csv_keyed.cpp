@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/host_error.h"
+#include "host/values/number_text.h"
 
 namespace tvsort::tools {
 
@@ -20,6 +21,7 @@ class CsvReader : public RowReader {
 
     Found next(const TextPart& part, KeyedRow& row) override;
     const std::string& problem() const override { return problem_; }
+    std::span<const RowField> fields() const override { return parser_.fields(); }
     std::size_t guessStart(const TextPart& part) override;
     void hold(const TextPart& part) override { places_.hold(part); }
     void keyOf(std::string_view text, host::KeyBytes& key) override;
@@ -111,6 +113,7 @@ RowReader::Found CsvReader::next(const TextPart& part, KeyedRow& row) {
     row.key = &key_;
     row.isKeyWhole = true;
     row.hasNull = false;
+    row.isMalformed = false;
     return {encode(row) ? Outcome::kRow : Outcome::kUnreadable, *found};
 }
 
@@ -159,6 +162,7 @@ bool CsvReader::encode(KeyedRow& row) {
         key_.clear();
         host::OrderedKey::appendUnreadable({}, key_);
         row.hasNull = true;
+        row.isMalformed = true;
         return true;
     }
     try {

@@ -10,8 +10,6 @@ namespace tvsort::tools {
 
 namespace {
 
-// Without any row, a key may name whatever column it likes.
-constexpr std::size_t kColumnsOfNothing = 65535;
 constexpr char kLf[] = "\n";
 constexpr char kCrLf[] = "\r\n";
 

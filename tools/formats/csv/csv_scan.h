@@ -13,6 +13,9 @@
 
 namespace tvsort::tools {
 
+// Without any row, a key may name whatever column it likes.
+inline constexpr std::size_t kColumnsOfNothing = 65535;
+
 // How CSV files are written, and what they have in common.
 struct CsvTable {
     char delimiter = ',';

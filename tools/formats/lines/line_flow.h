@@ -7,7 +7,6 @@
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/formats/ordered_flow.h"
-#include "tools/formats/record_flow.h"
 #include "tools/options/mode_options.h"
 #include "tools/options/record_options.h"
 #include "tools/options/row_errors.h"
@@ -16,11 +15,8 @@ namespace tvsort::tools {
 
 // Lines with their keys. `memoryBytes` is the memory of the whole sort. All that is passed
 // must outlive the flow.
-OrderedFlow lineOrderedFlow(const RecordOptions& options, std::vector<InputFile>& inputs,
-                            std::uint64_t memoryBytes, OutputFile& output);
-
-// Lines by their bytes, for a hierarchy: laid into records that hold the longest one of all inputs.
-// The inputs are read to their ends and rewound, so they must be regular files.
-RecordFlow lineRecords(const ModeOptions& mode, std::vector<InputFile>& inputs, OutputFile& output);
+OrderedFlow lineOrderedFlow(const RecordOptions& options, const ModeOptions& mode,
+                            std::vector<InputFile>& inputs, std::uint64_t memoryBytes,
+                            OutputFile& output);
 
 }  // namespace tvsort::tools

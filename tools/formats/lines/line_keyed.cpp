@@ -205,6 +205,7 @@ bool LineReader::encodeRow(std::uint64_t offset, std::string_view line, std::uin
     row.text = line;
     row.key = &key_;
     row.isKeyWhole = seen.size() == lineBytes;
+    row.isMalformed = false;
     try {
         const RowKeys::Outcome outcome = encode(seen, key_);
         row.hasNull = outcome.hasNull;
@@ -221,6 +222,8 @@ bool LineReader::encodeRow(std::uint64_t offset, std::string_view line, std::uin
 std::span<const RowField> LineReader::cutFields(std::string_view line) {
     constexpr std::string_view kBlanks = " \t";
     fields_.clear();
+    if (const auto indentation = input_.form_.indentation; indentation.has_value())
+        line.remove_prefix(std::min(line.find_first_not_of(*indentation), line.size()));
     if (input_.ranges_.empty()) {
         fields_.push_back({line, line.empty() && !input_.takesEmptyLines_});
         return fields_;

@@ -28,6 +28,8 @@ class LineKeyedInput : public KeyedInput {
         std::vector<RowKeyColumn> columns;
         char lineEnd = '\n';
         std::optional<std::string> nullWord;
+        // In an outline, what lines are indented with, which belongs to no value.
+        std::optional<char> indentation;
         // Of values of other types than plain text, and so of their lines.
         std::size_t valueBytesMax = 0;
         // A value that cannot be read has a key behind all others.
