@@ -61,6 +61,11 @@ SlotMemory::~SlotMemory() {
     munmap(start_, bytes_);
 }
 
+void SlotMemory::release() const {
+    // Where the system does not, they stay until the end.
+    madvise(start_, bytes_, MADV_REMOVE);
+}
+
 std::span<Byte> SlotMemory::slot(int slotNumber) const {
     if (slotNumber < 1 || slotNumber > slotCount_) {
         throw badUse("there is no slot " + std::to_string(slotNumber) + "; slots 1 to " +

@@ -32,6 +32,9 @@ class SlotMemory {
     const SlotLayout& layout() const { return layout_; }
     int slotCount() const { return slotCount_; }
 
+    // Gives the pages of all slots back to the system; they are zero-filled again when somebody
+    // touches them. For times when no process has a request.
+    void release() const;
     // All bytes of a slot.
     std::span<Byte> slot(int slotNumber) const;
     // The message buffer at the slot's start.

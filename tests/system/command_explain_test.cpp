@@ -78,14 +78,14 @@ TEST_F(Explain, ForetellsTheDiskAndWarnsWhereItIsMuch) {
                 HasSubstr("disk      " + std::to_string(blockBytes) + " bytes of work file\n"));
     EXPECT_EQ(run("sort -o lines.gz --memory 1G --lines --as ucs2 lines").errors, "");
     EXPECT_THAT(explain("--lines lines.gz"),
-                HasSubstr("disk      no temporary file, " + std::to_string(lines.size()) + " of inputs, copied"));
+                HasSubstr("disk      no temporary file, " + std::to_string(lines.size()) +
+                          " of inputs, copied"));
 }
 
 TEST_F(Explain, SaysWhereFitAndMethodChange) {
     ASSERT_EQ(run("generate --records 20000 -o records").status, 0);
-    for (const std::string words :
-         {"records --record-length 100 --key bytes:0:10",
-          "records --record-length 20 --key integer:0 --key integer:4"}) {
+    for (const std::string words : {"records --record-length 100 --key bytes:0:10",
+                                    "records --record-length 20 --key int:0 --key int:4"}) {
         SCOPED_TRACE(words);
         const int fits = memoryBehind("spill below", explain(words));
         const int comparesNot = memoryBehind("slower below", explain(words));

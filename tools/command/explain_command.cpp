@@ -57,8 +57,8 @@ struct Prospect : SpillForecast {
 };
 
 Prospect prospectIn(const MemoryPlan& plan, SortSetup& setup, const Question& question) {
-    Prospect prospect = {forecastSpill(plan, setup.processCount(),
-                                       setup.sort().recordLength(), question.recordCount),
+    Prospect prospect = {forecastSpill(plan, setup.processCount(), setup.sort().recordLength(),
+                                       question.recordCount),
                          {}};
     prospect.method = host::forecastMethod(question.request, prospect.geometry, prospect.extent,
                                            prospect.frameCount);
@@ -117,27 +117,28 @@ std::string explainRuns(SortSetup& setup, bool hex) {
     const RunPlan& plan = sort.plan();
     const auto rows = static_cast<std::int64_t>(
         std::min(facts.rowCount / std::max<std::uint64_t>(plan.chunkCount, 1) + 1, facts.rowCount));
-    const SpillForecast slot =
-        forecastSpill(setup.memoryPlan(), 1, sort.recordLength(), rows);
+    const SpillForecast slot = forecastSpill(setup.memoryPlan(), 1, sort.recordLength(), rows);
     const auto stays = [&](std::uint64_t pages) {
         PlanSetting setting = setup.planSetting();
         setting.memoryBytes = pages * static_cast<std::uint64_t>(kPageBytes);
         return planRuns(facts, setting).stays;
     };
     const std::string change = memoryWords(leastFor(stays, 1));
-    std::string text =
-        fmt::format("record    {} bytes\n{}", sort.recordLength(),
-                    describeLayout(sort.request(), sort.fields()));
+    std::string text = fmt::format("record    {} bytes\n{}", sort.recordLength(),
+                                   describeLayout(sort.request(), sort.fields()));
     text += fmt::format("rows      {}{}\n", facts.isExact ? "" : "about ", facts.rowCount);
-    text += fmt::format("runs      {} of {} rows, made by {} process{}\n", plan.chunkCount,
-                        facts.isExact && plan.chunkCount == 1 ? "all" : fmt::format("about {}", rows),
-                        plan.workerCount, plan.workerCount == 1 ? "" : "es");
-    text += fmt::format("slot      {} bytes of shared memory{}\n", slot.slotBytes,
-                        plan.workerCount > 1 ? fmt::format(" in each of {}", plan.workerCount) : "");
+    text +=
+        fmt::format("runs      {} of {} rows, made by {} process{}\n", plan.chunkCount,
+                    facts.isExact && plan.chunkCount == 1 ? "all" : fmt::format("about {}", rows),
+                    plan.workerCount, plan.workerCount == 1 ? "" : "es");
+    text +=
+        fmt::format("slot      {} bytes of shared memory{}\n", slot.slotBytes,
+                    plan.workerCount > 1 ? fmt::format(" in each of {}", plan.workerCount) : "");
     text += plan.stays
                 ? fmt::format("fits      yes; runs go to temporary files below {}\n", change)
-                : fmt::format("fits      no, runs go to temporary files; all stay in memory from {} on\n",
-                              change);
+                : fmt::format(
+                      "fits      no, runs go to temporary files; all stay in memory from {} on\n",
+                      change);
     const host::MethodForecast method =
         host::forecastMethod(sort.request(), slot.geometry, slot.extent, slot.frameCount);
     text += fmt::format("method    {} in each run{}\n",
@@ -145,9 +146,9 @@ std::string explainRuns(SortSetup& setup, bool hex) {
                         : method.reason == host::MethodReason::kEntries ? "entry sort"
                                                                         : "quicksort",
                         plan.chunkCount > 1 ? ", and a merge" : "");
-    text += diskLine(setup, plan.stays ? "no temporary file"
-                                       : fmt::format("about {} bytes of temporary files",
-                                                     facts.inputBytes));
+    text += diskLine(
+        setup, plan.stays ? "no temporary file"
+                          : fmt::format("about {} bytes of temporary files", facts.inputBytes));
     const std::vector<Byte> bytes = sort.request().build(slot.geometry, slot.extent, 1);
     text += fmt::format("request   {} bytes\n", bytes.size());
     return hex ? text + hexLines(bytes) : text;
@@ -187,8 +188,7 @@ class Explanation {
         if (now_.fits) return fmt::format("yes; blocks spill below {}", change);
         return fmt::format(
             "no, {} blocks spill to the work file; all fit from {} on",
-            now_.extent.fileBlocks - std::int64_t{now_.frameCount} * setup_.processCount(),
-            change);
+            now_.extent.fileBlocks - std::int64_t{now_.frameCount} * setup_.processCount(), change);
     }
 
     std::string slot() const {

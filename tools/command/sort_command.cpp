@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 
 #include "host/sort_server.h"
 #include "tools/command/collation_command.h"
@@ -35,11 +34,8 @@ host::ServerOptions serverOptions(SortSetup& setup) {
         server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};
         server.startTimeout = std::min(server.startTimeout, server.requestTimeout);
     }
-    // Several slots wait in threads of their own.
-    const auto oneAtATime = std::make_shared<std::mutex>();
-    server.whileWaiting = [&progress = setup.progress(), oneAtATime] {
+    server.whileWaiting = [&progress = setup.progress()] {
         throwIfInterrupted();
-        const std::lock_guard lock(*oneAtATime);
         progress.tick();
     };
     return server;
@@ -54,11 +50,10 @@ host::RecordSource withSpillWarning(SortSetup& setup, std::uint16_t recordLength
         const std::size_t records = source(target, recordsMax);
         recordCount += static_cast<std::int64_t>(records);
         if (records > 0) return records;
-        const std::string warning =
-            spillWarning(forecastSpill(setup.memoryPlan(), setup.processCount(),
-                                       recordLength, recordCount)
-                             .workFileBytes(),
-                         setup.inputBytes());
+        const std::string warning = spillWarning(
+            forecastSpill(setup.memoryPlan(), setup.processCount(), recordLength, recordCount)
+                .workFileBytes(),
+            setup.inputBytes());
         if (warning.empty()) return records;
         setup.progress().clear();
         std::fputs(("tvsort-host: warning: " + warning + "\n").c_str(), stderr);
@@ -85,9 +80,14 @@ int sortFile(const SortOptions& options) {
     host::SortServer server(processOptions);
     const std::optional<host::KeyRanges> ranges = setup.keyRanges();
     const auto slotCount = static_cast<std::size_t>(setup.processCount());
+    // A sort in runs tells itself how far it has come.
+    Progress silent(true);
+    const bool isInRuns = setup.orderedSort() != nullptr;
     std::vector<SlotSort> slots;
     for (std::size_t i = 0; i < slotCount; ++i)
-        slots.emplace_back(server, i, slotCount - i, setup.progress());
+        slots.emplace_back(server, i, slotCount - i, isInRuns ? silent : setup.progress());
+    // What is left to do needs the memory.
+    setup.sort().setAfterRequests([&server] { server.memory().release(); });
     SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& records,
                                            const host::RecordSink& sink) {
         if (ranges.has_value()) {
@@ -97,9 +97,8 @@ int sortFile(const SortOptions& options) {
                 return ranges->partOf(record + keysOffset);
             };
         }
-        const auto source = setup.sort().slotPlan().has_value()
-                                ? records
-                                : withSpillWarning(setup, request.recordLength, records);
+        const auto source =
+            isInRuns ? records : withSpillWarning(setup, request.recordLength, records);
         return slots[request.slotIndex].sort(request, source, sink);
     });
     StageClock finishing;

@@ -188,10 +188,10 @@ std::unique_ptr<Sorting> SortSetup::makeOrderedSort() {
         sort = std::make_unique<RankedHierarchy>(
             std::make_unique<LevelledInput>(std::move(flow.input), flow.readLevel,
                                             errors_.keepsRows()),
-            shape, planSetting(), std::move(flow.writer), errors_);
+            shape, planSetting(), std::move(flow.writer), errors_, progress_);
     } else {
         sort = std::make_unique<OrderedSort>(std::move(flow.input), shape, planSetting(),
-                                             std::move(flow.writer), errors_);
+                                             std::move(flow.writer), errors_, progress_);
     }
     orderedInput_ = &sort->input();
     orderedSort_ = sort.get();
@@ -230,8 +230,7 @@ std::optional<host::KeyRanges> SortSetup::keyRanges() {
     StageClock clock;
     progress_.begin("sampling");
     const RecordFlow flow = makeFlowAgain();
-    const host::KeyRanges ranges =
-        sampleKeyRanges(flow, static_cast<std::size_t>(processCount_));
+    const host::KeyRanges ranges = sampleKeyRanges(flow, static_cast<std::size_t>(processCount_));
     for (InputFile& input : inputs_)
         input.rewind();
     errors_.restart();

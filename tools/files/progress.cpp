@@ -51,13 +51,21 @@ Progress::~Progress() {
 }
 
 void Progress::clear() {
+    const std::lock_guard lock(mutex_);
+    wipe();
+}
+
+void Progress::wipe() {
     if (shown_) std::fputs(kClearLine, stderr);
     shown_ = false;
 }
 
-void Progress::begin(const std::string& work, std::int64_t recordsWanted) {
+void Progress::begin(const std::string& work, std::int64_t recordsWanted,
+                     std::uint64_t bytesWanted) {
+    const std::lock_guard lock(mutex_);
     work_ = work;
     done_ = {};
+    done_.bytesWanted = bytesWanted;
     done_.recordsWanted = static_cast<std::uint64_t>(std::max<std::int64_t>(recordsWanted, 0));
     if (onTerminal_ && position_) bytesBefore_ = position_().bytes;
     begin_ = Clock::now();
@@ -65,16 +73,19 @@ void Progress::begin(const std::string& work, std::int64_t recordsWanted) {
 }
 
 void Progress::advance(std::int64_t records) {
+    const std::lock_guard lock(mutex_);
     done_.records += static_cast<std::uint64_t>(records);
     if (isDue()) show();
 }
 
 void Progress::advanceBytes(std::size_t byteCount) {
+    const std::lock_guard lock(mutex_);
     done_.bytes += byteCount;
     if (isDue()) show();
 }
 
 void Progress::tick() {
+    const std::lock_guard lock(mutex_);
     if (isDue()) show();
 }
 

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 
 namespace tvsort::tools {
@@ -41,8 +42,11 @@ class Progress {
     };
     void watch(std::function<Position()> position) { position_ = std::move(position); }
 
-    // Starts a piece of work: "loading", "sorting". `recordsWanted`: where it is known.
-    void begin(const std::string& work, std::int64_t recordsWanted = 0);
+    // All that follow may be called by several threads.
+
+    // Starts a piece of work: "loading", "sorting". How much is wanted: where it is known.
+    void begin(const std::string& work, std::int64_t recordsWanted = 0,
+               std::uint64_t bytesWanted = 0);
     // Records done in addition; shown a few times a second.
     void advance(std::int64_t records);
     // Likewise bytes, where there are no records yet.
@@ -56,7 +60,9 @@ class Progress {
     using Clock = std::chrono::steady_clock;
     bool isDue();
     void show();
+    void wipe();
 
+    std::mutex mutex_;
     bool onTerminal_;
     bool shown_ = false;
     std::string work_;

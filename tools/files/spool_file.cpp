@@ -50,8 +50,7 @@ void SpoolFile::flush() {
 
 void SpoolFile::readAt(std::uint64_t offset, Byte* target, std::size_t byteCount) const {
     while (byteCount > 0) {
-        const ssize_t moved =
-            pread(file_.number(), target, byteCount, static_cast<off_t>(offset));
+        const ssize_t moved = pread(file_.number(), target, byteCount, static_cast<off_t>(offset));
         if (moved < 0 && errno == EINTR) continue;
         if (moved <= 0)
             throw host::systemFailure("cannot read what was kept in " + directory_.string(),
@@ -73,6 +72,10 @@ void SpoolFile::writeThrough(const Byte* bytes, std::size_t byteCount) {
         bytes += moved;
         byteCount -= static_cast<std::size_t>(moved);
     }
+}
+
+void SpoolFile::expectJumps() const {
+    posix_fadvise(file_.number(), 0, 0, POSIX_FADV_RANDOM);
 }
 
 InputFile SpoolFile::takeAsInput(const std::string& displayName) {

@@ -18,12 +18,11 @@ void TextWindow::start(std::size_t inputIndex, std::uint64_t offset) {
 bool TextWindow::readMore(std::size_t byteCount) {
     throwIfInterrupted();
     const std::uint64_t left = inputEnd_ - (offset_ + filled_);
-    const std::size_t count =
-        std::min<std::uint64_t>({byteCount, memory_.size() - filled_, left});
+    const std::size_t count = std::min<std::uint64_t>({byteCount, memory_.size() - filled_, left});
     if (left == 0) places_.checkSize(inputIndex_);
     if (count == 0) return false;
-    places_.readOf(inputIndex_, offset_ + filled_, reinterpret_cast<Byte*>(memory_.data()) + filled_,
-                   count);
+    places_.readOf(inputIndex_, offset_ + filled_,
+                   reinterpret_cast<Byte*>(memory_.data()) + filled_, count);
     filled_ += count;
     if (count == left) places_.checkSize(inputIndex_);
     return true;

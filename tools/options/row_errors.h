@@ -30,7 +30,7 @@ class RowErrors {
     }
     // The same where the words are costly: they are asked for if they are shown.
     template <typename Words>
-        requires std::is_invocable_r_v<std::string, Words>
+    requires std::is_invocable_r_v<std::string, Words>
     void take(const Words& words) {
         if (!skips_ && !keepsRows_) stop(words());
         skippedCount_ += 1;

@@ -55,7 +55,7 @@ class InputChunks {
     bool isOff_ = false;
     std::size_t number_ = 0;
     std::size_t inputIndex_ = 0;
-    std::uint64_t begin_ = 0;               // of the next one
+    std::uint64_t begin_ = 0;                         // of the next one
     std::map<std::size_t, std::uint64_t> firstRows_;  // by number, until they are asked for
 };
 

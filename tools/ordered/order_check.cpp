@@ -35,7 +35,8 @@ int compareKeys(const RowOfInput& left, const RowOfInput& right) {
     host::KeyBytes leftPart;
     host::KeyBytes rightPart;
     for (std::uint64_t from = 0;; from += kPieceBytes) {
-        const KeyPart leftRead = left.input.reader().keyPart(left.row.place, from, kPieceBytes, leftPart);
+        const KeyPart leftRead =
+            left.input.reader().keyPart(left.row.place, from, kPieceBytes, leftPart);
         const KeyPart rightRead =
             right.input.reader().keyPart(right.row.place, from, kPieceBytes, rightPart);
         const int part = order(leftPart, rightPart);

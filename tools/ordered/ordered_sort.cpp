@@ -27,9 +27,8 @@ constexpr std::size_t kFanInMax = 512;
 constexpr std::size_t kFanInMin = 16;
 
 RunForm runForm(const KeyedInput& input, const RunPlan& plan, Operation operation) {
-    const bool namesRows = operation == Operation::kUnique ||
-                           operation == Operation::kIntersect || operation == Operation::kExcept ||
-                           operation == Operation::kHierarchy;
+    const bool namesRows = operation == Operation::kUnique || operation == Operation::kIntersect ||
+                           operation == Operation::kExcept || operation == Operation::kHierarchy;
     return {KeyRecord(plan.form), !input.isKeyOfStart(), namesRows,
             std::max(input.places().end() / kMarksMax, kMarkBytesMin)};
 }
@@ -70,12 +69,13 @@ class EqualityCheck {
 
 OrderedSort::OrderedSort(std::unique_ptr<KeyedInput> input, const RowShaper::Form& shape,
                          const PlanSetting& setting, std::unique_ptr<RowWriter> writer,
-                         RowErrors& errors)
+                         RowErrors& errors, Progress& progress)
     : input_(std::move(input)),
       shape_(shape),
       memoryBytes_(setting.memoryBytes),
       writer_(std::move(writer)),
       errors_(errors),
+      progress_(progress),
       facts_(readFacts(*input_)),
       plan_(planRuns(facts_, setting)),
       form_(runForm(*input_, plan_, operationOf(shape.mode))) {
@@ -104,7 +104,9 @@ bool OrderedSort::comesOutWhole() const {
 SortStats OrderedSort::shape(const SortOnce& sortOnce) {
     SortStats stats = makeRuns(sortOnce);
     StageClock clock;
+    endRequests();
     mergeLevels();
+    progress_.begin("writing", stats.recordCount);
     const ModeOptions& mode = shape_.mode;
     const Operation operation = operationOf(mode);
     if (operation == Operation::kUnique) {
@@ -113,7 +115,7 @@ SortStats OrderedSort::shape(const SortOnce& sortOnce) {
         passOver([&](const SettledRow& row) { check.take(row); }, nullptr);
     }
     if (comesOutWhole()) {
-        stats.writtenCount = writeTiles(form_, plan_, *input_, runs_, *writer_);
+        stats.writtenCount = writeTiles(form_, plan_, *input_, runs_, *writer_, progress_);
     } else {
         RowShaper shaper(shape_, *writer_);
         passOver([&](const SettledRow& row) { shaper.take(row); }, &shaper);
@@ -148,6 +150,7 @@ RowErrors OrderedSort::policy() const {
 
 SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
     StageClock clock;
+    progress_.begin("reading and sorting", 0, facts_.inputBytes);
     InputChunks chunks(*input_, plan_.chunkBytes);
     std::atomic<std::uint64_t> keptBytes{0};
     std::mutex mutex;
@@ -164,14 +167,15 @@ SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
                               [&](std::uint64_t bytes) {
                                   return keptBytes.fetch_add(bytes) + bytes <= plan_.keptBytesMax;
                               },
-                              *files_.back()},
+                              *files_.back(), progress_},
             policy(), filter()));
     }
     workTogether(
-        makers.size(), [&](std::size_t i) { makers[i]->work(chunks); },
-        [&] { chunks.callOff(); });
+        makers.size(), [&](std::size_t i) { makers[i]->work(chunks); }, [&] { chunks.callOff(); });
     for (auto& [number, run] : runs)
         runs_.push_back(std::move(run));
+    for (const std::unique_ptr<SpoolFile>& file : files_)
+        file->expectJumps();
 
     SortStats stats;
     std::map<std::size_t, const ReadRows*> readRows;
@@ -212,9 +216,9 @@ SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
 }
 
 void OrderedSort::mergeLevels() {
-    const std::size_t fanIn =
-        std::clamp<std::size_t>(plan_.readBytes / runBufferBytes(plan_, ~std::size_t{0}), kFanInMin,
-                                kFanInMax);
+    const std::size_t fanIn = std::clamp<std::size_t>(
+        plan_.readBytes / runBufferBytes(plan_, ~std::size_t{0}), kFanInMin, kFanInMax);
+    if (runs_.size() > fanIn) progress_.begin("merging runs");
     while (runs_.size() > fanIn) {
         // Neighbours, so that equal rows stay in the order of reading.
         const std::size_t groupCount = (runs_.size() + fanIn - 1) / fanIn;
@@ -231,7 +235,7 @@ void OrderedSort::mergeLevels() {
                 if (group >= groupCount) return;
                 const std::size_t first = group * runs_.size() / groupCount;
                 const std::size_t end = (group + 1) * runs_.size() / groupCount;
-                RunMerge merge(form_, std::span(runs_).subspan(first, end - first), {}, *reader,
+                RunMerge merge(form_, std::span(runs_).subspan(first, end - first), *reader,
                                runBufferBytes(plan_, end - first));
                 RunFileWriter writer(form_, *files[worker]);
                 while (const RunRow* const row = merge.next()) {
@@ -245,18 +249,21 @@ void OrderedSort::mergeLevels() {
         workTogether(plan_.workerCount, work, [&] { isOff = true; });
         runs_ = std::move(merged);
         files_ = std::move(files);
+        for (const std::unique_ptr<SpoolFile>& file : files_)
+            file->expectJumps();
     }
 }
 
 void OrderedSort::passOver(const std::function<void(const SettledRow&)>& take,
                            const RowShaper* shaper) {
     const auto reader = input_->reader(plan_.form.keyBytes);
-    RunMerge merge(form_, runs_, {}, *reader, runBufferBytes(plan_, runs_.size()));
+    RunMerge merge(form_, runs_, *reader, runBufferBytes(plan_, runs_.size()));
     EqualityCheck equality(form_, *reader);
     while (const RunRow* const row = merge.next()) {
         throwIfInterrupted();
         take({row->place, equality.take(*row), row->hasNull, row->isHeld, row->text});
         if (shaper != nullptr && shaper->isFull()) break;
+        progress_.advance(1);
     }
 }
 

@@ -21,6 +21,7 @@
 #include <optional>
 #include <vector>
 
+#include "tools/files/progress.h"
 #include "tools/formats/keyed_input.h"
 #include "tools/formats/row_writer.h"
 #include "tools/options/mode_options.h"
@@ -36,7 +37,8 @@ class OrderedSort : public Sorting {
   public:
     // Rows that cannot be read are counted in `errors`, which is needed as long.
     OrderedSort(std::unique_ptr<KeyedInput> input, const RowShaper::Form& shape,
-                const PlanSetting& setting, std::unique_ptr<RowWriter> writer, RowErrors& errors);
+                const PlanSetting& setting, std::unique_ptr<RowWriter> writer, RowErrors& errors,
+                Progress& progress);
 
     KeyedInput& input() { return *input_; }
     const RunFacts& facts() const { return facts_; }
@@ -52,7 +54,8 @@ class OrderedSort : public Sorting {
 
   protected:
     // Puts all rows in order; they go to `take`, one by one.
-    SortStats orderAll(const SortOnce& sortOnce, const std::function<void(const SettledRow&)>& take);
+    SortStats orderAll(const SortOnce& sortOnce,
+                       const std::function<void(const SettledRow&)>& take);
     const RowShaper::Form& form() const { return shape_; }
     RowWriter& writer() { return *writer_; }
     // For errors that nobody counts.
@@ -72,6 +75,7 @@ class OrderedSort : public Sorting {
     std::uint64_t memoryBytes_;
     std::unique_ptr<RowWriter> writer_;
     RowErrors& errors_;
+    Progress& progress_;
     RunFacts facts_;
     RunPlan plan_;
     RunForm form_;

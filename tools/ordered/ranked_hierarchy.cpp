@@ -51,10 +51,10 @@ void add(SortStats later, SortStats& stats) {
 
 }  // namespace
 
-RankedHierarchy::RankedHierarchy(std::unique_ptr<LevelledInput> input,
-                                 const RowShaper::Form& shape, const PlanSetting& setting,
-                                 std::unique_ptr<RowWriter> writer, RowErrors& errors)
-    : OrderedSort(std::move(input), shape, setting, std::move(writer), errors),
+RankedHierarchy::RankedHierarchy(std::unique_ptr<LevelledInput> input, const RowShaper::Form& shape,
+                                 const PlanSetting& setting, std::unique_ptr<RowWriter> writer,
+                                 RowErrors& errors, Progress& progress)
+    : OrderedSort(std::move(input), shape, setting, std::move(writer), errors, progress),
       frame_(FrameKind::kLevelled,
              requestFor(host::ascendingKey(DataType::kInteger, 0, sizeof(Rank))), kRankedRowBytes,
              nameOf(Operation::kHierarchy)) {}
@@ -135,8 +135,7 @@ SortStats RankedHierarchy::arrange(const SortOnce& sortOnce, SpoolFile& ranks) {
             inputIndex = index;
             const std::string problem = check.problemWith(*level);
             if (!problem.empty()) {
-                throw host::badUse(
-                    fmt::format("{} {}", places.nameOf(row.place.offset), problem));
+                throw host::badUse(fmt::format("{} {}", places.nameOf(row.place.offset), problem));
             }
             storeAs(ranked, rank);
             storeAs(ranked + kPlaceOffset, row.place.offset);

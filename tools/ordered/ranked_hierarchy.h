@@ -36,7 +36,7 @@ class RankedHierarchy : public OrderedSort {
   public:
     RankedHierarchy(std::unique_ptr<LevelledInput> input, const RowShaper::Form& shape,
                     const PlanSetting& setting, std::unique_ptr<RowWriter> writer,
-                    RowErrors& errors);
+                    RowErrors& errors, Progress& progress);
 
     SortStats shape(const SortOnce& sortOnce) override;
 

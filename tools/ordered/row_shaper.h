@@ -10,17 +10,17 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tools/files/spool_reader.h"
+#include "tools/formats/row_place.h"
 #include "tools/formats/row_writer.h"
 #include "tools/options/mode_options.h"
-#include "tools/formats/row_place.h"
 
 namespace tvsort::tools {
 

@@ -111,7 +111,7 @@ void RunMaker::makeRun() {
     SortedRun run;
     run.textOffset = window_.held().offset;
     const host::RecordSink sink = [&](const Byte* records, std::size_t count) {
-        if (run.rowCount == 0) run.records = PageMemory(rowCount_ * recordLength);
+        if (run.rowCount == 0) run.records = roomFor(rowCount_ * recordLength);
         if (count > rowCount_ - run.rowCount) throw host::brokenResult("gave back too many rows");
         for (std::size_t i = 0; i < count; ++i) {
             const RowPlace place = record.decode(records + i * recordLength).place;
@@ -122,13 +122,17 @@ void RunMaker::makeRun() {
                     run.records.data() + run.rowCount * recordLength);
         run.rowCount += count;
     };
-    stats_.addRequest(
-        setting_.sortOnce({record.request(), record.recordLength(), {}, setting_.slotIndex},
-                          source, sink));
+    stats_.addRequest(setting_.sortOnce(
+        {record.request(), record.recordLength(), {}, setting_.slotIndex}, source, sink));
     if (run.rowCount == 0) return;
     run.textBytes = window_.held().bytes.size();
     settle(run, groupsOf(run));
     store(std::move(run));
+}
+
+PageMemory RunMaker::roomFor(std::size_t byteCount) {
+    if (records_.size() < byteCount) return PageMemory(byteCount);
+    return std::move(records_);
 }
 
 bool RunMaker::nextRow(KeyedRow& row) {
@@ -146,10 +150,10 @@ bool RunMaker::nextRow(KeyedRow& row) {
             const std::uint64_t left =
                 chunk_.end > held ? chunk_.end - held
                                   : std::max<std::uint64_t>(rest.bytes.size(), kBeyondBytes);
-            if (!window_.readMore(std::min<std::uint64_t>(
-                    left, std::max(rest.bytes.size(), kReadBytes)))) {
-                break;
-            }
+            const std::size_t count =
+                std::min<std::uint64_t>(left, std::max(rest.bytes.size(), kReadBytes));
+            if (!window_.readMore(count)) break;
+            setting_.progress.advanceBytes(count);
             continue;
         }
         if (found.outcome == RowReader::Outcome::kEnd) {
@@ -290,9 +294,8 @@ std::vector<RunMaker::Group> RunMaker::settleOnce(SortedRun& run,
         }
     };
     const std::int64_t roundCount = stats_.roundCount;
-    stats_.addRequest(
-        setting_.sortOnce({record.request(), record.recordLength(), {}, setting_.slotIndex},
-                          source, sink));
+    stats_.addRequest(setting_.sortOnce(
+        {record.request(), record.recordLength(), {}, setting_.slotIndex}, source, sink));
     stats_.roundCount = roundCount;
     return open;
 }
@@ -308,12 +311,10 @@ std::uint64_t RunMaker::commonBytes(const SortedRun& run, const Group& group) {
         const RowPlace place = rowAt(run, group.first + i).place;
         std::uint64_t found = 0;
         for (std::size_t piece = kFirstPieceBytes; found < common; piece = kPieceBytesMax) {
-            const bool leftEnds =
-                reader_->keyPart(first, group.depth + found, piece, left).endsKey;
+            const bool leftEnds = reader_->keyPart(first, group.depth + found, piece, left).endsKey;
             const bool rightEnds =
                 reader_->keyPart(place, group.depth + found, piece, right).endsKey;
-            const auto differ =
-                std::mismatch(left.begin(), left.end(), right.begin(), right.end());
+            const auto differ = std::mismatch(left.begin(), left.end(), right.begin(), right.end());
             found += static_cast<std::uint64_t>(differ.first - left.begin());
             if (differ.first != left.end() || leftEnds || rightEnds) break;
         }
@@ -354,6 +355,7 @@ void RunMaker::writeToFile(SortedRun& run) {
         if (row.isHeld) row.text = textOf(made.place);
         writer.write(row);
     }
+    records_ = std::move(run.records);
     run = writer.finish();
 }
 

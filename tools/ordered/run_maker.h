@@ -54,6 +54,7 @@ class RunMaker {
         // Whether a run of so many bytes stays in memory; else it is written to `file`.
         std::function<bool(std::uint64_t)> mayStay;
         SpoolFile& file;
+        Progress& progress;
     };
 
     RunMaker(const Setting& setting, const RowErrors& errors, std::optional<TopFilter> filter);
@@ -84,6 +85,8 @@ class RunMaker {
     bool encode(const KeyedRow& row, Byte* target);
     // What was guessed is certain, or thrown.
     void confirm();
+    // For records: what the run before has left, if it is enough.
+    PageMemory roomFor(std::size_t byteCount);
     void checkPlace(const RowPlace& place) const;
     std::vector<Group> groupsOf(const SortedRun& run) const;
     void settle(SortedRun& run, std::vector<Group> groups);
@@ -98,6 +101,7 @@ class RunMaker {
     RowErrors policy_;
     std::optional<TopFilter> filter_;
     TextWindow window_;
+    PageMemory records_;  // that nobody needs
     SortStats stats_;
     std::map<std::size_t, ReadRows> readRows_;
     // Of the chunk that is read.

@@ -28,13 +28,18 @@ int compareByPlaces(RowReader& reader, const RowPlace& left, const RowPlace& rig
     }
 }
 
-RunMerge::RunMerge(const RunForm& form, std::span<const SortedRun> runs,
-                   const RunCursor::Range& range, RowReader& reader, std::size_t bufferBytes)
-    : form_(form), reader_(reader) {
-    for (const SortedRun& run : runs) {
-        sources_.push_back(
-            {std::make_unique<RunCursor>(form, run, range, reader, bufferBytes), 0, false});
-    }
+RunMerge::RunMerge(const RunForm& form, std::span<const SortedRun> runs, RowReader& reader,
+                   std::size_t bufferBytes)
+    : form_(form), reader_(reader), losers_(runs.size()) {
+    for (const SortedRun& run : runs)
+        sources_.push_back({std::make_unique<RunCursor>(form, run, reader, bufferBytes), 0, false});
+    start({});
+}
+
+void RunMerge::start(const RunCursor::Range& range) {
+    for (const Source& source : sources_)
+        source.cursor->start(range);
+    isStarted_ = false;
 }
 
 const RunRow* RunMerge::next() {
@@ -42,7 +47,6 @@ const RunRow* RunMerge::next() {
     if (!isStarted_) {
         for (Source& source : sources_)
             advance(source);
-        losers_.resize(sources_.size());
         winner_ = play(1);
         isStarted_ = true;
     } else {

@@ -20,8 +20,11 @@ namespace tvsort::tools {
 class RunMerge {
   public:
     // `bufferBytes`: for each run in a file. All that is passed is needed as long as it merges.
-    RunMerge(const RunForm& form, std::span<const SortedRun> runs, const RunCursor::Range& range,
-             RowReader& reader, std::size_t bufferBytes);
+    RunMerge(const RunForm& form, std::span<const SortedRun> runs, RowReader& reader,
+             std::size_t bufferBytes);
+
+    // Before the first row of the range, whose words are needed until another one.
+    void start(const RunCursor::Range& range);
 
     // The next row; null behind the last one. Good until the next call.
     const RunRow* next();

@@ -108,8 +108,8 @@ std::size_t RunPlan::roundKeyBytes(std::uint64_t recordCount) const {
     constexpr std::uint64_t kRecordsPerBlockMin = 4;
     const std::uint64_t overhead = KeyRecord({true, 0}).recordLength() + kEntryBytes;
     const auto block = static_cast<std::uint64_t>(blockPages * kPageBytes);
-    const std::uint64_t share =
-        rowsMax * (KeyRecord(form).recordLength() + kEntryBytes) / std::max<std::uint64_t>(recordCount, 1);
+    const std::uint64_t share = rowsMax * (KeyRecord(form).recordLength() + kEntryBytes) /
+                                std::max<std::uint64_t>(recordCount, 1);
     return std::clamp(share > overhead ? share - overhead : 0, kMin,
                       std::min(kMax, block / kRecordsPerBlockMin));
 }
@@ -130,14 +130,14 @@ RunFacts readFacts(const KeyedInput& input) {
 RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
     RunPlan plan = {};
     plan.form.keyBytes = facts.keyBytes;
-    plan.workerCount = setting.workerCount.value_or(
-        facts.inputBytes < kSharedBytesMin ? 1 : processorCount());
+    plan.workerCount =
+        setting.workerCount.value_or(facts.inputBytes < kSharedBytesMin ? 1 : processorCount());
     const std::uint64_t workers = plan.workerCount;
     const std::uint64_t memory = std::max(setting.memoryBytes, workers * kWorkerBytesMin);
     const std::uint64_t recordBytes = KeyRecord(plan.form).recordLength();
     const std::uint64_t slotRowBytes =
-        recordBytes + (recordBytes <= kCopiedBytesMax ? std::max(recordBytes, kEntryBytes)
-                                                      : kEntryBytes);
+        recordBytes +
+        (recordBytes <= kCopiedBytesMax ? std::max(recordBytes, kEntryBytes) : kEntryBytes);
     const std::uint64_t keptBytes = facts.inputBytes + withReserve(facts.rowCount) * recordBytes;
     const std::uint64_t shareRows = withReserve(facts.rowCount / workers);
     const std::uint64_t slotBytesMin = std::min(shareRows, kRunRowsMin) * slotRowBytes * workers;
@@ -148,9 +148,8 @@ RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
     const std::uint64_t rows = std::clamp<std::uint64_t>(
         std::min(runRows, kSlotBytesMax / workers / slotRowBytes), 1, shareRows);
     const std::uint64_t rounds = (facts.rowCount + rows * workers - 1) / (rows * workers);
-    plan.chunkBytes =
-        std::min(facts.inputBytes / std::max<std::uint64_t>(rounds * workers, 1) + 1,
-                 std::max(memory / workers / 2, kWorkerBytesMin / 2));
+    plan.chunkBytes = std::min(facts.inputBytes / std::max<std::uint64_t>(rounds * workers, 1) + 1,
+                               std::max(memory / workers / 2, kWorkerBytesMin / 2));
     plan.chunkCount = facts.inputBytes / plan.chunkBytes + 1;
     plan.rowsMax = withReserve(rows);
     plan.windowBytes = plan.chunkBytes + plan.chunkBytes / 2 + facts.rowBytesMax + kWindowReserve;
@@ -168,8 +167,7 @@ RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
     constexpr std::uint64_t kWriteBytesMin = std::uint64_t{64} << 10;
     constexpr std::uint64_t kWriteBytesMax = std::uint64_t{4} << 20;
     plan.readBytes = memory / workers / 2;
-    plan.writeBytes =
-        std::clamp(memory / workers / kWriteShare, kWriteBytesMin, kWriteBytesMax);
+    plan.writeBytes = std::clamp(memory / workers / kWriteShare, kWriteBytesMin, kWriteBytesMax);
     return plan;
 }
 

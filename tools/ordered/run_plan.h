@@ -46,7 +46,7 @@ struct RunPlan {
     std::int32_t blockPages;
     // What may be held at once by runs in memory.
     std::uint64_t keptBytesMax;
-    // While runs are merged, each worker has so many bytes for what it reads and for what it writes.
+    // While runs are merged, each worker has so many bytes for what it reads and what it writes.
     std::uint64_t readBytes;
     std::uint64_t writeBytes;
 

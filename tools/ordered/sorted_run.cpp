@@ -60,8 +60,7 @@ void RunFileWriter::write(const RunRow& row) {
             head_.push_back(static_cast<Byte>(row.place.offset >> 8 * i));
     }
     file_.write(head_.data(), head_.size());
-    if (row.isHeld)
-        file_.write(reinterpret_cast<const Byte*>(row.text.data()), row.text.size());
+    if (row.isHeld) file_.write(reinterpret_cast<const Byte*>(row.text.data()), row.text.size());
     run_.rowCount += 1;
     run_.textBytes += row.place.byteCount;
 }
@@ -72,16 +71,17 @@ SortedRun RunFileWriter::finish() {
     return std::move(run_);
 }
 
-RunCursor::RunCursor(const RunForm& form, const SortedRun& run, const Range& range,
-                     RowReader& reader, std::size_t bufferBytes)
-    : form_(form), run_(run), reader_(reader), to_(range.to), bufferBytes_(bufferBytes) {
-    if (run.file != nullptr) {
-        key_.resize(form.record.form().keyBytes);
-        seekInFile(range.from);
-    } else {
-        index_ = range.from.empty() ? 0 : lowerBound(form, run, range.from);
-        endIndex_ = to_.empty() ? run.rowCount : lowerBound(form, run, to_);
-    }
+RunCursor::RunCursor(const RunForm& form, const SortedRun& run, RowReader& reader,
+                     std::size_t bufferBytes)
+    : form_(form), run_(run), reader_(reader), bufferBytes_(bufferBytes) {
+    if (run.file != nullptr) key_.resize(form.record.form().keyBytes);
+}
+
+void RunCursor::start(const Range& range) {
+    to_ = range.to;
+    if (run_.file != nullptr) return seekInFile(range.from);
+    index_ = range.from.empty() ? 0 : lowerBound(form_, run_, range.from);
+    endIndex_ = to_.empty() ? run_.rowCount : lowerBound(form_, run_, to_);
 }
 
 bool RunCursor::next() {
@@ -137,6 +137,9 @@ std::size_t RunCursor::markFor(std::string_view key) const {
 }
 
 void RunCursor::seekInFile(std::string_view from) {
+    at_ = 0;
+    filled_ = 0;
+    isPending_ = false;
     offset_ = run_.begin;
     end_ = run_.end;
     if (!to_.empty()) {
@@ -162,8 +165,7 @@ void RunCursor::fill(std::size_t byteCount) {
     at_ = 0;
     if (buffer_.size() < std::max(bufferBytes_, byteCount))
         buffer_.resize(std::max(bufferBytes_, byteCount));
-    const std::size_t count =
-        std::min<std::uint64_t>(buffer_.size() - filled_, end_ - offset_);
+    const std::size_t count = std::min<std::uint64_t>(buffer_.size() - filled_, end_ - offset_);
     run_.file->readAt(offset_, buffer_.data() + filled_, count);
     offset_ += count;
     filled_ += count;

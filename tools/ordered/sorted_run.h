@@ -32,8 +32,8 @@ namespace tvsort::tools {
 // What all runs of a sort have in common.
 struct RunForm {
     KeyRecord record;
-    bool keepsKeys;    // in files
-    bool keepsPlaces;  // likewise, of rows that are held
+    bool keepsKeys;           // in files
+    bool keepsPlaces;         // likewise, of rows that are held
     std::uint64_t markBytes;  // between two marks in a file
 };
 
@@ -93,9 +93,11 @@ class RunCursor {
     };
 
     // `reader` makes keys where the run has none. All that is passed is needed as long as it reads.
-    RunCursor(const RunForm& form, const SortedRun& run, const Range& range, RowReader& reader,
+    RunCursor(const RunForm& form, const SortedRun& run, RowReader& reader,
               std::size_t bufferBytes);
 
+    // Before the first row of the range, whose words are needed until another one.
+    void start(const Range& range);
     // Goes to the next row. False behind the last one.
     bool next();
     // Good until the next call.

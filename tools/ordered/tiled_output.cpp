@@ -26,14 +26,14 @@ std::vector<std::string> boundaries(const RunForm& form, std::span<const SortedR
     std::uint64_t allBytes = 0;
     for (const SortedRun& run : runs)
         allBytes += run.textBytes;
-    const std::uint64_t sampleCount = allBytes / std::max<std::uint64_t>(tileBytes, 1) * kSamplesPerTile;
+    const std::uint64_t sampleCount =
+        allBytes / std::max<std::uint64_t>(tileBytes, 1) * kSamplesPerTile;
     const std::size_t keyBytes = form.record.form().keyBytes;
     std::vector<std::string> sample;
     for (const SortedRun& run : runs) {
-        const std::uint64_t count =
-            static_cast<std::uint64_t>(static_cast<double>(sampleCount) *
-                                       static_cast<double>(run.textBytes) /
-                                       static_cast<double>(std::max<std::uint64_t>(allBytes, 1)));
+        const std::uint64_t count = static_cast<std::uint64_t>(
+            static_cast<double>(sampleCount) * static_cast<double>(run.textBytes) /
+            static_cast<double>(std::max<std::uint64_t>(allBytes, 1)));
         for (std::uint64_t i = 0; i < count; ++i) {
             const Byte* const key =
                 run.file == nullptr
@@ -105,10 +105,9 @@ std::size_t runBufferBytes(const RunPlan& plan, std::size_t runCount) {
 }
 
 std::int64_t writeTiles(const RunForm& form, const RunPlan& plan, const KeyedInput& input,
-                        std::span<const SortedRun> runs, RowWriter& writer) {
-    const auto fileCount = static_cast<std::uint64_t>(
-        std::count_if(runs.begin(), runs.end(),
-                      [](const SortedRun& run) { return run.file != nullptr; }));
+                        std::span<const SortedRun> runs, RowWriter& writer, Progress& progress) {
+    const auto fileCount = static_cast<std::uint64_t>(std::count_if(
+        runs.begin(), runs.end(), [](const SortedRun& run) { return run.file != nullptr; }));
     const std::uint64_t tileBytes =
         std::max(plan.writeBytes / 4 * 3, fileCount * kMarksPerTileMin * form.markBytes);
     const std::vector<std::string> borders = boundaries(form, runs, tileBytes);
@@ -119,6 +118,7 @@ std::int64_t writeTiles(const RunForm& form, const RunPlan& plan, const KeyedInp
     const auto work = [&](std::size_t) {
         const std::unique_ptr<RowReader> reader = input.reader(form.record.form().keyBytes);
         TileWriter tile(writer, turns, plan.writeBytes);
+        RunMerge merge(form, runs, *reader, runBufferBytes(plan, runs.size()));
         for (;;) {
             const std::size_t number = nextTile.fetch_add(1);
             if (number >= tileCount) break;
@@ -127,13 +127,14 @@ std::int64_t writeTiles(const RunForm& form, const RunPlan& plan, const KeyedInp
             RunCursor::Range range;
             if (number > 0) range.from = borders[number - 1];
             if (number < borders.size()) range.to = borders[number];
-            RunMerge merge(form, runs, range, *reader, runBufferBytes(plan, runs.size()));
+            merge.start(range);
             std::int64_t rows = 0;
             for (const RunRow* row = merge.next(); row != nullptr; row = merge.next()) {
                 tile.write(*row);
                 rows += 1;
             }
             rowCount += rows;
+            progress.advance(rows);
             tile.end();
         }
     };

@@ -25,7 +25,7 @@ namespace tvsort::tools {
 
 // Writes everything; answers how many rows that were.
 std::int64_t writeTiles(const RunForm& form, const RunPlan& plan, const KeyedInput& input,
-                        std::span<const SortedRun> runs, RowWriter& writer);
+                        std::span<const SortedRun> runs, RowWriter& writer, Progress& progress);
 
 // Bytes that a merge reads at once of each run in a file.
 std::size_t runBufferBytes(const RunPlan& plan, std::size_t runCount);

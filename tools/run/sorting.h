@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "tools/formats/record_field.h"
@@ -33,6 +35,16 @@ class Sorting {
     virtual SortStats run(const SortOnce& sortOnce) = 0;
     // The same without the end of the output.
     virtual SortStats shape(const SortOnce& sortOnce) = 0;
+    // What is to be done as soon as no request follows, while there is still work.
+    void setAfterRequests(std::function<void()> action) { afterRequests_ = std::move(action); }
+
+  protected:
+    void endRequests() const {
+        if (afterRequests_) afterRequests_();
+    }
+
+  private:
+    std::function<void()> afterRequests_;
 };
 
 }  // namespace tvsort::tools

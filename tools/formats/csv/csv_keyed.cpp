@@ -142,9 +142,8 @@ std::optional<std::size_t> CsvReader::parse(const TextPart& part) {
 }
 
 CsvRowParser::Outcome CsvReader::refuseLong(std::uint64_t offset, bool isOneLine) {
-    const std::string problem =
-        fmt::format("has more than {} bytes; close its quotes, or give more --memory",
-                    table_.rowBytesMax);
+    const std::string problem = fmt::format(
+        "has more than {} bytes; close its quotes, or give more --memory", table_.rowBytesMax);
     if (!isOneLine) return parser_.fail(problem);
     throw host::badUse(fmt::format("{}: the row {}", input_.nameOf(offset), problem));
 }
@@ -152,8 +151,8 @@ CsvRowParser::Outcome CsvReader::refuseLong(std::uint64_t offset, bool isOneLine
 bool CsvReader::encode(KeyedRow& row) {
     const bool isMalformed = !problem_.empty();
     if (!isMalformed && !isWhole()) {
-        problem_ = fmt::format("has {} fields where the first row has {}",
-                               parser_.fields().size(), table_.columnCount);
+        problem_ = fmt::format("has {} fields where the first row has {}", parser_.fields().size(),
+                               table_.columnCount);
     }
     if (!problem_.empty()) {
         problem_ = ": the row " + problem_;

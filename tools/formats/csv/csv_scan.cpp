@@ -114,9 +114,9 @@ CsvTable readTable(char delimiter, bool hasHeader, std::size_t rowBytesMax,
         } else if (any && hasHeader) {
             checkSameColumns(*first, input, rows.fields(), table);
         }
-        table.firstRows.push_back(
-            any ? static_cast<std::uint64_t>(row.offset) + (hasHeader ? row.bytes.size() : 0)
-                : static_cast<std::uint64_t>(input.fileBytes().value_or(0)));
+        table.firstRows.push_back(any ? static_cast<std::uint64_t>(row.offset) +
+                                            (hasHeader ? row.bytes.size() : 0)
+                                      : static_cast<std::uint64_t>(input.fileBytes().value_or(0)));
         input.rewind();
     }
     return table;

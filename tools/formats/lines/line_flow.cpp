@@ -14,7 +14,8 @@ namespace {
 
 // Of a long line the first bytes are at hand; its indentation may be longer.
 RowLevelReader indentationReader(const std::string& indent, const KeyedInput& input) {
-    return [indentation = Indentation(indent), &input](const RowReader&, const KeyedRow& row) -> RowLevel {
+    return [indentation = Indentation(indent), &input](const RowReader&,
+                                                       const KeyedRow& row) -> RowLevel {
         constexpr std::size_t kIndentationBytesMax = std::size_t{64} * 1024;
         std::vector<Byte> begin;
         std::string_view line = row.text;

@@ -32,8 +32,7 @@ class LineReader : public RowReader {
         if (input.isPlainText_) {
             plainKey_.emplace(columns[0].form);
         } else {
-            keys_.emplace(columns,
-                          RowKeyRules{input.form_.nullWord, input.form_.keepsUnreadable});
+            keys_.emplace(columns, RowKeyRules{input.form_.nullWord, input.form_.keepsUnreadable});
         }
     }
 
@@ -161,24 +160,24 @@ RowReader::Found LineReader::next(const TextPart& part, KeyedRow& row) {
     std::uint64_t byteCount = found + 1;
     if (found == std::string_view::npos) {
         if (part.bytes.empty() && part.endsInput) return {Outcome::kEnd, 0};
-        if (!part.endsInput && part.bytes.size() < input_.rowBytesMax()) return {Outcome::kNeedsMore, 0};
+        if (!part.endsInput && part.bytes.size() < input_.rowBytesMax())
+            return {Outcome::kNeedsMore, 0};
         lineBytes = part.endsInput ? part.bytes.size() : endOfLong(part);
-        const std::uint64_t inputEnd =
-            input_.places_.endOf(input_.places_.indexOf(part.offset));
+        const std::uint64_t inputEnd = input_.places_.endOf(input_.places_.indexOf(part.offset));
         byteCount = std::min(lineBytes + 1, inputEnd - part.offset);
     }
-    const std::string_view line = part.bytes.substr(0, std::min<std::uint64_t>(
-                                                           lineBytes, part.bytes.size()));
+    const std::string_view line =
+        part.bytes.substr(0, std::min<std::uint64_t>(lineBytes, part.bytes.size()));
     const bool isReadable = encodeRow(part.offset, line, lineBytes, row);
     return {isReadable ? Outcome::kRow : Outcome::kUnreadable, byteCount};
 }
 
 std::uint64_t LineReader::endOfLong(const TextPart& part) {
     if (!plainKey_.has_value()) {
-        throw host::badUse(fmt::format(
-            "{} has more than {} bytes, and a value of its type is read in one piece; "
-            "give more --memory",
-            input_.nameOf(part.offset), part.bytes.size()));
+        throw host::badUse(
+            fmt::format("{} has more than {} bytes, and a value of its type is read in one piece; "
+                        "give more --memory",
+                        input_.nameOf(part.offset), part.bytes.size()));
     }
     const std::uint64_t inputEnd = input_.places_.endOf(input_.places_.indexOf(part.offset));
     for (std::uint64_t at = part.offset + part.bytes.size(); at < inputEnd;) {
