@@ -10,6 +10,7 @@ namespace tvsort::test {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 class Words : public CommandTest {
   protected:
@@ -162,6 +163,33 @@ TEST_F(Words, PackedFilesAreReadAndWritten) {
           "\xff\xfe"
           "a");
     EXPECT_THAT(run("sort wide.csv --key a").errors, HasSubstr("wide.csv is text in UTF-16"));
+}
+
+TEST_F(Words, OfHelpAreThoseOfTheKindOfInput) {
+    const std::string all = run("sort --help").output;
+    struct Case {
+        const char* words;
+        const char* shown;
+        const char* hidden;
+    };
+    const Case cases[] = {
+        {"sort --help csv", "COLUMN a name", "--record-length"},
+        {"sort a.csv --help", "--ragged", "--indent"},
+        {"sort --format fields --help", "NUMBER[-NUMBER]", "--no-header"},
+        {"explain --help lines", "--as TEXT", "--key"},
+        {"verify --record-length 8 --help", "--nulls", "--as"},
+        {"sort --help types", "timestamptz", "--key"},
+        {"sort --help=csv", "weighted-text", "--lines"},
+    };
+    for (const Case& c : cases) {
+        const Outcome outcome = run(c.words);
+        EXPECT_EQ(outcome.status, 0) << c.words;
+        EXPECT_THAT(outcome.output, HasSubstr(c.shown)) << c.words;
+        // Not as an option of its own; others may name it.
+        EXPECT_THAT(outcome.output, Not(HasSubstr(std::string("\n  ") + c.hidden))) << c.words;
+        EXPECT_THAT(all, HasSubstr(c.hidden));
+    }
+    EXPECT_EQ(run("sort --help nothing").output, all);
 }
 
 TEST_F(Words, ThatDoNotGoTogetherAreRefused) {

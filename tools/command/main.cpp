@@ -21,6 +21,7 @@
 #include "tools/command/subcommands.h"
 #include "tools/files/interrupt.h"
 #include "tools/files/output_file.h"
+#include "tools/options/help_topic.h"
 
 namespace {
 
@@ -69,6 +70,15 @@ int run(int argumentCount, char** arguments) {
         "last.");
     for (const AddSubcommand addSubcommand : kSubcommands)
         addSubcommand(app, exitStatus);
+    if (argumentCount > 2) {
+        const std::string topic = helpTopicOf({arguments + 2, arguments + argumentCount});
+        const auto commands = app.get_subcommands([&](CLI::App* command) {
+            return command->get_name() == arguments[1] &&
+                   command->get_option_no_throw("--lines") != nullptr;
+        });
+        for (CLI::App* const command : commands)
+            fitHelp(*command, topic);
+    }
     try {
         app.parse(argumentCount, arguments);
         if (app.get_subcommands().empty())
