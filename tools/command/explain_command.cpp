@@ -135,7 +135,7 @@ class Explanation {
         std::string text = fmt::format("disk      {} bytes of work file", now_.workFileBytes());
         if (copies > 0) text += fmt::format(", {} of inputs, copied or unpacked", copies);
         const std::string warning = spillWarning(now_.workFileBytes(), setup_.inputBytes());
-        return text + "\n" + (warning.empty() ? "" : "warning   " + warning + "\n");
+        return text + "\n" + (warning.empty() ? "" : "warning   that is " + warning + "\n");
     }
 
     std::string method() const {

@@ -13,6 +13,7 @@
 #include "tools/command/process_path.h"
 #include "tools/command/subcommands.h"
 #include "tools/command/verify_command.h"
+#include "tools/files/byte_units.h"
 #include "tools/files/interrupt.h"
 #include "tools/ordered/order_check.h"
 #include "tools/run/slot_sort.h"
@@ -54,14 +55,17 @@ host::RecordSource withSpillWarning(SortSetup& setup, std::uint16_t recordLength
         const std::size_t records = source(target, recordsMax);
         recordCount += static_cast<std::int64_t>(records);
         if (records > 0) return records;
-        const std::string warning =
-            spillWarning(forecastSpill(setup.memoryPlan(), setup.options().processCount,
-                                       recordLength, recordCount)
-                             .workFileBytes(),
-                         setup.inputBytes());
+        const std::int64_t workFileBytes =
+            forecastSpill(setup.memoryPlan(), setup.options().processCount, recordLength,
+                          recordCount)
+                .workFileBytes();
+        const std::string warning = spillWarning(workFileBytes, setup.inputBytes());
         if (warning.empty()) return records;
         setup.progress().clear();
-        std::fputs(("tvsort-host: warning: " + warning + "\n").c_str(), stderr);
+        std::fputs(fmt::format("tvsort-host: warning: {} go to the work file, {}\n",
+                               inUnits(workFileBytes), warning)
+                       .c_str(),
+                   stderr);
         return records;
     };
 }

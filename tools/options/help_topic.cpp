@@ -68,6 +68,10 @@ const Topic* findTopic(std::string_view name) {
 }  // namespace
 
 std::string helpTopicOf(const std::vector<std::string>& words) {
+    const bool isAsked = std::any_of(words.begin(), words.end(), [](const std::string& word) {
+        return word == "-h" || word.starts_with("--help");
+    });
+    if (!isAsked) return "";
     RecordOptions options;
     std::vector<std::string> inputs;
     for (std::size_t i = 0; i < words.size(); ++i) {
