@@ -60,6 +60,20 @@ TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
                 HasSubstr("reaches"));
 }
 
+// Strings that fill their fields to the end are compared by words like bytes without a length.
+TEST_F(Explain, OfStringsHasTheMethodOfBytes) {
+    std::string records;
+    for (int i = 0; i < 5000; ++i) {
+        const std::string digits = std::to_string(100000 + i * 7919 % 5000);
+        records += std::string("\x14\0", 2) + std::string(14, '0') + digits;
+    }
+    write("records", records);
+    for (const char* key : {"string:0:20", "bytes:2:20"}) {
+        EXPECT_THAT(explain(std::string("records --record-length 22 --key ") + key),
+                    HasSubstr("method    entry sort"));
+    }
+}
+
 // A long value inflates the records of a type that the process compares.
 TEST_F(Explain, ForetellsTheDiskAndWarnsWhereItIsMuch) {
     std::string lines = std::string(9000, 'x') + "\n";

@@ -121,6 +121,10 @@ TEST_F(Words, MergeWhatIsInOrderAndNameWhatIsNot) {
     EXPECT_EQ(outcome.status, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("and line 4 of a.csv, \"1,b,\", must not stand behind"));
     EXPECT_FALSE(std::filesystem::exists(folder() / "out.csv"));
+    // Taken for granted, their order is theirs.
+    EXPECT_EQ(run("sort -m b.csv a.csv --key id:int --check=off").output,
+              "id,v,v\n0,z,\n1,c,\n1,b,\n2,a,7\n1,b,\n");
+    EXPECT_THAT(run("sort a.csv --key id --check=off").errors, HasSubstr("belongs to --merge"));
     EXPECT_THAT(run("sort -m --lines --hierarchy lines").errors, HasSubstr("--merge takes lines"));
 }
 

@@ -113,20 +113,16 @@ int sortFile(const SortOptions& options) {
 }
 
 // The words for the first row out of order; empty where there is none.
-std::string disorderIn(const SortOptions& options) {
-    if (options.mode.hierarchy) {
-        throw host::badUse(
-            "--check compares each row with the one before it; leave --hierarchy out");
-    }
-    SortSetup setup(options);
+std::string disorderIn(SortSetup& setup) {
+    const std::vector<std::string>& inputs = setup.options().inputs;
     KeyedInput* const input = setup.orderedInput();
     if (input == nullptr) {
-        if (options.inputs.size() > 1)
+        if (inputs.size() > 1)
             throw host::badUse("--check takes one input where the process compares the keys");
-        const VerifyReport report = verifyFile({setup.options().records, options.inputs[0]});
+        const VerifyReport report = verifyFile({setup.options().records, inputs[0]});
         if (report.firstMisplaced == 0) return "";
         return fmt::format("record {} of {} must not stand behind the one before it",
-                           report.firstMisplaced, options.inputs[0]);
+                           report.firstMisplaced, inputs[0]);
     }
     OrderCheck check(*input);
     setup.progress().begin("checking");
@@ -138,10 +134,19 @@ std::string disorderIn(const SortOptions& options) {
 }
 
 int checkFiles(const SortOptions& options) {
-    const std::string disorder = disorderIn(options);
-    if (disorder.empty()) return kStatusSuccess;
-    std::fputs(("tvsort-host: not in order: " + disorder + "\n").c_str(), stderr);
-    return kStatusNotInOrder;
+    if (options.mode.hierarchy) {
+        throw host::badUse(
+            "--check compares each row with the one before it; leave --hierarchy out");
+    }
+    SortSetup setup(options);
+    const std::string disorder = disorderIn(setup);
+    setup.progress().clear();
+    std::fputs(setup.errors().report().c_str(), stderr);
+    if (!disorder.empty()) {
+        std::fputs(("tvsort-host: not in order: " + disorder + "\n").c_str(), stderr);
+        return kStatusNotInOrder;
+    }
+    return setup.errors().skippedCount() > 0 ? kStatusSkipped : kStatusSuccess;
 }
 
 int mergeFiles(const SortOptions& options) {
@@ -158,9 +163,9 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
         *app.add_subcommand("sort", "Sort files of records, text lines or CSV rows");
     addSortOptions(command, *options);
     command.callback([options, &exitStatus] {
-        exitStatus = options->isChecked  ? checkFiles(*options)
-                     : options->isMerged ? mergeFiles(*options)
-                                         : sortFile(*options);
+        exitStatus = options->check == kOnlyCheck ? checkFiles(*options)
+                     : options->isMerged          ? mergeFiles(*options)
+                                                  : sortFile(*options);
     });
 }
 

@@ -1,11 +1,11 @@
 #include "tools/ordered/key_plan.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <bit>
 #include <string>
 #include <vector>
+
+#include "tools/files/machine_memory.h"
 
 namespace tvsort::tools {
 
@@ -76,9 +76,7 @@ std::size_t keyBytesFor(Sample& sample, std::uint64_t inputBytes) {
 }
 
 bool areReadOverAndOver(std::uint64_t inputBytes, std::uint64_t memoryBytes) {
-    const auto machineBytes = static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) *
-                              static_cast<std::uint64_t>(kPageBytes);
-    return inputBytes / kFetchedMemoriesMax > memoryBytes || inputBytes > machineBytes / 2;
+    return inputBytes / kFetchedMemoriesMax > memoryBytes || inputBytes > machineMemoryBytes() / 2;
 }
 
 std::size_t carriedBytesFor(Sample& sample, std::uint64_t inputBytes, std::uint64_t memoryBytes) {

@@ -7,8 +7,9 @@
 
 namespace tvsort::tools {
 
-OrderedMerge::OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer)
-    : writer_(writer) {
+OrderedMerge::OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer,
+                           bool isChecked)
+    : writer_(writer), isChecked_(isChecked) {
     for (std::unique_ptr<KeyedInput>& input : inputs) {
         Source& source = sources_.emplace_back();
         source.input = std::move(input);
@@ -49,9 +50,10 @@ void OrderedMerge::run(RowShaper& shaper) {
 
 void OrderedMerge::advance(Source& source) {
     source.hasRow = source.input->next(source.row);
-    if (source.hasRow && !source.check->mayFollow(source.row)) {
+    if (source.hasRow && isChecked_ && !source.check->mayFollow(source.row)) {
         throw host::badUse("--merge takes inputs in order, and " + source.check->fault() +
-                           " by the keys; leave --merge out");
+                           " by the keys; leave --merge out, or take the order for granted with "
+                           "--check=off");
     }
 }
 

@@ -1,6 +1,6 @@
 // Inputs that are in order already, merged: one row of each is in memory, and no process is needed.
 //
-// Each input is checked as it is read. Of equal rows those of an earlier input come first, so the
+// Each input is checked as it is read, unless its order is taken for granted. Of equal rows those of an earlier input come first, so the
 // result is that of a sort.
 
 #pragma once
@@ -19,7 +19,8 @@ class OrderedMerge {
   public:
     // An input for each of the files that the writer knows, in their order, that reads this one
     // alone.
-    OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer);
+    OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer,
+                 bool isChecked);
 
     // Throws bad use that names the first two rows of an input that are not in order.
     void run(RowShaper& shaper);
@@ -36,6 +37,7 @@ class OrderedMerge {
     Source* least();
 
     RowWriter& writer_;
+    bool isChecked_;
     std::vector<Source> sources_;
 };
 
