@@ -228,6 +228,15 @@ TEST_F(Words, OfAFileReachNoTerminal) {
     write("escape.csv", "\x1b[31m,b\n1,2\n");
     const Outcome outcome = run("sort escape.csv --key c");
     EXPECT_THAT(outcome.errors, HasSubstr("the columns are ?[31m, b"));
+    // Nor from reports of rows and from files' names.
+    const std::string words = " --lines --as int --on-error=skip 'name\x1b[31m' -o out";
+    write("name\x1b[31m", "x\n1\n");
+    for (const std::string& errors :
+         {run("sort escape.csv --key '\x1b[31m:date' --on-error=skip").errors,
+          run("sort" + words).errors, run("sort --check" + words).errors}) {
+        EXPECT_THAT(errors, HasSubstr("?[31m"));
+        EXPECT_THAT(errors, Not(HasSubstr("\x1b")));
+    }
     write("wide.csv", std::string(5000, ',') + "\n");
     EXPECT_LT(run("sort wide.csv --key c").errors.size(), 1000);
 }

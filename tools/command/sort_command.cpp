@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 
@@ -15,6 +14,7 @@
 #include "tools/command/verify_command.h"
 #include "tools/files/byte_units.h"
 #include "tools/files/interrupt.h"
+#include "tools/files/spoken.h"
 #include "tools/ordered/order_check.h"
 #include "tools/run/slot_sort.h"
 #include "tools/run/sort_stats.h"
@@ -62,10 +62,8 @@ host::RecordSource withSpillWarning(SortSetup& setup, std::uint16_t recordLength
         const std::string warning = spillWarning(workFileBytes, setup.inputBytes());
         if (warning.empty()) return records;
         setup.progress().clear();
-        std::fputs(fmt::format("tvsort-host: warning: {} go to the work file, {}\n",
-                               inUnits(workFileBytes), warning)
-                       .c_str(),
-                   stderr);
+        speak(fmt::format("tvsort-host: warning: {} go to the work file, {}\n",
+                          inUnits(workFileBytes), warning));
         return records;
     };
 }
@@ -107,8 +105,7 @@ int sortFile(const SortOptions& options) {
     stats.skippedCount = setup.errors().skippedCount();
     stats.ownPeakBytes = ownPeakBytes();
     setup.progress().clear();
-    // The output is final: that the words cannot be written makes no failure of it.
-    std::fputs((setup.errors().report() + report(options, stats)).c_str(), stderr);
+    speak(setup.errors().report() + report(options, stats));
     return stats.skippedCount > 0 ? kStatusSkipped : kStatusSuccess;
 }
 
@@ -141,9 +138,9 @@ int checkFiles(const SortOptions& options) {
     SortSetup setup(options);
     const std::string disorder = disorderIn(setup);
     setup.progress().clear();
-    std::fputs(setup.errors().report().c_str(), stderr);
+    speak(setup.errors().report());
     if (!disorder.empty()) {
-        std::fputs(("tvsort-host: not in order: " + disorder + "\n").c_str(), stderr);
+        speak("tvsort-host: not in order: " + disorder + "\n");
         return kStatusNotInOrder;
     }
     return setup.errors().skippedCount() > 0 ? kStatusSkipped : kStatusSuccess;
@@ -153,7 +150,7 @@ int mergeFiles(const SortOptions& options) {
     SortSetup setup(options);
     setup.merge();
     setup.progress().clear();
-    std::fputs(setup.errors().report().c_str(), stderr);
+    speak(setup.errors().report());
     return setup.errors().skippedCount() > 0 ? kStatusSkipped : kStatusSuccess;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "tools/files/byte_units.h"
+#include "tools/files/spoken.h"
 
 namespace tvsort::tools {
 
@@ -56,7 +57,7 @@ void Progress::clear() {
 }
 
 void Progress::begin(const std::string& work, std::int64_t recordsWanted) {
-    work_ = work;
+    work_ = harmless(work);
     done_ = {};
     done_.recordsWanted = static_cast<std::uint64_t>(std::max<std::int64_t>(recordsWanted, 0));
     if (onTerminal_ && position_) bytesBefore_ = position_().bytes;

@@ -1,7 +1,7 @@
 // Inputs that are in order already, merged: one row of each is in memory, and no process is needed.
 //
-// Each input is checked as it is read, unless its order is taken for granted. Of equal rows those of an earlier input come first, so the
-// result is that of a sort.
+// Each input is checked as it is read, unless its order is taken for granted. Of equal rows those
+// of an earlier input come first, so the result is that of a sort.
 
 #pragma once
 
