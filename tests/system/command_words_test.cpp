@@ -214,6 +214,7 @@ TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
         {"--lines --limit x lines", "--limit x: write a number from 1 to 2147483647"},
         {"--lines --memory 5Q lines", "write one such as 512K, 64M or 2G"},
         {"--lines --nulls x lines", "--nulls x: write a number"},
+        {"--lines --limit 1 --limit 2 lines", "--limit is said more than once; say it once"},
         {"--lines --nope lines", "--nope: there is no such option or word here"},
         {"--format x lines", "--format x: write one of csv,tsv,fields"},
     };

@@ -109,7 +109,7 @@ class World:
     # Inputs
 
     def make_inputs(self):
-        count = self.random.choice([0, 1, 3, 40, 300])
+        count = self.random.choice([0, 1, 3, 40, 40, 300, 300, 2500])
         pool = [[key.draw(self.random) for _ in range(max(2, count // 3))] for key in self.keys]
         self.inputs = []
         self.rows = []
