@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """The command beside a model of what it promises, in small worlds of chance.
 
 A world is a few inputs of one kind, keys, and what is wanted of them. Its result by the model,
