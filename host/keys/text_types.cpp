@@ -137,24 +137,24 @@ class VersionType : public OrderedType {
         if (text == "..") return 2;
         return text[0] == '.' ? 3 : 4;
     }
-    // Suffixes are a point, a letter or tilde, and letters, digits and tildes, at the end;
-    // something stands before them.
+    // Suffixes are a point, a letter or tilde, and letters, digits and tildes, at the end; a text
+    // may be nothing else.
     static std::size_t stemLength(std::string_view text) {
         const auto isPart = [](char character) {
             return isLetter(character) || isDigit(character) || character == '~';
         };
         std::size_t stem = 0;
-        for (std::size_t i = 0; i < text.size();) {
-            i += 1;
-            stem = i;
+        for (std::size_t i = 0;;) {
             while (i + 1 < text.size() && text[i] == '.' &&
                    (isLetter(text[i + 1]) || text[i + 1] == '~')) {
                 i += 2;
                 while (i < text.size() && isPart(text[i]))
                     i += 1;
             }
+            if (i == text.size()) return stem;
+            i += 1;
+            stem = i;
         }
-        return stem;
     }
     static void mark(VersionMark mark, KeyBytes& key) { key.push_back(static_cast<Byte>(mark)); }
     static void appendWalk(std::string_view text, KeyBytes& key) {

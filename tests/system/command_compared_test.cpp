@@ -38,6 +38,11 @@ TEST_F(Compared, WithSortOnRealWordsAndVersions) {
          "-V", "version", 100},
         {"cd /usr/share/doc && find . -name '*.*' | head -n 20000 | sed 's|.*/||'", "-V", "version",
          100},
+        {"awk 'BEGIN {srand(7); n = split(\". ~ 0 1 00 9 10 a Z tar gz - _ .tar.gz + : .a ~rc\", "
+         "part, \" \"); "
+         "for (; i < 20000; i++) {s = \"\"; for (j = int(rand() * 7); j > 0; j--) "
+         "s = s part[1 + int(rand() * n)]; print s}}'",
+         "-V", "version", 20000},
         {"LC_ALL=C grep -av '[^ -Z_a-z]' /usr/share/dict/american-english-huge | "
          "shuf --random-source=/bin/bash",
          "-f", "text:nocase", 100000},

@@ -58,6 +58,20 @@ TEST_F(Explain, ShowsTheLayoutAndTheRequest) {
                 HasSubstr("reaches"));
 }
 
+// Strings that fill their fields to the end are compared by words like bytes without a length.
+TEST_F(Explain, OfStringsHasTheMethodOfBytes) {
+    std::string records;
+    for (int i = 0; i < 5000; ++i) {
+        const std::string digits = std::to_string(100000 + i * 7919 % 5000);
+        records += std::string("\x14\0", 2) + std::string(14, '0') + digits;
+    }
+    write("records", records);
+    for (const char* key : {"string:0:20", "bytes:2:20"}) {
+        EXPECT_THAT(explain(std::string("records --record-length 22 --key ") + key),
+                    HasSubstr("method    entry sort"));
+    }
+}
+
 // A long value inflates the records of a type that the process compares.
 TEST_F(Explain, ForetellsTheDiskAndWarnsWhereItIsMuch) {
     std::string lines = std::string(9000, 'x') + "\n";
@@ -67,7 +81,8 @@ TEST_F(Explain, ForetellsTheDiskAndWarnsWhereItIsMuch) {
     const std::string words = "--lines --as ucs2 --memory 4M lines";
     const Outcome sorted = run("sort --stats=json -o out " + words);
     EXPECT_EQ(sorted.status, 0);
-    const std::string warning = " MiB go to the work file, ";
+    const std::string warning = " times the inputs; order by less";
+    EXPECT_THAT(sorted.errors, HasSubstr(" MiB go to the work file, "));
     EXPECT_THAT(sorted.errors, HasSubstr(warning));
     const auto stats = nlohmann::json::parse(sorted.errors.substr(sorted.errors.find('{')));
     const auto blockBytes =
@@ -109,9 +124,10 @@ TEST_F(Explain, SaysWhereFitAndMethodChange) {
                                         stats["records_per_block"].dump() + " records"));
             EXPECT_THAT(text, HasSubstr("frames    " + stats["frame_count"].dump() + " in"));
             const bool distributes = c.fitted || stats["frame_count"] >= 64;
-            EXPECT_THAT(text, HasSubstr(c.comparesNot ? "method    entry sort"
-                                        : distributes ? "method    block distribution"
-                                                      : "method    quicksort"));
+            const std::string method = c.comparesNot ? "method    (entry|copy) sort"
+                                       : distributes ? "method    block distribution"
+                                                     : "method    quicksort";
+            EXPECT_THAT(text, testing::ContainsRegex(method));
         }
     }
 }

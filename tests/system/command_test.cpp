@@ -212,13 +212,13 @@ TEST_F(Command, StatsCountWhatHappened) {
     spilled.erase("blocks_read");
     EXPECT_EQ(ample, nlohmann::json::parse(R"({"record_count": 3000, "record_length": 100,
         "read_count": 3000, "result_count": 3000, "written_count": 3000, "skipped_count": 0,
-        "duplicate_count": 0, "group_count": 0, "round_count": 1,
+        "duplicate_count": 0, "group_count": 0, "run_count": 0, "round_count": 1,
         "records_per_block": 655, "block_bytes": 65536,
         "block_count": 5, "frame_count": 1024, "fitted": true, "spilled_bytes": 0,
         "blocks_read": 0, "blocks_written": 0})"));
     EXPECT_EQ(spilled, nlohmann::json::parse(R"({"record_count": 3000, "record_length": 100,
         "read_count": 3000, "result_count": 3000, "written_count": 3000, "skipped_count": 0,
-        "duplicate_count": 0, "group_count": 0, "round_count": 1,
+        "duplicate_count": 0, "group_count": 0, "run_count": 0, "round_count": 1,
         "records_per_block": 81, "block_bytes": 8192,
         "block_count": 38, "frame_count": 5, "fitted": false, "spilled_bytes": 270336})"));
 }

@@ -10,6 +10,7 @@ namespace tvsort::test {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 class Words : public CommandTest {
   protected:
@@ -120,6 +121,10 @@ TEST_F(Words, MergeWhatIsInOrderAndNameWhatIsNot) {
     EXPECT_EQ(outcome.status, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("and line 4 of a.csv, \"1,b,\", must not stand behind"));
     EXPECT_FALSE(std::filesystem::exists(folder() / "out.csv"));
+    // Taken for granted, their order is theirs.
+    EXPECT_EQ(run("sort -m b.csv a.csv --key id:int --check=off").output,
+              "id,v,v\n0,z,\n1,c,\n1,b,\n2,a,7\n1,b,\n");
+    EXPECT_THAT(run("sort a.csv --key id --check=off").errors, HasSubstr("belongs to --merge"));
     EXPECT_THAT(run("sort -m --lines --hierarchy lines").errors, HasSubstr("--merge takes lines"));
 }
 
@@ -164,6 +169,33 @@ TEST_F(Words, PackedFilesAreReadAndWritten) {
     EXPECT_THAT(run("sort wide.csv --key a").errors, HasSubstr("wide.csv is text in UTF-16"));
 }
 
+TEST_F(Words, OfHelpAreThoseOfTheKindOfInput) {
+    const std::string all = run("sort --help").output;
+    struct Case {
+        const char* words;
+        const char* shown;
+        const char* hidden;
+    };
+    const Case cases[] = {
+        {"sort --help csv", "COLUMN a name", "--record-length"},
+        {"sort a.csv --help", "--ragged", "--indent"},
+        {"sort --format fields --help", "NUMBER[-NUMBER]", "--no-header"},
+        {"explain --help lines", "--as TEXT", "--key"},
+        {"verify --record-length 8 --help", "--nulls", "--as"},
+        {"sort --help types", "timestamptz", "--key"},
+        {"sort --help=csv", "weighted-text", "--lines"},
+    };
+    for (const Case& c : cases) {
+        const Outcome outcome = run(c.words);
+        EXPECT_EQ(outcome.status, 0) << c.words;
+        EXPECT_THAT(outcome.output, HasSubstr(c.shown)) << c.words;
+        // Not as an option of its own; others may name it.
+        EXPECT_THAT(outcome.output, Not(HasSubstr(std::string("\n  ") + c.hidden))) << c.words;
+        EXPECT_THAT(all, HasSubstr(c.hidden));
+    }
+    EXPECT_EQ(run("sort --help nothing").output, all);
+}
+
 TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
     const char* const cases[][2] = {
         {"a.csv --key id -z", "--zero-terminated is for lines"},
@@ -182,6 +214,7 @@ TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
         {"--lines --limit x lines", "--limit x: write a number from 1 to 2147483647"},
         {"--lines --memory 5Q lines", "write one such as 512K, 64M or 2G"},
         {"--lines --nulls x lines", "--nulls x: write a number"},
+        {"--lines --limit 1 --limit 2 lines", "--limit is said more than once; say it once"},
         {"--lines --nope lines", "--nope: there is no such option or word here"},
         {"--format x lines", "--format x: write one of csv,tsv,fields"},
     };
@@ -196,6 +229,15 @@ TEST_F(Words, OfAFileReachNoTerminal) {
     write("escape.csv", "\x1b[31m,b\n1,2\n");
     const Outcome outcome = run("sort escape.csv --key c");
     EXPECT_THAT(outcome.errors, HasSubstr("the columns are ?[31m, b"));
+    // Nor from reports of rows and from files' names.
+    const std::string words = " --lines --as int --on-error=skip 'name\x1b[31m' -o out";
+    write("name\x1b[31m", "x\n1\n");
+    for (const std::string& errors :
+         {run("sort escape.csv --key '\x1b[31m:date' --on-error=skip").errors,
+          run("sort" + words).errors, run("sort --check" + words).errors}) {
+        EXPECT_THAT(errors, HasSubstr("?[31m"));
+        EXPECT_THAT(errors, Not(HasSubstr("\x1b")));
+    }
     write("wide.csv", std::string(5000, ',') + "\n");
     EXPECT_LT(run("sort wide.csv --key c").errors.size(), 1000);
 }

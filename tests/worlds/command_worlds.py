@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """The command beside a model of what it promises, in small worlds of chance.
 
 A world is a few inputs of one kind, keys, and what is wanted of them. Its result by the model,
@@ -109,7 +110,7 @@ class World:
     # Inputs
 
     def make_inputs(self):
-        count = self.random.choice([0, 1, 3, 40, 300])
+        count = self.random.choice([0, 1, 3, 40, 40, 300, 300, 2500])
         pool = [[key.draw(self.random) for _ in range(max(2, count // 3))] for key in self.keys]
         self.inputs = []
         self.rows = []

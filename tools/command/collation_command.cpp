@@ -10,6 +10,7 @@
 #include "tools/command/subcommands.h"
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
+#include "tools/files/spoken.h"
 
 namespace tvsort::tools {
 
@@ -81,7 +82,7 @@ void writeCollation(const CollationOptions& options) {
     OutputFile output(options.output);
     output.write(file.bytes.data(), file.bytes.size());
     output.finish();
-    std::fputs(report(file).c_str(), stderr);
+    speak(report(file));
 }
 
 std::unique_ptr<host::CollationDirectory> putCollationInForce(const std::string& name,

@@ -200,7 +200,7 @@ class Explanation {
     std::string disk() const {
         const std::string warning = spillWarning(now_.workFileBytes(), setup_.inputBytes());
         return diskLine(setup_, fmt::format("{} bytes of work file", now_.workFileBytes())) +
-               (warning.empty() ? "" : "warning   " + warning + "\n");
+               (warning.empty() ? "" : "warning   that is " + warning + "\n");
     }
 
     std::string method() const {

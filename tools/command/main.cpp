@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -21,6 +20,8 @@
 #include "tools/command/subcommands.h"
 #include "tools/files/interrupt.h"
 #include "tools/files/output_file.h"
+#include "tools/files/spoken.h"
+#include "tools/options/help_topic.h"
 
 namespace {
 
@@ -33,16 +34,8 @@ void occupyStandardStreams() {
     }
 }
 
-// Words that cannot be written do not change the status. They may hold what a file holds: what a
-// terminal would obey is left out.
-void say(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char byte) {
-            return (static_cast<unsigned char>(byte) < ' ' && byte != '\n') || byte == '\x7f';
-        },
-        '?');
-    std::fputs(("tvsort-host: " + text + "\n").c_str(), stderr);
+void say(const std::string& text) {
+    tvsort::tools::speak("tvsort-host: " + text + "\n");
 }
 
 int fail(const std::string& text) {
@@ -69,6 +62,15 @@ int run(int argumentCount, char** arguments) {
         "last.");
     for (const AddSubcommand addSubcommand : kSubcommands)
         addSubcommand(app, exitStatus);
+    if (argumentCount > 2) {
+        const std::string topic = helpTopicOf({arguments + 2, arguments + argumentCount});
+        const auto commands = app.get_subcommands([&](CLI::App* command) {
+            return command->get_name() == arguments[1] &&
+                   command->get_option_no_throw("--lines") != nullptr;
+        });
+        for (CLI::App* const command : commands)
+            fitHelp(*command, topic);
+    }
     try {
         app.parse(argumentCount, arguments);
         if (app.get_subcommands().empty())

@@ -16,6 +16,11 @@ std::string ownWords(const std::string& parserWords) {
          "$2: there is no such option or word here"},
         {std::regex("INPUT is required"), "name a file, or - for standard input"},
         {std::regex("(-[^ ]*) is required"), "say $1 too"},
+        {std::regex("(-[^ ]*): At Most 1 required but received .*"),
+         "$1 is said more than once; say it once"},
+        // Of an option that the help of a kind of input leaves out.
+        {std::regex(": At Most 1 required but received .*"),
+         "an option is said more than once; say it once"},
         {std::regex("(-[^ ]*): 1 required .* missing"), "$1 needs a value behind it"},
         {std::regex("Could not convert: (-[^ ]*) = (.*)"), "$1 $2: write a number"},
         {std::regex("(-[^ ]*): .*[Cc]ould not be converted.*"), "$1: write a number"},

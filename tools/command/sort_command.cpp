@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <memory>
 
 #include "host/sort_server.h"
@@ -12,7 +11,9 @@
 #include "tools/command/process_path.h"
 #include "tools/command/subcommands.h"
 #include "tools/command/verify_command.h"
+#include "tools/files/byte_units.h"
 #include "tools/files/interrupt.h"
+#include "tools/files/spoken.h"
 #include "tools/ordered/order_check.h"
 #include "tools/run/slot_sort.h"
 #include "tools/run/sort_stats.h"
@@ -50,13 +51,14 @@ host::RecordSource withSpillWarning(SortSetup& setup, std::uint16_t recordLength
         const std::size_t records = source(target, recordsMax);
         recordCount += static_cast<std::int64_t>(records);
         if (records > 0) return records;
-        const std::string warning = spillWarning(
+        const std::int64_t workFileBytes =
             forecastSpill(setup.memoryPlan(), setup.processCount(), recordLength, recordCount)
-                .workFileBytes(),
-            setup.inputBytes());
+                .workFileBytes();
+        const std::string warning = spillWarning(workFileBytes, setup.inputBytes());
         if (warning.empty()) return records;
         setup.progress().clear();
-        std::fputs(("tvsort-host: warning: " + warning + "\n").c_str(), stderr);
+        speak(fmt::format("tvsort-host: warning: {} go to the work file, {}\n",
+                          inUnits(workFileBytes), warning));
         return records;
     };
 }
@@ -108,26 +110,21 @@ int sortFile(const SortOptions& options) {
     stats.skippedCount = setup.errors().skippedCount();
     stats.ownPeakBytes = ownPeakBytes();
     setup.progress().clear();
-    // The output is final: that the words cannot be written makes no failure of it.
-    std::fputs((setup.errors().report() + report(options, stats)).c_str(), stderr);
+    speak(setup.errors().report() + report(options, stats));
     return stats.skippedCount > 0 ? kStatusSkipped : kStatusSuccess;
 }
 
 // The words for the first row out of order; empty where there is none.
-std::string disorderIn(const SortOptions& options) {
-    if (options.mode.hierarchy) {
-        throw host::badUse(
-            "--check compares each row with the one before it; leave --hierarchy out");
-    }
-    SortSetup setup(options);
+std::string disorderIn(SortSetup& setup) {
+    const std::vector<std::string>& inputs = setup.options().inputs;
     const KeyedInput* const input = setup.orderedInput();
     if (input == nullptr) {
-        if (options.inputs.size() > 1)
+        if (inputs.size() > 1)
             throw host::badUse("--check takes one input where the process compares the keys");
-        const VerifyReport report = verifyFile({setup.options().records, options.inputs[0]});
+        const VerifyReport report = verifyFile({setup.options().records, inputs[0]});
         if (report.firstMisplaced == 0) return "";
         return fmt::format("record {} of {} must not stand behind the one before it",
-                           report.firstMisplaced, options.inputs[0]);
+                           report.firstMisplaced, inputs[0]);
     }
     RowStream rows(*input, setup.errors());
     OrderCheck check(rows);
@@ -140,17 +137,26 @@ std::string disorderIn(const SortOptions& options) {
 }
 
 int checkFiles(const SortOptions& options) {
-    const std::string disorder = disorderIn(options);
-    if (disorder.empty()) return kStatusSuccess;
-    std::fputs(("tvsort-host: not in order: " + disorder + "\n").c_str(), stderr);
-    return kStatusNotInOrder;
+    if (options.mode.hierarchy) {
+        throw host::badUse(
+            "--check compares each row with the one before it; leave --hierarchy out");
+    }
+    SortSetup setup(options);
+    const std::string disorder = disorderIn(setup);
+    setup.progress().clear();
+    speak(setup.errors().report());
+    if (!disorder.empty()) {
+        speak("tvsort-host: not in order: " + disorder + "\n");
+        return kStatusNotInOrder;
+    }
+    return setup.errors().skippedCount() > 0 ? kStatusSkipped : kStatusSuccess;
 }
 
 int mergeFiles(const SortOptions& options) {
     SortSetup setup(options);
     setup.merge();
     setup.progress().clear();
-    std::fputs(setup.errors().report().c_str(), stderr);
+    speak(setup.errors().report());
     return setup.errors().skippedCount() > 0 ? kStatusSkipped : kStatusSuccess;
 }
 
@@ -160,9 +166,9 @@ void addSortCommand(CLI::App& app, int& exitStatus) {
         *app.add_subcommand("sort", "Sort files of records, text lines or CSV rows");
     addSortOptions(command, *options);
     command.callback([options, &exitStatus] {
-        exitStatus = options->isChecked  ? checkFiles(*options)
-                     : options->isMerged ? mergeFiles(*options)
-                                         : sortFile(*options);
+        exitStatus = options->check == kOnlyCheck ? checkFiles(*options)
+                     : options->isMerged          ? mergeFiles(*options)
+                                                  : sortFile(*options);
     });
 }
 

@@ -85,6 +85,8 @@ SortOptions understood(SortOptions options) {
     checkRecordOptions(options.records);
     checkModeOptions(options.mode, {options.inputs.size(), inputKindOf(options.records)});
     checkKeysAreNamed(options);
+    if (options.check == kNoCheck && !options.isMerged)
+        throw host::badUse("--check=off belongs to --merge, which alone checks its inputs");
     return options;
 }
 
@@ -171,7 +173,7 @@ std::int64_t SortSetup::merge() {
     RowShaper shaper({options_.mode, inputKindOf(options_.records), flow.delimiter, flow.lineEnd,
                       tempDirectoryOf(options_)},
                      *flow.writer);
-    OrderedMerge(std::move(inputs), *flow.writer, errors_).run(shaper);
+    OrderedMerge(std::move(inputs), *flow.writer, errors_, options_.check != kNoCheck).run(shaper);
     output_.finish();
     return shaper.writtenCount();
 }
@@ -338,9 +340,12 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
     command.add_flag("-m,--merge", options.isMerged,
                      "The inputs are in order already: merge them; the first two rows that are not "
                      "in order are named, and nothing is written");
-    command.add_flag("-c,--check", options.isChecked,
-                     "Sort nothing: say whether the rows are in order, with status 0 or 1, and "
-                     "name the first two that are not");
+    command
+        .add_flag("-c{only},--check{only}", options.check,
+                  "Sort nothing: say whether the rows are in order, with status 0 or 1, and "
+                  "name the first two that are not. =off, with --merge: the order of the inputs is "
+                  "taken for granted")
+        ->check(CLI::IsMember({kOnlyCheck, kNoCheck}));
 }
 
 }  // namespace tvsort::tools

@@ -39,9 +39,13 @@ struct SortOptions {
     std::string stats;  // empty, "text" or "json"
     std::optional<int> processCount;
     std::optional<std::uint64_t> randomSeed;
-    bool isChecked = false;  // nothing is sorted
-    bool isMerged = false;   // the inputs are in order already
+    std::string
+        check;  // kOnlyCheck: nothing is sorted; kNoCheck: nor is the order of merged inputs
+    bool isMerged = false;  // the inputs are in order already
 };
+
+inline constexpr char kOnlyCheck[] = "only";
+inline constexpr char kNoCheck[] = "off";
 
 // Adds the options of a sort.
 void addSortOptions(CLI::App& command, SortOptions& options);

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "tools/files/byte_units.h"
+#include "tools/files/spoken.h"
 
 namespace tvsort::tools {
 
@@ -63,7 +64,7 @@ void Progress::wipe() {
 void Progress::begin(const std::string& work, std::int64_t recordsWanted,
                      std::uint64_t bytesWanted) {
     const std::lock_guard lock(mutex_);
-    work_ = work;
+    work_ = harmless(work);
     done_ = {};
     done_.bytesWanted = bytesWanted;
     done_.recordsWanted = static_cast<std::uint64_t>(std::max<std::int64_t>(recordsWanted, 0));

@@ -249,6 +249,22 @@ std::string typesHelp() {
     return help;
 }
 
+std::string typesHelp(ValuePlace place) {
+    constexpr std::size_t kNameWidth = 17;
+    const bool isOfText = place != ValuePlace::kRecord;
+    std::string help = "Types:\n";
+    if (isOfText) help += host::orderedTypesHelp() + "\nTypes that the process compares:\n";
+    for (const host::ValueFormat& format : host::valueFormats()) {
+        const bool isOrdered = isOfText && host::findOrderedType(format.name) != nullptr;
+        if (!format.isKnownIn(place) || isOrdered) continue;
+        std::string explanation(format.explanation);
+        if (const std::size_t mark = explanation.find(" of R"); mark != std::string::npos)
+            explanation.replace(mark, 5, isOfText ? " of records" : "");
+        help += fmt::format("  {:<{}}{}\n", format.name, kNameWidth, explanation);
+    }
+    return help;
+}
+
 KeyText parseKey(const std::string& text, ValuePlace place, bool isReversed) {
     try {
         KeyText key = KeyReader(text, place).read();

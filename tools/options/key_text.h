@@ -43,8 +43,9 @@ struct KeyText {
     KeyDescriptor descriptor(std::uint16_t contentBytes) const;
 };
 
-// All types as lines for a help text.
+// All types as lines for a help text, and those of one kind of input.
 std::string typesHelp();
+std::string typesHelp(host::ValuePlace place);
 
 // Throws bad use that names the option, its text, what is wrong with it, and the grammar.
 // `isReversed`: in the other direction than it says.

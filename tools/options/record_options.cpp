@@ -6,6 +6,7 @@
 
 #include "host/host_error.h"
 #include "tools/files/input_file.h"
+#include "tools/options/help_topic.h"
 #include "tools/options/key_text.h"
 #include "tools/options/row_errors.h"
 
@@ -92,6 +93,10 @@ void addRecordOptions(CLI::App& command, RecordOptions& options) {
                        "Offset of the null indicators: one byte per --key, 1 for null");
     command.add_option("--weights", options.weightsFile,
                        "File of 256 bytes: the weight of each byte value, for weighted keys");
+    command.set_help_flag("-h,--help",
+                          "Print this help message and exit; of the options and types of one kind "
+                          "of input alone where it is said: --help " +
+                              helpTopics() + ", or the other words of a command");
     command.footer(typesHelp());
 }
 

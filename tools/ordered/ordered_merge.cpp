@@ -8,8 +8,8 @@
 namespace tvsort::tools {
 
 OrderedMerge::OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer,
-                           RowErrors& errors)
-    : writer_(writer) {
+                           RowErrors& errors, bool isChecked)
+    : writer_(writer), isChecked_(isChecked) {
     for (std::unique_ptr<KeyedInput>& input : inputs) {
         Source& source = sources_.emplace_back();
         source.input = std::move(input);
@@ -51,9 +51,10 @@ void OrderedMerge::run(RowShaper& shaper) {
 
 void OrderedMerge::advance(Source& source) {
     source.hasRow = source.rows->next(source.row);
-    if (source.hasRow && !source.check->mayFollow(source.row)) {
+    if (source.hasRow && isChecked_ && !source.check->mayFollow(source.row)) {
         throw host::badUse("--merge takes inputs in order, and " + source.check->fault() +
-                           " by the keys; leave --merge out");
+                           " by the keys; leave --merge out, or take the order for granted with "
+                           "--check=off");
     }
 }
 

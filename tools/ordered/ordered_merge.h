@@ -1,7 +1,7 @@
 // Inputs that are in order already, merged: one row of each is in memory, and no process is needed.
 //
-// Each input is checked as it is read. Of equal rows those of an earlier input come first, so the
-// result is that of a sort.
+// Each input is checked as it is read, unless its order is taken for granted. Of equal rows those
+// of an earlier input come first, so the result is that of a sort.
 
 #pragma once
 
@@ -20,7 +20,7 @@ class OrderedMerge {
     // An input for each of the files that the writer knows, in their order, that reads this one
     // alone.
     OrderedMerge(std::vector<std::unique_ptr<KeyedInput>> inputs, RowWriter& writer,
-                 RowErrors& errors);
+                 RowErrors& errors, bool isChecked);
 
     // Throws bad use that names the first two rows of an input that are not in order.
     void run(RowShaper& shaper);
@@ -38,6 +38,7 @@ class OrderedMerge {
     Source* least();
 
     RowWriter& writer_;
+    bool isChecked_;
     std::vector<Source> sources_;
 };
 

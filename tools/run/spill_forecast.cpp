@@ -6,7 +6,6 @@
 #include <limits>
 
 #include "protocol/slot_layout.h"
-#include "tools/files/byte_units.h"
 
 namespace tvsort::tools {
 
@@ -30,9 +29,8 @@ std::string spillWarning(std::int64_t workFileBytes, std::int64_t inputBytes) {
     // Nobody has to wait for less.
     constexpr std::int64_t kLittle = std::int64_t{16} << 20;
     if (inputBytes == 0 || workFileBytes < std::max(kLittle, kOften * inputBytes)) return "";
-    return fmt::format(
-        "{} go to the work file, {} times the inputs; order by less, or give more --memory",
-        inUnits(workFileBytes), workFileBytes / inputBytes);
+    return fmt::format("{} times the inputs; order by less, or give more --memory",
+                       workFileBytes / inputBytes);
 }
 
 }  // namespace tvsort::tools

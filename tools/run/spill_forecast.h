@@ -26,8 +26,8 @@ struct SpillForecast {
 SpillForecast forecastSpill(const MemoryPlan& plan, int processCount, std::uint16_t recordLength,
                             std::int64_t recordCount);
 
-// Words of warning where so much of a work file for so much of inputs is rather a mistake than what
-// somebody wants; else empty.
+// Words of warning, `9 times the inputs; order by less, ...`, where so much of a work file for so
+// much of inputs is rather a mistake than what somebody wants; else empty.
 std::string spillWarning(std::int64_t workFileBytes, std::int64_t inputBytes);
 
 }  // namespace tvsort::tools
