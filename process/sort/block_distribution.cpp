@@ -448,16 +448,6 @@ bool writeRanges(Distribution& work) {
 
 // --- Before anything moves ------------------------------------------------------------------
 
-bool haveDoubts(SortJob& job, const RecordArray& records) {
-    if (normalizedKey.checkCount == 0) return false;
-    Doubts doubts = kNoDoubts;
-    visitRecords(records, 0, records.count, [&](const Byte* record) {
-        watchServer(job, records.recordLength);
-        doubts |= doubtsAbout(normalizedKey, record);
-    });
-    return doubts != kNoDoubts;
-}
-
 bool areInOrder(const Distribution& work, const Byte* left, const Byte* right) {
     return compareKeys(normalizedKey, kKeyStart, left, right).order <= 0 &&
            !mayBeOtherwise(work.job, normalizedKey, left, right);
@@ -478,18 +468,11 @@ bool goOnInOrder(Distribution& work, const RecordArray& records) {
     return inOrder;
 }
 
-// The records of the data set that are in its frames.
-RecordArray dataInFrames(const SortJob& job) {
-    const auto inFrames = static_cast<std::uint32_t>(job.frameCount) * job.recordsPerBlock;
-    const auto records = static_cast<std::uint32_t>(job.recordCount);
-    return packedIn(job, job.frameArea, std::min(inFrames, records));
-}
-
 // Whether the whole data set is in order: a pass that ends at the first record that is not.
 bool isInOrder(Distribution& work) {
     SortJob& job = work.job;
     if (work.isInMemory()) {
-        const bool inOrder = goOnInOrder(work, dataInFrames(job));
+        const bool inOrder = goOnInOrder(work, recordsInFrames(job));
         work.hasLast = false;
         return inOrder;
     }
@@ -563,7 +546,7 @@ bool sortBlocks(Distribution& work) {
     SortJob& job = work.job;
     RecordArray sample = sampleData(work);
     if (failed(job)) return false;
-    if (haveDoubts(job, sample)) {
+    if (doubtsAboutAll(job, normalizedKey, sample) != kNoDoubts) {
         writeBack(work);
         return false;
     }
@@ -600,7 +583,10 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
     // In memory nothing moves that the quicksort may have to sort.
     if (inMemory && (normalizedKey.isUnique() || normalizedKey.hasTolerantFloats)) return false;
     const Layout layout = planLayout(job, frames);
-    if (!twoRoundsAreEnough(job, layout) || haveDoubts(job, dataInFrames(job))) return false;
+    if (!twoRoundsAreEnough(job, layout) ||
+        doubtsAboutAll(job, normalizedKey, recordsInFrames(job)) != kNoDoubts) {
+        return false;
+    }
     Byte* const base = inMemory ? ownFrames : job.frameArea;
     const auto frameAt = [&](std::int32_t frame) {
         return base + static_cast<std::size_t>(frame) * frameBytes(job);

@@ -12,8 +12,9 @@
 //
 // Then the first x from the left changes with the first from the right, the second with the second:
 // these are the very exchanges that the two scans make, in their order, because which records stop
-// a scan depends on nothing but the comparison with the pivot. The cursors never leave the blocks
-// that they stand in: which frames are asked for, and when, stays with the plain scans.
+// a scan depends on nothing but the comparison with the pivot. Each cursor moves to the first x
+// that is left over, or behind the run. It never leaves the block that it stands in: which frames
+// are asked for, and when, stays with the plain scans.
 
 #pragma once
 
@@ -29,16 +30,13 @@ struct BlockCursors {
     HeldRecord& j;
     std::int32_t iLast;   // last record of i's block
     std::int32_t jFirst;  // first record of j's block
-    // Grows by the records that were judged in vain, because a run ended before them at one about
-    // which the comparator may not be asked out of turn.
-    std::int32_t& judgedInVain;
 };
 
-// Makes the exchanges between i and j that lie in the cursors' blocks. True when there was one: the
-// cursors stand at the last pair exchanged. False otherwise: they have moved over records that stop
-// no scan, if at all. Sets `compareState` and the dirty flags as the plain scans do. `pivot` is the
-// place of the pivot's copy, by which `judge` is able to judge.
-bool exchangeInBlocks(SortJob& job, const PivotJudge& judge, std::uint32_t pivot,
+// Makes the exchanges between i and j that lie in the cursors' blocks, while `judge` is able to
+// judge; the plain scans do the rest. Sets `compareState` and the dirty flags as they do. `pivot`
+// is the place of the pivot's copy. A judge that judges too many in vain, because runs end at
+// records about which the comparator may not be asked out of turn, is able no more.
+void exchangeInBlocks(SortJob& job, PivotJudge& judge, std::uint32_t pivot,
                       const BlockCursors& cursors);
 
 }  // namespace tvsort

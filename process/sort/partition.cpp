@@ -21,7 +21,7 @@ namespace {
 constexpr std::int32_t kRandomPivotDistance = 100;
 
 // Judging records in runs is given up for the rest of a partition when it has judged so many more
-// in vain than the cursors have passed.
+// in vain than not.
 constexpr std::int32_t kVainJudgementsMax = 256;
 
 // A judge costs as much as a few comparisons: shorter ranges do without.
@@ -98,34 +98,10 @@ bool stepDown(SortJob& job, Partition& partition) {
     return crossBlock(job, partition.held, j, partition.held.i);
 }
 
-// Where a record stands to the pivot; open when there is no judge.
-Verdict verdictOn(SortJob& job, std::uint32_t place) {
-    if (!judge.isAble) return Verdict::kOpen;
-    const Verdict verdict = judgeRecord(judge, recordAt(job, place));
-    if (verdict != Verdict::kOpen) job.compareState = 1;
-    return verdict;
-}
-
-// Whether record i comes before the pivot.
-bool precedesPivot(SortJob& job, const Partition& partition) {
-    const std::uint32_t i = partition.held.i.offset;
-    const Verdict verdict = verdictOn(job, i);
-    return verdict == Verdict::kOpen ? recordPrecedes(job, i, partition.pivot)
-                                     : verdict == Verdict::kBefore;
-}
-
-// Whether the pivot comes before record j.
-bool pivotPrecedes(SortJob& job, const Partition& partition) {
-    const std::uint32_t j = partition.held.j.offset;
-    const Verdict verdict = verdictOn(job, j);
-    return verdict == Verdict::kOpen ? recordPrecedes(job, partition.pivot, j)
-                                     : verdict == Verdict::kBehind;
-}
-
 // Moves i up to the first record that does not precede the pivot.
 bool scanUp(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (precedesPivot(job, partition)) {
+    while (recordPrecedes(job, held.i.offset, partition.pivot)) {
         if (held.i.recordNumber == held.high.recordNumber) break;
         if (!stepUp(job, partition)) return false;
     }
@@ -135,7 +111,7 @@ bool scanUp(SortJob& job, Partition& partition) {
 // Moves j down to the first record that the pivot does not precede.
 bool scanDown(SortJob& job, Partition& partition) {
     const HeldRange& held = partition.held;
-    while (pivotPrecedes(job, partition)) {
+    while (recordPrecedes(job, partition.pivot, held.j.offset)) {
         if (held.j.recordNumber == held.low.recordNumber) break;
         if (!stepDown(job, partition)) return false;
     }
@@ -164,22 +140,13 @@ bool scanAndExchange(SortJob& job, Partition& partition) {
     return true;
 }
 
-std::int32_t recordsPassed(const HeldRange& held) {
-    return (held.i.recordNumber - held.low.recordNumber) +
-           (held.high.recordNumber - held.j.recordNumber);
-}
-
 // Scans and exchanges, from both ends to where the cursors meet.
 void movePast(SortJob& job, Partition& partition) {
     HeldRange& held = partition.held;
-    std::int32_t judgedInVain = 0;
     do {
-        const BlockCursors cursors = {held.i, held.j, partition.iLast, partition.jFirst,
-                                      judgedInVain};
-        const bool paysOff = judgedInVain - kVainJudgementsMax <= recordsPassed(held);
-        const bool exchanged =
-            paysOff && judge.isAble && exchangeInBlocks(job, judge, partition.pivot, cursors);
-        if (!exchanged && !scanAndExchange(job, partition)) return;
+        exchangeInBlocks(job, judge, partition.pivot,
+                         {held.i, held.j, partition.iLast, partition.jFirst});
+        if (!scanAndExchange(job, partition)) return;
         if (held.i.recordNumber <= held.j.recordNumber) {
             // The cursors may pass each other by one, but leave the data set for no comparison.
             if (held.i.recordNumber != job.recordCount && !stepUp(job, partition)) return;
@@ -199,6 +166,7 @@ void appointForRange(SortJob& job, const Partition& partition) {
                                             recordAt(job, held.low.offset),
                                             recordAt(job, held.high.offset)};
     appointJudge(partition.key, sample, kSampleMax, judge);
+    judge.credit = kVainJudgementsMax;
 }
 
 }  // namespace

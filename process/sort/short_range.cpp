@@ -21,8 +21,7 @@ bool makeEntries(const NormalizedKey& key, const RecordArray& records) {
         std::uint32_t sure = 1;
         std::uint32_t index = 0;
         visitRecords(records, 0, records.count, [&](const Byte* record) {
-            sure &= reader.isSure(record);
-            if (doubtsAbout(key, record) != kNoDoubts) sure = 0;
+            sure &= reader.isSure(record) && doubtsAbout(key, record) == kNoDoubts ? 1 : 0;
             ownEntries[index] = makeEntry(reader.read(record), index);
             index += 1;
         });
@@ -54,7 +53,7 @@ bool areUnlike(const NormalizedKey& key, const RecordArray& records) {
 // Orders the entries. False when there may be another order, or must be one of equal records that
 // only the partition knows. Of a key with tolerant floats only the judge's word is trusted.
 bool orderShortRange(const NormalizedKey& key, const RecordArray& records, bool keepsEquals) {
-    const bool wordOnly = key.hasTolerantFloats || judge.isComplete;
+    const bool wordOnly = key.hasTolerantFloats || judge.endsKey;
     orderOwnEntries(key, records, records.count, {judge.next, wordOnly, true});
     if (key.hasTolerantFloats) return areApart(records.count);
     return keepsEquals || areUnlike(key, records);
