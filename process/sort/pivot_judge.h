@@ -42,7 +42,6 @@ struct PivotJudge {
     // that beginning.
     std::uint32_t lengthOffset;
     std::int32_t lengthMin;
-    std::int32_t credit;  // records that may be judged in vain
 
     bool isAlike(const Byte* record) const {
         std::uint64_t unlike = loadI16(record + lengthOffset) < lengthMin ? 1 : 0;
