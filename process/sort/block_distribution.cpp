@@ -69,6 +69,18 @@ struct Distribution {
     bool isInMemory() const { return base != job.frameArea; }
 };
 
+RecordArray packedIn(const SortJob& job, Byte* first, std::uint32_t count) {
+    return recordsInBlocks(first, count, job.recordLength, job.recordsPerBlock, frameBytes(job));
+}
+
+// The records of the data set's `count` blocks from `place` on, which have been read to `first`.
+RecordArray blocksRead(const SortJob& job, Byte* first, std::int32_t place, std::int32_t count) {
+    const std::uint32_t inLast =
+        place + count == blocksOf(job) ? inLastBlock(job) : job.recordsPerBlock;
+    return packedIn(job, first,
+                    static_cast<std::uint32_t>(count - 1) * job.recordsPerBlock + inLast);
+}
+
 // --- The sample ---------------------------------------------------------------------------------
 
 // Records of a sample that fit into `frames` frames.
@@ -178,12 +190,13 @@ bool distributeRecords(Distribution& work, const Byte* records, std::uint32_t co
 }
 
 // The same for the records of blocks in consecutive frames.
-bool distributeBlocks(Distribution& work, const Byte* blocks, std::int32_t count,
-                      std::uint32_t inLast, const std::uint16_t* numbers) {
-    for (std::int32_t b = 0; b < count; ++b, blocks += frameBytes(work.job)) {
-        watchServer(work.job, frameBytes(work.job));
-        const std::uint32_t records = b + 1 == count ? inLast : work.job.recordsPerBlock;
-        if (!distributeRecords(work, blocks, records, numbers)) return false;
+bool distributeBlocks(Distribution& work, const RecordArray& blocks, const std::uint16_t* numbers) {
+    const Byte* block = blocks.first;
+    for (std::uint32_t left = blocks.count; left > 0; block += blocks.blockBytes) {
+        watchServer(work.job, blocks.blockBytes);
+        const std::uint32_t records = std::min(left, blocks.recordsPerBlock);
+        if (!distributeRecords(work, block, records, numbers)) return false;
+        left -= records;
     }
     return true;
 }
@@ -242,7 +255,8 @@ bool distributeData(Distribution& work, const std::uint16_t* numbers) {
     for (std::int32_t place = 0; place < layout.copiesAt; ++place)
         map.setFree(place);
     for (std::int32_t f = 0; f < layout.copiesAt; ++f) {
-        if (!distributeBlocks(work, work.frame(f), 1, job.recordsPerBlock, numbers)) return false;
+        watchServer(job, frameBytes(job));
+        if (!distributeRecords(work, work.frame(f), job.recordsPerBlock, numbers)) return false;
         if (f >= layout.working) map.setFree(blocks + f - layout.working);
     }
     const std::int32_t chunk = std::min(2 * layout.chunk, layout.working);
@@ -251,20 +265,13 @@ bool distributeData(Distribution& work, const std::uint16_t* numbers) {
         if (!readBlocks(job, job.frameArea, place + 1, count)) return false;
         for (std::int32_t i = 0; i < count; ++i)
             map.setFree(place + i);
-        const bool isLast = place + count == blocks;
-        if (!distributeBlocks(work, job.frameArea, count,
-                              isLast ? inLastBlock(job) : job.recordsPerBlock, numbers)) {
+        if (!distributeBlocks(work, blocksRead(job, job.frameArea, place, count), numbers))
             return false;
-        }
     }
     return true;
 }
 
 // --- The second pass ---------------------------------------------------------------------------
-
-RecordArray packedIn(const SortJob& job, Byte* first, std::uint32_t count) {
-    return recordsInBlocks(first, count, job.recordLength, job.recordsPerBlock, frameBytes(job));
-}
 
 bool fits(const Distribution& work, const Range& range) {
     return framesOfRange(work.job, range.blocks) <= work.layout.working;
@@ -299,24 +306,32 @@ void meetEqual(Distribution& work, const RecordArray& records) {
         work.gaveUp = mayBeOtherwise(work.job, normalizedKey, records.at(i - 1), records.at(i));
 }
 
+// Brings the listed blocks of a range to the working frames, as many at a time as these hold, and
+// calls `use` with their records.
+template <typename Use>
+bool takeRange(Distribution& work, const Range& range, Use use) {
+    const SortJob& job = work.job;
+    const auto room = static_cast<std::uint32_t>(work.layout.working);
+    for (std::uint32_t first = 0; first < range.blocks; first += room) {
+        const std::uint32_t count = std::min(room, range.blocks - first);
+        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0)) ||
+            !use(packedIn(job, work.frame(0), count * job.recordsPerBlock))) {
+            return false;
+        }
+    }
+    return use(packedIn(job, range.buffer, range.inBuffer));
+}
+
 // Appends the records of a range that needs no order, or is to have none.
 bool appendRange(Distribution& work, std::uint16_t number) {
-    const SortJob& job = work.job;
     const Range& range = ranges[number];
-    const auto append = [&](const RecordArray& records) {
-        meetEqual(work, records);
-        return appendAll(work, records);
-    };
     map.listBlocks(number, range.blocks, listedPlaces);
     work.result.listedRange = number;
-    const auto chunk = static_cast<std::uint32_t>(work.layout.working);
-    for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
-        const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0))) return false;
-        if (!append(packedIn(job, work.frame(0), count * job.recordsPerBlock))) return false;
-    }
+    const bool appended = takeRange(work, range, [&](const RecordArray& records) {
+        meetEqual(work, records);
+        return appendAll(work, records);
+    });
     work.result.listedRange = kNoRange;
-    const bool appended = append(packedIn(job, range.buffer, range.inBuffer));
     releaseRange(work, number);
     return appended;
 }
@@ -391,7 +406,6 @@ std::uint32_t partsOf(Distribution& work, const Range& range) {
 
 // Distributes a range that does not fit to ranges that wait in its place.
 bool distributeRange(Distribution& work, std::uint16_t number) {
-    SortJob& job = work.job;
     const Range range = ranges[number];
     const std::int32_t region = regions[number];
     std::uint32_t parts = partsOf(work, range);
@@ -408,16 +422,10 @@ bool distributeRange(Distribution& work, std::uint16_t number) {
     std::uint16_t numbers[kSplitRangesMax];
     openRanges(work, range.depth + 1, sample.count, region, static_cast<std::int32_t>(range.blocks),
                numbers);
-    const auto chunk = static_cast<std::uint32_t>(work.layout.working);
-    for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
-        const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0))) return false;
-        if (!distributeBlocks(work, work.frame(0), static_cast<std::int32_t>(count),
-                              job.recordsPerBlock, numbers)) {
-            return false;
-        }
-    }
-    if (!distributeRecords(work, range.buffer, range.inBuffer, numbers)) return false;
+    const bool distributed = takeRange(work, range, [&](const RecordArray& records) {
+        return distributeBlocks(work, records, numbers);
+    });
+    if (!distributed) return false;
     releaseRange(work, number);
     awaitRanges(work, region, numbers);
     return true;
@@ -485,10 +493,7 @@ bool isInOrder(Distribution& work) {
          place += chunkBlocks) {
         const std::int32_t count = std::min(chunkBlocks, blocks - place);
         if (!readBlocks(job, chunk, place + 1, count)) return false;
-        const auto full = static_cast<std::uint32_t>(count - 1) * job.recordsPerBlock;
-        const std::uint32_t inLast =
-            place + count == blocks ? inLastBlock(job) : job.recordsPerBlock;
-        inOrder = goOnInOrder(work, packedIn(job, chunk, full + inLast));
+        inOrder = goOnInOrder(work, blocksRead(job, chunk, place, count));
     }
     work.hasLast = false;
     return inOrder;
@@ -567,6 +572,8 @@ bool sortBlocks(Distribution& work) {
     std::uint16_t numbers[kSplitRangesMax];
     openRanges(work, 0, sample.count, 0, blocksOf(job), numbers);
     if (!distributeData(work, numbers)) return false;
+    // Every value has been looked at.
+    if (!work.gaveUp) normalizedKey.checkCount = 0;
     awaitRanges(work, 0, numbers);
     return writeRanges(work) && !work.gaveUp;
 }
@@ -607,6 +614,7 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
         scratch,
         false,
         false};
+    if (inMemory) normalizedKey.checkCount = 0;
     if (inMemory) return sortBlocks(work) || failed(job);
     const std::int32_t others = frames - layout.copiesAt;
     const bool sorted =

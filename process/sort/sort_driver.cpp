@@ -6,7 +6,6 @@
 #include "process/sort/block_distribution.h"
 #include "process/sort/entry_sort.h"
 #include "process/sort/partition.h"
-#include "process/sort/range_insertion.h"
 #include "process/sort/reading.h"
 #include "process/sort/short_range.h"
 #include "process/storage/record_address.h"
