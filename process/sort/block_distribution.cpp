@@ -590,7 +590,7 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
     // In memory nothing moves that the quicksort may have to sort.
     if (inMemory && (normalizedKey.isUnique() || normalizedKey.hasTolerantFloats)) return false;
     const Layout layout = planLayout(job, frames);
-    if (!twoRoundsAreEnough(job, layout) ||
+    if (!threeRoundsAreEnough(job, layout) ||
         doubtsAboutAll(job, normalizedKey, recordsInFrames(job)) != kNoDoubts) {
         return false;
     }

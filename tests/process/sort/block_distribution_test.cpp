@@ -251,9 +251,9 @@ TEST(BlockDistribution, TheServerIsLookedForWhereNoFileIsTouched) {
     EXPECT_GT(looks << 20, movedBytes() - before - fetched);
 }
 
-// The first two fit. Of the fifth most ranges are distributed once more.
-constexpr Size kSizes[] = {{700, 700, 1.1},  {9000, 9000, 1.1}, {700, 340, 7.2},
-                           {1500, 200, 7.8}, {1300, 64, 10.5},  {4000, 200, 8.2}};
+// The first two fit. Of the fifth most ranges are distributed once more, of the last one twice.
+constexpr Size kSizes[] = {{700, 700, 1.1},  {9000, 9000, 1.1}, {700, 340, 7.2}, {1500, 200, 7.8},
+                           {1300, 64, 10.5}, {4000, 200, 8.2},  {7000, 64, 12.5}};
 
 TEST(BlockDistribution, ShapesCostABoundedNumberOfTrips) {
     for (const Size& size : kSizes) {
