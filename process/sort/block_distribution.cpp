@@ -263,6 +263,8 @@ bool distributeData(Distribution& work, const std::uint16_t* numbers) {
     for (std::int32_t place = layout.copiesAt; place < blocks; place += chunk) {
         const std::int32_t count = std::min(chunk, blocks - place);
         if (!readBlocks(job, job.frameArea, place + 1, count)) return false;
+        if (place + count < blocks)
+            expectReads(job, place + count + 1, std::min(chunk, blocks - place - count));
         for (std::int32_t i = 0; i < count; ++i)
             map.setFree(place + i);
         if (!distributeBlocks(work, blocksRead(job, job.frameArea, place, count), numbers))
@@ -352,6 +354,15 @@ bool appendOrdered(Distribution& work, const RecordArray& records, const EntryAr
     });
 }
 
+// The blocks of the range that is finished next are brought while this one is ordered.
+void expectNext(const Distribution& work) {
+    if (work.isInMemory() || work.waitingCount == 0) return;
+    const std::uint16_t next = waiting[work.waitingCount - 1];
+    if (!fits(work, ranges[next])) return;
+    map.listBlocks(next, ranges[next].blocks, listedPlaces);
+    expectBlocks(work.store, listedPlaces, ranges[next].blocks);
+}
+
 // Orders a range that fits, and appends it.
 bool finishRange(Distribution& work, std::uint16_t number) {
     SortJob& job = work.job;
@@ -364,6 +375,7 @@ bool finishRange(Distribution& work, std::uint16_t number) {
         std::memcpy(work.frame(blocks), range.buffer,
                     std::size_t{range.inBuffer} * job.recordLength);
     releaseRange(work, number);
+    expectNext(work);
     const RecordArray records = packedIn(job, work.frame(0), count);
     Entry* const entries = reinterpret_cast<Entry*>(work.frame(blocks + 1));
     const EntryArea area = {entries, entries + count, count};
