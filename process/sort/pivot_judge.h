@@ -2,11 +2,11 @@
 // comparator, and without a branch that could be mispredicted.
 //
 // The word is the first one in which a few records of the range differ. The fields that those
-// before it come from must be the pivot's, byte for byte. A record whose word is below the pivot's stands before it, one whose word is above
-// behind it. About the others, and those about which there are doubts, the comparator is asked:
-// which answers are given and which codes are raised is the same with a judge and without.
-// Ascending floats near the pivot's may count as equal, so all that lie within the tolerance are
-// left to the comparator, too.
+// before it come from must be the pivot's, byte for byte. A record whose word is below the pivot's
+// stands before it, one whose word is above behind it. About the others, and those about which
+// there are doubts, the comparator is asked: which answers are given and which codes are raised is
+// the same with a judge and without. Ascending floats near the pivot's may count as equal, so all
+// that lie within the tolerance are left to the comparator, too.
 
 #pragma once
 
@@ -73,8 +73,8 @@ inline bool isTolerantFloat(const KeyWord& word) {
 }
 
 // Reads a judge's word. A record is sure when it is the pivot's like before and there is no doubt
-// about a value up to this one: the comparator would get here without a word. What is alike has been
-// checked with the pivot. A null's word reads as anything: it is not alike in its mark.
+// about a value up to this one: the comparator would get here without a word. What is alike has
+// been checked with the pivot. A null's word reads as anything: it is not alike in its mark.
 template <WordKind kind, bool bounded>
 struct JudgedWord {
     const PivotJudge& judge;

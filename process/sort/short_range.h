@@ -3,9 +3,10 @@
 // The last levels of a quicksort work on ranges of some tens of records, where partitions and
 // insertions mostly mispredict branches and move each record again and again. If all records of
 // such a range differ there is one order only, whichever way leads to it. So entries are ordered
-// instead (sort/own_entries.h), by the word that a judge would judge by, and each record is moved once. There must be no doubt about any
-// record, so that no comparison, not even of a pivot with its copy, could raise a code. No pivot of
-// so short a range is drawn at random, so the sequence of random pivots is what it would have been.
+// instead (sort/own_entries.h), by the word that a judge would judge by, and each record is moved
+// once. There must be no doubt about any record, so that no comparison, not even of a pivot with
+// its copy, could raise a code. No pivot of so short a range is drawn at random, so the sequence of
+// random pivots is what it would have been.
 //
 // A range that insertion would sort may hold equal records too: entries keep their order as
 // insertion does.
