@@ -52,7 +52,12 @@ std::int64_t framesWith(std::int64_t bytes, const Geometry& geometry, const Exte
     return extent.fileBlocks + (bytes + blockBytes - 1) / blockBytes;
 }
 
-// Whether two rounds bring a data set into ranges that fit; the process needs no more frames for
+std::int64_t blocksWithEntries(const Geometry& geometry, const Extent& extent) {
+    const auto blockBytes = static_cast<std::int64_t>(geometry.blockBytes());
+    return extent.fileBlocks + kEntryBytes * extent.recordCount / blockBytes;
+}
+
+// Whether three rounds bring a data set into ranges that fit; the process needs no more frames for
 // that, and often fewer.
 bool distributesBlocks(const RequestBuilder& request, const Geometry& geometry,
                        const Extent& extent, std::int32_t frameCount, bool hasFloats) {
@@ -62,11 +67,10 @@ bool distributesBlocks(const RequestBuilder& request, const Geometry& geometry,
         request.mode() == SortMode::kUnique || request.mode() == SortMode::kUniqueUnlessNull;
     if (fits && (hasFloats || isUnique)) return false;
     const std::int64_t frames = fits ? kOwnBytes / blockBytes : frameCount;
-    const std::int64_t withEntries =
-        extent.fileBlocks + (kEntryBytes * extent.recordCount) / blockBytes;
+    constexpr std::int64_t kTimesMin = 128;
     return frames >= kBlocksFramesMin && extent.recordCount >= kBlocksCountMin &&
            extent.fileBlocks <= kBlocksMax - frames && 4 * geometry.recordLength <= blockBytes &&
-           8 * withEntries <= frames * frames;
+           blocksWithEntries(geometry, extent) <= frames * std::max(kTimesMin, frames / 8);
 }
 
 }  // namespace
@@ -81,10 +85,15 @@ std::int64_t forecastMovedBytes(MethodReason reason, const Geometry& geometry, c
     if (extent.fileBlocks <= frameCount) return 0;
     const double blocks = extent.fileBlocks;
     const double ratio = blocks / frameCount;
-    // Blocks: read and written twice and every second one moved on the way, less what frames hold.
-    // Quicksort: a level for each halving. The numbers are measured ones.
-    const double perBlock =
-        reason == MethodReason::kBlocks ? 5.2 - 3.9 / ratio : 3.4 + 2.4 * std::log2(ratio);
+    // Blocks: read and written twice and every second one moved on the way, less what frames hold;
+    // once more for each round beyond the first. Quicksort: a level for each halving. The numbers
+    // are measured ones.
+    const double fitting = static_cast<double>(blocksWithEntries(geometry, extent)) / frameCount;
+    const double rounds = fitting <= 0.18 * frameCount                ? 0
+                          : fitting <= frameCount / 40.0 * frameCount ? 1
+                                                                      : 2;
+    const double perBlock = reason == MethodReason::kBlocks ? 5.2 - 3.9 / ratio + 2.1 * rounds
+                                                            : 3.4 + 2.4 * std::log2(ratio);
     return static_cast<std::int64_t>(perBlock * blocks) *
            static_cast<std::int64_t>(geometry.blockBytes());
 }

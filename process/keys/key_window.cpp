@@ -39,7 +39,8 @@ void setMoves(WindowWord& at) {
     // Every bit moves by the number of gaps to its right, in step i by 2^i if that number has bit
     // i. The order of the bits stays, so the r-th of `bits` is always the r-th of `moved`.
     std::uint64_t moved = bits;
-    for (std::uint32_t i = 0; i < 6; ++i) {
+    const std::uint32_t gapsMax = static_cast<std::uint32_t>(std::bit_width(bits)) - countOf(bits);
+    for (std::uint32_t i = 0; gapsMax >> i != 0; ++i) {
         std::uint64_t moving = 0;
         std::uint64_t rest = moved;
         std::uint32_t rank = 0;

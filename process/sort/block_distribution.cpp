@@ -69,6 +69,18 @@ struct Distribution {
     bool isInMemory() const { return base != job.frameArea; }
 };
 
+RecordArray packedIn(const SortJob& job, Byte* first, std::uint32_t count) {
+    return recordsInBlocks(first, count, job.recordLength, job.recordsPerBlock, frameBytes(job));
+}
+
+// The records of the data set's `count` blocks from `place` on, which have been read to `first`.
+RecordArray blocksRead(const SortJob& job, Byte* first, std::int32_t place, std::int32_t count) {
+    const std::uint32_t inLast =
+        place + count == blocksOf(job) ? inLastBlock(job) : job.recordsPerBlock;
+    return packedIn(job, first,
+                    static_cast<std::uint32_t>(count - 1) * job.recordsPerBlock + inLast);
+}
+
 // --- The sample ---------------------------------------------------------------------------------
 
 // Records of a sample that fit into `frames` frames.
@@ -178,12 +190,13 @@ bool distributeRecords(Distribution& work, const Byte* records, std::uint32_t co
 }
 
 // The same for the records of blocks in consecutive frames.
-bool distributeBlocks(Distribution& work, const Byte* blocks, std::int32_t count,
-                      std::uint32_t inLast, const std::uint16_t* numbers) {
-    for (std::int32_t b = 0; b < count; ++b, blocks += frameBytes(work.job)) {
-        watchServer(work.job, frameBytes(work.job));
-        const std::uint32_t records = b + 1 == count ? inLast : work.job.recordsPerBlock;
-        if (!distributeRecords(work, blocks, records, numbers)) return false;
+bool distributeBlocks(Distribution& work, const RecordArray& blocks, const std::uint16_t* numbers) {
+    const Byte* block = blocks.first;
+    for (std::uint32_t left = blocks.count; left > 0; block += blocks.blockBytes) {
+        watchServer(work.job, blocks.blockBytes);
+        const std::uint32_t records = std::min(left, blocks.recordsPerBlock);
+        if (!distributeRecords(work, block, records, numbers)) return false;
+        left -= records;
     }
     return true;
 }
@@ -242,29 +255,25 @@ bool distributeData(Distribution& work, const std::uint16_t* numbers) {
     for (std::int32_t place = 0; place < layout.copiesAt; ++place)
         map.setFree(place);
     for (std::int32_t f = 0; f < layout.copiesAt; ++f) {
-        if (!distributeBlocks(work, work.frame(f), 1, job.recordsPerBlock, numbers)) return false;
+        watchServer(job, frameBytes(job));
+        if (!distributeRecords(work, work.frame(f), job.recordsPerBlock, numbers)) return false;
         if (f >= layout.working) map.setFree(blocks + f - layout.working);
     }
     const std::int32_t chunk = std::min(2 * layout.chunk, layout.working);
     for (std::int32_t place = layout.copiesAt; place < blocks; place += chunk) {
         const std::int32_t count = std::min(chunk, blocks - place);
         if (!readBlocks(job, job.frameArea, place + 1, count)) return false;
+        if (place + count < blocks)
+            expectReads(job, place + count + 1, std::min(chunk, blocks - place - count));
         for (std::int32_t i = 0; i < count; ++i)
             map.setFree(place + i);
-        const bool isLast = place + count == blocks;
-        if (!distributeBlocks(work, job.frameArea, count,
-                              isLast ? inLastBlock(job) : job.recordsPerBlock, numbers)) {
+        if (!distributeBlocks(work, blocksRead(job, job.frameArea, place, count), numbers))
             return false;
-        }
     }
     return true;
 }
 
 // --- The second pass ---------------------------------------------------------------------------
-
-RecordArray packedIn(const SortJob& job, Byte* first, std::uint32_t count) {
-    return recordsInBlocks(first, count, job.recordLength, job.recordsPerBlock, frameBytes(job));
-}
 
 bool fits(const Distribution& work, const Range& range) {
     return framesOfRange(work.job, range.blocks) <= work.layout.working;
@@ -299,24 +308,32 @@ void meetEqual(Distribution& work, const RecordArray& records) {
         work.gaveUp = mayBeOtherwise(work.job, normalizedKey, records.at(i - 1), records.at(i));
 }
 
+// Brings the listed blocks of a range to the working frames, as many at a time as these hold, and
+// calls `use` with their records.
+template <typename Use>
+bool takeRange(Distribution& work, const Range& range, Use use) {
+    const SortJob& job = work.job;
+    const auto room = static_cast<std::uint32_t>(work.layout.working);
+    for (std::uint32_t first = 0; first < range.blocks; first += room) {
+        const std::uint32_t count = std::min(room, range.blocks - first);
+        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0)) ||
+            !use(packedIn(job, work.frame(0), count * job.recordsPerBlock))) {
+            return false;
+        }
+    }
+    return use(packedIn(job, range.buffer, range.inBuffer));
+}
+
 // Appends the records of a range that needs no order, or is to have none.
 bool appendRange(Distribution& work, std::uint16_t number) {
-    const SortJob& job = work.job;
     const Range& range = ranges[number];
-    const auto append = [&](const RecordArray& records) {
-        meetEqual(work, records);
-        return appendAll(work, records);
-    };
     map.listBlocks(number, range.blocks, listedPlaces);
     work.result.listedRange = number;
-    const auto chunk = static_cast<std::uint32_t>(work.layout.working);
-    for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
-        const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0))) return false;
-        if (!append(packedIn(job, work.frame(0), count * job.recordsPerBlock))) return false;
-    }
+    const bool appended = takeRange(work, range, [&](const RecordArray& records) {
+        meetEqual(work, records);
+        return appendAll(work, records);
+    });
     work.result.listedRange = kNoRange;
-    const bool appended = append(packedIn(job, range.buffer, range.inBuffer));
     releaseRange(work, number);
     return appended;
 }
@@ -337,6 +354,15 @@ bool appendOrdered(Distribution& work, const RecordArray& records, const EntryAr
     });
 }
 
+// The blocks of the range that is finished next are brought while this one is ordered.
+void expectNext(const Distribution& work) {
+    if (work.isInMemory() || work.waitingCount == 0) return;
+    const std::uint16_t next = waiting[work.waitingCount - 1];
+    if (!fits(work, ranges[next])) return;
+    map.listBlocks(next, ranges[next].blocks, listedPlaces);
+    expectBlocks(work.store, listedPlaces, ranges[next].blocks);
+}
+
 // Orders a range that fits, and appends it.
 bool finishRange(Distribution& work, std::uint16_t number) {
     SortJob& job = work.job;
@@ -349,6 +375,7 @@ bool finishRange(Distribution& work, std::uint16_t number) {
         std::memcpy(work.frame(blocks), range.buffer,
                     std::size_t{range.inBuffer} * job.recordLength);
     releaseRange(work, number);
+    expectNext(work);
     const RecordArray records = packedIn(job, work.frame(0), count);
     Entry* const entries = reinterpret_cast<Entry*>(work.frame(blocks + 1));
     const EntryArea area = {entries, entries + count, count};
@@ -391,7 +418,6 @@ std::uint32_t partsOf(Distribution& work, const Range& range) {
 
 // Distributes a range that does not fit to ranges that wait in its place.
 bool distributeRange(Distribution& work, std::uint16_t number) {
-    SortJob& job = work.job;
     const Range range = ranges[number];
     const std::int32_t region = regions[number];
     std::uint32_t parts = partsOf(work, range);
@@ -408,16 +434,10 @@ bool distributeRange(Distribution& work, std::uint16_t number) {
     std::uint16_t numbers[kSplitRangesMax];
     openRanges(work, range.depth + 1, sample.count, region, static_cast<std::int32_t>(range.blocks),
                numbers);
-    const auto chunk = static_cast<std::uint32_t>(work.layout.working);
-    for (std::uint32_t first = 0; first < range.blocks; first += chunk) {
-        const std::uint32_t count = std::min(chunk, range.blocks - first);
-        if (!takeBlocks(work.store, listedPlaces + first, count, work.frame(0))) return false;
-        if (!distributeBlocks(work, work.frame(0), static_cast<std::int32_t>(count),
-                              job.recordsPerBlock, numbers)) {
-            return false;
-        }
-    }
-    if (!distributeRecords(work, range.buffer, range.inBuffer, numbers)) return false;
+    const bool distributed = takeRange(work, range, [&](const RecordArray& records) {
+        return distributeBlocks(work, records, numbers);
+    });
+    if (!distributed) return false;
     releaseRange(work, number);
     awaitRanges(work, region, numbers);
     return true;
@@ -448,16 +468,6 @@ bool writeRanges(Distribution& work) {
 
 // --- Before anything moves ------------------------------------------------------------------
 
-bool haveDoubts(SortJob& job, const RecordArray& records) {
-    if (normalizedKey.checkCount == 0) return false;
-    Doubts doubts = kNoDoubts;
-    visitRecords(records, 0, records.count, [&](const Byte* record) {
-        watchServer(job, records.recordLength);
-        doubts |= doubtsAbout(normalizedKey, record);
-    });
-    return doubts != kNoDoubts;
-}
-
 bool areInOrder(const Distribution& work, const Byte* left, const Byte* right) {
     return compareKeys(normalizedKey, kKeyStart, left, right).order <= 0 &&
            !mayBeOtherwise(work.job, normalizedKey, left, right);
@@ -478,18 +488,11 @@ bool goOnInOrder(Distribution& work, const RecordArray& records) {
     return inOrder;
 }
 
-// The records of the data set that are in its frames.
-RecordArray dataInFrames(const SortJob& job) {
-    const auto inFrames = static_cast<std::uint32_t>(job.frameCount) * job.recordsPerBlock;
-    const auto records = static_cast<std::uint32_t>(job.recordCount);
-    return packedIn(job, job.frameArea, std::min(inFrames, records));
-}
-
 // Whether the whole data set is in order: a pass that ends at the first record that is not.
 bool isInOrder(Distribution& work) {
     SortJob& job = work.job;
     if (work.isInMemory()) {
-        const bool inOrder = goOnInOrder(work, dataInFrames(job));
+        const bool inOrder = goOnInOrder(work, recordsInFrames(job));
         work.hasLast = false;
         return inOrder;
     }
@@ -502,10 +505,7 @@ bool isInOrder(Distribution& work) {
          place += chunkBlocks) {
         const std::int32_t count = std::min(chunkBlocks, blocks - place);
         if (!readBlocks(job, chunk, place + 1, count)) return false;
-        const auto full = static_cast<std::uint32_t>(count - 1) * job.recordsPerBlock;
-        const std::uint32_t inLast =
-            place + count == blocks ? inLastBlock(job) : job.recordsPerBlock;
-        inOrder = goOnInOrder(work, packedIn(job, chunk, full + inLast));
+        inOrder = goOnInOrder(work, blocksRead(job, chunk, place, count));
     }
     work.hasLast = false;
     return inOrder;
@@ -563,7 +563,7 @@ bool sortBlocks(Distribution& work) {
     SortJob& job = work.job;
     RecordArray sample = sampleData(work);
     if (failed(job)) return false;
-    if (haveDoubts(job, sample)) {
+    if (doubtsAboutAll(job, normalizedKey, sample) != kNoDoubts) {
         writeBack(work);
         return false;
     }
@@ -584,6 +584,8 @@ bool sortBlocks(Distribution& work) {
     std::uint16_t numbers[kSplitRangesMax];
     openRanges(work, 0, sample.count, 0, blocksOf(job), numbers);
     if (!distributeData(work, numbers)) return false;
+    // Every value has been looked at.
+    if (!work.gaveUp) normalizedKey.checkCount = 0;
     awaitRanges(work, 0, numbers);
     return writeRanges(work) && !work.gaveUp;
 }
@@ -600,7 +602,10 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
     // In memory nothing moves that the quicksort may have to sort.
     if (inMemory && (normalizedKey.isUnique() || normalizedKey.hasTolerantFloats)) return false;
     const Layout layout = planLayout(job, frames);
-    if (!twoRoundsAreEnough(job, layout) || haveDoubts(job, dataInFrames(job))) return false;
+    if (!threeRoundsAreEnough(job, layout) ||
+        doubtsAboutAll(job, normalizedKey, recordsInFrames(job)) != kNoDoubts) {
+        return false;
+    }
     Byte* const base = inMemory ? ownFrames : job.frameArea;
     const auto frameAt = [&](std::int32_t frame) {
         return base + static_cast<std::size_t>(frame) * frameBytes(job);
@@ -621,6 +626,7 @@ bool sortByBlocks(SortJob& job, Byte* scratch) {
         scratch,
         false,
         false};
+    if (inMemory) normalizedKey.checkCount = 0;
     if (inMemory) return sortBlocks(work) || failed(job);
     const std::int32_t others = frames - layout.copiesAt;
     const bool sorted =

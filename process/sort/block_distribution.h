@@ -14,7 +14,8 @@
 //
 // The ranges are cut by a sample (sort/splitters.h) so that each fits into the frames with its
 // entries, and one of twice its share, too. One that does not is distributed once more, by a sample
-// of its own. One of equal records needs no order.
+// of its own; where there are few frames (sort/block_plan.h) most are, once or twice. One of equal
+// records needs no order. While a range is ordered the system is told of the blocks of the next.
 //
 // There is always a free place: those of the blocks that the request brought in the frames are free
 // from the start, and every other becomes free when its block is read, before any of its records

@@ -35,12 +35,13 @@ std::int64_t framesOfRange(const SortJob& job, std::int64_t blocks);
 bool isWorthIt(const SortJob& job, std::int32_t frames);
 
 // Chooses as many ranges as it takes for two of them to fit, and for each to fit a cache. Where the
-// `frames` are too few for that there are as many as they allow, and ranges are distributed again.
-// Records are no longer than a block.
+// `frames` are too few for that there are as many as they allow, if one fits; otherwise a quarter
+// of the frames become buffers, which leaves enough for those of the next round, and ranges are
+// distributed again. Records are no longer than a block.
 Layout planLayout(const SortJob& job, std::int32_t frames);
 
-// Whether the ranges of the layout fit, or fit when they have been distributed once more. Three
-// rounds would cost what the quicksort does.
-bool twoRoundsAreEnough(const SortJob& job, const Layout& layout);
+// Whether the ranges of the layout fit, or fit when they have been distributed once or twice more.
+// For more rounds there are no buffers.
+bool threeRoundsAreEnough(const SortJob& job, const Layout& layout);
 
 }  // namespace tvsort

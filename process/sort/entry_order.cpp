@@ -16,8 +16,7 @@ constexpr std::uint32_t kPartBits = 12;
 constexpr std::uint32_t kPartsBitsMin = 8;
 constexpr std::uint32_t kPartsBitsMax = 11;
 
-// How many entries ahead a part's next place, and a record, are asked for.
-constexpr std::uint32_t kWriteAhead = 12;
+// How many entries ahead a record is asked for.
 constexpr std::uint32_t kReadAhead = 16;
 
 // Entries with the same key before the window that their digits come from.
@@ -49,15 +48,6 @@ struct Ordering {
         return records.at(boundedIndex(entry, area.count));
     }
 };
-
-// The bits in which the digits of entries differ.
-std::uint64_t varyingBits(const Entry* entries, std::uint32_t count) {
-    std::uint64_t varying = 0;
-    const std::uint64_t first = entries[0].digits();
-    for (std::uint32_t i = 1; i < count; ++i)
-        varying |= entries[i].digits() ^ first;
-    return varying;
-}
 
 // Takes the digits of a range's records.
 struct DigitSink {
@@ -102,28 +92,6 @@ void takeOn(Ordering& work, const Range& range) {
     std::copy_n(ownEntries, count, entries);
 }
 
-// Moves `count` entries to `target` by the bits of their digits from `shift` on, below 2^11.
-// `partEnds` tells the parts.
-void distribute(const Entry* source, Entry* target, std::uint32_t count, std::uint32_t shift) {
-    constexpr std::uint32_t kPartsMax = 1U << kPartsBitsMax;
-    const auto partOf = [shift](const Entry& entry) {
-        return static_cast<std::uint32_t>(entry.digits() >> shift) % kPartsMax;
-    };
-    std::fill_n(partEnds, kPartsMax, 0U);
-    for (std::uint32_t i = 0; i < count; ++i)
-        partEnds[partOf(source[i])] += 1;
-    std::uint32_t before = 0;
-    for (std::uint32_t& end : partEnds)
-        before += std::exchange(end, before);
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const std::uint32_t place = partEnds[partOf(source[i])]++;
-        // Out of bounds only where digits have changed since they were counted.
-        if (place >= count) continue;
-        target[place] = source[i];
-        __builtin_prefetch(target + place + kWriteAhead, 1);
-    }
-}
-
 // Distributes a range by the upper bits of its digits, which are equal from bit `width` on, and
 // takes on the parts. The entries are at `source`.
 void distributeRange(Ordering& work, const Range& range, std::uint32_t width, const Entry* source) {
@@ -133,7 +101,8 @@ void distributeRange(Ordering& work, const Range& range, std::uint32_t width, co
     const auto partsBits = std::clamp(static_cast<std::uint32_t>(std::bit_width(count)),
                                       kPartBits + kPartsBitsMin, kPartBits + kPartsBitsMax) -
                            kPartBits;
-    distribute(source, target, count, width - std::min(width, partsBits));
+    distributeEntries<kPartsBitsMax>(source, target, count, width - std::min(width, partsBits),
+                                     partEnds);
     if (target != entries) std::copy_n(target, count, entries);
     std::uint32_t begin = 0;
     for (const std::uint32_t partEnd : partEnds) {

@@ -29,11 +29,6 @@ std::int64_t bytesBehindData(const SortJob& job) {
     return std::int64_t{job.frameCount - job.fileBlocks} * frameBytes(job);
 }
 
-RecordArray dataRecords(const SortJob& job) {
-    return recordsInBlocks(job.frameArea, static_cast<std::uint32_t>(job.recordCount),
-                           job.recordLength, job.recordsPerBlock, frameBytes(job));
-}
-
 Byte* behindData(const SortJob& job) {
     return job.frameArea + std::size_t{frameBytes(job)} * static_cast<std::size_t>(job.fileBlocks);
 }
@@ -180,7 +175,7 @@ void markAllDirty(SortJob& job) {
 bool copyPays(const SortJob& job) {
     constexpr std::uint32_t kAlikeShare = 8;
     if (job.recordLength <= kCopiedBytesMax) return true;
-    const RecordArray records = dataRecords(job);
+    const RecordArray records = recordsInFrames(job);
     const std::uint32_t step = records.count / kSampleRecords;
     const auto visitSample = [&](auto look) {
         visitEvery(records, step,
@@ -207,13 +202,8 @@ void checkUniqueness(SortJob& job) {
 // Sorts by way of the copy that there is room for, where the order of arrival is expected. Answers
 // in `isSorted` whether the entries have nothing left to do.
 Outcome sortCopied(SortJob& job, bool hasEntries, bool& isSorted) {
-    const RecordArray records = dataRecords(job);
-    Doubts doubts = kNoDoubts;
-    if (normalizedKey.checkCount > 0) {
-        visitRecords(records, 0, records.count,
-                     [&](const Byte* record) { doubts |= doubtsAbout(normalizedKey, record); });
-    }
-    const Outcome outcome = judgeDoubts(doubts, true);
+    const RecordArray records = recordsInFrames(job);
+    const Outcome outcome = judgeDoubts(doubtsAboutAll(job, normalizedKey, records), true);
     if (outcome != Outcome::kGoOn) return outcome;
     isSorted = sortByCopy(normalizedKey, records, behindData(job), hasEntries);
     if (isSorted) checkUniqueness(job);
@@ -221,7 +211,7 @@ Outcome sortCopied(SortJob& job, bool hasEntries, bool& isSorted) {
 }
 
 Outcome sortEntries(SortJob& job, bool expectedStable, Byte* scratch) {
-    const RecordArray records = dataRecords(job);
+    const RecordArray records = recordsInFrames(job);
     const EntryArea area = entryArea(job);
     const Outcome outcome = orderRecords(job, normalizedKey, records, area, expectedStable);
     if (outcome != Outcome::kGoOn) return outcome;

@@ -25,7 +25,7 @@ constexpr std::uint32_t kReadAhead = 16;
 
 Entry ownOthers[kOwnEntriesMax];
 std::uint32_t openCounts[kOwnEntriesMax];  // by the first entry of an open run: its entries
-std::uint32_t passPlaces[kPassValues];
+std::uint32_t passEnds[kPassValues];
 KeyWindow window;
 
 struct OwnWork {
@@ -38,15 +38,6 @@ struct OwnWork {
         prefetchRecord(recordOf(entry), records.recordLength);
     }
 };
-
-// The bits in which the digits of entries differ.
-std::uint64_t varyingBits(const Entry* entries, std::uint32_t count) {
-    std::uint64_t varying = 0;
-    const std::uint64_t first = entries[0].digits();
-    for (std::uint32_t i = 1; i < count; ++i)
-        varying |= entries[i].digits() ^ first;
-    return varying;
-}
 
 // Puts each of the entries behind all before it that it does not precede. False when that would
 // move more than `movesMax` entries; they are in some order then.
@@ -70,21 +61,6 @@ bool insertByDigits(Entry* entries, std::uint32_t count, std::uint32_t movesMax)
     });
 }
 
-// One stable pass by the eight bits from `shift` on.
-void passEntries(const Entry* source, Entry* target, std::uint32_t count, std::uint32_t shift) {
-    const auto digitOf = [shift](const Entry& entry) {
-        return static_cast<std::uint32_t>(entry.digits() >> shift) % kPassValues;
-    };
-    std::fill_n(passPlaces, kPassValues, 0U);
-    for (std::uint32_t i = 0; i < count; ++i)
-        passPlaces[digitOf(source[i])] += 1;
-    std::uint32_t before = 0;
-    for (std::uint32_t& place : passPlaces)
-        before += std::exchange(place, before);
-    for (std::uint32_t i = 0; i < count; ++i)
-        target[passPlaces[digitOf(source[i])]++] = source[i];
-}
-
 // Orders entries by the bits of `varying` from `shift` on.
 void orderByPasses(Entry* entries, Entry* others, std::uint32_t count, std::uint64_t varying,
                    std::uint32_t shift) {
@@ -92,7 +68,7 @@ void orderByPasses(Entry* entries, Entry* others, std::uint32_t count, std::uint
     Entry* target = others;
     for (; shift < kWindowBits && varying >> shift != 0; shift += kPassBits) {
         if ((varying >> shift) % kPassValues == 0) continue;
-        passEntries(source, target, count, shift);
+        distributeEntries<kPassBits>(source, target, count, shift, passEnds);
         std::swap(source, target);
     }
     if (source != entries) std::copy_n(source, count, entries);
@@ -203,6 +179,20 @@ bool orderOwnEntries(const NormalizedKey& key, const RecordArray& records, std::
         });
     }
     return sameDigits;
+}
+
+void orderOwnRecords(const NormalizedKey& key, const RecordArray& records, KeyWindow& fitted) {
+    const auto visit = [&](auto look) {
+        visitRecords(records, 0, records.count,
+                     [&](const Byte* record) { look(record, record == records.first); });
+    };
+    fitWindow(key, kKeyStart, fitFor(records.count, true), visit, fitted);
+    std::uint32_t index = 0;
+    visitRecords(records, 0, records.count, [&](const Byte* record) {
+        ownEntries[index] = makeEntry(WindowReader{fitted}.readFitted(record), index);
+        index += 1;
+    });
+    orderOwnEntries(key, records, records.count, continuationOf(fitted, true));
 }
 
 }  // namespace tvsort

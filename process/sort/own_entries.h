@@ -27,4 +27,8 @@ extern Entry ownEntries[kOwnEntriesMax];
 bool orderOwnEntries(const NormalizedKey& key, const RecordArray& records, std::uint32_t count,
                      Continuation after);
 
+// Fits a window to `records`, at most kOwnEntriesMax, makes entries of them by it, and orders
+// these.
+void orderOwnRecords(const NormalizedKey& key, const RecordArray& records, KeyWindow& window);
+
 }  // namespace tvsort

@@ -13,6 +13,20 @@
 // exchange placed. That holds for comparisons that are not transitive too, because every record is
 // compared with the same copy; the scans are bounded by the range all the same.
 //
+// A scan that stops at the first record of the wrong side ends in a branch that no processor can
+// foresee. So a run of records on each side is judged ahead, without branches (sort/pivot_judge.h),
+// and those that may end the scan are noted (S. Edelkamp, A. Weiss, BlockQuicksort: Avoiding Branch
+// Mispredictions in Quicksort, 2016):
+//
+//      i -->                                           <-- j
+//     +--------------------+- - - - - - - +--------------------+
+//     | .  x  .  .  ?  x   |              |  x  .  ?  .  .  x  |    x: must change sides
+//     +--------------------+- - - - - - - +--------------------+    ?: the comparator knows
+//
+// The cursors go from one of these to the next. The comparator is asked when a cursor gets there:
+// it sees the records that it would see without a judge, less those that the judge knows, in the
+// same order.
+//
 // Four places are held while a range is worked on: its ends and the two cursors. The frames that
 // hold them are pinned, so at most four frames are. A cursor asks the pool only where it crosses
 // into another block, and keeps its old frame pinned until the new one is there.

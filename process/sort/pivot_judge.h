@@ -3,10 +3,10 @@
 //
 // The word is the first one in which a few records of the range differ. The fields that those
 // before it come from must be the pivot's, byte for byte. A record whose word is below the pivot's
-// stands before it, one whose word is above behind it. Of the others, and where there are doubts
-// about a record, the rest of the key says it, or the comparator: which answers are given and which
-// codes are raised is the same with a judge and without. Ascending floats near the pivot's may
-// count as equal, so all that lie within the tolerance are left to the comparator.
+// stands before it, one whose word is above behind it. About the others, and those about which
+// there are doubts, the comparator is asked: which answers are given and which codes are raised is
+// the same with a judge and without. Ascending floats near the pivot's may count as equal, so all
+// that lie within the tolerance are left to the comparator, too.
 
 #pragma once
 
@@ -30,7 +30,7 @@ struct AlikeWord {
 struct PivotJudge {
     const NormalizedKey* key;
     bool isAble;         // otherwise it judges nothing
-    bool isComplete;     // a sure record with the pivot's word equals it in every key
+    bool endsKey;        // a sure record with the pivot's word equals it in every key
     std::uint64_t low;   // the pivot's word, less the tolerance
     std::uint64_t span;  // from there to the word and the tolerance
     KeyWord word;
@@ -43,8 +43,6 @@ struct PivotJudge {
     std::uint32_t lengthOffset;
     std::int32_t lengthMin;
 
-    // Every record is sure, and the rest equals the pivot.
-    bool knowsAll() const { return isComplete && alikeCount == 0 && checkCount == 0; }
     bool isAlike(const Byte* record) const {
         std::uint64_t unlike = loadI16(record + lengthOffset) < lengthMin ? 1 : 0;
         for (int i = 0; i < alikeCount; ++i) {
@@ -57,19 +55,13 @@ struct PivotJudge {
 
 // Whether records without doubts may be compared in any order because no code can come of it.
 inline bool isFree(const NormalizedKey& key) {
-    return key.isWhole && key.uniqueSegment == key.segmentCount;
+    return key.isWhole && !key.isUnique();
 }
 
 // Fits a judge to the pivot, which is the first record of `sample`, and `count` - 1 records of its
 // range.
 void appointJudge(const NormalizedKey& key, const Byte* const* sample, int count,
                   PivotJudge& judge);
-
-// Whether a decimal whose class byte and upper digits are those of the pivot, a number that is not
-// 0, has its upper word, too: a zero has another.
-inline bool isUpperAlike(const Byte* value) {
-    return isDecimal(value) && !decimalMagnitude(value).isZero();
-}
 
 // Unlike floats that are no further apart than this, in units of their last place, may count as
 // equal: the tolerance is 2^5 units of the larger value, or 2^6 of the smaller one's where a power
@@ -81,9 +73,8 @@ inline bool isTolerantFloat(const KeyWord& word) {
 }
 
 // Reads a judge's word. A record is sure when it is the pivot's like before and there is no doubt
-// about a value up to this one: the comparator would get here without a word. Of a value that is
-// alike in its null mark, and not null, nothing but the value needs a look; of a key's `first` word
-// not even that.
+// about a value up to this one: the comparator would get here without a word. What is alike has
+// been checked with the pivot. A null's word reads as anything: it is not alike in its mark.
 template <WordKind kind, bool bounded>
 struct JudgedWord {
     const PivotJudge& judge;
@@ -92,12 +83,15 @@ struct JudgedWord {
 
     explicit JudgedWord(const PivotJudge& from)
         : judge(from), word(from.word), first(from.alikeCount == 0) {}
-    std::uint32_t isSure(const Byte* record) const {
+    bool isSure(const Byte* record) const {
         bool sure = first || judge.isAlike(record);
         if constexpr (bounded) sure &= loadI16(record + word.lengthOffset) <= word.lengthMax;
         if constexpr (kind == WordKind::kDecimalHigh) sure &= isDecimal(record + word.offset);
-        if constexpr (kind == WordKind::kDecimalLow) sure &= isUpperAlike(record + word.offset);
-        return sure ? 1 : 0;
+        // The high word of a zero is another.
+        if constexpr (kind == WordKind::kDecimalLow)
+            sure &=
+                isDecimal(record + word.offset) && !decimalMagnitude(record + word.offset).isZero();
+        return sure;
     }
     std::uint64_t read(const Byte* record) const {
         return readKnownWord(word, kind, bounded, record) & word.bits;
@@ -108,50 +102,40 @@ struct JudgedWord {
 struct AnyJudgedWord {
     const PivotJudge& judge;
 
-    std::uint32_t isSure(const Byte* record) const {
-        const bool sure =
-            judge.isAlike(record) && findDoubts(*judge.key, judge.checkCount, record) == kNoDoubts;
-        return sure ? 1 : 0;
+    bool isSure(const Byte* record) const {
+        return judge.isAlike(record) &&
+               findDoubts(*judge.key, judge.checkCount, record) == kNoDoubts;
     }
     std::uint64_t read(const Byte* record) const {
         return readWord(judge.word, record) & judge.word.bits;
     }
 };
 
-// Calls `use` with a reader of the judge's word: one switch for a whole loop. Those of most keys do
-// without a look at the checks, because what has been alike has been checked with the pivot.
+// Calls `use` with a reader of the judge's word: one switch for a whole loop.
 template <typename Use>
 auto withJudgedWord(const PivotJudge& judge, Use use) {
-    const auto useKind = [&]<WordKind kind, bool bounded>() {
-        return use(JudgedWord<kind, bounded>(judge));
-    };
     const KeyWord& word = judge.word;
     switch (word.kind) {
         case WordKind::kBytes:
-            return word.bounded ? useKind.template operator()<WordKind::kBytes, true>()
-                                : useKind.template operator()<WordKind::kBytes, false>();
+            if (word.bounded) return use(JudgedWord<WordKind::kBytes, true>(judge));
+            return use(JudgedWord<WordKind::kBytes, false>(judge));
         case WordKind::kInteger:
-            return useKind.template operator()<WordKind::kInteger, false>();
+            return use(JudgedWord<WordKind::kInteger, false>(judge));
         case WordKind::kDecimalHigh:
-            return useKind.template operator()<WordKind::kDecimalHigh, false>();
+            return use(JudgedWord<WordKind::kDecimalHigh, false>(judge));
         case WordKind::kDecimalLow:
-            return useKind.template operator()<WordKind::kDecimalLow, false>();
+            return use(JudgedWord<WordKind::kDecimalLow, false>(judge));
         case WordKind::kSingle:
             // Of descending floats some have no place.
-            if (word.ascending) return useKind.template operator()<WordKind::kSingle, false>();
+            if (word.ascending) return use(JudgedWord<WordKind::kSingle, false>(judge));
             break;
         case WordKind::kDouble:
-            if (word.ascending) return useKind.template operator()<WordKind::kDouble, false>();
+            if (word.ascending) return use(JudgedWord<WordKind::kDouble, false>(judge));
             break;
         default:
             break;
     }
     return use(AnyJudgedWord{judge});
 }
-
-// Where a record stands to the pivot; open when the word does not say it.
-enum class Verdict : std::uint8_t { kBefore, kOpen, kBehind };
-
-Verdict judgeRecord(const PivotJudge& judge, const Byte* record);
 
 }  // namespace tvsort

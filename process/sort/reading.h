@@ -13,8 +13,21 @@
 #include <utility>
 
 #include "process/keys/key_window.h"
+#include "process/storage/record_array.h"
+#include "process/storage/server_watch.h"
 
 namespace tvsort {
+
+// What there is to say about the values of all `records`.
+inline Doubts doubtsAboutAll(SortJob& job, const NormalizedKey& key, const RecordArray& records) {
+    Doubts doubts = kNoDoubts;
+    if (key.checkCount == 0) return doubts;
+    visitRecords(records, 0, records.count, [&](const Byte* record) {
+        watchServer(job, records.recordLength);
+        doubts |= doubtsAbout(key, record);
+    });
+    return doubts;
+}
 
 // How the keys of records with the same digits go on.
 struct Continuation {

@@ -1,18 +1,27 @@
 #include "process/sort/short_range.h"
 
-#include <algorithm>
 #include <cstring>
 #include <iterator>
 
+#include "process/keys/record_precedes.h"
 #include "process/sort/own_entries.h"
 #include "process/sort/pivot_judge.h"
-#include "process/sort/range_insertion.h"
 
 namespace tvsort {
 
 namespace {
 
 PivotJudge judge;
+
+// The first place from `first` on whose record `inserted` precedes; `previous`, the last place
+// before `inserted`, is known to be one.
+std::uint32_t placeFor(SortJob& job, std::uint32_t inserted, std::uint32_t first,
+                       std::uint32_t previous) {
+    std::uint32_t place = first;
+    while (place < previous && !recordPrecedes(job, inserted, place))
+        place += job.recordLength;
+    return place;
+}
 
 // Makes an entry of each record, with the judge's word as its digits. False when one is not sure,
 // or when there are doubts about it.
@@ -21,8 +30,7 @@ bool makeEntries(const NormalizedKey& key, const RecordArray& records) {
         std::uint32_t sure = 1;
         std::uint32_t index = 0;
         visitRecords(records, 0, records.count, [&](const Byte* record) {
-            sure &= reader.isSure(record);
-            if (doubtsAbout(key, record) != kNoDoubts) sure = 0;
+            sure &= reader.isSure(record) && doubtsAbout(key, record) == kNoDoubts ? 1 : 0;
             ownEntries[index] = makeEntry(reader.read(record), index);
             index += 1;
         });
@@ -54,7 +62,7 @@ bool areUnlike(const NormalizedKey& key, const RecordArray& records) {
 // Orders the entries. False when there may be another order, or must be one of equal records that
 // only the partition knows. Of a key with tolerant floats only the judge's word is trusted.
 bool orderShortRange(const NormalizedKey& key, const RecordArray& records, bool keepsEquals) {
-    const bool wordOnly = key.hasTolerantFloats || judge.isComplete;
+    const bool wordOnly = key.hasTolerantFloats || judge.endsKey;
     orderOwnEntries(key, records, records.count, {judge.next, wordOnly, true});
     if (key.hasTolerantFloats) return areApart(records.count);
     return keepsEquals || areUnlike(key, records);
@@ -88,6 +96,23 @@ bool sortShortRange(SortJob& job, const NormalizedKey& key, const HeldRecord& lo
     if (!orderShortRange(key, records, distance < kInsertionDistance)) return false;
     if (placeRecords(records, scratch)) markDirty(job, low.frameIndex);
     return true;
+}
+
+void insertRange(SortJob& job, const HeldRecord& low, const HeldRecord& high, Byte* scratch) {
+    const std::uint32_t recordLength = job.recordLength;
+    bool moved = false;
+    std::uint32_t record = low.offset;
+    for (std::int32_t n = low.recordNumber; n < high.recordNumber; ++n) {
+        const std::uint32_t previous = record;
+        record += recordLength;
+        if (!recordPrecedes(job, record, previous)) continue;
+        const std::uint32_t place = placeFor(job, record, low.offset, previous);
+        std::memcpy(scratch, recordAt(job, record), recordLength);
+        std::memmove(recordAt(job, place + recordLength), recordAt(job, place), record - place);
+        std::memcpy(recordAt(job, place), scratch, recordLength);
+        moved = true;
+    }
+    if (moved) markDirty(job, low.frameIndex);
 }
 
 }  // namespace tvsort

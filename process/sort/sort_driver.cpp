@@ -6,7 +6,7 @@
 #include "process/sort/block_distribution.h"
 #include "process/sort/entry_sort.h"
 #include "process/sort/partition.h"
-#include "process/sort/range_insertion.h"
+#include "process/sort/reading.h"
 #include "process/sort/short_range.h"
 #include "process/storage/record_address.h"
 
@@ -100,6 +100,10 @@ void sortRange(SortJob& job, const RecordRange& range, Byte* scratch) {
 
 void quicksort(SortJob& job, Byte* scratch) {
     describeKey(job, normalizedKey);
+    if (job.fileBlocks <= job.frameCount &&
+        doubtsAboutAll(job, normalizedKey, recordsInFrames(job)) == kNoDoubts) {
+        normalizedKey.checkCount = 0;  // what has been checked needs no check in every partition
+    }
     // The pivot's copy stands in the spare block behind the frames.
     job.memoryBytes = static_cast<std::int32_t>(static_cast<std::uint32_t>(job.memoryBlocks) *
                                                 static_cast<std::uint32_t>(job.pagesPerBlock) *

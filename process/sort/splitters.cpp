@@ -13,22 +13,6 @@ const Byte* recordOf(const Splitters& splitters, std::uint32_t splitter) {
     return splitters.records + std::size_t{splitter} * splitters.recordLength;
 }
 
-// Leaves the entries of the sample in order.
-void orderSample(const NormalizedKey& key, const RecordArray& sample, KeyWindow& window) {
-    const auto visit = [&](auto look) {
-        visitRecords(sample, 0, sample.count,
-                     [&](const Byte* record) { look(record, record == sample.first); });
-    };
-    fitWindow(key, kKeyStart, fitFor(sample.count, true), visit, window);
-    const WindowReader reader = {window};
-    std::uint32_t index = 0;
-    visitRecords(sample, 0, sample.count, [&](const Byte* record) {
-        ownEntries[index] = makeEntry(reader.readFitted(record), index);
-        index += 1;
-    });
-    orderOwnEntries(key, sample, sample.count, continuationOf(window, true));
-}
-
 void openRange(Splitters& splitters, std::uint32_t rank) {
     splitters.before[splitters.rangeCount] = rank;
     splitters.isEqual[splitters.rangeCount] = false;
@@ -58,16 +42,15 @@ void closeSplitters(Splitters& splitters) {
     const std::uint32_t count = splitters.count;
     splitters.below[count] = static_cast<std::uint16_t>(splitters.rangeCount - 1);
     std::fill(splitters.digits + count, splitters.digits + kSplitRangesMax, ~std::uint64_t{0});
-    for (std::uint32_t s = count; s > 0; --s) {
-        const bool sameDigits = s < count && splitters.digits[s - 1] == splitters.digits[s];
-        splitters.runEnd[s - 1] = sameDigits ? splitters.runEnd[s] : static_cast<std::uint16_t>(s);
-    }
 }
 
 // The range of a record that has the digits of splitter `s` and perhaps of those behind it.
 std::uint16_t rangeAmong(const NormalizedKey& key, const Splitters& splitters, std::uint32_t s,
                          const Byte* record) {
-    std::uint32_t end = splitters.runEnd[s];
+    const std::uint64_t* const first = splitters.digits + s;
+    const std::uint64_t* const behind = splitters.digits + splitters.count;
+    std::uint32_t end =
+        s + static_cast<std::uint32_t>(std::upper_bound(first, behind, *first) - first);
     while (s < end) {
         const std::uint32_t middle = s + (end - s) / 2;
         const int order = compareKeys(key, kKeyStart, record, recordOf(splitters, middle)).order;
@@ -85,7 +68,7 @@ void chooseSplitters(const NormalizedKey& key, const RecordArray& sample,
     splitters.rangeCount = 0;
     splitters.records = copies;
     splitters.recordLength = sample.recordLength;
-    orderSample(key, sample, splitters.window);
+    orderOwnRecords(key, sample, splitters.window);
     openRange(splitters, 0);
     for (std::uint32_t range = 1; range < rangesWanted; ++range) {
         const auto rank =

@@ -34,7 +34,6 @@ struct Splitters {
     std::uint64_t digits[kSplitRangesMax];  // by splitter; behind them the highest there are
     std::uint16_t below[kSplitRangesMax];   // by splitter: the range of smaller keys
     std::uint16_t equals[kSplitRangesMax];  // the range of equal ones
-    std::uint16_t runEnd[kSplitRangesMax];  // the next splitter with other digits
     bool isEqual[kSplitRangesMax];          // by range: its records are equal
     std::uint32_t before[kSplitRangesMax];  // by range: records of the sample before it
     const Byte* records;                    // the splitters themselves

@@ -25,14 +25,31 @@ std::int32_t putBlock(BlockStore& store, const StoredBlock& block, const Byte* s
     return place;
 }
 
+namespace {
+
+// How many of `count` places stand one behind the other from the first one on.
+std::int32_t runOf(const BlockStore& store, const std::int32_t* places, std::uint32_t count) {
+    std::int32_t run = 1;
+    while (static_cast<std::uint32_t>(run) < count && places[run] == places[0] + run &&
+           store.isFrame(places[0]) == store.isFrame(places[0] + run))
+        ++run;
+    return run;
+}
+
+}  // namespace
+
+void expectBlocks(const BlockStore& store, const std::int32_t* places, std::uint32_t count) {
+    for (std::uint32_t n = 0; n < count;) {
+        const std::int32_t run = runOf(store, places + n, count - n);
+        if (!store.isFrame(places[n])) expectReads(store.job, places[n] + 1, run);
+        n += static_cast<std::uint32_t>(run);
+    }
+}
+
 bool takeBlocks(BlockStore& store, const std::int32_t* places, std::uint32_t count, Byte* target) {
     for (std::uint32_t n = 0; n < count;) {
         const std::int32_t place = places[n];
-        std::int32_t run = 1;
-        while (n + static_cast<std::uint32_t>(run) < count &&
-               places[n + static_cast<std::uint32_t>(run)] == place + run &&
-               store.isFrame(place) == store.isFrame(place + run))
-            ++run;
+        const std::int32_t run = runOf(store, places + n, count - n);
         if (store.isFrame(place)) {
             std::memcpy(target, store.frameOf(place),
                         static_cast<std::size_t>(run) * frameBytes(store.job));

@@ -29,6 +29,9 @@ struct BlockStore {
 std::int32_t putBlock(BlockStore& store, const StoredBlock& block, const Byte* source,
                       std::int32_t from);
 
+// Tells the system that those of `count` blocks that stand in the file are brought soon.
+void expectBlocks(const BlockStore& store, const std::int32_t* places, std::uint32_t count);
+
 // Brings the `count` blocks that stand in `places` to `target`, one behind the other, and frees the
 // places. False with 1402.
 bool takeBlocks(BlockStore& store, const std::int32_t* places, std::uint32_t count, Byte* target);

@@ -9,9 +9,11 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "process/job/sort_job.h"
+#include "process/storage/record_array.h"
 
 namespace tvsort {
 
@@ -38,6 +40,14 @@ inline std::uint32_t placeInFrames(const SortJob& job, std::int32_t recordNumber
     const std::int32_t frame = (recordNumber - 1) / job.recordsPerBlock;
     const std::int32_t index = recordNumber - 1 - frame * std::int32_t{job.recordsPerBlock};
     return frameOffset(job, frame) + static_cast<std::uint32_t>(index) * job.recordLength;
+}
+
+// The records of the data set that stand in frames which hold its first blocks in order.
+inline RecordArray recordsInFrames(const SortJob& job) {
+    const std::int64_t room = std::int64_t{job.frameCount} * job.recordsPerBlock;
+    const auto count = static_cast<std::uint32_t>(std::min<std::int64_t>(room, job.recordCount));
+    return recordsInBlocks(job.frameArea, count, job.recordLength, job.recordsPerBlock,
+                           frameBytes(job));
 }
 
 // `addressRecord`, with the number and frame that belong to the place.

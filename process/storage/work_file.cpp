@@ -43,9 +43,12 @@ std::size_t blockBytes(const SortJob& job, std::int32_t blockCount) {
     return static_cast<std::size_t>(blockCount) * frameBytes(job);
 }
 
+off_t positionOf(const SortJob& job, std::int32_t block) {
+    return off_t{block - 1} * off_t{job.blockPages} * kPageBytes;
+}
+
 bool seekToBlock(const SortJob& job, std::int32_t block) {
-    const off_t position = off_t{block - 1} * off_t{job.blockPages} * kPageBytes;
-    return lseek(job.workFd, position, SEEK_SET) >= 0;
+    return lseek(job.workFd, positionOf(job, block), SEEK_SET) >= 0;
 }
 
 }  // namespace
@@ -95,6 +98,11 @@ bool readBlocks(SortJob& job, Byte* target, std::int32_t firstBlock, std::int32_
         missing -= static_cast<std::size_t>(moved);
     }
     return true;
+}
+
+void expectReads(const SortJob& job, std::int32_t firstBlock, std::int32_t blockCount) {
+    posix_fadvise(job.workFd, positionOf(job, firstBlock),
+                  static_cast<off_t>(blockBytes(job, blockCount)), POSIX_FADV_WILLNEED);
 }
 
 bool writeBlocks(SortJob& job, const Byte* source, std::int32_t firstBlock,

@@ -29,6 +29,10 @@ void closeWorkFile(SortJob& job);
 // the rest of `target` keeps its content: no failure. Raises 1402 and answers false.
 bool readBlocks(SortJob& job, Byte* target, std::int32_t firstBlock, std::int32_t blockCount);
 
+// Tells the system which blocks will be read soon, so that it can bring them while others are
+// ordered. Nothing follows from a refusal.
+void expectReads(const SortJob& job, std::int32_t firstBlock, std::int32_t blockCount);
+
 // Writes `blockCount` blocks to block `firstBlock` and those behind it. Raises 1403 and answers
 // false; what a failed call had moved until then stays written.
 bool writeBlocks(SortJob& job, const Byte* source, std::int32_t firstBlock,

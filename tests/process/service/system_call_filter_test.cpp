@@ -100,6 +100,11 @@ TEST(SystemCallFilter, LeavesWhatASortNeeds) {
         char bytes[2];
         expectInChild(read(file, bytes, 2) == 2, "read");
         expectInChild(lseek(file, 0, SEEK_SET) == 0, "lseek");
+        const auto advise = [&](int advice) {
+            return syscall(SYS_fadvise64, file, 0L, 1L, advice);
+        };
+        expectInChild(!isRefused(advise(POSIX_FADV_WILLNEED)), "advise");
+        expectInChild(isRefused(advise(POSIX_FADV_DONTNEED)), "other advice");
         expectInChild(write(file, bytes, 2) == -1 && errno == EBADF, "write");
         expectInChild(close(file) == 0, "close");
     });
