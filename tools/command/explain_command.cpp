@@ -204,6 +204,8 @@ class Explanation {
     }
 
     std::string method() const {
+        if (setup_.sortsTypedRuns())
+            return "entry or copy sort of runs that fit a slot each, and a merge";
         const auto& keys = question_.request.keys();
         const std::int64_t frames = now_.method.framesWanted;
         switch (now_.method.reason) {

@@ -15,6 +15,7 @@
 #include "tools/files/interrupt.h"
 #include "tools/files/spoken.h"
 #include "tools/ordered/order_check.h"
+#include "tools/run/run_sort.h"
 #include "tools/run/slot_sort.h"
 #include "tools/run/sort_stats.h"
 #include "tools/run/spill_forecast.h"
@@ -85,6 +86,7 @@ int sortFile(const SortOptions& options) {
     // A sort in runs tells itself how far it has come.
     Progress silent(true);
     const bool isInRuns = setup.orderedSort() != nullptr;
+    RunSort typedRuns(server, tempDirectoryOf(options), setup.progress());
     std::vector<SlotSort> slots;
     for (std::size_t i = 0; i < slotCount; ++i)
         slots.emplace_back(server, i, slotCount - i, isInRuns ? silent : setup.progress());
@@ -92,6 +94,7 @@ int sortFile(const SortOptions& options) {
     setup.sort().setAfterRequests([&server] { server.memory().release(); });
     SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& records,
                                            const host::RecordSink& sink) {
+        if (setup.sortsTypedRuns()) return typedRuns.sort(request, records, sink);
         if (ranges.has_value()) {
             // Headers stand before what the user's keys are in.
             request.partOf = [&ranges, keysOffset = request.recordLength -

@@ -20,6 +20,7 @@
 #include "tools/ordered/ranked_hierarchy.h"
 #include "tools/ordered/shuffled_input.h"
 #include "tools/run/sampling.h"
+#include "tools/run/workers_for.h"
 
 namespace tvsort::tools {
 
@@ -111,10 +112,24 @@ SortSetup::SortSetup(const SortOptions& options)
     if (options_.processCount > 1 && !isOrdered()) checkModeWithProcesses(options_.mode);
     sort_ = isOrdered() ? makeOrderedSort() : makeShapedSort();
     readCost_ = clock.lap();
-    processCount_ = options_.processCount.value_or(1);
     const std::optional<SlotPlan> own = sort_->slotPlan();
+    processCount_ = own.has_value() ? own->slotCount : chooseProcesses();
     memoryPlan_ = own.has_value() ? own->memory : planMemory(memoryRequest());
-    if (own.has_value()) processCount_ = own->slotCount;
+}
+
+// Of typed records. More than one only where nothing changes by it but the time.
+int SortSetup::chooseProcesses() const {
+    if (options_.processCount.has_value()) return *options_.processCount;
+    const bool isPlain =
+        operationOf(options_.mode) == Operation::kOrder && !options_.mode.limitCount.has_value();
+    if (!isPlain || !host::splitHindrance(userRequest_, !options_.collation.empty()).empty())
+        return 1;
+    return static_cast<int>(workersFor(static_cast<std::uint64_t>(inputBytes())));
+}
+
+bool SortSetup::sortsTypedRuns() const {
+    return orderedSort_ == nullptr && processCount_ > 1 &&
+           operationOf(options_.mode) == Operation::kOrder && !options_.mode.limitCount.has_value();
 }
 
 bool SortSetup::isOrdered() const {
@@ -219,7 +234,7 @@ std::unique_ptr<Sorting> SortSetup::makeShapedSort() {
 
 MemoryRequest SortSetup::memoryRequest() const {
     return {options_.memoryBytes, options_.blockPages, sort_->recordLength(), sort_->memoryShare(),
-            options_.processCount.value_or(1)};
+            processCount_};
 }
 
 std::optional<host::KeyRanges> SortSetup::keyRanges() {
@@ -229,6 +244,7 @@ std::optional<host::KeyRanges> SortSetup::keyRanges() {
         throw host::badUse(fmt::format(
             "--processes splits records by their keys, and the keys {}; leave it out", hindrance));
     }
+    if (sortsTypedRuns()) return std::nullopt;
     StageClock clock;
     progress_.begin("sampling");
     const RecordFlow flow = makeFlowAgain();

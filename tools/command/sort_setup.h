@@ -81,6 +81,8 @@ class SortSetup {
     std::int64_t copiedBytes() const { return copiedBytes_; }
     RowErrors& errors() { return errors_; }
     int processCount() const { return processCount_; }
+    // Whether typed records are sorted in runs that are merged.
+    bool sortsTypedRuns() const;
 
     Sorting& sort() { return *sort_; }
     // Null where keys are not ordered bytes.
@@ -92,6 +94,7 @@ class SortSetup {
 
   private:
     void makeInputsRereadable();
+    int chooseProcesses() const;
     Progress::Position inputPosition() const;
     // Whether keys are made into ordered bytes, and not compared by the process one by one.
     bool isOrdered() const;

@@ -30,7 +30,7 @@ int compareByPlaces(RowReader& reader, const RowPlace& left, const RowPlace& rig
 
 RunMerge::RunMerge(const RunForm& form, std::span<const SortedRun> runs, RowReader& reader,
                    std::size_t bufferBytes)
-    : form_(form), reader_(reader), losers_(runs.size()) {
+    : form_(form), reader_(reader), tree_(runs.size()) {
     for (const SortedRun& run : runs)
         sources_.push_back({std::make_unique<RunCursor>(form, run, reader, bufferBytes), 0, false});
     start({});
@@ -44,33 +44,25 @@ void RunMerge::start(const RunCursor::Range& range) {
 
 const RunRow* RunMerge::next() {
     if (sources_.empty()) return nullptr;
-    if (!isStarted_) {
+    const auto order = [this](std::size_t left, std::size_t right) {
+        return precedes(left, right);
+    };
+    if (isStarted_) {
+        advance(sources_[tree_.winner()]);
+        tree_.replay(order);
+    } else {
         for (Source& source : sources_)
             advance(source);
-        winner_ = play(1);
+        tree_.start(order);
         isStarted_ = true;
-    } else {
-        advance(sources_[winner_]);
-        for (std::size_t node = (winner_ + sources_.size()) / 2; node > 0; node /= 2) {
-            if (precedes(losers_[node], winner_)) std::swap(losers_[node], winner_);
-        }
     }
-    const Source& source = sources_[winner_];
+    const Source& source = sources_[tree_.winner()];
     return source.hasRow ? &source.cursor->row() : nullptr;
 }
 
 void RunMerge::advance(Source& source) {
     source.hasRow = source.cursor->next();
     source.keyHead = source.cursor->keyHead();
-}
-
-std::size_t RunMerge::play(std::size_t node) {
-    if (node >= sources_.size()) return node - sources_.size();
-    const std::size_t left = play(2 * node);
-    const std::size_t right = play(2 * node + 1);
-    const bool leftWins = precedes(left, right);
-    losers_[node] = leftWins ? right : left;
-    return leftWins ? left : right;
 }
 
 bool RunMerge::precedes(std::size_t left, std::size_t right) {

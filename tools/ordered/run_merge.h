@@ -1,9 +1,8 @@
 // Sorted runs as one: the rows of all of them in the order of their whole keys, equal ones in the
 // order of their runs.
 //
-// A tree of losers (Knuth, The Art of Computer Programming 3, 5.4.1) finds the next row with one
-// comparison a level. First bytes of keys decide nearly always; where they are alike and the keys
-// go on, whole keys are made of the rows.
+// First bytes of keys decide nearly always; where they are alike and the keys go on, whole keys are
+// made of the rows.
 
 #pragma once
 
@@ -14,6 +13,7 @@
 
 #include "tools/formats/keyed_input.h"
 #include "tools/ordered/sorted_run.h"
+#include "tools/run/loser_tree.h"
 
 namespace tvsort::tools {
 
@@ -38,15 +38,11 @@ class RunMerge {
     void advance(Source& source);
     bool precedes(std::size_t left, std::size_t right);
     int compareWhole(RunCursor& left, RunCursor& right);
-    std::size_t play(std::size_t node);
 
     const RunForm& form_;
     RowReader& reader_;
     std::vector<Source> sources_;
-    // Of the matches, from 1 on; match n is played by the winners of 2 n and 2 n + 1, of which
-    // those from sources_.size() on are the sources.
-    std::vector<std::size_t> losers_;
-    std::size_t winner_ = 0;
+    LoserTree tree_;
     bool isStarted_ = false;
 };
 

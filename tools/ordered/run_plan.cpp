@@ -1,13 +1,12 @@
 #include "tools/ordered/run_plan.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <bit>
 #include <string>
 #include <vector>
 
 #include "tools/run/memory_plan.h"
+#include "tools/run/workers_for.h"
 
 namespace tvsort::tools {
 
@@ -19,8 +18,6 @@ constexpr std::size_t kKeyBytesMin = 16;
 constexpr std::size_t kKeyBytesMax = 64;
 // One of so many neighbours may stay alike.
 constexpr std::size_t kRareShare = 64;
-// Below, several workers take longer to start than they gain.
-constexpr std::uint64_t kSharedBytesMin = std::uint64_t{8} << 20;
 // A worker has this much at least, whatever is granted.
 constexpr std::uint64_t kWorkerBytesMin = std::uint64_t{64} << 10;
 // Of an entry and of its second place, for each record (host/sort_method.h).
@@ -87,13 +84,6 @@ std::size_t keyBytesFor(Sample& sample, std::uint64_t inputBytes) {
     return std::min(std::clamp(nearlyMost(needed) + closer, kKeyBytesMin, kKeyBytesMax), longest);
 }
 
-// The processors that this command may use.
-std::size_t processorCount() {
-    cpu_set_t processors;
-    if (sched_getaffinity(0, sizeof processors, &processors) != 0) return 1;
-    return std::max<std::size_t>(static_cast<std::size_t>(CPU_COUNT(&processors)), 1);
-}
-
 // With a reserve for rows that are shorter than those seen.
 std::uint64_t withReserve(std::uint64_t count) {
     constexpr std::uint64_t kReserveShare = 16;
@@ -130,8 +120,7 @@ RunFacts readFacts(const KeyedInput& input) {
 RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
     RunPlan plan = {};
     plan.form.keyBytes = facts.keyBytes;
-    plan.workerCount =
-        setting.workerCount.value_or(facts.inputBytes < kSharedBytesMin ? 1 : processorCount());
+    plan.workerCount = setting.workerCount.value_or(workersFor(facts.inputBytes));
     const std::uint64_t workers = plan.workerCount;
     const std::uint64_t memory = std::max(setting.memoryBytes, workers * kWorkerBytesMin);
     const std::uint64_t recordBytes = KeyRecord(plan.form).recordLength();

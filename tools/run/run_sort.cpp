@@ -1,0 +1,311 @@
+#include "tools/run/run_sort.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+#include "host/sort_method.h"
+#include "protocol/data_type.h"
+#include "tools/files/interrupt.h"
+#include "tools/run/loser_tree.h"
+
+namespace tvsort::tools {
+
+namespace {
+
+constexpr std::uint64_t kMergeBytes = std::uint64_t{16} << 20;  // for runs in files, together
+constexpr std::size_t kBufferBytesMin = std::size_t{64} * 1024;
+constexpr std::size_t kBufferBytesMax = std::size_t{1} << 20;
+constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
+
+// Of a record's first key, a number that is less where the key is certainly less. Where it is
+// alike, or no such number is easily made, the records themselves are compared.
+class KeyHead {
+  public:
+    explicit KeyHead(const host::RequestBuilder& request) {
+        if (request.keys().empty() || request.nullIndicatorsOffset().has_value()) return;
+        const KeyDescriptor& key = request.keys().front();
+        const auto type = static_cast<DataType>(key.dataType);
+        isUsed_ = type == DataType::kBytes || type == DataType::kInteger;
+        isInteger_ = type == DataType::kInteger;
+        offset_ = key.fieldOffset;
+        byteCount_ = std::min<std::size_t>(key.fieldLength, sizeof(std::uint64_t));
+        const bool isAscending =
+            (key.kindFlags & kKeyKindMask) == static_cast<std::uint8_t>(KeyKind::kAscending);
+        if (!isAscending) turn_ = ~std::uint64_t{0};
+    }
+
+    std::uint64_t of(const Byte* record) const {
+        if (!isUsed_) return 0;
+        std::uint64_t head = 0;
+        const Byte* const key = record + offset_;
+        if (isInteger_) {
+            const std::int64_t value = byteCount_ == sizeof(std::int16_t)   ? loadI16(key)
+                                       : byteCount_ == sizeof(std::int32_t) ? loadI32(key)
+                                                                            : loadAs<std::int64_t>(
+                                                                                  key);
+            head = static_cast<std::uint64_t>(value) ^ (std::uint64_t{1} << 63);
+        } else {
+            std::memcpy(&head, key, byteCount_);
+            if constexpr (std::endian::native == std::endian::little) head = __builtin_bswap64(head);
+        }
+        return head ^ turn_;
+    }
+
+  private:
+    bool isUsed_ = false;
+    bool isInteger_ = false;
+    std::size_t offset_ = 0;
+    std::size_t byteCount_ = 0;
+    std::uint64_t turn_ = 0;
+};
+
+}  // namespace
+
+// The records of a run, one after the other.
+class RunSort::Cursor {
+  public:
+    Cursor(const RunSort& sort, const Run& run, std::size_t bufferBytes)
+        : sort_(sort),
+          run_(run),
+          recordLength_(sort.geometry_.recordLength),
+          left_(run.recordCount) {
+        if (run.isInFile) buffer_.resize(std::max(bufferBytes / recordLength_, std::size_t{1}) *
+                                         recordLength_);
+    }
+
+    // Null behind the last one.
+    const Byte* next() {
+        if (left_ == 0) return nullptr;
+        if (pieceLeft_ == 0) run_.isInFile ? readPiece() : takeBlock();
+        const Byte* const record = at_;
+        at_ += recordLength_;
+        pieceLeft_ -= 1;
+        left_ -= 1;
+        return record;
+    }
+
+  private:
+    void readPiece() {
+        pieceLeft_ = std::min<std::uint64_t>(left_, buffer_.size() / recordLength_);
+        const std::uint64_t done = run_.recordCount - left_;
+        sort_.file_->readAt(run_.begin + done * recordLength_, buffer_.data(),
+                            pieceLeft_ * recordLength_);
+        at_ = buffer_.data();
+    }
+    // Records have no lengths that could lead astray, so they are read where the process left them.
+    void takeBlock() {
+        const host::SlotMemory& memory = sort_.server_.memory();
+        const int slotNumber = static_cast<int>(run_.slotIndex) + 1;
+        at_ = memory.frame(slotNumber, block_, sort_.geometry_.blockPages).data();
+        pieceLeft_ = std::min<std::uint64_t>(
+            left_, static_cast<std::uint64_t>(sort_.geometry_.recordsPerBlock));
+        block_ += 1;
+    }
+
+    const RunSort& sort_;
+    const Run& run_;
+    std::size_t recordLength_;
+    std::uint64_t left_;
+    std::vector<Byte> buffer_;
+    const Byte* at_ = nullptr;
+    std::uint64_t pieceLeft_ = 0;
+    std::int32_t block_ = 0;
+};
+
+RunSort::RunSort(host::SortServer& server, std::filesystem::path directory, Progress& progress)
+    : server_(server), directory_(std::move(directory)), progress_(progress) {}
+
+SortStats RunSort::sort(const SortRequest& request, const host::RecordSource& source,
+                        const host::RecordSink& sink) {
+    geometry_ = host::chooseGeometry(request.recordLength, server_.options().pagesPerBlock);
+    recordsMax_ = runRecordsMax(request.request);
+    runs_.clear();
+    stats_ = {};
+    stats_.blockBytes = static_cast<std::int64_t>(geometry_.blockBytes());
+    loads_.clear();
+    loads_.resize(static_cast<std::size_t>(server_.options().slotCount));
+    StageClock clock;
+    progress_.begin("loading");
+    for (std::size_t slot = 0;; slot = (slot + 1) % loads_.size()) {
+        finishSorting(slot);
+        writeToFile(slot);
+        if (!load(slot, source)) break;
+        startSorting(slot, request.request);
+    }
+    stats_.load = clock.lap();
+    progress_.begin("sorting");
+    for (std::size_t slot = 0; slot < loads_.size(); ++slot)
+        finishSorting(slot);
+    const StageCost rest = clock.lap();
+    stats_.load.cpuSeconds += rest.cpuSeconds;
+    stats_.sort.elapsedSeconds = rest.elapsedSeconds;
+
+    progress_.begin("writing", stats_.recordCount);
+    merge(request.request, sink);
+    stats_.write = clock.lap();
+    stats_.recordLength = geometry_.recordLength;
+    stats_.recordsPerBlock = geometry_.recordsPerBlock;
+    stats_.resultCount = stats_.recordCount;
+    stats_.runCount = static_cast<std::int64_t>(runs_.size());
+    stats_.fitted = file_ == nullptr;
+    return stats_;
+}
+
+// As many as the process sorts in the frames without comparing them one by one; where that is none,
+// as many as the frames hold.
+std::int32_t RunSort::runRecordsMax(const host::RequestBuilder& request) const {
+    const std::int32_t frames = server_.memory().frameCount(geometry_.blockPages);
+    const std::int64_t perBlock = geometry_.recordsPerBlock;
+    const auto keepsOrder = [&](std::int64_t count) {
+        const host::Extent extent = {static_cast<std::int32_t>(count),
+                                     static_cast<std::int32_t>((count + perBlock - 1) / perBlock)};
+        const host::MethodReason reason =
+            host::forecastMethod(request, geometry_, extent, frames).reason;
+        return reason == host::MethodReason::kEntries || reason == host::MethodReason::kCopies;
+    };
+    std::int64_t low = 0;
+    std::int64_t high =
+        std::min<std::int64_t>(frames * perBlock, std::numeric_limits<std::int32_t>::max());
+    if (keepsOrder(high)) return static_cast<std::int32_t>(high);
+    const std::int64_t all = high;
+    while (low + 1 < high) {
+        const std::int64_t middle = low + (high - low) / 2;
+        // There is no entry for fewer.
+        const bool isSmall = middle < host::kEntryCountMin;
+        (isSmall || keepsOrder(middle) ? low : high) = middle;
+    }
+    return static_cast<std::int32_t>(low < host::kEntryCountMin ? all : low);
+}
+
+bool RunSort::load(std::size_t slotIndex, const host::RecordSource& source) {
+    Load& load = loads_[slotIndex];
+    host::RecordLoader loader = slotOf(slotIndex).loader(geometry_);
+    std::int32_t left = recordsMax_;
+    while (left > 0) {
+        throwIfInterrupted();
+        std::size_t recordsMax = 0;
+        Byte* const room = loader.room(recordsMax);
+        const std::size_t records =
+            source(room, std::min<std::size_t>(recordsMax, static_cast<std::size_t>(left)));
+        if (records == 0) break;
+        loader.took(records);
+        left -= static_cast<std::int32_t>(records);
+        progress_.advance(static_cast<std::int64_t>(records));
+    }
+    load.data = loader.finish();
+    if (load.data.extent.recordCount == 0) return false;
+    load.isFull = true;
+    load.runNumber = runs_.size();
+    runs_.push_back({slotIndex, false, 0, static_cast<std::uint64_t>(load.data.extent.recordCount)});
+    return true;
+}
+
+void RunSort::startSorting(std::size_t slotIndex, const host::RequestBuilder& request) {
+    Load& load = loads_[slotIndex];
+    load.failure = nullptr;
+    load.sorting = std::jthread([this, slotIndex, request, &load] {
+        try {
+            host::SortSlot& slot = slotOf(slotIndex);
+            load.before = slot.process().usage();
+            load.reply = slot.ask(request, geometry_, load.data.extent);
+            host::checkAnswer(load.reply);
+            load.after = slot.process().usage();
+        } catch (...) {
+            load.failure = std::current_exception();
+        }
+    });
+}
+
+void RunSort::finishSorting(std::size_t slotIndex) {
+    Load& load = loads_[slotIndex];
+    if (!load.sorting.joinable()) return;
+    load.sorting.join();
+    if (load.failure != nullptr) std::rethrow_exception(load.failure);
+    addLoad(load);
+}
+
+void RunSort::writeToFile(std::size_t slotIndex) {
+    Load& load = loads_[slotIndex];
+    if (!load.isFull) return;
+    load.isFull = false;
+    if (file_ == nullptr) file_ = std::make_unique<SpoolFile>(directory_);
+    Run& run = runs_[load.runNumber];
+    run.isInFile = true;
+    run.begin = file_->byteCount();
+    slotOf(slotIndex).read(geometry_, load.data.extent.recordCount,
+                           [&](const Byte* records, std::size_t count) {
+                               throwIfInterrupted();
+                               file_->write(records, count * geometry_.recordLength);
+                           });
+    stats_.spilledBytes += static_cast<std::int64_t>(file_->byteCount() - run.begin);
+}
+
+void RunSort::merge(const host::RequestBuilder& request, const host::RecordSink& sink) {
+    if (file_ != nullptr) {
+        file_->flush();
+        file_->expectJumps();
+    }
+    const host::RecordOrder order(request);
+    const KeyHead keyHead(request);
+    struct Head {
+        const Byte* record;
+        std::uint64_t key;
+    };
+    const std::size_t bufferBytes = std::clamp<std::size_t>(
+        kMergeBytes / std::max<std::size_t>(runs_.size(), 1), kBufferBytesMin, kBufferBytesMax);
+    std::vector<Cursor> cursors;
+    cursors.reserve(runs_.size());
+    std::vector<Head> heads(runs_.size());
+    const auto advance = [&](std::size_t run) {
+        heads[run].record = cursors[run].next();
+        if (heads[run].record != nullptr) heads[run].key = keyHead.of(heads[run].record);
+    };
+    for (std::size_t i = 0; i < runs_.size(); ++i) {
+        cursors.emplace_back(*this, runs_[i], bufferBytes);
+        advance(i);
+    }
+    const auto precedes = [&](std::size_t left, std::size_t right) {
+        const Head& one = heads[left];
+        const Head& other = heads[right];
+        if (one.record == nullptr || other.record == nullptr) return one.record != nullptr;
+        if (one.key != other.key) return one.key < other.key;
+        return left < right ? order.mayFollow(one.record, other.record)
+                            : !order.mayFollow(other.record, one.record);
+    };
+    const std::size_t recordLength = geometry_.recordLength;
+    std::vector<Byte> piece(std::max<std::size_t>(kPieceBytes / recordLength, 1) * recordLength);
+    std::size_t filled = 0;
+    const auto hand = [&] {
+        throwIfInterrupted();
+        sink(piece.data(), filled / recordLength);
+        progress_.advance(static_cast<std::int64_t>(filled / recordLength));
+        filled = 0;
+    };
+    LoserTree tree(runs_.size());
+    tree.start(precedes);
+    while (!runs_.empty() && heads[tree.winner()].record != nullptr) {
+        std::copy_n(heads[tree.winner()].record, recordLength, piece.data() + filled);
+        filled += recordLength;
+        if (filled == piece.size()) hand();
+        advance(tree.winner());
+        tree.replay(precedes);
+    }
+    if (filled > 0) hand();
+}
+
+void RunSort::addLoad(const Load& load) {
+    stats_.recordCount += load.data.extent.recordCount;
+    stats_.blockCount += load.data.extent.fileBlocks;
+    stats_.frameCount = server_.memory().frameCount(geometry_.blockPages);
+    stats_.sort.cpuSeconds += load.after.cpuSeconds - load.before.cpuSeconds;
+    stats_.processPeakBytes = std::max(stats_.processPeakBytes, load.after.peakBytes);
+}
+
+host::SortSlot& RunSort::slotOf(std::size_t slotIndex) {
+    return server_.slot(static_cast<int>(slotIndex) + 1);
+}
+
+}  // namespace tvsort::tools
