@@ -76,6 +76,8 @@ TEST_F(LyingProcess, IsNamedAndTheOutputStaysAsItWas) {
         // The process compares these itself: behind header, value and null byte stands the line.
         {"--lines --as ucs2 numbers", "record 3 14 2 700", "700 bytes where 2 have room"},
         {"--lines --hierarchy outline", "record 1 12 2 700", "a row of 179202 bytes"},
+        // The last request of a hierarchy: header, rank, place and length.
+        {"--lines --hierarchy outline", "records 24 4 9", "bytes of text more than it got"},
         {"--key number:ucs2 rows.csv", "record 3 14 2 6", "6 bytes where 5 have room"},
         {"--lines --as ucs2 many --memory 20K --block-pages 1", "file 8192", "without block "},
         {"--key number:int rows.csv", "record 3 9 4 6", "bytes of text more than it got"},

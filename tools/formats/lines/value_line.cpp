@@ -131,7 +131,9 @@ ValueLineExtent measureValueLines(const KeyText& type, InputFile& input) {
 RecordFlow valueLineRecords(const RecordOptions& options, const ModeOptions& mode,
                             std::vector<InputFile>& inputs, OutputFile& output) {
     if (mode.hierarchy) {
-        throw host::badUse("--hierarchy orders lines by their text; leave --as out");
+        throw host::badUse(
+            "--hierarchy orders lines by the types that stand first in sort --help; name one with "
+            "--as, or leave it out");
     }
     const KeyText type = lineKey(options);
     ValueLineExtent extent;
