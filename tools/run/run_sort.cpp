@@ -42,14 +42,15 @@ class KeyHead {
         std::uint64_t head = 0;
         const Byte* const key = record + offset_;
         if (isInteger_) {
-            const std::int64_t value = byteCount_ == sizeof(std::int16_t)   ? loadI16(key)
-                                       : byteCount_ == sizeof(std::int32_t) ? loadI32(key)
-                                                                            : loadAs<std::int64_t>(
-                                                                                  key);
+            const std::int64_t value = byteCount_ == sizeof(std::int16_t) ? loadI16(key)
+                                       : byteCount_ == sizeof(std::int32_t)
+                                           ? loadI32(key)
+                                           : loadAs<std::int64_t>(key);
             head = static_cast<std::uint64_t>(value) ^ (std::uint64_t{1} << 63);
         } else {
             std::memcpy(&head, key, byteCount_);
-            if constexpr (std::endian::native == std::endian::little) head = __builtin_bswap64(head);
+            if constexpr (std::endian::native == std::endian::little)
+                head = __builtin_bswap64(head);
         }
         return head ^ turn_;
     }
@@ -72,8 +73,8 @@ class RunSort::Cursor {
           run_(run),
           recordLength_(sort.geometry_.recordLength),
           left_(run.recordCount) {
-        if (run.isInFile) buffer_.resize(std::max(bufferBytes / recordLength_, std::size_t{1}) *
-                                         recordLength_);
+        if (run.isInFile)
+            buffer_.resize(std::max(bufferBytes / recordLength_, std::size_t{1}) * recordLength_);
     }
 
     // Null behind the last one.
@@ -199,7 +200,8 @@ bool RunSort::load(std::size_t slotIndex, const host::RecordSource& source) {
     if (load.data.extent.recordCount == 0) return false;
     load.isFull = true;
     load.runNumber = runs_.size();
-    runs_.push_back({slotIndex, false, 0, static_cast<std::uint64_t>(load.data.extent.recordCount)});
+    runs_.push_back(
+        {slotIndex, false, 0, static_cast<std::uint64_t>(load.data.extent.recordCount)});
     return true;
 }
 
