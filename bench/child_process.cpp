@@ -72,6 +72,7 @@ Cost run(const Command& command) {
     }
     cost.wallSeconds = std::chrono::duration<double>(end - start).count();
     cost.cpuSeconds = secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime);
+    cost.peakBytes = std::int64_t{usage.ru_maxrss} * 1024;
     return cost;
 }
 

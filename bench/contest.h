@@ -42,6 +42,7 @@ struct Options {
     std::int32_t blockPages = 8;
     Clock clock = Clock::kWall;  // of the printed times and multiples
     bool small = false;
+    std::filesystem::path nodeModules;    // with other engines, for those who have them
     std::optional<PeerSet> peers;         // instead of those that a table has
     std::vector<std::string> workloads;   // names or parts of names; none for all
     std::vector<std::string> situations;  // likewise

@@ -13,6 +13,7 @@ struct Cost {
     std::int64_t writtenBytes = 0;
     std::int64_t readCalls = 0;
     std::int64_t writeCalls = 0;
+    std::int64_t peakBytes = 0;  // of memory, of a program that was run; 0 where nobody looked
 
     std::int64_t movedBytes() const { return readBytes + writtenBytes; }
 };

@@ -18,7 +18,7 @@ using namespace tvsort::bench;
 const std::vector<std::pair<std::string, void (*)(const Options&)>> kSections = {
     {"memory", showInMemory},   {"spilling", showSpilling},      {"growth", showGrowth},
     {"curve", showCurve},       {"requests", showSmallRequests}, {"programs", showOtherPrograms},
-    {"uncached", showUncached},
+    {"uncached", showUncached}, {"command", showCommand},
 };
 
 // The parts that consist of workloads in situations: chosen ones leave the others out.
@@ -143,6 +143,9 @@ int run(int argumentCount, char** arguments) {
         ->check(partOfName(allSituations()));
     app.add_option("--peers", peers, "none, std, usual or all of them, in these parts")
         ->check(CLI::IsMember(kPeerSets));
+    app.add_option("--node-modules", options.nodeModules,
+                   "a folder into which npm has put @duckdb/node-api and nodejs-polars, for the "
+                   "part command");
     app.add_flag("--cpu", cpu, "print processor times, for a machine that is not idle");
     app.add_flag("--small", small, "every part with little data; times then mean nothing");
     CLI11_PARSE(app, argumentCount, arguments);

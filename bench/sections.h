@@ -30,4 +30,8 @@ void showOtherPrograms(const Options& options);
 // files: of twice what they are granted and 200 MB. Wants 10,000,000 records and more.
 void showUncached(const Options& options);
 
+// The whole command, from file to file: rows, lines and records, with two grants of memory, with
+// one process and with two, beside programs that do the same.
+void showCommand(const Options& options);
+
 }  // namespace tvsort::bench
