@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/host_error.h"
 #include "tools/run/memory_plan.h"
 
 namespace tvsort::tools {
@@ -46,13 +47,17 @@ Sample readSample(const KeyedInput& input) {
     RowErrors errors(kSkipOnError);
     RowStream rows(input, errors);
     KeyedRow row;
-    while (sample.keys.size() < kSampleRows && sample.byteCount < kSampleBytes) {
-        sample.isAll = !rows.next(row);
-        if (sample.isAll) break;
-        const std::size_t count = std::min(row.key->size(), kKeyBytesMax);
-        sample.keys.emplace_back(row.key->begin(),
-                                 row.key->begin() + static_cast<std::ptrdiff_t>(count));
-        sample.byteCount += row.place.byteCount + 1;
+    try {
+        while (sample.keys.size() < kSampleRows && sample.byteCount < kSampleBytes) {
+            sample.isAll = !rows.next(row);
+            if (sample.isAll) break;
+            const std::size_t count = std::min(row.key->size(), kKeyBytesMax);
+            sample.keys.emplace_back(row.key->begin(),
+                                     row.key->begin() + static_cast<std::ptrdiff_t>(count));
+            sample.byteCount += row.place.byteCount + 1;
+        }
+    } catch (const host::HostError&) {
+        // Met again too, behind what ends the command before.
     }
     return sample;
 }
