@@ -157,6 +157,15 @@ RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
                                std::max(memory / workers / 2, kWorkerBytesMin / 2));
     plan.chunkCount = facts.inputBytes / plan.chunkBytes + 1;
     plan.rowsMax = withReserve(rows);
+    if (!facts.isExact) {
+        // Where the rows that were seen are long and those that follow short, a run has as many as
+        // half the memory holds, while the text takes the other half; what is not needed is not
+        // touched.
+        const std::uint64_t shortRows =
+            std::min({memory / workers / 2 / (recordBytes + slotRowBytes),
+                      kSlotBytesMax / workers / slotRowBytes, facts.inputBytes / workers + 1});
+        plan.rowsMax = std::max(plan.rowsMax, shortRows);
+    }
     plan.windowBytes = plan.chunkBytes + plan.chunkBytes / 2 + facts.rowBytesMax + kWindowReserve;
     plan.keptBytesMax = plan.stays ? memory : 0;
 
