@@ -100,7 +100,7 @@ TEST_F(Explain, ForetellsTheDiskAndWarnsWhereItIsMuch) {
 TEST_F(Explain, SaysWhereFitAndMethodChange) {
     ASSERT_EQ(run("generate --records 20000 -o records").status, 0);
     for (const std::string words : {"records --record-length 100 --key bytes:0:10",
-                                    "records --record-length 20 --key int:0 --key int:4"}) {
+                                    "records --record-length 20 --key int32:0 --key int32:4"}) {
         SCOPED_TRACE(words);
         const int fits = memoryBehind("spill below", explain(words));
         const int comparesNot = memoryBehind("slower below", explain(words));

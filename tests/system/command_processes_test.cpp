@@ -56,6 +56,8 @@ TEST_F(Processes, GiveWhatOneGives) {
         "--lines lines --limit 1500",
         "--lines --as string:desc lines",
         "--record-length 8 --key bytes:5:1 --key bytes:0:5 records",
+        "--record-length 8 --key bytes:0:5:desc records records records",
+        "--record-length 8 --key byte:5 --key bytes:0:5:desc records",
         "--record-length 8 --key bytes:5:1 --groups records",
     };
     for (const std::string words : cases) {
@@ -67,6 +69,40 @@ TEST_F(Processes, GiveWhatOneGives) {
             EXPECT_EQ(several.status, 0) << words << several.errors;
             EXPECT_TRUE(several.output == one.output) << words << options;
             EXPECT_EQ(several.errors, one.errors) << words << options;
+        }
+    }
+}
+
+// In an eighth of what the records take, so that they go through files; keys of 200 values and
+// less keep the order of reading, whichever run a record is in.
+TEST_F(Processes, MergeRunsOfRecordsStably) {
+    std::mt19937 random(5);
+    struct Record {
+        std::int32_t key;
+        char place[4];
+    };
+    std::vector<Record> records(60000);
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        records[i].key = static_cast<std::int32_t>(random() % 200) - 100;
+        storeAs(reinterpret_cast<Byte*>(records[i].place), static_cast<std::uint32_t>(i));
+    }
+    const auto bytes = [&records] {
+        return std::string(reinterpret_cast<const char*>(records.data()),
+                           records.size() * sizeof(Record));
+    };
+    write("many", bytes());
+    for (const bool isDescending : {false, true}) {
+        std::stable_sort(records.begin(), records.end(), [=](const Record& a, const Record& b) {
+            return isDescending ? b.key < a.key : a.key < b.key;
+        });
+        for (const char* processes : {"2", "3"}) {
+            const Outcome outcome =
+                run(std::string("sort many --record-length 8 --memory 60K --block-pages 1 "
+                                "--stats=json -o out --processes ") +
+                    processes + " --key int32:0" + (isDescending ? ":desc" : ""));
+            EXPECT_EQ(outcome.status, 0) << outcome.errors;
+            EXPECT_THAT(outcome.errors, HasSubstr("\"fitted\":false"));
+            EXPECT_TRUE(read("out") == bytes()) << isDescending << processes;
         }
     }
 }

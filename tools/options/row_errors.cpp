@@ -10,13 +10,6 @@ void RowErrors::stop(const std::string& text) {
     throw host::badUse(text + "; correct it, or leave such rows out with --on-error=skip");
 }
 
-void RowErrors::add(const RowErrors& later) {
-    skippedCount_ += later.skippedCount_;
-    for (const std::string& text : later.first_) {
-        if (first_.size() < kNamedMax) first_.push_back(text);
-    }
-}
-
 void RowErrors::restart() {
     skippedCount_ = 0;
     first_.clear();

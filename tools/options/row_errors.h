@@ -20,6 +20,8 @@ inline constexpr char kLastOnError[] = "last";
 
 class RowErrors {
   public:
+    static constexpr std::size_t kNamedMax = 10;
+
     // `policy` is one of the words above; empty stands for stop.
     explicit RowErrors(const std::string& policy)
         : skips_(policy == kSkipOnError), keepsRows_(policy == kLastOnError) {}
@@ -36,8 +38,6 @@ class RowErrors {
         skippedCount_ += 1;
         if (first_.size() < kNamedMax) first_.push_back(words());
     }
-    // What was counted in a part of the inputs behind those that are counted here.
-    void add(const RowErrors& later);
     // Whether rows are left out.
     bool skips() const { return skips_; }
     // Whether they stand behind all others.
@@ -51,7 +51,6 @@ class RowErrors {
     std::string report() const;
 
   private:
-    static constexpr std::size_t kNamedMax = 10;
     [[noreturn]] static void stop(const std::string& text);
 
     bool skips_;

@@ -38,11 +38,18 @@ std::uint64_t InputChunks::firstRowOf(const InputChunk& chunk) {
     return firstRows_.at(chunk.number);
 }
 
+void InputChunks::awaitRead(const InputChunk& chunk) {
+    std::unique_lock lock(mutex_);
+    known_.wait(lock, [&] { return isOff_ || readCount_ >= chunk.number; });
+    if (isOff_) throw WorkIsOff();
+}
+
 void InputChunks::end(const InputChunk& chunk, std::uint64_t nextRow) {
     {
         const std::lock_guard lock(mutex_);
-        firstRows_.erase(chunk.number);
         firstRows_[chunk.number + 1] = nextRow;
+        for (; firstRows_.contains(readCount_ + 1); ++readCount_)
+            firstRows_.erase(readCount_);
     }
     known_.notify_all();
 }

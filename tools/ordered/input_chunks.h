@@ -40,14 +40,14 @@ class InputChunks {
     std::optional<InputChunk> next();
     // Waits until it is certain.
     std::uint64_t firstRowOf(const InputChunk& chunk);
+    // Waits until all that stands before it has been read, of other inputs too.
+    void awaitRead(const InputChunk& chunk);
     // The chunk, whose own first row is certain, ends before the row that begins there.
     void end(const InputChunk& chunk, std::uint64_t nextRow);
     // Nobody is to wait any longer, or gets a chunk.
     void callOff();
 
   private:
-    bool stepInput();
-
     const KeyedInput& input_;
     std::uint64_t chunkBytes_;
     std::mutex mutex_;
@@ -56,7 +56,8 @@ class InputChunks {
     std::size_t number_ = 0;
     std::size_t inputIndex_ = 0;
     std::uint64_t begin_ = 0;                         // of the next one
-    std::map<std::size_t, std::uint64_t> firstRows_;  // by number, until they are asked for
+    std::size_t readCount_ = 0;                       // of chunks, with all that stands before
+    std::map<std::size_t, std::uint64_t> firstRows_;  // by number, of those that are not read
 };
 
 }  // namespace tvsort::tools

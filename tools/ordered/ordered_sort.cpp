@@ -41,28 +41,26 @@ class EqualityCheck {
     bool take(const RunRow& row) {
         const std::size_t keyBytes = form_.record.form().keyBytes;
         const bool isAlike = !key_.empty() && std::equal(key_.begin(), key_.end(), row.key);
-        // Of rows that are held the whole key is made once, before they are gone.
-        if (row.keyGoesOn && row.isHeld) reader_.keyOf(row.text, wholeKey_[1 - last_]);
-        bool isEqual = isAlike && !row.keyGoesOn;
-        if (isAlike && row.keyGoesOn) {
-            isEqual = row.isHeld && isHeld_ ? wholeKey_[0] == wholeKey_[1]
-                                            : compareByPlaces(reader_, place_, row.place) == 0;
-        }
+        // Of a row that is held the whole key is made once, before it is gone.
+        host::KeyBytes& made = wholeKeys_[1 - last_];
+        const WholeKey whole = {row.isHeld ? &made : nullptr, row.place};
+        if (row.keyGoesOn && row.isHeld) reader_.keyOf(row.text, made);
+        const bool isEqual =
+            isAlike && (!row.keyGoesOn || compareWholeKeys(reader_, whole_, whole) == 0);
         last_ = 1 - last_;
         key_.assign(row.key, row.key + keyBytes);
-        place_ = row.place;
-        isHeld_ = row.isHeld;
+        whole_ = whole;
         return isEqual;
     }
 
   private:
     const RunForm& form_;
     RowReader& reader_;
+    // Of the row before.
     std::vector<Byte> key_;
-    host::KeyBytes wholeKey_[2];
+    WholeKey whole_ = {};
+    host::KeyBytes wholeKeys_[2];
     std::size_t last_ = 0;
-    RowPlace place_ = {};
-    bool isHeld_ = false;
 };
 
 }  // namespace
@@ -196,7 +194,12 @@ SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
     stats.readCount = 0;
     for (const auto& [number, read] : readRows) {
         stats.readCount += read->count;
-        errors_.add(read->errors);
+        for (std::int64_t i = 0; i < read->problemCount; ++i) {
+            errors_.take([&, read = read] {
+                const ReadRows::Problem& problem = read->problems[static_cast<std::size_t>(i)];
+                return input_->nameOf(problem.offset) + problem.words;
+            });
+        }
     }
     stats.recordCount = 0;
     for (const SortedRun& run : runs_) {

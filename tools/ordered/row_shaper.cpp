@@ -57,7 +57,6 @@ void RowShaper::take(const SettledRow& row) {
             if (!row.isEqual && isWithinLimit(false)) write(row);
             return;
         case Operation::kGroups:
-            if (!row.isEqual) groupCount_ += 1;
             if (form_.mode.groups == kCountGroups) return countGroup(row);
             if (isWithinLimit(row.isEqual)) markGroup(row);
             return;
@@ -94,6 +93,7 @@ void RowShaper::write(const SettledRow& row) {
 }
 
 void RowShaper::markGroup(const SettledRow& row) {
+    if (!row.isEqual) groupCount_ += 1;
     if (form_.kind == InputKind::kRows) {
         writer_.writeText(fmt::format("{}{}", groupCount_, form_.delimiter));
     } else if (!row.isEqual && groupCount_ > 1) {
@@ -106,6 +106,7 @@ void RowShaper::countGroup(const SettledRow& row) {
     if (!row.isEqual) {
         endCountedGroup();
         if (!isWithinLimit(false)) return;
+        groupCount_ += 1;
         first_ = row;
         firstText_.assign(row.text);
         first_.text = firstText_;

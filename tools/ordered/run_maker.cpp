@@ -47,7 +47,7 @@ void RunMaker::readChunk(const InputChunk& chunk) {
         partNumber_ = 0;
         hasEnded_ = false;
         nextOffset_ = firstRow_;
-        read_ = &readRows_.insert_or_assign(chunk.number, ReadRows(policy_)).first->second;
+        read_ = &readRows_.insert_or_assign(chunk.number, ReadRows()).first->second;
         try {
             while (!hasEnded_) {
                 makeRun();
@@ -57,10 +57,12 @@ void RunMaker::readChunk(const InputChunk& chunk) {
         } catch (const Misguessed& misguessed) {
             firstRow_ = misguessed.firstRow;
         } catch (const host::HostError&) {
-            // What is no row may look like a broken one.
-            if (isCertain_) throw;
-            const std::uint64_t certain = chunks_->firstRowOf(chunk);
-            if (certain == firstRow_) throw;
+            // What is no row may look like a broken one, and the first broken one counts.
+            const std::uint64_t certain = isCertain_ ? firstRow_ : chunks_->firstRowOf(chunk);
+            if (certain == firstRow_) {
+                chunks_->awaitRead(chunk);
+                throw;
+            }
             firstRow_ = certain;
         }
         isCertain_ = true;
@@ -80,12 +82,21 @@ std::uint64_t RunMaker::guessFirstRow() {
 }
 
 void RunMaker::confirm() {
-    if (!isCertain_) {
-        const std::uint64_t certain = chunks_->firstRowOf(chunk_);
-        if (certain != firstRow_) throw Misguessed{certain};
-        isCertain_ = true;
+    if (isCertain_) return;
+    const std::uint64_t certain = chunks_->firstRowOf(chunk_);
+    if (certain != firstRow_) throw Misguessed{certain};
+    isCertain_ = true;
+}
+
+void RunMaker::takeProblem(std::uint64_t offset) {
+    const std::string& words = reader_->problem();
+    const auto named = [&] { return setting_.input.nameOf(offset) + words; };
+    if (!policy_.skips() && !policy_.keepsRows()) {
+        confirm();
+        policy_.take(named);
     }
-    if (hasEnded_) chunks_->end(chunk_, nextOffset_);
+    read_->problemCount += 1;
+    if (read_->problems.size() < RowErrors::kNamedMax) read_->problems.push_back({offset, words});
 }
 
 void RunMaker::makeRun() {
@@ -105,7 +116,10 @@ void RunMaker::makeRun() {
             records += 1;
         }
         rowCount_ += records;
-        if (records == 0 && !std::exchange(isConfirmed, true)) confirm();
+        if (records == 0 && !std::exchange(isConfirmed, true)) {
+            confirm();
+            if (hasEnded_) chunks_->end(chunk_, nextOffset_);
+        }
         return records;
     };
     SortedRun run;
@@ -167,10 +181,7 @@ bool RunMaker::nextRow(KeyedRow& row) {
             isFull_ = true;
             hasEnded_ = nextOffset_ >= chunk_.end;
         }
-        if (!reader_->problem().empty()) {
-            read_->errors.take(
-                [&] { return setting_.input.nameOf(rest.offset) + reader_->problem(); });
-        }
+        if (!reader_->problem().empty()) takeProblem(rest.offset);
         if (found.outcome == RowReader::Outcome::kRow) return true;
     }
     return false;

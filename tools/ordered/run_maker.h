@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "tools/formats/keyed_input.h"
@@ -34,11 +35,17 @@ struct RunNumber {
     auto operator<=>(const RunNumber&) const = default;
 };
 
-// What has been read, of a chunk or of all.
+// What has been read of a chunk.
 struct ReadRows {
-    explicit ReadRows(const RowErrors& policy) : errors(policy) { errors.restart(); }
+    struct Problem {
+        std::uint64_t offset;  // of the row
+        std::string words;
+    };
     std::int64_t count = 0;
-    RowErrors errors;
+    std::int64_t problemCount = 0;
+    // As many as anybody names. To name a row its input is read from the start, so that is for
+    // later, when it is known which are the first of all.
+    std::vector<Problem> problems;
 };
 
 class RunMaker {
@@ -85,6 +92,8 @@ class RunMaker {
     bool encode(const KeyedRow& row, Byte* target);
     // What was guessed is certain, or thrown.
     void confirm();
+    // Of the row that was found there.
+    void takeProblem(std::uint64_t offset);
     // For records: what the run before has left, if it is enough.
     PageMemory roomFor(std::size_t byteCount);
     void checkPlace(const RowPlace& place) const;

@@ -14,15 +14,22 @@ int order(const host::KeyBytes& left, const host::KeyBytes& right) {
     return left < right ? -1 : left == right ? 0 : 1;
 }
 
+// The bytes from `from` on; whether they are the key's last.
+bool readPart(RowReader& reader, const WholeKey& key, std::uint64_t from, host::KeyBytes& part) {
+    if (key.held != nullptr) return copyPart(*key.held, from, kPieceBytes, part);
+    return reader.keyPart(key.place, from, kPieceBytes, part).endsKey;
+}
+
 }  // namespace
 
-int compareByPlaces(RowReader& reader, const RowPlace& left, const RowPlace& right) {
+int compareWholeKeys(RowReader& reader, const WholeKey& left, const WholeKey& right) {
+    if (left.held != nullptr && right.held != nullptr) return order(*left.held, *right.held);
     host::KeyBytes leftPart;
     host::KeyBytes rightPart;
     for (std::uint64_t from = 0;; from += kPieceBytes) {
         throwIfInterrupted();
-        const bool leftEnds = reader.keyPart(left, from, kPieceBytes, leftPart).endsKey;
-        const bool rightEnds = reader.keyPart(right, from, kPieceBytes, rightPart).endsKey;
+        const bool leftEnds = readPart(reader, left, from, leftPart);
+        const bool rightEnds = readPart(reader, right, from, rightPart);
         const int part = order(leftPart, rightPart);
         if (part != 0 || leftEnds || rightEnds) return part;
     }
@@ -72,13 +79,13 @@ bool RunMerge::precedes(std::size_t left, std::size_t right) {
     if (one.keyHead != other.keyHead) return one.keyHead < other.keyHead;
     const RunRow& row = one.cursor->row();
     int found = std::memcmp(row.key, other.cursor->row().key, form_.record.form().keyBytes);
-    if (found == 0 && row.keyGoesOn) found = compareWhole(*one.cursor, *other.cursor);
+    if (found == 0 && row.keyGoesOn) {
+        const auto wholeKey = [](RunCursor& cursor) {
+            return WholeKey{cursor.row().isHeld ? &cursor.wholeKey() : nullptr, cursor.row().place};
+        };
+        found = compareWholeKeys(reader_, wholeKey(*one.cursor), wholeKey(*other.cursor));
+    }
     return found != 0 ? found < 0 : left < right;
-}
-
-int RunMerge::compareWhole(RunCursor& left, RunCursor& right) {
-    if (left.row().isHeld && right.row().isHeld) return order(left.wholeKey(), right.wholeKey());
-    return compareByPlaces(reader_, left.row().place, right.row().place);
 }
 
 }  // namespace tvsort::tools

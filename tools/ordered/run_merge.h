@@ -37,7 +37,6 @@ class RunMerge {
     };
     void advance(Source& source);
     bool precedes(std::size_t left, std::size_t right);
-    int compareWhole(RunCursor& left, RunCursor& right);
 
     const RunForm& form_;
     RowReader& reader_;
@@ -46,8 +45,14 @@ class RunMerge {
     bool isStarted_ = false;
 };
 
-// By whole keys: below zero where the left one stands before, zero where they are equal. Both were
-// found by the reader's input, and their first bytes are alike.
-int compareByPlaces(RowReader& reader, const RowPlace& left, const RowPlace& right);
+// The whole key of a row that was found by the reader's input: at hand, as that of a row that is held
+// has to be, whose place a file may not tell; or to be read where the row lies.
+struct WholeKey {
+    const host::KeyBytes* held;  // null: it is read
+    RowPlace place;
+};
+
+// Below zero where the left one stands before, zero where they are equal.
+int compareWholeKeys(RowReader& reader, const WholeKey& left, const WholeKey& right);
 
 }  // namespace tvsort::tools

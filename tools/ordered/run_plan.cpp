@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/host_error.h"
 #include "tools/run/memory_plan.h"
 #include "tools/run/workers_for.h"
 
@@ -43,13 +44,17 @@ Sample readSample(const KeyedInput& input) {
     RowErrors errors(kSkipOnError);
     RowStream rows(input, errors);
     KeyedRow row;
-    while (sample.keys.size() < kSampleRows && sample.byteCount < kSampleBytes) {
-        sample.isAll = !rows.next(row);
-        if (sample.isAll) break;
-        const std::size_t count = std::min(row.key->size(), kKeyBytesMax);
-        sample.keys.emplace_back(row.key->begin(),
-                                 row.key->begin() + static_cast<std::ptrdiff_t>(count));
-        sample.byteCount += row.place.byteCount + 1;
+    try {
+        while (sample.keys.size() < kSampleRows && sample.byteCount < kSampleBytes) {
+            sample.isAll = !rows.next(row);
+            if (sample.isAll) break;
+            const std::size_t count = std::min(row.key->size(), kKeyBytesMax);
+            sample.keys.emplace_back(row.key->begin(),
+                                     row.key->begin() + static_cast<std::ptrdiff_t>(count));
+            sample.byteCount += row.place.byteCount + 1;
+        }
+    } catch (const host::HostError&) {
+        // Met again too, behind what ends the command before.
     }
     return sample;
 }
@@ -141,6 +146,15 @@ RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
                                std::max(memory / workers / 2, kWorkerBytesMin / 2));
     plan.chunkCount = facts.inputBytes / plan.chunkBytes + 1;
     plan.rowsMax = withReserve(rows);
+    if (!facts.isExact) {
+        // Where the rows that were seen are long and those that follow short, a run has as many as
+        // half the memory holds, while the text takes the other half; what is not needed is not
+        // touched.
+        const std::uint64_t shortRows =
+            std::min({memory / workers / 2 / (recordBytes + slotRowBytes),
+                      kSlotBytesMax / workers / slotRowBytes, facts.inputBytes / workers + 1});
+        plan.rowsMax = std::max(plan.rowsMax, shortRows);
+    }
     plan.windowBytes = plan.chunkBytes + plan.chunkBytes / 2 + facts.rowBytesMax + kWindowReserve;
     plan.keptBytesMax = plan.stays ? memory : 0;
 
