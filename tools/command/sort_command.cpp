@@ -94,7 +94,8 @@ int sortFile(const SortOptions& options) {
     setup.sort().setAfterRequests([&server] { server.memory().release(); });
     SortStats stats = setup.sort().run([&](SortRequest request, const host::RecordSource& records,
                                            const host::RecordSink& sink) {
-        if (setup.sortsTypedRuns()) return typedRuns.sort(request, records, sink);
+        if (setup.sortsTypedRuns() && typedRuns.holdsRuns(request))
+            return typedRuns.sort(request, records, sink);
         if (ranges.has_value()) {
             // Headers stand before what the user's keys are in.
             request.partOf = [&ranges, keysOffset = request.recordLength -

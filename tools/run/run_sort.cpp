@@ -122,8 +122,10 @@ RunSort::RunSort(host::SortServer& server, std::filesystem::path directory, Prog
 SortStats RunSort::sort(const SortRequest& request, const host::RecordSource& source,
                         const host::RecordSink& sink) {
     geometry_ = host::chooseGeometry(request.recordLength, server_.options().pagesPerBlock);
-    recordsMax_ = runRecordsMax(request.request);
+    // The last run may take some more along.
+    recordsMax_ = runRecordsMax(request) - host::kEntryCountMin;
     runs_.clear();
+    ahead_.clear();
     stats_ = {};
     stats_.blockBytes = static_cast<std::int64_t>(geometry_.blockBytes());
     loads_.clear();
@@ -155,46 +157,52 @@ SortStats RunSort::sort(const SortRequest& request, const host::RecordSource& so
     return stats_;
 }
 
-// As many as the process sorts in the frames without comparing them one by one; where that is none,
-// as many as the frames hold.
-std::int32_t RunSort::runRecordsMax(const host::RequestBuilder& request) const {
-    const std::int32_t frames = server_.memory().frameCount(geometry_.blockPages);
-    const std::int64_t perBlock = geometry_.recordsPerBlock;
+bool RunSort::holdsRuns(const SortRequest& request) const {
+    return runRecordsMax(request) >= 2 * host::kEntryCountMin;
+}
+
+// As many as the process sorts in the frames without comparing them one by one.
+std::int32_t RunSort::runRecordsMax(const SortRequest& request) const {
+    const host::Geometry geometry =
+        host::chooseGeometry(request.recordLength, server_.options().pagesPerBlock);
+    const std::int32_t frames = server_.memory().frameCount(geometry.blockPages);
+    const std::int64_t perBlock = geometry.recordsPerBlock;
     const auto keepsOrder = [&](std::int64_t count) {
         const host::Extent extent = {static_cast<std::int32_t>(count),
                                      static_cast<std::int32_t>((count + perBlock - 1) / perBlock)};
         const host::MethodReason reason =
-            host::forecastMethod(request, geometry_, extent, frames).reason;
+            host::forecastMethod(request.request, geometry, extent, frames).reason;
         return reason == host::MethodReason::kEntries || reason == host::MethodReason::kCopies;
     };
     std::int64_t low = 0;
     std::int64_t high =
         std::min<std::int64_t>(frames * perBlock, std::numeric_limits<std::int32_t>::max());
     if (keepsOrder(high)) return static_cast<std::int32_t>(high);
-    const std::int64_t all = high;
     while (low + 1 < high) {
         const std::int64_t middle = low + (high - low) / 2;
         // There is no entry for fewer.
         const bool isSmall = middle < host::kEntryCountMin;
         (isSmall || keepsOrder(middle) ? low : high) = middle;
     }
-    return static_cast<std::int32_t>(low < host::kEntryCountMin ? all : low);
+    return static_cast<std::int32_t>(low);
 }
 
 bool RunSort::load(std::size_t slotIndex, const host::RecordSource& source) {
     Load& load = loads_[slotIndex];
     host::RecordLoader loader = slotOf(slotIndex).loader(geometry_);
-    std::int32_t left = recordsMax_;
-    while (left > 0) {
-        throwIfInterrupted();
-        std::size_t recordsMax = 0;
-        Byte* const room = loader.room(recordsMax);
-        const std::size_t records =
-            source(room, std::min<std::size_t>(recordsMax, static_cast<std::size_t>(left)));
-        if (records == 0) break;
-        loader.took(records);
-        left -= static_cast<std::int32_t>(records);
-        progress_.advance(static_cast<std::int64_t>(records));
+    // Fewer records than these would be compared one by one, and not keep their order: a run takes
+    // what is left along.
+    const std::size_t aheadMax = host::kEntryCountMin;
+    std::size_t left = static_cast<std::size_t>(recordsMax_);
+    const host::RecordSource fromAhead = [this](Byte* target, std::size_t recordsMax) {
+        return takeAhead(target, recordsMax);
+    };
+    fill(loader, fromAhead, left);
+    fill(loader, source, left);
+    readAhead(source, aheadMax);
+    if (ahead_.size() < aheadMax * geometry_.recordLength) {
+        left = aheadMax;
+        fill(loader, fromAhead, left);
     }
     load.data = loader.finish();
     if (load.data.extent.recordCount == 0) return false;
@@ -203,6 +211,38 @@ bool RunSort::load(std::size_t slotIndex, const host::RecordSource& source) {
     runs_.push_back(
         {slotIndex, false, 0, static_cast<std::uint64_t>(load.data.extent.recordCount)});
     return true;
+}
+
+void RunSort::fill(host::RecordLoader& loader, const host::RecordSource& source,
+                   std::size_t& left) {
+    while (left > 0) {
+        throwIfInterrupted();
+        std::size_t recordsMax = 0;
+        Byte* const room = loader.room(recordsMax);
+        const std::size_t records = source(room, std::min(recordsMax, left));
+        if (records == 0) break;
+        loader.took(records);
+        left -= records;
+        progress_.advance(static_cast<std::int64_t>(records));
+    }
+}
+
+void RunSort::readAhead(const host::RecordSource& source, std::size_t recordsMax) {
+    const std::size_t recordLength = geometry_.recordLength;
+    while (ahead_.size() < recordsMax * recordLength) {
+        const std::size_t held = ahead_.size();
+        ahead_.resize(recordsMax * recordLength);
+        const std::size_t records = source(ahead_.data() + held, recordsMax - held / recordLength);
+        ahead_.resize(held + records * recordLength);
+        if (records == 0) break;
+    }
+}
+
+std::size_t RunSort::takeAhead(Byte* target, std::size_t recordsMax) {
+    const std::size_t bytes = std::min(recordsMax * geometry_.recordLength, ahead_.size());
+    std::copy_n(ahead_.begin(), bytes, target);
+    ahead_.erase(ahead_.begin(), ahead_.begin() + static_cast<std::ptrdiff_t>(bytes));
+    return bytes / geometry_.recordLength;
 }
 
 void RunSort::startSorting(std::size_t slotIndex, const host::RequestBuilder& request) {

@@ -35,7 +35,10 @@ class RunSort {
     // Uses all slots of the server. Runs in files lie in `directory`.
     RunSort(host::SortServer& server, std::filesystem::path directory, Progress& progress);
 
-    // As SlotSort has it, for requests of the plain mode without a limit.
+    // Whether a slot holds a run that keeps the order of arrival: two times as many records as the
+    // process wants for that. Large records in little memory do not.
+    bool holdsRuns(const SortRequest& request) const;
+    // As SlotSort has it, for requests of the plain mode without a limit whose runs a slot holds.
     SortStats sort(const SortRequest& request, const host::RecordSource& source,
                    const host::RecordSink& sink);
 
@@ -59,9 +62,13 @@ class RunSort {
     };
     class Cursor;
 
-    std::int32_t runRecordsMax(const host::RequestBuilder& request) const;
+    std::int32_t runRecordsMax(const SortRequest& request) const;
     // False when no record was left.
     bool load(std::size_t slotIndex, const host::RecordSource& source);
+    // Until `left` is none, or nothing comes.
+    void fill(host::RecordLoader& loader, const host::RecordSource& source, std::size_t& left);
+    void readAhead(const host::RecordSource& source, std::size_t recordsMax);
+    std::size_t takeAhead(Byte* target, std::size_t recordsMax);
     void startSorting(std::size_t slotIndex, const host::RequestBuilder& request);
     // Waits for the slot's process, and throws what went wrong.
     void finishSorting(std::size_t slotIndex);
@@ -78,6 +85,7 @@ class RunSort {
     std::int32_t recordsMax_ = 0;  // of a run
     std::vector<Load> loads_;
     std::vector<Run> runs_;
+    std::vector<Byte> ahead_;  // records that are read, and not loaded
     std::unique_ptr<SpoolFile> file_;
     SortStats stats_;
 };
