@@ -72,10 +72,10 @@ struct World : OrderedWorld {
         run.records = PageMemory(piece.size() * form.record.recordLength());
         for (std::size_t i = 0; i < piece.size(); ++i) {
             const RunRow row = encode(piece[i]);
-            form.record.encode({0, row.place, row.keyGoesOn, row.hasNull},
-                               {reinterpret_cast<const char*>(key.data()), key.size()},
-                               reinterpret_cast<Byte*>(run.records.data()) +
-                                   i * form.record.recordLength());
+            form.record.encode(
+                {0, row.place, row.keyGoesOn, row.hasNull},
+                {reinterpret_cast<const char*>(key.data()), key.size()},
+                reinterpret_cast<Byte*>(run.records.data()) + i * form.record.recordLength());
         }
         return run;
     }
