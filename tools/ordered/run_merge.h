@@ -49,8 +49,8 @@ class RunMerge {
     bool isStarted_ = false;
 };
 
-// The whole key of a row that was found by the reader's input: at hand, as that of a row that is held
-// has to be, whose place a file may not tell; or to be read where the row lies.
+// The whole key of a row that was found by the reader's input: at hand, as that of a row that is
+// held has to be, whose place a file may not tell; or to be read where the row lies.
 struct WholeKey {
     const host::KeyBytes* held;  // null: it is read
     RowPlace place;
