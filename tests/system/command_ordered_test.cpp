@@ -250,22 +250,22 @@ TEST_F(OrderedRows, OfCsvThatLookLikeOthersAreReadAsTheyStand) {
 
 TEST_F(OrderedRows, ThatCannotBeReadAreNamedInTheOrderOfReading) {
     std::string rows;
-    for (int i = 0; i < 60000; ++i)
+    for (int i = 0; i < 25000; ++i)
         rows += std::to_string(i) + ",\"a\nb\"\n";
     write("1.csv", "key,text\n" + rows + "bad\n" + rows);
     write("2.csv", "key,text\n1,2,3\n" + rows);
     write("long.csv", "key,text\nbad\n1,2\n3," + std::string(5 << 20, 'x') + "\n");
     for (const std::string memory : {"100K", "8M", "1G"}) {
-        for (const std::string processes : {"1", "2", "3", "8"}) {
+        for (const std::string processes : {"1", "2", "8"}) {
             const std::string words =
                 " --key key:int --memory " + memory + " --processes " + processes;
             EXPECT_THAT(run("sort 1.csv 2.csv" + words).errors,
-                        testing::HasSubstr("1.csv, line 120002: "));
+                        testing::HasSubstr("1.csv, line 50002: "));
             EXPECT_THAT(run("sort 2.csv 1.csv" + words).errors,
                         testing::HasSubstr("2.csv, line 2: "));
             const std::string errors =
                 run("sort 1.csv 2.csv 2.csv --on-error=skip -o out" + words).errors;
-            EXPECT_THAT(errors, testing::MatchesRegex("skipped: 1.csv, line 120002: .*\n"
+            EXPECT_THAT(errors, testing::MatchesRegex("skipped: 1.csv, line 50002: .*\n"
                                                       "skipped: 2.csv, line 2: .*\n"
                                                       "skipped: 2.csv, line 2: .*\n"
                                                       "(.|\n)*3 rows skipped\n(.|\n)*"));

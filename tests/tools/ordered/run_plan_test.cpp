@@ -15,7 +15,7 @@ TEST(RunPlan, MergesNoMoreRunsAtOnceThanRowsHaveRoom) {
     constexpr std::uint64_t kInputBytes = std::uint64_t{1} << 36;
     for (std::uint64_t rowBytes = 1; rowBytes <= kHeldBytesMax; rowBytes *= 4) {
         for (std::uint64_t memory = 1 << 20; memory <= kInputBytes; memory *= 4) {
-            for (const std::size_t workers : {1, 2, 8}) {
+            for (const std::uint64_t workers : {1U, 2U, 8U}) {
                 const RunFacts facts = {
                     kInputBytes, kInputBytes / rowBytes, false, rowBytes, 1 << 20, 32};
                 const RunPlan plan = planRuns(facts, {memory, workers, {}});
