@@ -190,6 +190,89 @@ TEST_F(OrderedRows, BehindASmallLimitAreNotEvenSorted) {
     EXPECT_EQ(read("out"), "0\n0\n0\n1\n1\n1\n");
     stats(words + " --groups=count");
     EXPECT_EQ(read("out"), "3\t0\n3\t1\n3\t2\n3\t3\n");
+    for (const char* memory : {"20K", "1G"}) {
+        const std::string limited = words + " --groups=count --processes 1 --memory ";
+        EXPECT_EQ(stats(limited + memory)["group_count"], 4);
+    }
+}
+
+// Some stand in runs, and of some that are alike nothing but their places.
+TEST_F(OrderedRows, AroundTheLengthThatIsHeldAreComparedWholly) {
+    std::mt19937 random(4);
+    Lines lines = {"z"};
+    for (int i = 0; i < 60; ++i)
+        lines.push_back(std::string(65530 + random() % 9, 'x') + "abc"[random() % 3]);
+    writeLines("lines", lines);
+    std::sort(lines.begin(), lines.end());
+    Lines distinct = lines;
+    distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
+    for (const char* memory : {"20K", "1M", "1G"}) {
+        expect(std::string("--lines lines --memory ") + memory, joined(lines));
+        expect(std::string("--lines --distinct lines --memory ") + memory, joined(distinct));
+    }
+}
+
+TEST_F(OrderedRows, ThatAreShortBehindLongOnesMakeFewRuns) {
+    Lines lines(100, std::string(90000, 'x'));
+    for (int i = 0; i < 200000; ++i)
+        lines.push_back(std::to_string(i * 7919 % 200000));
+    writeLines("lines", lines);
+    EXPECT_LT(stats("--lines lines --memory 1M")["run_count"], 200);
+    std::sort(lines.begin(), lines.end());
+    EXPECT_TRUE(read("out") == joined(lines));
+}
+
+// Wherever CSV is cut, in quotes too.
+TEST_F(OrderedRows, OfCsvThatLookLikeOthersAreReadAsTheyStand) {
+    std::mt19937 random(5);
+    std::map<unsigned, std::string> rows;
+    std::string input = "key,text\r\n";
+    while (rows.size() < 1500) {
+        std::string text;
+        for (std::size_t i = random() % 4 == 0 ? random() % 2000 : random() % 3; i > 0; --i)
+            text += Lines{"7,short\r\n", "\n", "7,\"\"a\"\"\r\n", "\"\",\n"}[random() % 4];
+        const unsigned key = static_cast<unsigned>(random());
+        const bool isNew = rows.emplace(key, std::to_string(key) + ",\"" + text + "\"\r\n").second;
+        if (isNew) input += rows[key];
+    }
+    write("in.csv", input);
+    std::string ordered = "key,text\r\n";
+    for (const auto& [key, row] : rows)
+        ordered += row;
+    for (const char* memory : {"20K", "500K", "1G"}) {
+        for (const char* processes : {"1", "2", "7"}) {
+            expect(std::string("in.csv --key key:int --memory ") + memory + " --processes " +
+                       processes,
+                   ordered);
+        }
+    }
+}
+
+TEST_F(OrderedRows, ThatCannotBeReadAreNamedInTheOrderOfReading) {
+    std::string rows;
+    for (int i = 0; i < 25000; ++i)
+        rows += std::to_string(i) + ",\"a\nb\"\n";
+    write("1.csv", "key,text\n" + rows + "bad\n" + rows);
+    write("2.csv", "key,text\n1,2,3\n" + rows);
+    write("long.csv", "key,text\nbad\n1,2\n3," + std::string(5 << 20, 'x') + "\n");
+    for (const std::string memory : {"100K", "8M", "1G"}) {
+        for (const std::string processes : {"1", "2", "8"}) {
+            const std::string words =
+                " --key key:int --memory " + memory + " --processes " + processes;
+            EXPECT_THAT(run("sort 1.csv 2.csv" + words).errors,
+                        testing::HasSubstr("1.csv, line 50002: "));
+            EXPECT_THAT(run("sort 2.csv 1.csv" + words).errors,
+                        testing::HasSubstr("2.csv, line 2: "));
+            const std::string errors =
+                run("sort 1.csv 2.csv 2.csv --on-error=skip -o out" + words).errors;
+            EXPECT_THAT(errors, testing::MatchesRegex("skipped: 1.csv, line 50002: .*\n"
+                                                      "skipped: 2.csv, line 2: .*\n"
+                                                      "skipped: 2.csv, line 2: .*\n"
+                                                      "(.|\n)*3 rows skipped\n(.|\n)*"));
+        }
+    }
+    EXPECT_THAT(run("sort long.csv --key key:int --memory 1M").errors,
+                testing::HasSubstr("long.csv, line 2: "));
 }
 
 }  // namespace

@@ -23,8 +23,6 @@ constexpr std::uint64_t kFilterShare = 4;
 // Marks of all runs together.
 constexpr std::uint64_t kMarksMax = std::uint64_t{1} << 18;
 constexpr std::uint64_t kMarkBytesMin = std::uint64_t{8} * 1024;
-constexpr std::size_t kFanInMax = 512;
-constexpr std::size_t kFanInMin = 16;
 
 RunForm runForm(const KeyedInput& input, const RunPlan& plan, Operation operation) {
     const bool namesRows = operation == Operation::kUnique || operation == Operation::kIntersect ||
@@ -219,8 +217,7 @@ SortStats OrderedSort::makeRuns(const SortOnce& sortOnce) {
 }
 
 void OrderedSort::mergeLevels() {
-    const std::size_t fanIn = std::clamp<std::size_t>(
-        plan_.readBytes / runBufferBytes(plan_, ~std::size_t{0}), kFanInMin, kFanInMax);
+    const std::size_t fanIn = runsAtOnce(plan_);
     if (runs_.size() > fanIn) progress_.begin("merging runs");
     while (runs_.size() > fanIn) {
         // Neighbours, so that equal rows stay in the order of reading.

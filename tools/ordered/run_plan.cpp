@@ -169,7 +169,10 @@ RunPlan planRuns(const RunFacts& facts, const PlanSetting& setting) {
     constexpr std::uint64_t kWriteShare = 8;
     constexpr std::uint64_t kWriteBytesMin = std::uint64_t{64} << 10;
     constexpr std::uint64_t kWriteBytesMax = std::uint64_t{4} << 20;
+    constexpr std::uint64_t kRunReadBytesMin = std::uint64_t{16} << 10;
+    constexpr std::uint64_t kRunReadBytesMinMax = std::uint64_t{128} << 10;
     plan.readBytes = memory / workers / 2;
+    plan.runReadBytesMin = std::clamp(2 * facts.rowBytes, kRunReadBytesMin, kRunReadBytesMinMax);
     plan.writeBytes = std::clamp(memory / workers / kWriteShare, kWriteBytesMin, kWriteBytesMax);
     return plan;
 }

@@ -48,6 +48,7 @@ struct RunPlan {
     std::uint64_t keptBytesMax;
     // While runs are merged, each worker has so many bytes for what it reads and what it writes.
     std::uint64_t readBytes;
+    std::uint64_t runReadBytesMin;  // of each run: a row, and its key where others are like it
     std::uint64_t writeBytes;
 
     // That a record of a further round has, of so many.

@@ -12,8 +12,9 @@ namespace tvsort::tools {
 
 namespace {
 
-constexpr std::size_t kBufferBytesMin = std::size_t{16} * 1024;
 constexpr std::size_t kBufferBytesMax = std::size_t{1} << 20;
+constexpr std::size_t kRunsMax = 512;
+constexpr std::size_t kRunsMin = 16;
 // So many keys are looked at for each boundary: tiles differ by a fourth of their size or so.
 constexpr std::uint64_t kSamplesPerTile = 16;
 // The rows of a tile in a run's file begin and end somewhere between two marks.
@@ -99,9 +100,13 @@ class TileWriter {
 
 }  // namespace
 
+std::size_t runsAtOnce(const RunPlan& plan) {
+    return std::clamp<std::size_t>(plan.readBytes / plan.runReadBytesMin, kRunsMin, kRunsMax);
+}
+
 std::size_t runBufferBytes(const RunPlan& plan, std::size_t runCount) {
     return std::clamp<std::size_t>(plan.readBytes / std::max<std::size_t>(runCount, 1),
-                                   kBufferBytesMin, kBufferBytesMax);
+                                   plan.runReadBytesMin, kBufferBytesMax);
 }
 
 std::int64_t writeTiles(const RunForm& form, const RunPlan& plan, const KeyedInput& input,

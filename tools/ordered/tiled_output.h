@@ -27,6 +27,8 @@ namespace tvsort::tools {
 std::int64_t writeTiles(const RunForm& form, const RunPlan& plan, const KeyedInput& input,
                         std::span<const SortedRun> runs, RowWriter& writer, Progress& progress);
 
+// How many runs a worker may merge at once.
+std::size_t runsAtOnce(const RunPlan& plan);
 // Bytes that a merge reads at once of each run in a file.
 std::size_t runBufferBytes(const RunPlan& plan, std::size_t runCount);
 
