@@ -84,8 +84,7 @@ def verify(folder, client=None):
     else:
         moved = manifest.storage == "moved"
         futures = [client.submit(check_part, os.path.abspath(folder), part, pure=False,
-                                 workers=[part["worker"].split("://")[-1].rsplit(":", 1)[0]]
-                                 if moved else None)
+                                 workers=[_tasks.host_of(part["worker"])] if moved else None)
                    for part in manifest.parts]
         faults = client.gather(futures)
     for name in ("rows", "bytes"):

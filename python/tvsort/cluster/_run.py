@@ -78,10 +78,6 @@ def _bounded(call, seconds):
     thread.join(seconds)
 
 
-def _host(address):
-    return address.split("://")[-1].rsplit(":", 1)[0]
-
-
 class _Tasks:
     """Tasks in the cluster, each done until one has answered, within bounds of number and time."""
 
@@ -154,7 +150,7 @@ class _Tasks:
                 raise ClusterError(f"the scheduler has not answered for {self.patience:g} "
                                    "seconds") from None
         self.looked = time.monotonic()
-        hosts = set(map(_host, self.known)) | set(self.known)
+        hosts = set(map(_tasks.host_of, self.known)) | set(self.known)
         lacking = [task.workers[0] for _, task in self.pending.values()
                    if task.workers and not hosts & set(task.workers)]
         if self.known and not lacking:
@@ -315,8 +311,8 @@ class _Sort:
             # A part lies where it was sorted; one whose host is gone is gone with it.
             self.tasks.looked = 0.0
             self.tasks.look()
-            hosts = set(map(_host, self.tasks.known))
-            left = [i for i, part in enumerate(parts) if _host(part.worker) not in hosts]
+            hosts = set(map(_tasks.host_of, self.tasks.known))
+            left = [i for i, part in enumerate(parts) if _tasks.host_of(part.worker) not in hosts]
             if not left:
                 break
         else:
@@ -451,7 +447,7 @@ def _publish(tasks, place, output, parts):
         return
     names = {}
     for part in parts:
-        names.setdefault(_host(part["worker"]), []).append(part["name"])
+        names.setdefault(_tasks.host_of(part["worker"]), []).append(part["name"])
     tasks.all(_Task((_tasks.publish, place, output, of_host), (host,))
               for host, of_host in names.items())
 

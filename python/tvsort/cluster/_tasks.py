@@ -40,6 +40,14 @@ class Place:
         return os.path.join(self.scratch or tempfile.gettempdir(), f"tvsort-cluster-{self.run}")
 
 
+def host_of(address):
+    """Where a task is to be done that needs what the worker has on its disk; a worker that has died
+    has a successor there."""
+    if address.startswith("inproc:"):
+        return address
+    return distributed.comm.get_address_host(address)
+
+
 @contextlib.contextmanager
 def _folder(place):
     """A folder on the worker's own disk, for one task."""

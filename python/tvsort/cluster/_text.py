@@ -37,7 +37,7 @@ class TextForm:
         """With the header, as the inputs and the first range have it, or without."""
         words = list(self.words)
         keys = self.keys
-        if self.format not in ("", "lines") and "--format" not in words:
+        if self.format not in ("", "lines") and not any(one.startswith("--format=") for one in words):
             words += ["--format", self.format]
         if not first and self.has_header:
             words.append("--no-header")
