@@ -3,8 +3,11 @@
 import json
 import os
 import random
+import signal
 import subprocess
+import sys
 import tempfile
+import time
 from pathlib import Path
 
 import numpy
@@ -205,6 +208,50 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
         assert not Path("out").exists() and os.listdir("full") == ["thing"]
     with pytest.raises(TypeError, match="no option 'limit'"):
         cluster.sort("a.csv", "out", "id", client=client, limit=3)
+
+
+def script_before_command(folder, text):
+    script = folder / "command"
+    script.write_text(f'#!/bin/sh\ncd "{folder}"\n{text}\nexec "{_command.program()}" "$@"\n')
+    script.chmod(0o755)
+    return str(script)
+
+
+@pytest.mark.parametrize("deaths, is_enough", [(2, True), (9, False)])
+def test_a_command_that_is_killed_is_started_again(deaths, is_enough, client, tmp_path, monkeypatch):
+    monkeypatch.setenv("TVSORT_HOST", script_before_command(
+        tmp_path, f'[ $1 != split ] || [ $(ls dead.* 2>/dev/null | wc -l) -ge {deaths} ] || '
+        "{ mktemp dead.XXXXXX; kill -9 $$; }"))
+    (tmp_path / "in").write_text("b\na\n")
+    if is_enough:
+        cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True)
+        assert (tmp_path / "out" / "part-00000").read_text() == "a\nb\n"
+    else:
+        with pytest.raises(cluster.ClusterError, match="ended by signal 9"):
+            cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True)
+        assert not (tmp_path / "out").exists()
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_an_interrupt_ends_the_tasks_and_leaves_nothing(number, tmp_path):
+    environment = {**os.environ, "TVSORT_HOST": script_before_command(
+        tmp_path, "[ $1 != sort ] || { echo $$ >begun; sleep 60; }")}
+    (tmp_path / "in").write_text("b\na\n")
+    child = subprocess.Popen([sys.executable, "-m", "tvsort.cluster", "sort", "in", "--lines",
+                              "--workers", "1", "-o", "out"], cwd=tmp_path, env=environment,
+                             stderr=subprocess.PIPE, text=True)
+    end = time.monotonic() + 60
+    while not (tmp_path / "begun").exists() and time.monotonic() < end:
+        time.sleep(0.02)
+    begin = time.monotonic()
+    child.send_signal(number)
+    said = child.communicate(timeout=60)[1]
+    assert (child.returncode, time.monotonic() - begin < 30) == (128 + number, True), said
+    assert not (tmp_path / "out").exists()
+    command = int((tmp_path / "begun").read_text())
+    while os.path.exists(f"/proc/{command}") and time.monotonic() < end:
+        time.sleep(0.05)
+    assert not os.path.exists(f"/proc/{command}")
 
 
 def test_a_manifest_tells_every_change(client, tmp_path):

@@ -6,6 +6,7 @@ type instead of --record-length, and keys by the names of its fields.
 
 import argparse
 import contextlib
+import logging
 import os
 import random
 import signal
@@ -168,6 +169,8 @@ def _end(number, _frame):
 def main():
     words = _words().parse_args()
     signal.signal(signal.SIGTERM, _end)
+    # What goes wrong in the engine is said once, in the words of the sort.
+    logging.disable(logging.CRITICAL)
     try:
         return {"sort": _sort, "verify": _verify, "demo": _demo}[words.command](words)
     except (SortError, _command.CommandFailed, OSError) as error:

@@ -58,6 +58,10 @@ def run(words, alive):
         out.seek(0)
         errors.seek(0)
         said = errors.read().decode(errors="replace")
+        if child.returncode < 0:
+            # Never the same words twice: the next attempt may end well.
+            raise CommandFailed(f"tvsort-host was ended by signal {-child.returncode} as process "
+                                f"{child.pid}; the system may lack memory")
         if child.returncode not in (0, _SKIPPED):
             words = said.strip().removeprefix("tvsort-host: ")
             raise CommandFailed(words or f"tvsort-host ended with status {child.returncode}")

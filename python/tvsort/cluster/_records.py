@@ -102,7 +102,7 @@ class RecordForm:
         following = int.from_bytes(key, "big") + 1
         return following.to_bytes(len(key), "big") if following < 256 ** len(key) else None
 
-    def split(self, path, splitters, prefix, alive, first=True):
+    def split(self, path, splitters, prefix, folder, alive, first=True):
         columns = self.columns
         borders = numpy.array(splitters, dtype=f"S{max(map(len, splitters), default=1)}")
         names = [f"{prefix}{i:05}" for i in range(len(splitters) + 1)]

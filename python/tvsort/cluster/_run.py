@@ -126,8 +126,8 @@ class _Tasks:
                              return_when="FIRST_COMPLETED")
         except distributed.TimeoutError:
             pass
-        except Exception as error:
-            raise ClusterError(f"the scheduler has gone: {error or type(error).__name__}") from None
+        except Exception:
+            raise ClusterError("the scheduler has gone, and the tasks of this run with it") from None
         self.look()
         done = [future for future in self.pending if future.status != "pending"]
         if any(future.status in ("cancelled", "lost") for future in done):

@@ -102,7 +102,8 @@ def split(form, place, source, splitters, name, first):
     with _folder(place) as folder:
         path = _named(source, folder)
         prefix = os.path.join(folder if place.travels else place.folder, f"{name}-")
-        pieces, skipped, problems = form.split(path, splitters, prefix, place.alive, first)
+        pieces, skipped, problems = form.split(path, splitters, prefix, folder, place.alive,
+                                               first)
         paths = [f"{prefix}{i:05}" for i in range(len(pieces))]
         if place.travels:
             sources = tuple(_take(path) for path in paths)

@@ -2,7 +2,6 @@
 
 import dataclasses
 import os
-import tempfile
 
 from . import _command
 
@@ -86,17 +85,16 @@ class TextForm:
         """The least key above this one."""
         return key + b"\x00"
 
-    def split(self, path, splitters, prefix, alive, first=True):
+    def split(self, path, splitters, prefix, folder, alive, first=True):
         """Pieces as rows and bytes; how many rows were skipped, and the words about them."""
-        with tempfile.NamedTemporaryFile("w", prefix="tvsort-splitters-",
-                                         dir=self.temp_dir or None) as file:
+        borders = os.path.join(folder, "splitters")
+        with open(borders, "w") as file:
             file.writelines(key.hex() + "\n" for key in splitters)
-            file.flush()
-            words = ["split", *self._words(first), *self._resources(), "--splitters", file.name,
-                     "-o", prefix]
-            if self.line_end and self.format in ("csv", "tsv"):
-                words += ["--line-end", self.line_end]
-            report, said = _command.run_json([*words, "--", path], alive)
+        words = ["split", *self._words(first), *self._resources(), "--splitters", borders, "-o",
+                 prefix]
+        if self.line_end and self.format in ("csv", "tsv"):
+            words += ["--line-end", self.line_end]
+        report, said = _command.run_json([*words, "--", path], alive)
         pieces = [(piece["rows"], piece["bytes"]) for piece in report["pieces"]]
         return pieces, report["skipped"], said.splitlines()[:-1]
 
