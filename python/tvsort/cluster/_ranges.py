@@ -19,13 +19,12 @@ def splitters_of(samples, count, form):
         reached += weights[key]
         if reached * count < border * total:
             continue
-        # Behind a key that is not the first one of its range a range ends, or it is one.
         if weights[key] * count > total:
             chosen.add(key)
             following = form.successor(key)
             if following is not None:
                 chosen.add(following)
-        elif before > 0:
+        elif before > 0 and border < count:
             chosen.add(key)
         while reached * count >= border * total:
             border += 1
