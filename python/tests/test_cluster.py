@@ -179,12 +179,15 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
     for name, content in files.items():
         Path(name).write_text(content)
     Path("full").mkdir()
+    os.mkfifo("pipe")
     Path("full/thing").write_text("")
     for inputs, order, options, words in [
             (["a.csv", "b.csv"], "id", {}, "b.csv has the columns id, nom and .*a.csv has id, name"),
             (["c.csv", "wide.csv"], "1", {"no_header": True}, "has the columns 1 to 2 and"),
             (["a.csv", "missing.csv"], "id", {}, "missing.csv: No such file"),
             (["a.csv", "e.csv"], "id", {}, "e.csv is empty"),
+            (["a.csv", "full"], "id", {"format": "csv"}, "full is no regular file"),
+            ("pipe", None, {"lines": True}, "pipe is no regular file"),
             ("a.csv", "nix", {}, 'there is no column "nix"; the columns are id, name'),
             ("a.csv", "id:wkt", {}, "have no ordered bytes"),
             ("a.csv", "id:auto", {}, "name the type that is meant"),
@@ -192,6 +195,7 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
             ("r", None, {}, "say what the records are"),
             ("r", None, {"dtype": "i4"}, "5 bytes, which is no multiple of the 4"),
             ("r", None, {"dtype": "O"}, "cannot be stored"),
+            ("r", "f", {"dtype": [("f", "S0"), ("g", "i1")]}, "keys have no bytes"),
             ("r", "f", {"dtype": [("f", "c8")]}, "has no order"),
             ("r", "g", {"dtype": [("f", "i1")]}, "no field 'g'"),
             ("r", None, {"dtype": "i1", "lines": True}, "lines is for lines and rows"),

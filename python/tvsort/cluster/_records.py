@@ -143,16 +143,6 @@ class RecordForm:
                 file.write(rows.tobytes())
         os.rename(made, out)
 
-    def check(self, path, alive, first):
-        columns = self.columns
-        before = b""
-        for piece in self._pieces(path):
-            keys = key_bytes(piece, columns)
-            keys = keys.view(f"S{keys.shape[1]}")[:, 0]
-            if keys[0] < before or (keys[1:] < keys[:-1]).any():
-                raise BadUse(f"{path} is not in order")
-            before = keys[-1]
-
     @staticmethod
     def head_bytes(path):
         return 0

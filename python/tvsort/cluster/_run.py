@@ -344,7 +344,8 @@ def _form(order, dtype, memory, temp_dir, options):
         if dtype.hasobject or dtype.itemsize == 0:
             raise ClusterError(f"rows of type {dtype} cannot be stored")
         try:
-            form.columns
+            if not sum(column.value_bytes for column in form.columns):
+                raise ClusterError("the keys have no bytes; name others")
         except SortError as error:
             raise ClusterError(str(error)) from None
         return form

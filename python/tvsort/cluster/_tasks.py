@@ -52,7 +52,8 @@ def host_of(address):
 def _folder(place):
     """A folder on the worker's own disk, for one task."""
     while True:
-        os.makedirs(place.own, 0o700, exist_ok=True)
+        with contextlib.suppress(FileExistsError):
+            os.mkdir(place.own, 0o700)
         try:
             folder = tempfile.mkdtemp(dir=place.own)
             break
@@ -69,6 +70,9 @@ def _folder(place):
 def _named(source, folder):
     """A path of the source."""
     if isinstance(source, str):
+        # Whoever opens a pipe waits for its writer, for ever perhaps.
+        if os.path.exists(source) and not os.path.isfile(source):
+            raise ValueError(f"{source} is no regular file; copy what it gives to one")
         return source
     handle, path = tempfile.mkstemp(dir=folder)
     with open(handle, "wb") as file:

@@ -41,9 +41,7 @@ class TextForm:
         if not first and self.has_header:
             words.append("--no-header")
             keys = self.keys_by_number
-        for key in keys:
-            words += ["--key", key]
-        return words
+        return words + [f"--key={key}" for key in keys]
 
     def _resources(self):
         return ["--memory", self.memory] + (["--temp-dir", self.temp_dir] if self.temp_dir else [])
@@ -101,9 +99,6 @@ class TextForm:
     def sort(self, paths, out, alive, first):
         _command.run(["sort", *self._words(first), *self._resources(), "--processes", "1", "-o", out,
                       "--", *paths], alive)
-
-    def check(self, path, alive, first):
-        _command.run(["sort", "--check", *self._words(first), *self._resources(), "--", path], alive)
 
     def head_bytes(self, path):
         """Of a file of the first range, what stands before its rows."""
