@@ -19,5 +19,5 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/debian/finish.cmake)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "python3-cffi, python3-numpy")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, python3-pandas")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, python3-pandas, python3-distributed")
 include(CPack)

@@ -54,11 +54,11 @@ setup(
     name="tvsort",
     version=VERSION,
     description="Sorts structured arrays, files of records and data frames by the tvsort process",
-    packages=["tvsort"],
+    packages=["tvsort", "tvsort.cluster"],
     package_data={"tvsort": ["py.typed", "*.pyi"]},
     python_requires=">=3.9",
     install_requires=["cffi>=1.15", "numpy>=1.21"],
-    extras_require={"pandas": ["pandas>=1.4"]},
+    extras_require={"pandas": ["pandas>=1.4"], "cluster": ["distributed>=2022.12"]},
     cmdclass={"build_py": BuildWithNative, "bdist_wheel": NativeWheel},
     zip_safe=False,
 )

@@ -2,6 +2,7 @@
 
 import ast
 import doctest
+import functools
 import inspect
 import re
 import subprocess
@@ -16,8 +17,11 @@ from tvsort import _rows
 PROJECT = Path(__file__).resolve().parents[2]
 
 
-@pytest.mark.parametrize("page, examples_min", [("docs/python.md", 25), ("README.md", 5)])
+@pytest.mark.parametrize("page, examples_min", [("docs/python.md", 25), ("README.md", 5),
+                                                ("docs/cluster.md", 8)])
 def test_examples_do_what_the_pages_show(page, examples_min, tmp_path, monkeypatch):
+    if page == "docs/cluster.md":
+        pytest.importorskip("distributed")
     monkeypatch.chdir(tmp_path)
     blocks = re.findall(r"```python\n(.*?)```", (PROJECT / page).read_text(), re.DOTALL)
     test = doctest.DocTestParser().get_doctest("".join(blocks), {}, page, page, 0)
@@ -39,6 +43,15 @@ def test_stubs_declare_what_the_package_has():
         takes = set(has) - {"options"} | (common if "options" in has else set())
         declared = function.args
         assert {one.arg for one in declared.args + declared.kwonlyargs} == takes, name
+
+
+def test_the_benchmark_of_the_cluster_runs_and_its_costs_are_those_of_the_page():
+    pytest.importorskip("distributed")
+    run = functools.partial(subprocess.run, capture_output=True, text=True, timeout=100, check=True)
+    output = run([sys.executable, PROJECT / "python" / "cluster_benchmark.py", "--small"]).stdout
+    assert output.count("worker") == 7
+    cost = run([sys.executable, PROJECT / "python" / "cluster_cost.py"]).stdout
+    assert cost.partition("\n")[2] in (PROJECT / "docs" / "cluster.md").read_text()
 
 
 def test_the_benchmark_runs_and_its_results_are_in_order():

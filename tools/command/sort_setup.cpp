@@ -10,6 +10,7 @@
 #include "host/private_directory.h"
 #include "tools/files/compression.h"
 #include "tools/files/spool_file.h"
+#include "tools/files/text_marks.h"
 #include "tools/formats/csv/csv_flow.h"
 #include "tools/formats/lines/line_flow.h"
 #include "tools/formats/lines/value_line.h"
@@ -50,24 +51,6 @@ std::string refuseNegative(const std::string& text) {
 
 bool writesToTerminal(const std::string& output) {
     return (output.empty() || output == kStandardStream) && isatty(STDOUT_FILENO) == 1;
-}
-
-// Of a regular file.
-std::string firstBytes(const InputFile& input) {
-    constexpr std::int64_t kMarkBytes = 4;
-    std::string bytes(static_cast<std::size_t>(std::min(input.fileBytes().value_or(0), kMarkBytes)),
-                      '\0');
-    input.readAt(0, reinterpret_cast<Byte*>(bytes.data()), bytes.size());
-    return bytes;
-}
-
-void refuseWideText(const InputFile& input) {
-    const std::string begin = firstBytes(input);
-    if (!begin.starts_with("\xff\xfe") && !begin.starts_with("\xfe\xff")) return;
-    throw host::badUse(
-        fmt::format("{} is text in UTF-16, as its first two bytes say; convert it with "
-                    "iconv -f UTF-16 -t UTF-8, and sort the result",
-                    input.displayName()));
 }
 
 // Operations on whole rows need no key.

@@ -26,10 +26,13 @@ void addExplainCommand(CLI::App& app, int& exitStatus);
 void addVerifyCommand(CLI::App& app, int& exitStatus);
 void addGenerateCommand(CLI::App& app, int& exitStatus);
 void addCollationCommand(CLI::App& app, int& exitStatus);
+void addSampleCommand(CLI::App& app, int& exitStatus);
+void addSplitCommand(CLI::App& app, int& exitStatus);
 
 using AddSubcommand = void (*)(CLI::App& app, int& exitStatus);
-inline constexpr std::array<AddSubcommand, 5> kSubcommands = {
-    addSortCommand, addExplainCommand, addVerifyCommand, addGenerateCommand, addCollationCommand,
+inline constexpr std::array<AddSubcommand, 7> kSubcommands = {
+    addSortCommand,      addExplainCommand, addVerifyCommand, addGenerateCommand,
+    addCollationCommand, addSampleCommand,  addSplitCommand,
 };
 
 }  // namespace tvsort::tools

@@ -1,0 +1,323 @@
+"""The cluster on one machine, beside one tvsort-host: the same bytes, or an error and nothing else."""
+
+import json
+import os
+import random
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+import numpy
+import pytest
+
+distributed = pytest.importorskip("distributed")
+
+import tvsort
+from tvsort import Key, cluster
+from tvsort.cluster import _command, _ranges, _records, _text
+
+
+@pytest.fixture(scope="module")
+def client():
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=2, processes=False,
+                                  dashboard_address=None) as local:
+        with distributed.Client(local) as made:
+            yield made
+
+
+@pytest.fixture(autouse=True)
+def nothing_is_left_on_the_worker():
+    yield
+    assert not list(Path(tempfile.gettempdir()).glob("tvsort-cluster-*"))
+
+
+def alone(names, words, out):
+    """What one process makes: its status, words, and output."""
+    done = subprocess.run([_command.program(), "sort", *words, "-o", out, "--", *names],
+                          capture_output=True, text=True)
+    return done.returncode, done.stderr, out.read_bytes() if out.exists() else b""
+
+
+def contents(manifest):
+    return b"".join(Path(path).read_bytes() for path in manifest.paths)
+
+
+def csv_row(rng, end):
+    name = rng.choice(["", '""', "b", "a", "ab", '"q""t"', '"two\nlines"', '"c,d"', "b" * 90, "\xe9"])
+    number = rng.choice(["", "7", "-1", "1000000", str(rng.randrange(9))])
+    return f"{name},{number},{rng.randrange(99)}{end}"
+
+
+def csv_files(rng, folder, odd_rows=()):
+    names = []
+    for i in range(rng.randint(1, 4)):
+        end = rng.choice(["\n", "\r\n"])
+        mark = rng.choice(["", "\ufeff"])
+        rows = [csv_row(rng, end) for _ in range(rng.choice([0, 1, 2, 50, 400]))]
+        for row in odd_rows:
+            rows.insert(rng.randint(0, len(rows)), row + end)
+        text = mark + f'name,number,"x:y"{end}' + "".join(rows)
+        if rng.random() < 0.5 and text.endswith(end) and not text.endswith(f'"{end}'):
+            text = text[:-len(end)]
+        names.append(folder / (f"in {i}'.csv" if odd_rows else f"in {i}\n.csv"))
+        names[-1].write_text(text, newline="")
+    return [str(name) for name in names]
+
+
+@pytest.mark.parametrize("seed", range(12))
+def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path):
+    rng = random.Random(seed)
+    odd = ["a,x,1", 'a"b,1,2', "short", '"open,1,2', ',"",3'] if seed % 3 else []
+    policy = {0: "stop", 1: "skip", 2: "last"}[seed % 3]
+    names = csv_files(rng, tmp_path, odd)
+    keys = rng.choice([["name", "number:int:desc"], ["number:int"], ["name:text:nocase:desc"],
+                       ['"x:y":int', "#1"], ["number:int:nulls-first", "name"]])
+    words = [f"--on-error={policy}", *(f"--key={key}" for key in keys)]
+    reverse = rng.random() < 0.3
+    status, said, expected = alone(names, words + ["-r"] * reverse, tmp_path / "alone")
+    manifest = cluster.sort(names, tmp_path / "out", keys, client=client, on_error=policy,
+                            reverse=reverse, partitions=rng.choice([1, 3, 20]),
+                            storage=rng.choice(["shared", "moved"]))
+    print(names, keys, policy, said)
+    assert contents(manifest) == expected
+    assert (manifest.skipped > 0) == (status == 3)
+    assert list(manifest.problems) == said.splitlines()[:-1]
+    assert cluster.verify(tmp_path / "out").rows == manifest.rows
+    assert set(os.listdir(tmp_path / "out")) == {Path(p).name for p in manifest.paths} | {
+        "manifest.json"}
+
+
+@pytest.mark.parametrize("content, order, options", [
+    (b"b\na\n\nc\nab", None, {"lines": True}),
+    (b"b\0a\n\0", None, {"lines": True, "zero_terminated": True, "reverse": True}),
+    (b"10\n\n9\n-3\n" * 50, None, {"lines": True, "as_": "int:desc"}),
+    (b"x  3\ny 20 \n z\n" * 9, ["2:int"], {"format": "fields"}),
+    (b"b;1\na;2\nb;0", ["1:text:desc"], {"format": "csv", "delimiter": ";", "no_header": True}),
+    (b"a\tb\n1\t\\N\n2\n3\t4\t5\n", ["b:int"], {"format": "tsv", "ragged": True, "null": "\\N"}),
+    (b"same,1\nsame,2\n" * 3000, ["1"], {"format": "csv", "no_header": True}),
+    (b"", ["1"], {"format": "csv", "no_header": True}),
+    (b"long" * 60000 + b"\nlong" + b"long" * 60000 + b"x\na\n", None, {"lines": True}),
+    (b"\xff\xfe,1\n\x80,2\n", ["1"], {"format": "csv", "no_header": True, "on_error": "skip"}),
+], ids=map(str, range(10)))
+def test_other_words_do_as_the_command_does(content, order, options, client, tmp_path):
+    names = [str(tmp_path / name) for name in ("one", "-two", "empty")]
+    for name in names:
+        with open(name, "wb") as file:
+            file.write(b"" if name.endswith("empty") and "ragged" not in options else content)
+    if content.startswith(b"\xff\xfe"):
+        with pytest.raises(cluster.ClusterError, match="UTF-16"):
+            cluster.sort(names, tmp_path / "out", order, client=client, **options)
+        return
+    words = [_text.FLAGS[name] if given is True else f"{_text.VALUES[name]}={given}"
+             for name, given in options.items()]
+    words += [f"--key={key}" for key in order or ()]
+    manifest = cluster.sort(names, tmp_path / "out", order, client=client, partitions=4, **options)
+    assert contents(manifest) == alone(names, words, tmp_path / "alone")[2]
+
+
+def test_a_heavy_key_has_a_range_of_its_own_and_skew_is_split_again(client, tmp_path):
+    rng = random.Random(5)
+    # Nearly all bytes where the sample of few places sees one key.
+    rows = ["m" * 30] * 30000 + [f"m{'n' * 30}{rng.randrange(10 ** 6)}" for _ in range(30000)]
+    rng.shuffle(rows)
+    (tmp_path / "in").write_text("\n".join(rows))
+    manifest = cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True,
+                            partitions=40)
+    sizes = [part["bytes"] for part in manifest.parts]
+    assert max(sizes) == 30000 * 31 and sorted(sizes)[-2] < 5 * sum(sizes) / 40
+    assert contents(manifest) == ("\n".join(sorted(rows)) + "\n").encode()
+
+
+RECORD = numpy.dtype([("a", "f4"), ("b", ">i2"), ("c", "S2"), ("d", "U1"), ("e", "M8[s]"), ("n", "u4")])
+
+
+@pytest.mark.parametrize("storage", ["shared", "moved"])
+def test_records_are_those_of_sort_file(storage, client, tmp_path):
+    rng = numpy.random.default_rng(3)
+    names, count = [], 0
+    for i, rows in enumerate((4000, 0, 1, 900)):
+        records = numpy.zeros(rows, RECORD)
+        records["a"] = rng.choice([numpy.nan, -0.0, 0.0, -1.5, 2, numpy.inf], rows)
+        records["b"] = rng.integers(-300, 300, rows)
+        records["c"] = rng.choice([b"", b"a", b"\xff", b"ab"], rows)
+        records["d"] = rng.choice(["", "a", "\uffff", "\U0001f600"], rows)
+        records["e"] = rng.choice(numpy.array(["NaT", "1969-01-01", "2000-01-01"], "M8[s]"), rows)
+        records["n"] = numpy.arange(count, count + rows)
+        count += rows
+        names.append(str(tmp_path / f"{i}"))
+        records.tofile(names[-1])
+    (tmp_path / "all").write_bytes(b"".join(Path(name).read_bytes() for name in names))
+    for n, order in enumerate((["a", Key("b", descending=True)], [Key("d", True), "c"], "c",
+                               [Key("e", True, "first"), Key("a", nulls="first")])):
+        tvsort.sort_file(tmp_path / "all", RECORD, order, tmp_path / "sorted")
+        manifest = cluster.sort(names, tmp_path / f"out{n}", order, client=client, dtype=RECORD,
+                                partitions=9, storage=storage)
+        assert contents(manifest) == (tmp_path / "sorted").read_bytes()
+        assert len(manifest.parts) > 2
+
+
+@pytest.mark.parametrize("key", [Key("a"), Key("a", True), Key("a", nulls="first"), Key("d", True),
+                                 Key("e", nulls="first")])
+def test_key_bytes_stand_in_the_order_of_the_values(key):
+    rows = numpy.zeros(200, RECORD)
+    rng = numpy.random.default_rng(1)
+    rows["a"] = rng.choice([numpy.nan, -0.0, 0.0, -1.5, 2, -numpy.inf, 1e-40, -1e-40], 200)
+    rows["d"] = rng.choice(["", "a", "\uffff", "\U0001f600"], 200)
+    rows["e"] = rng.choice(numpy.array(["NaT", "1969-01-01", "2000-01-01"], "M8[s]"), 200)
+    made = _records.key_bytes(rows, tvsort._keys.columns_of(RECORD, key))
+    order = sorted(range(200), key=lambda i: made[i].tobytes())
+    assert order == list(tvsort.argsort(rows, key))
+
+
+def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    files = {"a.csv": "id,name\n1,x\n", "b.csv": "id,nom\n1,x\n", "c.csv": "1,x,2\n", "e.csv": "",
+             "bad.csv": "id,name\n1,x\ny,z\n", "r": "12345", "wide.csv": "1,2\n"}
+    for name, content in files.items():
+        Path(name).write_text(content)
+    Path("full").mkdir()
+    os.mkfifo("pipe")
+    Path("full/thing").write_text("")
+    for inputs, order, options, words in [
+            (["a.csv", "b.csv"], "id", {}, "b.csv has the columns id, nom and .*a.csv has id, name"),
+            (["c.csv", "wide.csv"], "1", {"no_header": True}, "has the columns 1 to 2 and"),
+            (["a.csv", "missing.csv"], "id", {}, "missing.csv: No such file"),
+            (["a.csv", "e.csv"], "id", {}, "e.csv is empty"),
+            (["a.csv", "full"], "id", {"format": "csv"}, "full is no regular file"),
+            ("pipe", None, {"lines": True}, "pipe is no regular file"),
+            ("a.csv", "nix", {}, 'there is no column "nix"; the columns are id, name'),
+            ("a.csv", "id:wkt", {}, "have no ordered bytes"),
+            ("a.csv", "id:auto", {}, "name the type that is meant"),
+            ("a.csv", [], {}, "say what to order by"),
+            ("r", None, {}, "say what the records are"),
+            ("r", None, {"dtype": "i4"}, "5 bytes, which is no multiple of the 4"),
+            ("r", None, {"dtype": "O"}, "cannot be stored"),
+            ("r", "f", {"dtype": [("f", "S0"), ("g", "i1")]}, "keys have no bytes"),
+            ("r", "f", {"dtype": [("f", "c8")]}, "has no order"),
+            ("r", "g", {"dtype": [("f", "i1")]}, "no field 'g'"),
+            ("r", None, {"dtype": "i1", "lines": True}, "lines is for lines and rows"),
+            ([], "id", {}, "name one input"),
+            ("a.csv", "id", {"memory": "much"}, "64M"),
+            ("a.csv", "id", {"storage": "tape"}, "shared"),
+            ("a.csv", "id", {"timeout": 0.0}, "time that was given"),
+            ("bad.csv", "id:int", {}, r'bad.csv, line 3, column id: "y" is no integer'),
+            ("a.csv", "id", {"output": "full"}, "no empty folder|not an empty folder"),
+            ("a.csv", "id", {"output": "none/out"}, "No such file")]:
+        output = options.pop("output", "out")
+        with pytest.raises(cluster.ClusterError, match=words):
+            cluster.sort(inputs, output, order, client=client, **options)
+        assert not Path("out").exists() and os.listdir("full") == ["thing"]
+    with pytest.raises(TypeError, match="no option 'limit'"):
+        cluster.sort("a.csv", "out", "id", client=client, limit=3)
+
+
+def script_before_command(folder, text):
+    script = folder / "command"
+    script.write_text(f'#!/bin/sh\ncd "{folder}"\n{text}\nexec "{_command.program()}" "$@"\n')
+    script.chmod(0o755)
+    return str(script)
+
+
+@pytest.mark.parametrize("deaths, is_enough", [(2, True), (9, False)])
+def test_a_command_that_is_killed_is_started_again(deaths, is_enough, client, tmp_path, monkeypatch):
+    monkeypatch.setenv("TVSORT_HOST", script_before_command(
+        tmp_path, f'[ $1 != split ] || [ $(ls dead.* 2>/dev/null | wc -l) -ge {deaths} ] || '
+        "{ mktemp dead.XXXXXX; kill -9 $$; }"))
+    (tmp_path / "in").write_text("b\na\n")
+    if is_enough:
+        cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True)
+        assert (tmp_path / "out" / "part-00000").read_text() == "a\nb\n"
+    else:
+        with pytest.raises(cluster.ClusterError, match="ended by signal 9"):
+            cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True)
+        assert not (tmp_path / "out").exists()
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_an_interrupt_ends_the_tasks_and_leaves_nothing(number, tmp_path):
+    environment = {**os.environ, "TVSORT_HOST": script_before_command(
+        tmp_path, "[ $1 != sort ] || { echo $$ >begun; sleep 60; }")}
+    (tmp_path / "in").write_text("b\na\n")
+    child = subprocess.Popen([sys.executable, "-m", "tvsort.cluster", "sort", "in", "--lines",
+                              "--workers", "1", "-o", "out"], cwd=tmp_path, env=environment,
+                             stderr=subprocess.PIPE, text=True)
+    end = time.monotonic() + 60
+    while not (tmp_path / "begun").exists() and time.monotonic() < end:
+        time.sleep(0.02)
+    begin = time.monotonic()
+    child.send_signal(number)
+    said = child.communicate(timeout=60)[1]
+    assert (child.returncode, time.monotonic() - begin < 30) == (128 + number, True), said
+    assert not (tmp_path / "out").exists()
+    command = int((tmp_path / "begun").read_text())
+    while os.path.exists(f"/proc/{command}") and time.monotonic() < end:
+        time.sleep(0.05)
+    assert not os.path.exists(f"/proc/{command}")
+
+
+def test_a_manifest_tells_every_change(client, tmp_path):
+    (tmp_path / "in").write_text("".join(f"{i % 97}\n" for i in range(5000)))
+    out = tmp_path / "out"
+    manifest = cluster.sort(tmp_path / "in", out, client=client, lines=True, partitions=4)
+    assert cluster.verify(out, client).parts == manifest.parts
+    part = Path(manifest.paths[1])
+    good = part.read_bytes()
+
+    def damaged(words):
+        with pytest.raises(cluster.Damaged, match=words):
+            cluster.verify(out)
+
+    part.write_bytes(good[:-1])
+    damaged("bytes instead of")
+    part.write_bytes(bytes([good[0] ^ 1]) + good[1:])
+    damaged("another checksum")
+    part.rename(out / "part-99999")
+    damaged("No such file.*part-99999 is no part")
+    (out / "part-99999").rename(part)
+    part.write_bytes(good)
+    content = json.loads((out / "manifest.json").read_text())
+    content["parts"][0]["rows"] += 1
+    (out / "manifest.json").write_text(json.dumps(content))
+    damaged("rows")
+    (out / "manifest.json").write_text("{")
+    damaged("no manifest")
+    (out / "manifest.json").unlink()
+    damaged("missing")
+
+
+def test_splitters_divide_by_weight():
+    class Form:
+        successor = staticmethod(_text.TextForm.successor)
+
+    even = [(bytes([i]), 1.0) for i in range(1, 101)]
+    assert _ranges.splitters_of(even, 4, Form) == [bytes([i]) for i in (25, 50, 75)]
+    assert _ranges.splitters_of(even, 1, Form) == [] == _ranges.splitters_of([], 4, Form)
+    heavy = even + [(b"\x32", 900.0)]
+    assert _ranges.splitters_of(heavy, 4, Form) == [b"\x32", b"\x32\x00"]
+    assert _ranges.is_one_key(b"\x32", b"\x32\x00", Form)
+    assert not _ranges.is_one_key(None, b"\x00", Form)
+
+
+def test_the_command_line(tmp_path):
+    (tmp_path / "in.csv").write_text("n,t\n2,b\nx,c\n1,a\n")
+
+    def run(*words):
+        done = subprocess.run(["/usr/bin/python3", "-m", "tvsort.cluster", *words], cwd=tmp_path,
+                              capture_output=True, text=True, timeout=100)
+        return done.returncode, done.stdout + done.stderr
+
+    status, said = run("sort", "in.csv", "--workers", "1", "-o", "out", "--key", "n:int:desc",
+                       "--on-error", "skip")
+    assert status == 3 and "in.csv, line 3, column n" in said and "1 row skipped" in said
+    assert (tmp_path / "out" / "part-00000").read_text() == "n,t\n2,b\n1,a\n"
+    assert run("verify", "out")[0] == 0
+    (tmp_path / "out" / "part-00000").write_text("")
+    assert run("verify", "out")[0] == 1
+    status, said = run("sort", "in.csv", "--scheduler", "tcp://127.0.0.1:1", "--patience", "1",
+                       "-o", "new", "--key", "n")
+    assert (status, "no scheduler answers" in said) == (2, True) and not (tmp_path / "new").exists()
+    status, said = run("demo", "--rows", "4000")
+    assert status == 0 and "byte by byte" in said, said

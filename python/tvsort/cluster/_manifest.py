@@ -1,0 +1,102 @@
+"""What a sort has made: manifest.json beside the parts."""
+
+import dataclasses
+import json
+import os
+import tempfile
+from pathlib import Path
+from typing import Optional
+
+from . import _tasks
+from ._errors import Damaged
+
+NAME = "manifest.json"
+_VERSION = 1
+
+
+@dataclasses.dataclass(frozen=True)
+class Manifest:
+    """Parts are dicts: name, rows, bytes, sha256, from (the least key possible, in hexadecimal) and
+    host, where it lies if not all see it."""
+
+    folder: str
+    parts: list
+    inputs: list
+    rows: int
+    bytes: int
+    keys: list
+    skipped: int = 0
+    problems: tuple = ()
+    storage: str = "shared"
+    seconds: Optional[dict] = None
+
+    @property
+    def paths(self):
+        return [os.path.join(self.folder, part["name"]) for part in self.parts]
+
+    def write(self):
+        content = {"tvsort_cluster": _VERSION, **dataclasses.asdict(self)}
+        del content["folder"]
+        with tempfile.NamedTemporaryFile("w", dir=self.folder, prefix=".manifest-",
+                                         delete=False) as file:
+            json.dump(content, file, indent=1)
+            file.write("\n")
+        os.chmod(file.name, 0o644)
+        os.rename(file.name, os.path.join(self.folder, NAME))
+
+    @classmethod
+    def read(cls, folder):
+        path = Path(folder) / NAME
+        try:
+            content = json.loads(path.read_text())
+            if content.pop("tvsort_cluster") != _VERSION:
+                raise Damaged(f"{path} is of another version")
+            return cls(folder=os.fspath(folder), **content)
+        except FileNotFoundError:
+            raise Damaged(f"{path} is missing: the sort has not ended, or its result lies "
+                          "elsewhere") from None
+        except (KeyError, TypeError, ValueError) as error:
+            raise Damaged(f"{path} is no manifest: {error}") from None
+
+
+def check_part(folder, part):
+    """Words about what is wrong; none where nothing is."""
+    path = os.path.join(folder, part["name"])
+    try:
+        size = os.path.getsize(path)
+        if size != part["bytes"]:
+            return f"{path} has {size} bytes instead of {part['bytes']}"
+        if _tasks.sha256_of(path) != part["sha256"]:
+            return f"{path} has another checksum than when it was made"
+    except OSError as error:
+        return f"{path}: {error.strerror}"
+    return ""
+
+
+def verify(folder, client=None):
+    """The manifest, when all parts are there as they were made; else Damaged is raised.
+
+    With a client the workers read the parts, each those on its own disk.
+    """
+    manifest = Manifest.read(folder)
+    if client is None:
+        faults = [check_part(manifest.folder, part) for part in manifest.parts]
+    else:
+        moved = manifest.storage == "moved"
+        futures = [client.submit(check_part, os.path.abspath(folder), part, pure=False,
+                                 workers=[_tasks.host_of(part["worker"])] if moved else None)
+                   for part in manifest.parts]
+        faults = client.gather(futures)
+    for name in ("rows", "bytes"):
+        total = sum(part[name] for part in manifest.parts)
+        if total != getattr(manifest, name):
+            faults.append(f"the parts have {total} {name}, and all together should have "
+                          f"{getattr(manifest, name)}")
+    faults = [fault for fault in faults if fault]
+    known = {part["name"] for part in manifest.parts}
+    if client is None or manifest.storage == "shared":
+        faults += [f"{name} is no part of this result" for name in sorted(os.listdir(folder))
+                   if name.startswith("part-") and name not in known]
+    if faults:
+        raise Damaged("; ".join(faults))
+    return manifest

@@ -1,0 +1,148 @@
+"""Files of records of a numpy type: by the package, in the worker's own process."""
+
+import dataclasses
+import os
+import uuid
+
+import numpy
+
+from .. import _keys, _streams
+from .._errors import BadUse
+
+_PIECE_BYTES = 4 << 20
+
+
+def key_bytes(rows, columns):
+    """For each row, bytes whose plain order is that of its keys."""
+    raw = rows.view(numpy.uint8).reshape(len(rows), rows.dtype.itemsize)
+    return numpy.concatenate([_column_bytes(raw, column) for column in columns], axis=1)
+
+
+def _column_bytes(raw, column):
+    count = column.value_bytes
+    values = numpy.ascontiguousarray(raw[:, column.offset:column.offset + count])
+    if count == 0:
+        return values
+    unit = {_keys.BYTES: 1, _keys.UCS4: 4}.get(column.type, count)
+    if unit > 1 and not column.flags & _keys.BIG_ENDIAN:
+        values = values.reshape(-1, unit)[:, ::-1].reshape(-1, count)
+    values = values.copy()
+    nulls = None
+    if column.type == _keys.SIGNED:
+        values[:, 0] ^= 0x80
+    elif column.type == _keys.TIME:
+        nulls = (values[:, 0] == 0x80) & ~values[:, 1:].any(axis=1)
+        values[:, 0] ^= 0x80
+    elif column.type == _keys.FLOAT:
+        numbers = values.view(f">f{count}")[:, 0]
+        nulls = numpy.isnan(numbers)
+        values[numbers == 0] = 0  # -0 is 0
+        negative = values[:, 0] >= 0x80
+        values[negative] ^= 0xff
+        values[~negative, 0] ^= 0x80
+    if column.flags & _keys.DESCENDING:
+        values ^= 0xff
+    if nulls is None:
+        return values
+    values[nulls] = 0
+    marks = numpy.where(nulls, 0 if column.flags & _keys.NULLS_FIRST else 2, 1)
+    return numpy.concatenate([marks.astype(numpy.uint8)[:, None], values], axis=1)
+
+
+@dataclasses.dataclass(frozen=True)
+class RecordForm:
+    """Takes what TextForm takes."""
+
+    dtype: numpy.dtype
+    order: tuple
+    memory: str
+    temp_dir: str = ""
+    has_header = False
+
+    @property
+    def columns(self):
+        return _keys.columns_of(self.dtype, list(self.order) or None)
+
+    def _pieces(self, path):
+        with open(path, "rb", buffering=0) as file:
+            size = os.fstat(file.fileno()).st_size
+            self._check_size(path, size)
+            rows = max(1, _PIECE_BYTES // self.dtype.itemsize)
+            while size > 0:
+                piece = numpy.empty(min(rows, size // self.dtype.itemsize), self.dtype)
+                _streams._fill(file, memoryview(piece.view(numpy.uint8)), path)
+                size -= piece.nbytes
+                yield piece
+
+    def _check_size(self, path, size):
+        if size % self.dtype.itemsize != 0:
+            raise BadUse(f"{path} has {size} bytes, which is no multiple of the "
+                         f"{self.dtype.itemsize} bytes of a row")
+
+    def sample(self, path, count, alive, first=True):
+        size = os.path.getsize(path)
+        self._check_size(path, size)
+        columns = self.columns
+        with open(path, "rb") as file:
+            total = size // self.dtype.itemsize
+            sample = _streams._file_sample(file, self.dtype, min(total, count)) if total else \
+                numpy.empty(0, self.dtype)
+        keys = key_bytes(sample, columns) if len(sample) else ()
+        return {"bytes": size, "samples": [key.tobytes().hex() for key in keys]}
+
+    def learn(self, names, samples):
+        return self
+
+    @staticmethod
+    def fixed_splitters():
+        return []
+
+    @staticmethod
+    def successor(key):
+        following = int.from_bytes(key, "big") + 1
+        return following.to_bytes(len(key), "big") if following < 256 ** len(key) else None
+
+    def split(self, path, splitters, prefix, folder, alive, first=True):
+        columns = self.columns
+        borders = numpy.array(splitters, dtype=f"S{max(map(len, splitters), default=1)}")
+        names = [f"{prefix}{i:05}" for i in range(len(splitters) + 1)]
+        own = f".{uuid.uuid4().hex}"  # the same may be done elsewhere meanwhile
+        files = [open(name + own, "wb") for name in names]
+        rows = numpy.zeros(len(names), numpy.int64)
+        try:
+            for piece in self._pieces(path):
+                keys = key_bytes(piece, columns)
+                keys = keys.view(f"S{keys.shape[1]}")[:, 0]
+                ranges = numpy.searchsorted(borders, keys, side="right")
+                order = numpy.argsort(ranges, kind="stable")
+                counts = numpy.bincount(ranges, minlength=len(names))
+                ends = numpy.cumsum(counts)
+                for i in numpy.flatnonzero(counts):
+                    files[i].write(piece[order[ends[i] - counts[i]:ends[i]]].tobytes())
+                rows += counts
+                if not alive():
+                    raise BadUse("the run has ended")
+        finally:
+            for file in files:
+                file.close()
+        for name in names:
+            os.rename(name + own, name)
+        return [(int(n), int(n) * self.dtype.itemsize) for n in rows], 0, []
+
+    def sort(self, paths, out, alive, first):
+        def watch(stage, done, total):
+            if not alive():
+                raise BadUse("the run has ended")
+
+        options = {"directory": self.temp_dir} if self.temp_dir else {}
+        pieces = (piece for path in paths for piece in self._pieces(path))
+        made = f"{out}.{uuid.uuid4().hex}"
+        with open(made, "wb") as file:
+            for rows in _streams.sort_arrays(pieces, list(self.order) or None, memory=self.memory,
+                                             progress=watch, processes=1, **options):
+                file.write(rows.tobytes())
+        os.rename(made, out)
+
+    @staticmethod
+    def head_bytes(path):
+        return 0

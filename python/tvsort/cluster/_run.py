@@ -1,0 +1,461 @@
+"""A sort, from the first sample to the manifest: which tasks there are, and what becomes of them.
+
+    sample   every input              keys, and whether the inputs fit one another
+    split    every input              a piece for each range; a range that is too large once more
+    sort     every range              its pieces, in the order of the inputs, to a part
+    publish                           the parts' names, and the manifest
+
+Dask chooses the worker, moves what a task needs, and does the tasks of a lost worker again. A task
+that fails for another reason is tried on another worker; two that say the same are believed.
+"""
+
+import contextlib
+import dataclasses
+import itertools
+import os
+import re
+import threading
+import time
+import uuid
+
+import distributed
+import numpy
+
+from .._errors import SortError
+from . import _ranges, _tasks
+from ._errors import ClusterError, TaskFailed
+from ._manifest import Manifest
+from ._records import RecordForm
+from ._text import FLAGS, VALUES, TextForm
+
+_SAMPLES_PER_RANGE = 64
+_RANGES_MAX = 900  # at once; a split allows a little more
+_SKEW = 2  # a range this many times too large is split again
+_RESPLITS_MAX = 3
+_ATTEMPTS_MAX = 4
+_RANGE_BYTES_MIN = 1 << 20
+_PROBLEMS_MAX = 10
+_LOOK_SECONDS = 2.0
+_REMOVE_SECONDS = 30.0
+
+_UNITS = {"": 1, "K": 1 << 10, "M": 1 << 20, "G": 1 << 30, "T": 1 << 40}
+
+
+def bytes_of(text):
+    found = re.fullmatch(r"(\d+)([KMGT]?)(i?B)?", str(text).strip(), re.IGNORECASE)
+    if not found:
+        raise ClusterError(f"memory={text!r}: write bytes, or 64M, or 2G")
+    return int(found[1]) * _UNITS[found[2].upper()]
+
+
+@dataclasses.dataclass(frozen=True)
+class _Task:
+    call: tuple  # function and arguments
+    workers: tuple = ()  # where alone it can be done
+    said: tuple = ()  # by those that failed
+    failed: tuple = ()  # workers
+
+
+@dataclasses.dataclass
+class _Range:
+    low: bytes  # None: from the least key on
+    high: bytes  # None: to the greatest one
+    first: bool
+    rows: int
+    bytes: int
+    sources: list  # of pieces: paths or futures, in the order of the inputs
+    resplits: int = 0
+
+
+def _bounded(call, seconds):
+    """Does what may never return, if the cluster is gone."""
+    def quietly():
+        with contextlib.suppress(Exception):
+            call()
+
+    thread = threading.Thread(target=quietly, daemon=True)
+    thread.start()
+    thread.join(seconds)
+
+
+class _Tasks:
+    """Tasks in the cluster, each done until one has answered, within bounds of number and time."""
+
+    def __init__(self, client, deadline, patience):
+        self.client = client
+        self.deadline = deadline
+        self.patience = patience
+        self.heard = self.able = time.monotonic()
+        self.looked = 0.0
+        self.known = ()
+        self.pending = {}
+
+    def all(self, tasks, gathers=True, on_done=None):
+        """What all tasks answer, or futures of it, in the order of the tasks."""
+        tasks = list(tasks)
+        answers = [None] * len(tasks)
+        self.pending = {}
+        for i, task in enumerate(tasks):
+            self.pending[self.submit(task)] = (i, task)
+        while self.pending:
+            for future in self.some_done():
+                i, task = self.pending.pop(future)
+                try:
+                    if future.status == "finished":
+                        answers[i] = future.result(self.patience) if gathers else future
+                        if on_done is not None:
+                            on_done(i)
+                    else:
+                        task = self.once_more(task, future)
+                        self.pending[self.submit(task)] = (i, task)
+                except distributed.TimeoutError:  # its worker was lost just now
+                    self.pending[future] = (i, task)
+        return answers
+
+    def submit(self, task):
+        options = {"pure": False, "key": f"tvsort-{task.call[0].__name__}-{uuid.uuid4().hex[:12]}"}
+        others = [worker for worker in self.known if worker not in task.failed]
+        if task.workers or (task.failed and others):
+            options.update(workers=list(task.workers) or others, allow_other_workers=False)
+        return self.client.submit(_tasks.attempt, *task.call, **options)
+
+    def some_done(self):
+        """Those of the pending futures that have ended, after some time perhaps none."""
+        try:
+            distributed.wait(list(self.pending), timeout=_LOOK_SECONDS,
+                             return_when="FIRST_COMPLETED")
+        except distributed.TimeoutError:
+            pass
+        except Exception:
+            raise ClusterError("the scheduler has gone, and the tasks of this run with it") from None
+        self.look()
+        done = [future for future in self.pending if future.status != "pending"]
+        if any(future.status in ("cancelled", "lost") for future in done):
+            raise ClusterError("the scheduler has dropped the tasks of this run")
+        return done
+
+    def look(self):
+        """Raises where nothing can come of it any more."""
+        now = time.monotonic()
+        if self.deadline is not None and now > self.deadline:
+            raise ClusterError("the time that was given has passed")
+        if now - self.looked < _LOOK_SECONDS:
+            return
+        try:
+            info = self.client.sync(self.client.scheduler.identity, callback_timeout=5)
+            self.known = tuple(info["workers"])
+            self.heard = now
+        except Exception:
+            if now - self.heard > self.patience:
+                raise ClusterError(f"the scheduler has not answered for {self.patience:g} "
+                                   "seconds") from None
+        self.looked = time.monotonic()
+        hosts = set(map(_tasks.host_of, self.known)) | set(self.known)
+        lacking = [task.workers[0] for _, task in self.pending.values()
+                   if task.workers and not hosts & set(task.workers)]
+        if self.known and not lacking:
+            self.able = now
+        elif now - self.able > self.patience:
+            raise ClusterError("there is no worker" + (f" on {lacking[0]}" if lacking else "") +
+                               f", for {self.patience:g} seconds")
+
+    def once_more(self, task, future):
+        """The task for another attempt, if one may help."""
+        error = future.exception()
+        if isinstance(error, distributed.KilledWorker):
+            raise ClusterError(f"workers were lost again and again in the task {error.task}: more "
+                               "memory than they have, or a fault; the scheduler gave it up")
+        words = str(error) or type(error).__name__
+        known = isinstance(error, TaskFailed)
+        worker = error.worker if known else ""
+        said = task.said + (words,)
+        if words in task.said or len(said) >= _ATTEMPTS_MAX or len(self.known) < 2 or not known:
+            raise ClusterError(words if known else f"{type(error).__name__}: {words}")
+        return dataclasses.replace(task, said=said, failed=task.failed + (worker,))
+
+    def give_up(self):
+        futures = list(self.pending)
+        _bounded(lambda: self.client.cancel(futures, force=True), _REMOVE_SECONDS)
+
+
+class _Sort:
+    def __init__(self, tasks, form, place, inputs, partitions):
+        self.tasks = tasks
+        self.form = form
+        self.place = place
+        self.names = [path for path, _ in inputs]
+        self.pins = [where for _, where in inputs]
+        self.partitions = partitions
+        self.skipped = 0
+        self.problems = []
+        self.seconds = {}
+        self.file_number = itertools.count()
+
+    @contextlib.contextmanager
+    def phase(self, name):
+        begin = time.monotonic()
+        yield
+        self.seconds[name] = round(self.seconds.get(name, 0) + time.monotonic() - begin, 3)
+
+    def run(self, memory_bytes):
+        """The parts, as dicts of the manifest, where the run keeps them."""
+        with self.phase("sample"):
+            samples = self.sample_inputs()
+        total = self.input_bytes = sum(sample["bytes"] for sample in samples)
+        slots = sum(self.tasks.client.nthreads().values())
+        wanted = self.partitions or max(1, min(max(2 * slots, -(-total // memory_bytes)),
+                                               total // _RANGE_BYTES_MIN))
+        self.range_bytes = max(1, total // wanted)
+        weighted = _weighted(samples, [sample["bytes"] for sample in samples])
+        splitters = _ranges.joined(
+            _ranges.splitters_of(weighted, min(wanted, _RANGES_MAX), self.form),
+            self.form.fixed_splitters())
+        with self.phase("split"):
+            whole = _Range(None, None, True, 0, total, list(self.names))
+            ranges = self.split_range(whole, splitters, self.pins, counts_problems=True)
+        with self.phase("split again"):
+            ranges = self.split_skewed(ranges)
+        with self.phase("sort"):
+            return self.sort_ranges([one for one in ranges if one.rows or one.first])
+
+    def sample_inputs(self):
+        count = _SAMPLES_PER_RANGE * min(self.partitions or 16, _RANGES_MAX)
+        count = max(16, count // min(len(self.names), 64))
+        samples = self.tasks.all(
+            _Task((_tasks.sample, self.form, self.place, name, count, True), workers)
+            for name, workers in zip(self.names, self.pins))
+        try:
+            self.form = self.form.learn(self.names, samples)
+        except ValueError as error:
+            raise ClusterError(str(error)) from None
+        return samples
+
+    def split_range(self, one, splitters, pins=None, counts_problems=False):
+        """The ranges into which it falls."""
+        pins = pins or [()] * len(one.sources)
+        calls = [_Task((_tasks.split, self.form, self.place, source, splitters,
+                        f"piece-{next(self.file_number):05}", one.first), workers)
+                 for source, workers in zip(one.sources, pins)]
+        if self.place.travels:
+            futures = self.tasks.all(calls, gathers=False)
+            submit = self.tasks.client.submit
+            splits = self.tasks.all(_Task((_tasks.without_pieces, future)) for future in futures)
+            pieces = [[submit(_tasks.piece_of, future, i, pure=False)
+                       for i in range(len(splitters) + 1)] for future in futures]
+        else:
+            splits = self.tasks.all(calls)
+            pieces = [split.pieces for split in splits]
+        if counts_problems:
+            for split in splits:
+                self.skipped += split.skipped
+                self.problems += split.problems[:_PROBLEMS_MAX - len(self.problems)]
+        lows = [one.low, *splitters]
+        highs = [*splitters, one.high]
+        return [self.range_of(splits, pieces, i, lows[i], highs[i], one)
+                for i in range(len(splitters) + 1)]
+
+    @staticmethod
+    def range_of(splits, pieces, i, low, high, parent):
+        first = parent.first and i == 0
+        # The first piece of all has the header.
+        sources = [piece[i] for n, (split, piece) in enumerate(zip(splits, pieces))
+                   if split.rows[i] or (first and n == 0)]
+        return _Range(low, high, first, sum(split.rows[i] for split in splits),
+                      sum(split.bytes[i] for split in splits), sources, parent.resplits + 1)
+
+    def split_skewed(self, ranges):
+        """Splits what is too large by what it has itself, until that is of no more use."""
+        done = []
+        left = list(reversed(ranges))
+        while left:
+            one = left.pop()
+            if one.bytes <= _SKEW * self.range_bytes or one.resplits > _RESPLITS_MAX or \
+                    _ranges.is_one_key(one.low, one.high, self.form):
+                done.append(one)
+                continue
+            count = min(-(-one.bytes // self.range_bytes), _RANGES_MAX)
+            each = max(16, _SAMPLES_PER_RANGE * count // len(one.sources))
+            samples = self.tasks.all(
+                _Task((_tasks.sample, self.form, self.place, source, each, one.first))
+                for source in one.sources)
+            weighted = _weighted(samples, [sample["bytes"] for sample in samples])
+            splitters = [key for key in _ranges.splitters_of(weighted, count, self.form)
+                         if (one.low is None or key > one.low)
+                         and (one.high is None or key < one.high)]
+            if not splitters:
+                done.append(one)
+                continue
+            finer = self.split_range(one, splitters)
+            self.forget(one)
+            left += reversed(finer)
+        return done
+
+    def forget(self, one):
+        if not self.place.travels:
+            for path in one.sources:
+                if path not in self.names:
+                    with contextlib.suppress(FileNotFoundError):
+                        os.remove(path)
+
+    def sort_ranges(self, ranges):
+        parts = [None] * len(ranges)
+        left = list(range(len(ranges)))
+        for _ in range(_ATTEMPTS_MAX):
+            tasks = [self.sort_task(ranges[i], f"part-{i:05}") for i in left]
+            # What is sorted and heard of is not asked for again, so its pieces can go.
+            on_done = None if self.place.travels else lambda n: self.forget(ranges[left[n]])
+            for i, part in zip(left, self.tasks.all(tasks, on_done=on_done)):
+                parts[i] = part
+            if not self.place.travels:
+                break
+            # A part lies where it was sorted; one whose host is gone is gone with it.
+            self.tasks.looked = 0.0
+            self.tasks.look()
+            hosts = set(map(_tasks.host_of, self.tasks.known))
+            left = [i for i, part in enumerate(parts) if _tasks.host_of(part.worker) not in hosts]
+            if not left:
+                break
+        else:
+            raise ClusterError("hosts were lost again and again, and the parts that they had")
+        return [{"name": part.name, "rows": one.rows, "bytes": part.bytes, "sha256": part.sha256,
+                 "from": one.low.hex() if one.low else "", "host": part.host,
+                 "worker": part.worker} for one, part in zip(ranges, parts)]
+
+    def sort_task(self, one, name):
+        is_one_key = _ranges.is_one_key(one.low, one.high, self.form) and not one.first
+        return _Task((_tasks.sort_given, self.form, self.place, name, one.first, is_one_key,
+                      one.bytes, *one.sources))
+
+
+def _weighted(samples, weights):
+    return [(bytes.fromhex(key), weight / len(sample["samples"]))
+            for sample, weight in zip(samples, weights) for key in sample["samples"]]
+
+
+def _form(order, dtype, memory, temp_dir, options):
+    unknown = options.keys() - FLAGS.keys() - VALUES.keys()
+    if unknown:
+        raise TypeError(f"sort() has no option {sorted(unknown)[0]!r}")
+    if dtype is not None:
+        if options:
+            raise ClusterError(f"{sorted(options)[0]} is for lines and rows, and dtype for records")
+        dtype = numpy.dtype(dtype)
+        form = RecordForm(dtype, tuple(_keys_of(order)), memory, temp_dir)
+        if dtype.hasobject or dtype.itemsize == 0:
+            raise ClusterError(f"rows of type {dtype} cannot be stored")
+        try:
+            if not sum(column.value_bytes for column in form.columns):
+                raise ClusterError("the keys have no bytes; name others")
+        except SortError as error:
+            raise ClusterError(str(error)) from None
+        return form
+    words = [FLAGS[name] for name, given in options.items() if name in FLAGS and given]
+    words += [f"{VALUES[name]}={given}" for name, given in options.items()
+              if name in VALUES and given is not None]
+    keys = [order] if isinstance(order, str) else list(order or ())
+    return TextForm(tuple(words), tuple(keys), memory, temp_dir)
+
+
+def _keys_of(order):
+    if order is None:
+        return ()
+    return (order,) if not isinstance(order, (list, tuple)) else order
+
+
+def _inputs(inputs):
+    """Pairs of an absolute path and the hosts that alone have it."""
+    if isinstance(inputs, (str, os.PathLike)):
+        inputs = [inputs]
+    pairs = []
+    for one in inputs:
+        host, path = one if isinstance(one, tuple) else (None, one)
+        pairs.append((os.path.abspath(os.fspath(path)), (host,) if host else ()))
+    if not pairs:
+        raise ClusterError("name one input at least")
+    return pairs
+
+
+def _prepare(output):
+    """Whether the folder was made for it."""
+    try:
+        os.mkdir(output)
+        return True
+    except FileExistsError:
+        pass
+    except OSError as error:
+        raise ClusterError(f"cannot create the folder {output}: {error.strerror}") from None
+    if not os.path.isdir(output) or os.listdir(output):
+        raise ClusterError(f"{output} is not an empty folder; name one that is empty or is not there")
+    return False
+
+
+def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=None, memory="64M",
+         storage="shared", temp_dir="", timeout=None, patience=120.0, **options):
+    """Sorts all inputs together into part-00000 and so on in the folder, and returns the Manifest.
+
+    `order` has keys as the command's --key has them, for rows of CSV files and fields, and fields
+    or Keys of `dtype` for files of records. `options` are the command's words: format, lines, as_,
+    delimiter, no_header, null, on_error, ragged, reverse, zero_terminated.
+
+    storage="shared": all workers and the caller see inputs and output under the same names.
+    "moved": pieces travel with Dask, a part stays on the worker that sorted it, and an input may be
+    a pair (host, path).
+
+    `memory` is what one sort process may have; each thread of a worker runs one at a time.
+    `timeout`, in seconds, is for the whole sort; it fails as well when scheduler or workers have been
+    away for `patience` seconds. Whatever fails is a ClusterError, and nothing is left then.
+    """
+    memory_bytes = bytes_of(memory)
+    if storage not in ("shared", "moved"):
+        raise ClusterError(f'storage={storage!r}: "shared" or "moved"')
+    if partitions is not None and partitions < 1:
+        raise ClusterError(f"partitions={partitions!r}: one at least")
+    form = _form(order, dtype, str(memory_bytes), os.fspath(temp_dir), options)
+    pairs = _inputs(inputs)
+    output = os.path.abspath(output_folder)
+    begin = time.monotonic()
+    tasks = _Tasks(client, None if timeout is None else begin + timeout, patience)
+    made = _prepare(output)
+    run = uuid.uuid4().hex
+    place = _tasks.Place(run, os.path.join(output, f".tvsort-{run}"), storage == "moved",
+                         os.fspath(temp_dir))
+    work = _Sort(tasks, form, place, pairs, partitions)
+    published = []
+    try:
+        os.mkdir(place.folder)
+        parts = work.run(memory_bytes)
+        with work.phase("publish"):
+            published += [part["name"] for part in parts]
+            _publish(tasks, place, output, parts)
+        work.seconds["all"] = round(time.monotonic() - begin, 3)
+        manifest = Manifest(output, parts, [{"name": name} for name, _ in pairs],
+                            sum(part["rows"] for part in parts),
+                            sum(part["bytes"] for part in parts),
+                            [str(key) for key in _keys_of(order)], work.skipped,
+                            tuple(work.problems), storage, work.seconds)
+        manifest.write()
+    except BaseException:
+        tasks.give_up()
+        _remove(client, place, output, published, made)
+        raise
+    _remove(client, place, "", [], False)
+    return manifest
+
+
+def _publish(tasks, place, output, parts):
+    if not place.travels:
+        _tasks.publish(place, output, [part["name"] for part in parts])
+        return
+    names = {}
+    for part in parts:
+        names.setdefault(_tasks.host_of(part["worker"]), []).append(part["name"])
+    tasks.all(_Task((_tasks.publish, place, output, of_host), (host,))
+              for host, of_host in names.items())
+
+
+def _remove(client, place, output, published, made):
+    """Everything of the run, here and on every worker that answers; with names, of its result too."""
+    with contextlib.suppress(OSError):
+        _tasks.remove(place, output, published, made)
+    call = (_tasks.remove, place, output if place.travels else "", published, made)
+    _bounded(lambda: client.run(*call, on_error="ignore"), _REMOVE_SECONDS)

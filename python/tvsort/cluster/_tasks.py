@@ -1,0 +1,205 @@
+"""What the workers do: pure functions from named files, or bytes, to the same.
+
+A source is the path of a file or, where pieces travel with Dask, the bytes themselves. A file comes
+into being under another name and gets its own when it is whole, and always has the same bytes, so a
+task may be done twice, at once as well.
+"""
+
+import contextlib
+import dataclasses
+import hashlib
+import os
+import shutil
+import socket
+import tempfile
+import uuid
+
+import distributed
+
+from .._errors import SortError
+from . import _command
+from ._errors import TaskFailed
+
+_COPY_BYTES = 1 << 20
+
+
+@dataclasses.dataclass(frozen=True)
+class Place:
+    """Where a run keeps what it makes: a folder that is there for as long as the run is."""
+
+    run: str  # a word that no other run has
+    folder: str  # beside the parts
+    travels: bool  # pieces do, and every worker has a folder of that name
+    scratch: str = ""  # on the worker's own disk; empty: where the system has it
+
+    def alive(self):
+        return os.path.isdir(self.own) and (self.travels or os.path.isdir(self.folder))
+
+    @property
+    def own(self):
+        return os.path.join(self.scratch or tempfile.gettempdir(), f"tvsort-cluster-{self.run}")
+
+
+def host_of(address):
+    """Where a task is to be done that needs what the worker has on its disk; a worker that has died
+    has a successor there."""
+    if address.startswith("inproc:"):
+        return address
+    return distributed.comm.get_address_host(address)
+
+
+@contextlib.contextmanager
+def _folder(place):
+    """A folder on the worker's own disk, for one task."""
+    while True:
+        with contextlib.suppress(FileExistsError):
+            os.mkdir(place.own, 0o700)
+        try:
+            folder = tempfile.mkdtemp(dir=place.own)
+            break
+        except FileNotFoundError:  # another task has just ended
+            pass
+    try:
+        yield folder
+    finally:
+        shutil.rmtree(folder, ignore_errors=True)
+        with contextlib.suppress(OSError):
+            os.rmdir(place.own)
+
+
+def _named(source, folder):
+    """A path of the source."""
+    if isinstance(source, str):
+        # Whoever opens a pipe waits for its writer, for ever perhaps.
+        if os.path.exists(source) and not os.path.isfile(source):
+            raise ValueError(f"{source} is no regular file; copy what it gives to one")
+        return source
+    handle, path = tempfile.mkstemp(dir=folder)
+    with open(handle, "wb") as file:
+        file.write(source)
+    return path
+
+
+def attempt(task, *arguments):
+    """The task's result; what fails says where."""
+    try:
+        return task(*arguments)
+    except (OSError, ValueError, SortError, _command.CommandFailed, _command.Abandoned) as error:
+        raise TaskFailed(str(error), distributed.get_worker().address) from None
+
+
+def sample(form, place, source, count, first):
+    with _folder(place) as folder:
+        return form.sample(_named(source, folder), count, place.alive, first)
+
+
+@dataclasses.dataclass(frozen=True)
+class Split:
+    rows: tuple  # of each range
+    bytes: tuple
+    skipped: int
+    problems: tuple  # in words, the first few
+    pieces: tuple  # sources
+
+
+def split(form, place, source, splitters, name, first):
+    with _folder(place) as folder:
+        path = _named(source, folder)
+        prefix = os.path.join(folder if place.travels else place.folder, f"{name}-")
+        pieces, skipped, problems = form.split(path, splitters, prefix, folder, place.alive,
+                                               first)
+        paths = [f"{prefix}{i:05}" for i in range(len(pieces))]
+        if place.travels:
+            sources = tuple(_take(path) for path in paths)
+        else:
+            sources = tuple(paths)
+        return Split(tuple(rows for rows, _ in pieces), tuple(size for _, size in pieces), skipped,
+                     tuple(problems), sources)
+
+
+def _take(path):
+    with open(path, "rb") as file:
+        content = file.read()
+    os.remove(path)  # two copies of a large input are one too many
+    return content
+
+
+def piece_of(result, index):
+    return result.pieces[index]
+
+
+def without_pieces(result):
+    return dataclasses.replace(result, pieces=())
+
+
+@dataclasses.dataclass(frozen=True)
+class Part:
+    name: str
+    bytes: int
+    sha256: str
+    host: str
+    worker: str
+
+
+def sort_given(form, place, name, first, is_one_key, wanted_bytes, *sources):
+    """One range of all inputs, in the folder of the run. Rows of one key are in order as they come.
+
+    Sources stand last and by themselves: Dask looks for what has to travel among the arguments.
+    """
+    target = os.path.join(place.folder, name)
+    if place.travels:
+        os.makedirs(place.folder, exist_ok=True)
+    with _folder(place) as folder:
+        paths = [_named(source, folder) for source in sources]
+        if is_one_key:
+            _join(paths, target)
+        else:
+            form.sort(paths, target, place.alive, first)
+    head_bytes = form.head_bytes(target) if first else 0
+    size = os.path.getsize(target)
+    if size != wanted_bytes + head_bytes:
+        raise OSError(f"{name} has {size - head_bytes} bytes of rows where its pieces had "
+                      f"{wanted_bytes}; a file was changed meanwhile")
+    return Part(name, size, sha256_of(target), socket.gethostname(),
+                distributed.get_worker().address)
+
+
+def _join(paths, target):
+    made = f"{target}.{uuid.uuid4().hex}"
+    with open(made, "wb") as out:
+        for path in paths:
+            with open(path, "rb") as piece:
+                shutil.copyfileobj(piece, out, _COPY_BYTES)
+    os.rename(made, target)
+
+
+def sha256_of(path):
+    digest = hashlib.sha256()
+    with open(path, "rb") as file:
+        while block := file.read(_COPY_BYTES):
+            digest.update(block)
+    return digest.hexdigest()
+
+
+def publish(place, output, names):
+    """Gives parts their final place; done twice, it does nothing."""
+    for name in names:
+        source, target = os.path.join(place.folder, name), os.path.join(output, name)
+        if os.path.exists(source) or not os.path.exists(target):
+            os.rename(source, target)
+
+
+def remove(place, output="", published=(), made=False, seconds=30.0):
+    """Takes away what the run has made on this machine. Those who still write find their folder gone
+    and end. With an output, its parts go, and itself where it was made for them."""
+    for name in published if output else ():
+        with contextlib.suppress(FileNotFoundError):
+            os.remove(os.path.join(output, name))
+    for folder in (place.folder, place.own):
+        gone = f"{folder}-gone"
+        with contextlib.suppress(FileNotFoundError):
+            os.rename(folder, gone)
+        _command.settle(lambda gone=gone: shutil.rmtree(gone), seconds)
+    if output and made:
+        with contextlib.suppress(OSError):
+            os.rmdir(output)
