@@ -53,7 +53,6 @@ class _Range:
     rows: int
     bytes: int
     sources: list  # of pieces: paths or futures, in the order of the inputs
-    resplits: int = 0
 
 
 class _Sort:
@@ -90,7 +89,7 @@ class _Sort:
             self.form.fixed_splitters())
         with self.phase("split"):
             whole = _Range(None, None, True, 0, total, list(self.names))
-            ranges = self.split_range(whole, splitters, self.pins, counts_problems=True)
+            ranges = self.split_ranges([whole], [splitters], self.pins, counts_problems=True)[0]
         with self.phase("split again"):
             ranges = self.split_skewed(ranges)
         with self.phase("sort"):
@@ -108,18 +107,17 @@ class _Sort:
             raise ClusterError(str(error)) from None
         return samples
 
-    def split_range(self, one, splitters, pins=None, counts_problems=False):
-        """The ranges into which it falls."""
-        pins = pins or [()] * len(one.sources)
-        calls = [Task((_tasks.split, self.form, self.place, source, splitters,
-                        f"piece-{next(self.file_number):05}", one.first), workers)
-                 for source, workers in zip(one.sources, pins)]
+    def split_ranges(self, ranges, splitters, pins=None, counts_problems=False):
+        """For each range those into which it falls at its splitters; all are split side by side."""
+        calls = [Task((_tasks.split, self.form, self.place, source, borders,
+                       f"piece-{next(self.file_number):05}", one.first), pins[i] if pins else ())
+                 for one, borders in zip(ranges, splitters) for i, source in enumerate(one.sources)]
         if self.place.travels:
             futures = self.tasks.all(calls, gathers=False)
-            submit = self.tasks.client.submit
             splits = self.tasks.all(Task((_tasks.without_pieces, future)) for future in futures)
-            pieces = [[submit(_tasks.piece_of, future, i, pure=False)
-                       for i in range(len(splitters) + 1)] for future in futures]
+            submit = self.tasks.client.submit
+            pieces = [[submit(_tasks.piece_of, future, i, pure=False) for i in range(len(split.rows))]
+                      for future, split in zip(futures, splits)]
         else:
             splits = self.tasks.all(calls)
             pieces = [split.pieces for split in splits]
@@ -127,46 +125,55 @@ class _Sort:
             for split in splits:
                 self.skipped += split.skipped
                 self.problems += split.problems[:_PROBLEMS_MAX - len(self.problems)]
-        lows = [one.low, *splitters]
-        highs = [*splitters, one.high]
-        return [self.range_of(splits, pieces, i, lows[i], highs[i], one)
-                for i in range(len(splitters) + 1)]
+        finer = []
+        each = iter(zip(splits, pieces))
+        for one, borders in zip(ranges, splitters):
+            own = list(itertools.islice(each, len(one.sources)))
+            edges = [one.low, *borders, one.high]
+            finer.append([self.range_of(own, i, edges[i], edges[i + 1], one)
+                          for i in range(len(borders) + 1)])
+        return finer
 
     @staticmethod
-    def range_of(splits, pieces, i, low, high, parent):
+    def range_of(own, i, low, high, parent):
         first = parent.first and i == 0
         # The first piece of all has the header.
-        sources = [piece[i] for n, (split, piece) in enumerate(zip(splits, pieces))
+        sources = [pieces[i] for n, (split, pieces) in enumerate(own)
                    if split.rows[i] or (first and n == 0)]
-        return _Range(low, high, first, sum(split.rows[i] for split in splits),
-                      sum(split.bytes[i] for split in splits), sources, parent.resplits + 1)
+        return _Range(low, high, first, sum(split.rows[i] for split, _ in own),
+                      sum(split.bytes[i] for split, _ in own), sources)
 
     def split_skewed(self, ranges):
         """Splits what is too large by what it has itself, until that is of no more use."""
-        done = []
-        left = list(reversed(ranges))
-        while left:
-            one = left.pop()
-            if one.bytes <= _SKEW * self.range_bytes or one.resplits > _RESPLITS_MAX or \
-                    _ranges.is_one_key(one.low, one.high, self.form):
-                done.append(one)
-                continue
-            count = min(-(-one.bytes // self.range_bytes), _RANGES_MAX)
-            each = max(16, _SAMPLES_PER_RANGE * count // len(one.sources))
-            samples = self.tasks.all(
-                Task((_tasks.sample, self.form, self.place, source, each, one.first))
-                for source in one.sources)
-            weighted = _weighted(samples, [sample["bytes"] for sample in samples])
-            splitters = [key for key in _ranges.splitters_of(weighted, count, self.form)
-                         if (one.low is None or key > one.low)
-                         and (one.high is None or key < one.high)]
-            if not splitters:
-                done.append(one)
-                continue
-            finer = self.split_range(one, splitters)
-            self.forget(one)
-            left += reversed(finer)
-        return done
+        for _ in range(_RESPLITS_MAX):
+            large = [one for one in ranges if one.bytes > _SKEW * self.range_bytes and
+                     not _ranges.is_one_key(one.low, one.high, self.form)]
+            splitters = self.own_splitters(large)
+            large = [one for one, borders in zip(large, splitters) if borders]
+            if not large:
+                break
+            finer = self.split_ranges(large, [borders for borders in splitters if borders])
+            by_range = {id(one): parts for one, parts in zip(large, finer)}
+            for one in large:
+                self.forget(one)
+            ranges = [part for one in ranges for part in by_range.get(id(one), [one])]
+        return ranges
+
+    def own_splitters(self, ranges):
+        """For each range borders inside it, none where its sample has none."""
+        counts = [min(-(-one.bytes // self.range_bytes), _RANGES_MAX) for one in ranges]
+        samples = iter(self.tasks.all(
+            Task((_tasks.sample, self.form, self.place, source,
+                  max(16, _SAMPLES_PER_RANGE * count // len(one.sources)), one.first))
+            for one, count in zip(ranges, counts) for source in one.sources))
+        found = []
+        for one, count in zip(ranges, counts):
+            own = list(itertools.islice(samples, len(one.sources)))
+            keys = _ranges.splitters_of(_weighted(own, [sample["bytes"] for sample in own]), count,
+                                        self.form)
+            found.append([key for key in keys if (one.low is None or key > one.low)
+                          and (one.high is None or key < one.high)])
+        return found
 
     def forget(self, one):
         if not self.place.travels:
