@@ -17,7 +17,7 @@ distributed = pytest.importorskip("distributed")
 
 import tvsort
 from tvsort import Key, cluster
-from tvsort.cluster import _command, _ranges, _records, _text
+from tvsort.cluster import _command, _ranges, _records, _run, _text
 
 
 @pytest.fixture(scope="module")
@@ -118,9 +118,8 @@ def test_other_words_do_as_the_command_does(content, order, options, client, tmp
     assert contents(manifest) == alone(names, words, tmp_path / "alone")[2]
 
 
-def test_a_heavy_key_has_a_range_of_its_own_and_skew_is_split_again(client, tmp_path):
+def test_a_heavy_key_has_a_range_of_its_own(client, tmp_path):
     rng = random.Random(5)
-    # Nearly all bytes where the sample of few places sees one key.
     rows = ["m" * 30] * 30000 + [f"m{'n' * 30}{rng.randrange(10 ** 6)}" for _ in range(30000)]
     rng.shuffle(rows)
     (tmp_path / "in").write_text("\n".join(rows))
@@ -129,6 +128,24 @@ def test_a_heavy_key_has_a_range_of_its_own_and_skew_is_split_again(client, tmp_
     sizes = [part["bytes"] for part in manifest.parts]
     assert max(sizes) == 30000 * 31 and sorted(sizes)[-2] < 5 * sum(sizes) / 40
     assert contents(manifest) == ("\n".join(sorted(rows)) + "\n").encode()
+
+
+@pytest.mark.parametrize("storage", ["shared", "moved"])
+def test_ranges_that_a_poor_sample_made_too_large_are_split_again(storage, client, tmp_path,
+                                                                  monkeypatch):
+    monkeypatch.setattr(_run, "_SAMPLES_PER_RANGE", 0)  # 16 keys of each, for 100 ranges
+    rng = random.Random(6)
+    names = [str(tmp_path / "a.csv"), str(tmp_path / "b.csv")]
+    for name in names:
+        with open(name, "w") as file:
+            file.write("n,t\n")
+            file.writelines(f"{rng.randrange(10 ** 5)},{i}\n" for i in range(3000))
+    manifest = cluster.sort(names, tmp_path / "out", "n:int:desc", client=client, partitions=100,
+                            storage=storage)
+    assert contents(manifest) == alone(names, ["--key=n:int:desc"], tmp_path / "alone")[2]
+    assert len(manifest.parts) > 60 and manifest.seconds["split again"] > 0
+    sizes = [part["bytes"] for part in manifest.parts]
+    assert max(sizes) < 5 * sum(sizes) / 100
 
 
 RECORD = numpy.dtype([("a", "f4"), ("b", ">i2"), ("c", "S2"), ("d", "U1"), ("e", "M8[s]"), ("n", "u4")])

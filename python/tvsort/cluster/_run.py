@@ -5,8 +5,8 @@
     sort     every range              its pieces, in the order of the inputs, to a part
     publish                           the parts' names, and the manifest
 
-Dask chooses the worker, moves what a task needs, and does the tasks of a lost worker again. A task
-that fails for another reason is tried on another worker; two that say the same are believed.
+A range of one key is joined and not sorted. What the run makes lies in one folder beside the parts,
+or, where pieces travel, in one on each worker, and goes away with it.
 """
 
 import contextlib
@@ -14,16 +14,15 @@ import dataclasses
 import itertools
 import os
 import re
-import threading
 import time
 import uuid
 
-import distributed
 import numpy
 
 from .._errors import SortError
 from . import _ranges, _tasks
-from ._errors import ClusterError, TaskFailed
+from ._engine import REMOVE_SECONDS, Task, Tasks, bounded
+from ._errors import ClusterError
 from ._manifest import Manifest
 from ._records import RecordForm
 from ._text import FLAGS, VALUES, TextForm
@@ -35,8 +34,6 @@ _RESPLITS_MAX = 3
 _ATTEMPTS_MAX = 4
 _RANGE_BYTES_MIN = 1 << 20
 _PROBLEMS_MAX = 10
-_LOOK_SECONDS = 2.0
-_REMOVE_SECONDS = 30.0
 
 _UNITS = {"": 1, "K": 1 << 10, "M": 1 << 20, "G": 1 << 30, "T": 1 << 40}
 
@@ -48,14 +45,6 @@ def bytes_of(text):
     return int(found[1]) * _UNITS[found[2].upper()]
 
 
-@dataclasses.dataclass(frozen=True)
-class _Task:
-    call: tuple  # function and arguments
-    workers: tuple = ()  # where alone it can be done
-    said: tuple = ()  # by those that failed
-    failed: tuple = ()  # workers
-
-
 @dataclasses.dataclass
 class _Range:
     low: bytes  # None: from the least key on
@@ -64,118 +53,6 @@ class _Range:
     rows: int
     bytes: int
     sources: list  # of pieces: paths or futures, in the order of the inputs
-    resplits: int = 0
-
-
-def _bounded(call, seconds):
-    """Does what may never return, if the cluster is gone."""
-    def quietly():
-        with contextlib.suppress(Exception):
-            call()
-
-    thread = threading.Thread(target=quietly, daemon=True)
-    thread.start()
-    thread.join(seconds)
-
-
-class _Tasks:
-    """Tasks in the cluster, each done until one has answered, within bounds of number and time."""
-
-    def __init__(self, client, deadline, patience):
-        self.client = client
-        self.deadline = deadline
-        self.patience = patience
-        self.heard = self.able = time.monotonic()
-        self.looked = 0.0
-        self.known = ()
-        self.pending = {}
-
-    def all(self, tasks, gathers=True, on_done=None):
-        """What all tasks answer, or futures of it, in the order of the tasks."""
-        tasks = list(tasks)
-        answers = [None] * len(tasks)
-        self.pending = {}
-        for i, task in enumerate(tasks):
-            self.pending[self.submit(task)] = (i, task)
-        while self.pending:
-            for future in self.some_done():
-                i, task = self.pending.pop(future)
-                try:
-                    if future.status == "finished":
-                        answers[i] = future.result(self.patience) if gathers else future
-                        if on_done is not None:
-                            on_done(i)
-                    else:
-                        task = self.once_more(task, future)
-                        self.pending[self.submit(task)] = (i, task)
-                except distributed.TimeoutError:  # its worker was lost just now
-                    self.pending[future] = (i, task)
-        return answers
-
-    def submit(self, task):
-        options = {"pure": False, "key": f"tvsort-{task.call[0].__name__}-{uuid.uuid4().hex[:12]}"}
-        others = [worker for worker in self.known if worker not in task.failed]
-        if task.workers or (task.failed and others):
-            options.update(workers=list(task.workers) or others, allow_other_workers=False)
-        return self.client.submit(_tasks.attempt, *task.call, **options)
-
-    def some_done(self):
-        """Those of the pending futures that have ended, after some time perhaps none."""
-        try:
-            distributed.wait(list(self.pending), timeout=_LOOK_SECONDS,
-                             return_when="FIRST_COMPLETED")
-        except distributed.TimeoutError:
-            pass
-        except Exception:
-            raise ClusterError("the scheduler has gone, and the tasks of this run with it") from None
-        self.look()
-        done = [future for future in self.pending if future.status != "pending"]
-        if any(future.status in ("cancelled", "lost") for future in done):
-            raise ClusterError("the scheduler has dropped the tasks of this run")
-        return done
-
-    def look(self):
-        """Raises where nothing can come of it any more."""
-        now = time.monotonic()
-        if self.deadline is not None and now > self.deadline:
-            raise ClusterError("the time that was given has passed")
-        if now - self.looked < _LOOK_SECONDS:
-            return
-        try:
-            info = self.client.sync(self.client.scheduler.identity, callback_timeout=5)
-            self.known = tuple(info["workers"])
-            self.heard = now
-        except Exception:
-            if now - self.heard > self.patience:
-                raise ClusterError(f"the scheduler has not answered for {self.patience:g} "
-                                   "seconds") from None
-        self.looked = time.monotonic()
-        hosts = set(map(_tasks.host_of, self.known)) | set(self.known)
-        lacking = [task.workers[0] for _, task in self.pending.values()
-                   if task.workers and not hosts & set(task.workers)]
-        if self.known and not lacking:
-            self.able = now
-        elif now - self.able > self.patience:
-            raise ClusterError("there is no worker" + (f" on {lacking[0]}" if lacking else "") +
-                               f", for {self.patience:g} seconds")
-
-    def once_more(self, task, future):
-        """The task for another attempt, if one may help."""
-        error = future.exception()
-        if isinstance(error, distributed.KilledWorker):
-            raise ClusterError(f"workers were lost again and again in the task {error.task}: more "
-                               "memory than they have, or a fault; the scheduler gave it up")
-        words = str(error) or type(error).__name__
-        known = isinstance(error, TaskFailed)
-        worker = error.worker if known else ""
-        said = task.said + (words,)
-        if words in task.said or len(said) >= _ATTEMPTS_MAX or len(self.known) < 2 or not known:
-            raise ClusterError(words if known else f"{type(error).__name__}: {words}")
-        return dataclasses.replace(task, said=said, failed=task.failed + (worker,))
-
-    def give_up(self):
-        futures = list(self.pending)
-        _bounded(lambda: self.client.cancel(futures, force=True), _REMOVE_SECONDS)
 
 
 class _Sort:
@@ -212,7 +89,7 @@ class _Sort:
             self.form.fixed_splitters())
         with self.phase("split"):
             whole = _Range(None, None, True, 0, total, list(self.names))
-            ranges = self.split_range(whole, splitters, self.pins, counts_problems=True)
+            ranges = self.split_ranges([whole], [splitters], self.pins, counts_problems=True)[0]
         with self.phase("split again"):
             ranges = self.split_skewed(ranges)
         with self.phase("sort"):
@@ -222,7 +99,7 @@ class _Sort:
         count = _SAMPLES_PER_RANGE * min(self.partitions or 16, _RANGES_MAX)
         count = max(16, count // min(len(self.names), 64))
         samples = self.tasks.all(
-            _Task((_tasks.sample, self.form, self.place, name, count, True), workers)
+            Task((_tasks.sample, self.form, self.place, name, count, True), workers)
             for name, workers in zip(self.names, self.pins))
         try:
             self.form = self.form.learn(self.names, samples)
@@ -230,18 +107,17 @@ class _Sort:
             raise ClusterError(str(error)) from None
         return samples
 
-    def split_range(self, one, splitters, pins=None, counts_problems=False):
-        """The ranges into which it falls."""
-        pins = pins or [()] * len(one.sources)
-        calls = [_Task((_tasks.split, self.form, self.place, source, splitters,
-                        f"piece-{next(self.file_number):05}", one.first), workers)
-                 for source, workers in zip(one.sources, pins)]
+    def split_ranges(self, ranges, splitters, pins=None, counts_problems=False):
+        """For each range those into which it falls at its splitters; all are split side by side."""
+        calls = [Task((_tasks.split, self.form, self.place, source, borders,
+                       f"piece-{next(self.file_number):05}", one.first), pins[i] if pins else ())
+                 for one, borders in zip(ranges, splitters) for i, source in enumerate(one.sources)]
         if self.place.travels:
             futures = self.tasks.all(calls, gathers=False)
+            splits = self.tasks.all(Task((_tasks.without_pieces, future)) for future in futures)
             submit = self.tasks.client.submit
-            splits = self.tasks.all(_Task((_tasks.without_pieces, future)) for future in futures)
-            pieces = [[submit(_tasks.piece_of, future, i, pure=False)
-                       for i in range(len(splitters) + 1)] for future in futures]
+            pieces = [[submit(_tasks.piece_of, future, i, pure=False) for i in range(len(split.rows))]
+                      for future, split in zip(futures, splits)]
         else:
             splits = self.tasks.all(calls)
             pieces = [split.pieces for split in splits]
@@ -249,46 +125,55 @@ class _Sort:
             for split in splits:
                 self.skipped += split.skipped
                 self.problems += split.problems[:_PROBLEMS_MAX - len(self.problems)]
-        lows = [one.low, *splitters]
-        highs = [*splitters, one.high]
-        return [self.range_of(splits, pieces, i, lows[i], highs[i], one)
-                for i in range(len(splitters) + 1)]
+        finer = []
+        each = iter(zip(splits, pieces))
+        for one, borders in zip(ranges, splitters):
+            own = list(itertools.islice(each, len(one.sources)))
+            edges = [one.low, *borders, one.high]
+            finer.append([self.range_of(own, i, edges[i], edges[i + 1], one)
+                          for i in range(len(borders) + 1)])
+        return finer
 
     @staticmethod
-    def range_of(splits, pieces, i, low, high, parent):
+    def range_of(own, i, low, high, parent):
         first = parent.first and i == 0
         # The first piece of all has the header.
-        sources = [piece[i] for n, (split, piece) in enumerate(zip(splits, pieces))
+        sources = [pieces[i] for n, (split, pieces) in enumerate(own)
                    if split.rows[i] or (first and n == 0)]
-        return _Range(low, high, first, sum(split.rows[i] for split in splits),
-                      sum(split.bytes[i] for split in splits), sources, parent.resplits + 1)
+        return _Range(low, high, first, sum(split.rows[i] for split, _ in own),
+                      sum(split.bytes[i] for split, _ in own), sources)
 
     def split_skewed(self, ranges):
         """Splits what is too large by what it has itself, until that is of no more use."""
-        done = []
-        left = list(reversed(ranges))
-        while left:
-            one = left.pop()
-            if one.bytes <= _SKEW * self.range_bytes or one.resplits > _RESPLITS_MAX or \
-                    _ranges.is_one_key(one.low, one.high, self.form):
-                done.append(one)
-                continue
-            count = min(-(-one.bytes // self.range_bytes), _RANGES_MAX)
-            each = max(16, _SAMPLES_PER_RANGE * count // len(one.sources))
-            samples = self.tasks.all(
-                _Task((_tasks.sample, self.form, self.place, source, each, one.first))
-                for source in one.sources)
-            weighted = _weighted(samples, [sample["bytes"] for sample in samples])
-            splitters = [key for key in _ranges.splitters_of(weighted, count, self.form)
-                         if (one.low is None or key > one.low)
-                         and (one.high is None or key < one.high)]
-            if not splitters:
-                done.append(one)
-                continue
-            finer = self.split_range(one, splitters)
-            self.forget(one)
-            left += reversed(finer)
-        return done
+        for _ in range(_RESPLITS_MAX):
+            large = [one for one in ranges if one.bytes > _SKEW * self.range_bytes and
+                     not _ranges.is_one_key(one.low, one.high, self.form)]
+            splitters = self.own_splitters(large)
+            large = [one for one, borders in zip(large, splitters) if borders]
+            if not large:
+                break
+            finer = self.split_ranges(large, [borders for borders in splitters if borders])
+            by_range = {id(one): parts for one, parts in zip(large, finer)}
+            for one in large:
+                self.forget(one)
+            ranges = [part for one in ranges for part in by_range.get(id(one), [one])]
+        return ranges
+
+    def own_splitters(self, ranges):
+        """For each range borders inside it, none where its sample has none."""
+        counts = [min(-(-one.bytes // self.range_bytes), _RANGES_MAX) for one in ranges]
+        samples = iter(self.tasks.all(
+            Task((_tasks.sample, self.form, self.place, source,
+                  max(16, _SAMPLES_PER_RANGE * count // len(one.sources)), one.first))
+            for one, count in zip(ranges, counts) for source in one.sources))
+        found = []
+        for one, count in zip(ranges, counts):
+            own = list(itertools.islice(samples, len(one.sources)))
+            keys = _ranges.splitters_of(_weighted(own, [sample["bytes"] for sample in own]), count,
+                                        self.form)
+            found.append([key for key in keys if (one.low is None or key > one.low)
+                          and (one.high is None or key < one.high)])
+        return found
 
     def forget(self, one):
         if not self.place.travels:
@@ -323,7 +208,7 @@ class _Sort:
 
     def sort_task(self, one, name):
         is_one_key = _ranges.is_one_key(one.low, one.high, self.form) and not one.first
-        return _Task((_tasks.sort_given, self.form, self.place, name, one.first, is_one_key,
+        return Task((_tasks.sort_given, self.form, self.place, name, one.first, is_one_key,
                       one.bytes, *one.sources))
 
 
@@ -414,7 +299,7 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
     pairs = _inputs(inputs)
     output = os.path.abspath(output_folder)
     begin = time.monotonic()
-    tasks = _Tasks(client, None if timeout is None else begin + timeout, patience)
+    tasks = Tasks(client, None if timeout is None else begin + timeout, patience)
     made = _prepare(output)
     run = uuid.uuid4().hex
     place = _tasks.Place(run, os.path.join(output, f".tvsort-{run}"), storage == "moved",
@@ -449,7 +334,7 @@ def _publish(tasks, place, output, parts):
     names = {}
     for part in parts:
         names.setdefault(_tasks.host_of(part["worker"]), []).append(part["name"])
-    tasks.all(_Task((_tasks.publish, place, output, of_host), (host,))
+    tasks.all(Task((_tasks.publish, place, output, of_host), (host,))
               for host, of_host in names.items())
 
 
@@ -458,4 +343,4 @@ def _remove(client, place, output, published, made):
     with contextlib.suppress(OSError):
         _tasks.remove(place, output, published, made)
     call = (_tasks.remove, place, output if place.travels else "", published, made)
-    _bounded(lambda: client.run(*call, on_error="ignore"), _REMOVE_SECONDS)
+    bounded(lambda: client.run(*call, on_error="ignore"), REMOVE_SECONDS)
