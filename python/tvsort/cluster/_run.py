@@ -115,8 +115,7 @@ class _Sort:
         if self.place.travels:
             futures = self.tasks.all(calls, gathers=False)
             splits = self.tasks.all(Task((_tasks.without_pieces, future)) for future in futures)
-            submit = self.tasks.client.submit
-            pieces = [[submit(_tasks.piece_of, future, i, pure=False) for i in range(len(split.rows))]
+            pieces = [[self.piece_of(future, i, split.worker) for i in range(len(split.rows))]
                       for future, split in zip(futures, splits)]
         else:
             splits = self.tasks.all(calls)
@@ -133,6 +132,13 @@ class _Sort:
             finer.append([self.range_of(own, i, edges[i], edges[i + 1], one)
                           for i in range(len(borders) + 1)])
         return finer
+
+    def piece_of(self, future, i, worker):
+        # Taken where all pieces are, or all would travel for one; another worker may if that one is
+        # lost. Dask knows tasks of this name for short ones, which are not moved to idle workers.
+        return self.tasks.client.submit(_tasks.piece_of, future, i, pure=False, workers=[worker],
+                                        allow_other_workers=True,
+                                        key=f"split-shuffle-{uuid.uuid4().hex}")
 
     @staticmethod
     def range_of(own, i, low, high, parent):

@@ -100,6 +100,7 @@ class Split:
     skipped: int
     problems: tuple  # in words, the first few
     pieces: tuple  # sources
+    worker: str
 
 
 def split(form, place, source, splitters, name, first):
@@ -114,7 +115,7 @@ def split(form, place, source, splitters, name, first):
         else:
             sources = tuple(paths)
         return Split(tuple(rows for rows, _ in pieces), tuple(size for _, size in pieces), skipped,
-                     tuple(problems), sources)
+                     tuple(problems), sources, distributed.get_worker().address)
 
 
 def _take(path):
