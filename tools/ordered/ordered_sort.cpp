@@ -259,11 +259,13 @@ void OrderedSort::passOver(const std::function<void(const SettledRow&)>& take,
     const auto reader = input_->reader(plan_.form.keyBytes);
     RunMerge merge(form_, runs_, *reader, runBufferBytes(plan_, runs_.size()));
     EqualityCheck equality(form_, *reader);
+    constexpr std::int64_t kRowsShown = 4096;
+    std::int64_t rows = 0;
     while (const RunRow* const row = merge.next()) {
         throwIfInterrupted();
         take({row->place, equality.take(*row), row->hasNull, row->isHeld, row->text});
         if (shaper != nullptr && shaper->isFull()) break;
-        progress_.advance(1);
+        if (++rows % kRowsShown == 0) progress_.advance(kRowsShown);
     }
 }
 

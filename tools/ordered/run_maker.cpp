@@ -216,21 +216,24 @@ RecordRow RunMaker::rowAt(const SortedRun& run, std::uint64_t index) const {
 std::vector<RunMaker::Group> RunMaker::groupsOf(const SortedRun& run) const {
     const KeyRecord& record = setting_.form.record;
     const std::size_t recordLength = record.recordLength();
-    std::vector<Group> groups;
-    bool isInGroup = false;
+    GroupFinder finder;
     for (std::uint64_t i = 1; i < run.rowCount; ++i) {
         const Byte* const next = run.recordAt(i, recordLength);
         const bool isAlike =
             record.comparedBytes(next - recordLength) == record.comparedBytes(next) &&
             record.decode(next).keyGoesOn;
-        if (isAlike && isInGroup) {
-            groups.back().count += 1;
-        } else if (isAlike) {
-            groups.push_back({i - 1, 2, record.form().keyBytes});
-        }
-        isInGroup = isAlike;
+        finder.take(i, isAlike, record.form().keyBytes);
     }
-    return groups;
+    return finder.groups;
+}
+
+void RunMaker::GroupFinder::take(std::uint64_t index, bool isAlike, std::uint64_t depth) {
+    if (isAlike && isInGroup) {
+        groups.back().count += 1;
+    } else if (isAlike) {
+        groups.push_back({index - 1, 2, depth});
+    }
+    isInGroup = isAlike;
 }
 
 void RunMaker::settle(SortedRun& run, std::vector<Group> groups) {
@@ -278,9 +281,8 @@ std::vector<RunMaker::Group> RunMaker::settleOnce(SortedRun& run,
         if (records == 0) group = 0;
         return records;
     };
-    std::vector<Group> open;
+    GroupFinder open;
     std::string before;  // what was compared of the row before
-    bool isInGroup = false;
     const host::RecordSink sink = [&](const Byte* records, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i, step()) {
             const Byte* const made = records + i * record.recordLength();
@@ -291,13 +293,8 @@ std::vector<RunMaker::Group> RunMaker::settleOnce(SortedRun& run,
             balance.comesBack(settled.place.byteCount + 1ULL);
             const std::uint64_t index = groups[group].first + row;
             const std::string_view compared = record.comparedBytes(made);
-            const bool isAlike = row > 0 && settled.keyGoesOn && before == compared;
-            if (isAlike && isInGroup) {
-                open.back().count += 1;
-            } else if (isAlike) {
-                open.push_back({index - 1, 2, groups[group].depth + record.form().keyBytes});
-            }
-            isInGroup = isAlike;
+            open.take(index, row > 0 && settled.keyGoesOn && before == compared,
+                      groups[group].depth + record.form().keyBytes);
             before = compared;
             settled.keyGoesOn = true;
             runRecord.setRow(reinterpret_cast<Byte*>(run.records.data()) + index * runRecordLength,
@@ -308,7 +305,7 @@ std::vector<RunMaker::Group> RunMaker::settleOnce(SortedRun& run,
     stats_.addRequest(setting_.sortOnce(
         {record.request(), record.recordLength(), {}, setting_.slotIndex}, source, sink));
     stats_.roundCount = roundCount;
-    return open;
+    return open.groups;
 }
 
 // Bytes from its depth on that the keys of all its rows have.

@@ -79,6 +79,13 @@ class RunMaker {
         std::uint64_t count;
         std::uint64_t depth;  // bytes of the keys that are known to be alike
     };
+    // Finds groups among rows that come in order.
+    struct GroupFinder {
+        std::vector<Group> groups;
+        bool isInGroup = false;
+        // `isAlike`: the row is to the one before it, and their keys go on.
+        void take(std::uint64_t index, bool isAlike, std::uint64_t depth);
+    };
     struct Misguessed {
         std::uint64_t firstRow;
     };

@@ -4,8 +4,6 @@
 #include <bit>
 #include <cstring>
 
-#include "host/host_error.h"
-
 namespace tvsort::tools {
 
 namespace {
@@ -24,6 +22,21 @@ std::uint64_t headOf(const Byte* key, std::size_t keyBytes) {
     std::uint64_t head = 0;
     std::memcpy(&head, key, std::min(keyBytes, sizeof head));
     return std::endian::native == std::endian::little ? __builtin_bswap64(head) : head;
+}
+
+// The first of so many for which it does not hold, where it holds for none behind such a one.
+template <typename Holds>
+std::uint64_t firstNot(std::uint64_t count, const Holds& holds) {
+    std::uint64_t low = 0;
+    while (low < count) {
+        const std::uint64_t middle = low + (count - low) / 2;
+        if (holds(middle)) {
+            low = middle + 1;
+        } else {
+            count = middle;
+        }
+    }
+    return low;
 }
 
 }  // namespace
@@ -122,18 +135,10 @@ bool RunCursor::nextInMemory() {
 }
 
 std::size_t RunCursor::markFor(std::string_view key) const {
-    std::size_t low = 0;
-    std::size_t high = run_.markOffsets.size();
-    while (low < high) {
-        const std::size_t middle = low + (high - low) / 2;
-        const auto* const at = run_.markKeys.data() + middle * key.size();
-        if (std::string_view(reinterpret_cast<const char*>(at), key.size()) < key) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
-    }
-    return low;
+    return firstNot(run_.markOffsets.size(), [&](std::uint64_t mark) {
+        const auto* const at = run_.markKeys.data() + mark * key.size();
+        return std::string_view(reinterpret_cast<const char*>(at), key.size()) < key;
+    });
 }
 
 void RunCursor::seekInFile(std::string_view from) {
@@ -221,18 +226,10 @@ const host::KeyBytes& RunCursor::wholeKey() {
 }
 
 std::uint64_t lowerBound(const RunForm& form, const SortedRun& run, std::string_view key) {
-    std::uint64_t low = 0;
-    std::uint64_t high = run.rowCount;
-    while (low < high) {
-        const std::uint64_t middle = low + (high - low) / 2;
-        const Byte* const record = run.recordAt(middle, form.record.recordLength());
-        if (form.record.comparedBytes(record) < key) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
-    }
-    return low;
+    return firstNot(run.rowCount, [&](std::uint64_t index) {
+        const Byte* const record = run.recordAt(index, form.record.recordLength());
+        return form.record.comparedBytes(record) < key;
+    });
 }
 
 }  // namespace tvsort::tools

@@ -63,6 +63,7 @@ class TileWriter {
           bytesMax_(byteCount) {}
 
     void begin(std::size_t tile) { tile_ = tile; }
+    // Always fits: below bytesMax_ before it, a row that is held has kHeldBytesMax bytes at most.
     void write(const RunRow& row) {
         if (!row.isHeld) return writeLong(row.place);
         if (filled_ >= bytesMax_) flush();

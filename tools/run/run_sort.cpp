@@ -73,14 +73,16 @@ class RunSort::Cursor {
           run_(run),
           recordLength_(sort.geometry_.recordLength),
           left_(run.recordCount) {
-        if (run.isInFile)
-            buffer_.resize(std::max(bufferBytes / recordLength_, std::size_t{1}) * recordLength_);
+        const std::size_t records = run.isInFile
+                                        ? std::max(bufferBytes / recordLength_, std::size_t{1})
+                                        : static_cast<std::size_t>(sort.geometry_.recordsPerBlock);
+        buffer_.resize(records * recordLength_);
     }
 
     // Null behind the last one.
     const Byte* next() {
         if (left_ == 0) return nullptr;
-        if (pieceLeft_ == 0) run_.isInFile ? readPiece() : takeBlock();
+        if (pieceLeft_ == 0) readPiece();
         const Byte* const record = at_;
         at_ += recordLength_;
         pieceLeft_ -= 1;
@@ -91,19 +93,17 @@ class RunSort::Cursor {
   private:
     void readPiece() {
         pieceLeft_ = std::min<std::uint64_t>(left_, buffer_.size() / recordLength_);
-        const std::uint64_t done = run_.recordCount - left_;
-        sort_.file_->readAt(run_.begin + done * recordLength_, buffer_.data(),
-                            pieceLeft_ * recordLength_);
+        const std::size_t byteCount = pieceLeft_ * recordLength_;
+        if (run_.isInFile) {
+            const std::uint64_t done = run_.recordCount - left_;
+            sort_.file_->readAt(run_.begin + done * recordLength_, buffer_.data(), byteCount);
+        } else {
+            // A copy: the process, whose memory the frame is as well, cannot change it.
+            const auto frame = sort_.server_.memory().frame(static_cast<int>(run_.slotIndex) + 1,
+                                                            block_++, sort_.geometry_.blockPages);
+            std::copy_n(frame.begin(), byteCount, buffer_.begin());
+        }
         at_ = buffer_.data();
-    }
-    // Records have no lengths that could lead astray, so they are read where the process left them.
-    void takeBlock() {
-        const host::SlotMemory& memory = sort_.server_.memory();
-        const int slotNumber = static_cast<int>(run_.slotIndex) + 1;
-        at_ = memory.frame(slotNumber, block_, sort_.geometry_.blockPages).data();
-        pieceLeft_ = std::min<std::uint64_t>(
-            left_, static_cast<std::uint64_t>(sort_.geometry_.recordsPerBlock));
-        block_ += 1;
     }
 
     const RunSort& sort_;
@@ -146,14 +146,15 @@ SortStats RunSort::sort(const SortRequest& request, const host::RecordSource& so
     stats_.load.cpuSeconds += rest.cpuSeconds;
     stats_.sort.elapsedSeconds = rest.elapsedSeconds;
 
+    stats_.runCount = static_cast<std::int64_t>(runs_.size());
+    stats_.fitted = file_ == nullptr;
+    mergeLevels(request.request);
     progress_.begin("writing", stats_.recordCount);
-    merge(request.request, sink);
+    merge(request.request, runs_, sink);
     stats_.write = clock.lap();
     stats_.recordLength = geometry_.recordLength;
     stats_.recordsPerBlock = geometry_.recordsPerBlock;
     stats_.resultCount = stats_.recordCount;
-    stats_.runCount = static_cast<std::int64_t>(runs_.size());
-    stats_.fitted = file_ == nullptr;
     return stats_;
 }
 
@@ -285,7 +286,31 @@ void RunSort::writeToFile(std::size_t slotIndex) {
     stats_.spilledBytes += static_cast<std::int64_t>(file_->byteCount() - run.begin);
 }
 
-void RunSort::merge(const host::RequestBuilder& request, const host::RecordSink& sink) {
+// Neighbours, so that equal records stay in the order of arrival.
+void RunSort::mergeLevels(const host::RequestBuilder& request) {
+    constexpr std::size_t kRunsMax = kMergeBytes / kBufferBytesMin;
+    while (runs_.size() > kRunsMax) {
+        progress_.begin("merging runs", stats_.recordCount);
+        auto file = std::make_unique<SpoolFile>(directory_);
+        const std::size_t groupCount = (runs_.size() + kRunsMax - 1) / kRunsMax;
+        std::vector<Run> merged;
+        for (std::size_t group = 0; group < groupCount; ++group) {
+            const std::size_t first = group * runs_.size() / groupCount;
+            const std::size_t end = (group + 1) * runs_.size() / groupCount;
+            merged.push_back({0, true, file->byteCount(), 0});
+            merge(request, std::span(runs_).subspan(first, end - first),
+                  [&](const Byte* records, std::size_t count) {
+                      file->write(records, count * geometry_.recordLength);
+                      merged.back().recordCount += count;
+                  });
+        }
+        runs_ = std::move(merged);
+        file_ = std::move(file);
+    }
+}
+
+void RunSort::merge(const host::RequestBuilder& request, std::span<const Run> runs,
+                    const host::RecordSink& sink) {
     if (file_ != nullptr) {
         file_->flush();
         file_->expectJumps();
@@ -297,16 +322,16 @@ void RunSort::merge(const host::RequestBuilder& request, const host::RecordSink&
         std::uint64_t key;
     };
     const std::size_t bufferBytes = std::clamp<std::size_t>(
-        kMergeBytes / std::max<std::size_t>(runs_.size(), 1), kBufferBytesMin, kBufferBytesMax);
+        kMergeBytes / std::max<std::size_t>(runs.size(), 1), kBufferBytesMin, kBufferBytesMax);
     std::vector<Cursor> cursors;
-    cursors.reserve(runs_.size());
-    std::vector<Head> heads(runs_.size());
+    cursors.reserve(runs.size());
+    std::vector<Head> heads(runs.size());
     const auto advance = [&](std::size_t run) {
         heads[run].record = cursors[run].next();
         if (heads[run].record != nullptr) heads[run].key = keyHead.of(heads[run].record);
     };
-    for (std::size_t i = 0; i < runs_.size(); ++i) {
-        cursors.emplace_back(*this, runs_[i], bufferBytes);
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        cursors.emplace_back(*this, runs[i], bufferBytes);
         advance(i);
     }
     const auto precedes = [&](std::size_t left, std::size_t right) {
@@ -326,9 +351,9 @@ void RunSort::merge(const host::RequestBuilder& request, const host::RecordSink&
         progress_.advance(static_cast<std::int64_t>(filled / recordLength));
         filled = 0;
     };
-    LoserTree tree(runs_.size());
+    LoserTree tree(runs.size());
     tree.start(precedes);
-    while (!runs_.empty() && heads[tree.winner()].record != nullptr) {
+    while (!runs.empty() && heads[tree.winner()].record != nullptr) {
         std::copy_n(heads[tree.winner()].record, recordLength, piece.data() + filled);
         filled += recordLength;
         if (filled == piece.size()) hand();

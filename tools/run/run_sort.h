@@ -7,7 +7,8 @@
 //
 // While a process sorts its run another slot is loaded. A run leaves its slot for a file when the
 // slot is wanted for another one; the last ones are merged from where they are. A byte of records
-// is written to a file and read from it once at most, however many there are.
+// is written to a file and read from it once at most, and once more where there are hundreds of
+// runs, whose buffers would take more memory.
 //
 // Stable: runs are as large as the ways that keep the order of arrival allow (host/sort_method.h),
 // and of equal records those of an earlier run come first. Records are compared by their keys as
@@ -17,6 +18,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -73,7 +75,10 @@ class RunSort {
     // Waits for the slot's process, and throws what went wrong.
     void finishSorting(std::size_t slotIndex);
     void writeToFile(std::size_t slotIndex);
-    void merge(const host::RequestBuilder& request, const host::RecordSink& sink);
+    // Merges runs to files until the rest can be merged at once.
+    void mergeLevels(const host::RequestBuilder& request);
+    void merge(const host::RequestBuilder& request, std::span<const Run> runs,
+               const host::RecordSink& sink);
     void addLoad(const Load& load);
     host::SortSlot& slotOf(std::size_t slotIndex);
 
