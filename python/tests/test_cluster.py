@@ -17,7 +17,7 @@ distributed = pytest.importorskip("distributed")
 
 import tvsort
 from tvsort import Key, cluster
-from tvsort.cluster import _command, _ranges, _records, _run, _text
+from tvsort.cluster import _command, _engine, _ranges, _records, _run, _text
 
 
 @pytest.fixture(scope="module")
@@ -303,6 +303,14 @@ def test_a_manifest_tells_every_change(client, tmp_path):
     damaged("no manifest")
     (out / "manifest.json").unlink()
     damaged("missing")
+
+
+def test_what_has_failed_is_tried_on_another_host():
+    tasks = _engine.Tasks(None, None, 0)
+    tasks.known = ("tcp://a:1", "tcp://a:2", "tcp://b:1")
+    for failed, others in [((), []), (("tcp://a:1",), ["tcp://b:1"]),
+                           (("tcp://a:1", "tcp://b:1"), ["tcp://a:2"])]:
+        assert tasks.others_than(failed) == others
 
 
 def test_splitters_divide_by_weight():

@@ -1,9 +1,9 @@
 """The engine: tasks in a Dask cluster, each done until one has answered.
 
 Dask chooses the worker, moves what a task needs, and does the tasks of a lost worker again. A task
-that fails for another reason is tried on another worker; two that say the same are believed. What
-Dask would wait for without end, workers that do not come back and a scheduler that is silent, ends
-the run.
+that fails for another reason is tried on another host, since a full disk is full for all workers of
+its host; two that say the same are believed. What Dask would wait for without end, workers that do
+not come back and a scheduler that is silent, ends the run.
 """
 
 import contextlib
@@ -77,10 +77,18 @@ class Tasks:
 
     def submit(self, task):
         options = {"pure": False, "key": f"tvsort-{task.call[0].__name__}-{uuid.uuid4().hex[:12]}"}
-        others = [worker for worker in self.known if worker not in task.failed]
-        if task.workers or (task.failed and others):
-            options.update(workers=list(task.workers) or others, allow_other_workers=False)
+        others = list(task.workers) or self.others_than(task.failed)
+        if others:
+            options.update(workers=others, allow_other_workers=False)
         return self.client.submit(_tasks.attempt, *task.call, **options)
+
+    def others_than(self, failed):
+        """Workers for a task that has failed on these: of other hosts, or else other ones."""
+        if not failed:
+            return []
+        hosts = set(map(_tasks.host_of, failed))
+        return [worker for worker in self.known if _tasks.host_of(worker) not in hosts] or [
+            worker for worker in self.known if worker not in failed]
 
     def some_done(self):
         """Those of the pending futures that have ended, after some time perhaps none."""
