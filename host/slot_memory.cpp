@@ -1,9 +1,7 @@
 #include "host/slot_memory.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 
-#include <cerrno>
 #include <limits>
 #include <string>
 
@@ -13,7 +11,7 @@ namespace tvsort::host {
 
 namespace {
 
-void checkLayout(const SlotLayout& layout, int slotCount) {
+std::size_t bytesOf(const SlotLayout& layout, int slotCount) {
     if (slotCount < 1 || slotCount > std::numeric_limits<std::uint16_t>::max()) {
         throw badUse(std::to_string(slotCount) + " slots cannot be had; ask for 1 to 65535");
     }
@@ -35,35 +33,17 @@ void checkLayout(const SlotLayout& layout, int slotCount) {
         throw badUse(std::to_string(slotCount) + " slots of " + std::to_string(layout.slotBytes()) +
                      " bytes exceed 4 GiB; use fewer slots or less memory for each");
     }
+    return static_cast<std::size_t>(layout.slotBytes()) * static_cast<std::size_t>(slotCount);
 }
 
 }  // namespace
 
-SlotMemory::SlotMemory(const SlotLayout& layout, int slotCount)
-    : layout_(layout), slotCount_(slotCount) {
-    checkLayout(layout, slotCount);
-    bytes_ = static_cast<std::size_t>(layout.slotBytes()) * static_cast<std::size_t>(slotCount);
-    const std::string size = std::to_string(bytes_) + " bytes of shared memory";
-    descriptor_ =
-        aboveStreams(FileDescriptor(memfd_create("tvsort", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
-    if (!descriptor_.isOpen() || ftruncate(descriptor(), static_cast<off_t>(bytes_)) != 0 ||
-        fcntl(descriptor(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
-        throw systemFailure("cannot create " + size, errno, "ask for less memory or fewer slots");
-    }
-    void* const start = mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor(), 0);
-    if (start == MAP_FAILED) {
-        throw systemFailure("cannot map " + size, errno, "ask for less memory or fewer slots");
-    }
-    start_ = static_cast<Byte*>(start);
-}
-
-SlotMemory::~SlotMemory() {
-    munmap(start_, bytes_);
-}
+SlotMemory::SlotMemory(const SlotLayout& layout, int slotCount, HugePages hugePages)
+    : layout_(layout), slotCount_(slotCount), object_(bytesOf(layout, slotCount), hugePages) {}
 
 void SlotMemory::release() const {
     // Where the system does not, they stay until the end.
-    madvise(start_, bytes_, MADV_REMOVE);
+    madvise(object_.start(), object_.byteCount(), MADV_REMOVE);
 }
 
 std::span<Byte> SlotMemory::slot(int slotNumber) const {
@@ -72,7 +52,7 @@ std::span<Byte> SlotMemory::slot(int slotNumber) const {
                      std::to_string(slotCount_) + " exist");
     }
     const auto offset = layout_.slotOffset(static_cast<std::uint32_t>(slotNumber));
-    return {start_ + offset, static_cast<std::size_t>(layout_.slotBytes())};
+    return {object_.start() + offset, static_cast<std::size_t>(layout_.slotBytes())};
 }
 
 std::span<Byte> SlotMemory::messageBuffer(int slotNumber) const {

@@ -2,8 +2,7 @@
 //
 // Slot n (from 1) is mapped by process n alone; this side sees them all. The layout of a slot
 // stands in protocol/slot_layout.h. The object has no name: processes inherit its descriptor, and
-// it is gone when the last of them and this side have ended. Its size is sealed: a process that cut
-// it would end this side by signal at the next look at a page that is gone.
+// it is gone when the last of them and this side have ended.
 //
 // Whose turn it is, is told by the messages: from sending one until its reply has come the slot
 // belongs to the process.
@@ -13,7 +12,7 @@
 #include <cstdint>
 #include <span>
 
-#include "host/file_descriptor.h"
+#include "host/shared_object.h"
 #include "protocol/bytes.h"
 #include "protocol/slot_layout.h"
 
@@ -22,13 +21,11 @@ namespace tvsort::host {
 class SlotMemory {
   public:
     // Zero-filled. Slots that would not fit the 32-bit offsets of the layout are bad use.
-    SlotMemory(const SlotLayout& layout, int slotCount);
-    ~SlotMemory();
-    SlotMemory(const SlotMemory&) = delete;
-    SlotMemory& operator=(const SlotMemory&) = delete;
+    SlotMemory(const SlotLayout& layout, int slotCount, HugePages hugePages = HugePages::kOff);
 
     // For a process to inherit.
-    int descriptor() const { return descriptor_.number(); }
+    int descriptor() const { return object_.descriptor(); }
+    bool hasHugePages() const { return object_.hasHugePages(); }
     const SlotLayout& layout() const { return layout_; }
     int slotCount() const { return slotCount_; }
 
@@ -49,9 +46,7 @@ class SlotMemory {
   private:
     SlotLayout layout_;
     int slotCount_;
-    FileDescriptor descriptor_;
-    std::size_t bytes_ = 0;
-    Byte* start_ = nullptr;
+    SharedObject object_;
 };
 
 }  // namespace tvsort::host

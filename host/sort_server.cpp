@@ -48,7 +48,7 @@ std::filesystem::path chooseWorkDirectory(const ServerOptions& options,
 
 SortServer::SortServer(const ServerOptions& options, Processes processes)
     : options_(options),
-      memory_(layoutOf(options), options.slotCount),
+      memory_(layoutOf(options), options.slotCount, options.hugePages),
       directory_(tempDirectoryOf(options)),
       socket_(chooseSocketDirectory(directory_, options.instance, socketDirectory_),
               options.instance),

@@ -39,6 +39,8 @@ struct ServerOptions {
     std::int32_t pagesPerBlock = 16;
     // Slots 1 to slotCount, with a process each.
     int slotCount = 1;
+    // Whether the slots are in pages of 2 MiB, which are brought in by 512 times fewer faults.
+    HugePages hugePages = HugePages::kOff;
     // A private directory for socket and work files is made here.
     std::filesystem::path tempDirectory;
     // Where the work files are to be instead; must exist.

@@ -98,6 +98,12 @@ TVSORT_API void tvsort_collation_destroy(tvsort_collation* collation);
  * process per slot. Destroying it leaves none of them behind. */
 typedef struct tvsort_server tvsort_server;
 
+enum {
+    TVSORT_HUGE_PAGES_OFF = 0,
+    TVSORT_HUGE_PAGES_TRY = 1, /* where they can be had */
+    TVSORT_HUGE_PAGES_ON = 2   /* or the server is not started */
+};
+
 typedef struct tvsort_server_options {
     size_t struct_size;
     /* The program of the process. Default: beside the library, in the bin folder of its prefix, or
@@ -123,6 +129,8 @@ typedef struct tvsort_server_options {
     int32_t start_timeout;
     /* Milliseconds for a request to be served. Default: no limit. */
     int32_t request_timeout;
+    /* TVSORT_HUGE_PAGES_..., for the slots. Default: off. */
+    int32_t huge_pages;
 } tvsort_server_options;
 
 /* A server without processes; TVSORT_NO_MEMORY is all that can go wrong. */

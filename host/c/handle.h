@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -74,19 +75,29 @@ void need(const void* pointer, const char* name);
 // No struct of this interface will ever be larger; what is, was never set.
 inline constexpr std::size_t kStructBytesMax = 4096;
 
-// The caller's struct as this library knows it.
+// Bytes of a struct as its first callers were compiled.
+template <typename Struct>
+inline constexpr std::size_t kFirstBytes = sizeof(Struct);
+template <>
+inline constexpr std::size_t kFirstBytes<tvsort_server_options> = offsetof(tvsort_server_options,
+                                                                           huge_pages);
+
+// The caller's struct as this library knows it; what the caller does not know is 0.
 template <typename Struct>
 Struct taken(const Struct* given, const char* name) {
     need(given, name);
     const std::size_t size = given->struct_size;
-    if (size < sizeof(Struct) || size > kStructBytesMax) throwStructSize(name, size);
-    const auto* const rest = reinterpret_cast<const unsigned char*>(given) + sizeof(Struct);
-    if (!std::all_of(rest, rest + (size - sizeof(Struct)), [](auto byte) { return byte == 0; })) {
+    if (size < kFirstBytes<Struct> || size > kStructBytesMax) throwStructSize(name, size);
+    const std::size_t known = std::min(size, sizeof(Struct));
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(given);
+    if (!std::all_of(bytes + known, bytes + size, [](auto byte) { return byte == 0; })) {
         throw host::badUse(std::string(name) +
                            " sets what this version of the library does not know; leave it 0, or "
                            "install a newer version");
     }
-    return *given;
+    Struct made = {};
+    std::memcpy(&made, given, known);
+    return made;
 }
 
 // Fills the caller's struct, as far as the caller knows it.

@@ -38,6 +38,20 @@ host::Timeout timeoutOf(std::int32_t milliseconds, host::Timeout otherwise, cons
     return milliseconds == 0 ? otherwise : host::Timeout(milliseconds);
 }
 
+host::HugePages hugePagesOf(const tvsort_server_options& options) {
+    switch (options.huge_pages) {
+        case TVSORT_HUGE_PAGES_OFF:
+            return host::HugePages::kOff;
+        case TVSORT_HUGE_PAGES_TRY:
+            return host::HugePages::kTry;
+        case TVSORT_HUGE_PAGES_ON:
+            return host::HugePages::kOn;
+        default:
+            throw host::badUse("there is no huge_pages " + std::to_string(options.huge_pages) +
+                               "; use TVSORT_HUGE_PAGES_OFF, _TRY or _ON");
+    }
+}
+
 std::int32_t blockPagesOf(const tvsort_server_options& options, std::int64_t pages) {
     if (options.block_pages < 0 || options.block_pages > kBlockPagesMax) {
         throw host::badUse("blocks of " + std::to_string(options.block_pages) +
@@ -80,6 +94,7 @@ host::ServerOptions serverOptions(const tvsort_server_options& options) {
     if (options.file_bytes_max > 0) made.fileBytesMax = options.file_bytes_max;
     made.startTimeout = timeoutOf(options.start_timeout, made.startTimeout, "start_timeout");
     made.requestTimeout = timeoutOf(options.request_timeout, host::kNoTimeout, "request_timeout");
+    made.hugePages = hugePagesOf(options);
     setMemory(options, made);
     made.whileWaiting = heedWaiting;
     // Threads of other languages come and go.

@@ -204,6 +204,8 @@ TEST_F(Command, StatsCountWhatHappened) {
         }
         EXPECT_EQ(times->at("system_calls_filtered"), filterExpected());
         times->erase("system_calls_filtered");
+        EXPECT_EQ(times->at("huge_pages"), false);
+        times->erase("huge_pages");
     }
     // Every block is written, those without a frame are read, and the frames once more at the end.
     EXPECT_GE(spilled["blocks_written"], 38);
@@ -221,6 +223,26 @@ TEST_F(Command, StatsCountWhatHappened) {
         "duplicate_count": 0, "group_count": 0, "run_count": 0, "round_count": 1,
         "records_per_block": 81, "block_bytes": 8192,
         "block_count": 38, "frame_count": 5, "fitted": false, "spilled_bytes": 270336})"));
+}
+
+TEST_F(Command, HugePagesAreTriedForcedOrLeftAndToldOf) {
+    EXPECT_EQ(run("generate --records 3000 -o records").status, 0);
+    const auto sorted = [this](const std::string& words) {
+        return run("sort records --stats=json " + (kByKey + words));
+    };
+    const std::string expected = sorted("").output;
+    const Outcome tried = sorted("--huge-pages=try");
+    const bool canHave = nlohmann::json::parse(tried.errors).at("huge_pages");
+    EXPECT_EQ(tried.output, expected);
+    const Outcome forced = sorted("--huge-pages=on");
+    if (canHave) {
+        EXPECT_TRUE(nlohmann::json::parse(forced.errors).at("huge_pages"));
+        EXPECT_EQ(forced.output, expected);
+    } else {
+        EXPECT_EQ(forced.status, 2);
+        EXPECT_THAT(forced.errors, testing::HasSubstr("no huge pages"));
+    }
+    EXPECT_EQ(sorted("--huge-pages=few").status, 2);
 }
 
 }  // namespace

@@ -31,6 +31,7 @@ host::ServerOptions serverOptions(SortSetup& setup) {
     server.memoryPages = setup.memoryPlan().pages;
     server.pagesPerBlock = setup.memoryPlan().blockPages;
     server.slotCount = setup.processCount();
+    server.hugePages = options.hugePages;
     server.tempDirectory = tempDirectoryOf(options);
     if (options.timeoutSeconds.has_value()) {
         server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};
@@ -111,6 +112,7 @@ int sortFile(const SortOptions& options) {
     setup.output().finish();
     stats.write += finishing.lap();
     stats.read = setup.readCost();
+    stats.hugePages = server.memory().hasHugePages();
     stats.skippedCount = setup.errors().skippedCount();
     stats.ownPeakBytes = ownPeakBytes();
     setup.progress().clear();

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "host/host_error.h"
@@ -328,9 +329,18 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
         ->check(CLI::Range(kTimeoutSecondsMin, kTimeoutSecondsMax));
     command
         .add_option("--processes", options.processCount,
-                    "So many sort processes, each for a range of keys and with its part of the "
-                    "memory; inputs are read once more to find the ranges")
+                    "So many sort processes, which share the memory, and threads that feed them; "
+                    "without it as many as there are processors, or 1 for small inputs")
         ->check(CLI::Range(1, kProcessesMax));
+    command
+        .add_option("--huge-pages", options.hugePages,
+                    "Memory in pages of 2 MiB: try, off, or on, which fails where they cannot be "
+                    "had")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, host::HugePages>{{"off", host::HugePages::kOff},
+                                                   {"try", host::HugePages::kTry},
+                                                   {"on", host::HugePages::kOn}}))
+        ->default_str("off");
     command.add_option("--process", options.process, "The tvsort program to use");
     command
         .add_flag("--stats{text}", options.stats,

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/key_ranges.h"
+#include "host/shared_object.h"
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
@@ -38,6 +39,7 @@ struct SortOptions {
     std::string process;
     std::string stats;  // empty, "text" or "json"
     std::optional<int> processCount;
+    host::HugePages hugePages = host::HugePages::kOff;
     std::optional<std::uint64_t> randomSeed;
     std::string
         check;  // kOnlyCheck: nothing is sorted; kNoCheck: nor is the order of merged inputs

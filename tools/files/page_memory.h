@@ -1,5 +1,7 @@
-// Memory in whole pages that costs nothing until it is touched, in large pages where the system has
-// them.
+// Memory in whole pages that costs nothing until it is touched.
+//
+// The system is not asked for large pages. Where it has to make them first, as virtual machines do
+// that give memory back to their host, they cost three times what small ones do that are at hand.
 
 #pragma once
 
@@ -26,8 +28,6 @@ class PageMemory {
                                       "give less --memory");
         }
         start_ = static_cast<char*>(start);
-        // A page fault for 2 MiB in place of one for 4 KiB; nothing is lost where that cannot be.
-        madvise(start, byteCount, MADV_HUGEPAGE);
     }
     ~PageMemory() {
         if (start_ != nullptr) munmap(start_, byteCount_);

@@ -87,10 +87,12 @@ std::string statsAsText(const SortStats& stats) {
         "spilled          {}\n"
         "blocks read      {}\n"
         "blocks written   {}\n"
-        "filter           {}\n",
+        "filter           {}\n"
+        "huge pages       {}\n",
         stats.blockCount, stats.blockBytes, stats.recordsPerBlock, stats.frameCount,
         stats.fitted ? "yes" : "no", inUnits(stats.spilledBytes), stats.blocksRead,
-        stats.blocksWritten, stats.systemCallsFiltered ? "on" : "off");
+        stats.blocksWritten, stats.systemCallsFiltered ? "on" : "off",
+        stats.hugePages ? "yes" : "no");
     for (const auto& [name, cost] : stagesOf(stats)) {
         text += fmt::format("{:<16} {:.3f} s, CPU {:.3f} s\n", name, cost.elapsedSeconds,
                             cost.cpuSeconds);
@@ -122,6 +124,7 @@ std::string statsAsJson(const SortStats& stats) {
         {"blocks_read", stats.blocksRead},
         {"blocks_written", stats.blocksWritten},
         {"system_calls_filtered", stats.systemCallsFiltered},
+        {"huge_pages", stats.hugePages},
     };
     for (const auto& [name, cost] : stagesOf(stats)) {
         json[fmt::format("{}_seconds", name)] = cost.elapsedSeconds;

@@ -42,10 +42,11 @@ struct SortStats {
     std::int64_t blocksWritten = 0;
     // Every process had restricted its own system calls.
     bool systemCallsFiltered = true;
-    StageCost read;   // measuring the inputs, and copying what cannot be read twice
-    StageCost load;   // laying records into memory and work file
-    StageCost sort;   // waiting for the process, and what it computes
-    StageCost write;  // the result
+    bool hugePages = false;  // hold the slots
+    StageCost read;          // measuring the inputs, and copying what cannot be read twice
+    StageCost load;          // laying records into memory and work file
+    StageCost sort;          // waiting for the process, and what it computes
+    StageCost write;         // the result
     std::int64_t processPeakBytes = 0;
     std::int64_t ownPeakBytes = 0;  // of the command; slots in shared memory count in both
 

@@ -607,6 +607,11 @@ static void test_misuse(void) {
     GIVES(tvsort_server_start(server, &later.known), TVSORT_BAD_USE, tvsort_server_text(server),
           "what this version of the library does not know");
     later.unknown = 0;
+    later.known.huge_pages = 7;
+    GIVES(tvsort_server_start(server, &later.known), TVSORT_BAD_USE, tvsort_server_text(server),
+          "there is no huge_pages 7");
+    /* A caller from before there were huge pages sets nothing of them, whatever stands there. */
+    later.known.struct_size = offsetof(tvsort_server_options, huge_pages);
     GIVES(tvsort_server_start(server, &later.known), TVSORT_OK, tvsort_server_text(server), "");
     GIVES(tvsort_server_start(server, NULL), TVSORT_BAD_USE, tvsort_server_text(server),
           "has been started");
