@@ -20,8 +20,18 @@ from tvsort import Key, cluster
 from tvsort.cluster import _command, _engine, _ranges, _records, _run, _text
 
 
+@pytest.fixture(scope="module", autouse=True)
+def own_temporary_folder(tmp_path_factory):
+    """Others may sort on this machine meanwhile."""
+    folder = str(tmp_path_factory.mktemp("temporary"))
+    with pytest.MonkeyPatch.context() as patch:
+        patch.setenv("TMPDIR", folder)
+        patch.setattr(tempfile, "tempdir", folder)
+        yield
+
+
 @pytest.fixture(scope="module")
-def client():
+def client(own_temporary_folder):
     with distributed.LocalCluster(n_workers=2, threads_per_worker=2, processes=False,
                                   dashboard_address=None) as local:
         with distributed.Client(local) as made:
