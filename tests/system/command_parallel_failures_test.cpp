@@ -247,14 +247,14 @@ class ParallelFailures : public CommandTest {
 };
 
 TEST_F(ParallelFailures, AProcessThatDiesOrStopsIsNamed) {
-    disturb(rounds(30), {2}, ".process [0-9]+. (was ended by signal 9|let the time run out)",
+    disturb(rounds(20), {2}, ".process [0-9]+. (was ended by signal 9|let the time run out)",
             [](Job& job, std::mt19937& random) {
                 job.signalChild(random() % 16 == 0 ? SIGSTOP : SIGKILL, random);
             });
 }
 
 TEST_F(ParallelFailures, ASignalOrTwoEndThemAtAnyMoment) {
-    disturb(rounds(30), {128 + SIGINT, 128 + SIGTERM},
+    disturb(rounds(20), {128 + SIGINT, 128 + SIGTERM},
             "interrupted by signal (2|15); no output file was changed",
             [](Job& job, std::mt19937& random) {
                 job.sendSignal(random() % 2 == 0 ? SIGINT : SIGTERM);
@@ -267,7 +267,7 @@ TEST_F(ParallelFailures, ASignalOrTwoEndThemAtAnyMoment) {
 // Ctrl-C reaches any of the threads; the one that waits for a reader may be another.
 TEST_F(ParallelFailures, ASignalEndsThemWhileNobodyReads) {
     std::mt19937 random(1);
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 8; ++i) {
         const Way& chosen = way(random);
         int ends[2];
         ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -286,7 +286,7 @@ TEST_F(ParallelFailures, ASignalEndsThemWhileNobodyReads) {
 
 TEST_F(ParallelFailures, AReaderThatGoesEndsThemWithoutAWord) {
     Tally tally;
-    loop(rounds(24), tally, [&](std::mt19937& random) {
+    loop(rounds(14), tally, [&](std::mt19937& random) {
         const Way& chosen = way(random);
         int ends[2];
         ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -318,7 +318,7 @@ TEST_F(ParallelFailures, AReaderThatGoesEndsThemWithoutAWord) {
 
 TEST_F(ParallelFailures, KilledThemselvesTheyLeaveNoProcessAndWhatTheNextOneSweeps) {
     Tally tally;
-    loop(rounds(20), tally, [&](std::mt19937& random) {
+    loop(rounds(12), tally, [&](std::mt19937& random) {
         const Way& chosen = way(random);
         const double part = static_cast<double>(random() % 1500) / 1000;
         Job job(folder(), chosen.words + " -o out");
@@ -346,7 +346,7 @@ TEST_F(ParallelFailures, AFullDiskIsNamedByWhatDidNotFit) {
     if (!disk.isMounted()) GTEST_SKIP() << "nothing may be mounted here";
     for (const bool isOutput : {false, true}) {
         Tally tally;
-        loop(rounds(24), tally, [&](std::mt19937& random) {
+        loop(rounds(14), tally, [&](std::mt19937& random) {
             const Way& chosen = way(random);
             if (isOutput) outName_ = "disk/out";
             write(outName_, "before");
@@ -401,7 +401,7 @@ TEST_F(ParallelFailures, WhatRunsOutIsNamed) {
         {"ulimit -p ", 1, 16, 1, "unavailable; (raise the limit|give fewer --processes)",
          kOtherUser},
 #endif
-        {"ulimit -f ", 8, 9000, 300, "File too large", 0},
+        {"ulimit -f ", 8, 9000, 700, "File too large", 0},
     };
     for (const Case& c : cases) {
         if (c.user != 0 && getuid() != 0) continue;
@@ -429,7 +429,7 @@ TEST_F(ParallelFailures, WhatRunsOutIsNamed) {
 TEST_F(ParallelFailures, AnInputThatChangesMeanwhileIsNoticed) {
     int noticed = 0;
     int done = 0;
-    for (int i = 0; i < rounds(30); ++i) {
+    for (int i = 0; i < rounds(20); ++i) {
         SCOPED_TRACE("seed " + std::to_string(i));
         std::mt19937 random(static_cast<unsigned>(i));
         const Way& chosen = way(random);

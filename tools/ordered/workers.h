@@ -20,8 +20,8 @@ namespace tvsort::tools {
 class WorkIsOff {};
 
 // Calls `work` with 0 to count - 1, side by side, and waits for all. When one throws or cannot be
-// started, `callOff` is called for the others to end; what was thrown is thrown here. In all of them
-// an interrupt ends a call that waits.
+// started, `callOff` is called for the others to end; what was thrown is thrown here. An interrupt
+// ends a call that waits in any of them.
 inline void workTogether(std::size_t count, const std::function<void(std::size_t)>& work,
                          const std::function<void()>& callOff) {
     if (count == 1) return work(0);
