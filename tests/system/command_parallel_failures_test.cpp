@@ -34,8 +34,7 @@ using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
 constexpr Seconds kPatience{20};
-constexpr uid_t kOtherUser = 54321;
-constexpr char kDiskFull[] = "No space left on device; make room there";
+[[maybe_unused]] constexpr uid_t kOtherUser = 54321;
 
 int rounds(int usual) {
     const char* const times = std::getenv("TVSORT_FAILURE_ROUNDS");
