@@ -29,7 +29,6 @@ namespace {
 using testing::AnyOf;
 using testing::Contains;
 using testing::ContainsRegex;
-using testing::HasSubstr;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
