@@ -13,7 +13,7 @@ namespace {
 
 TEST(FixedRecords, OfAFileThatChangesMeanwhileAreNotTakenForAll) {
     const std::string name = testing::TempDir() + "tvsort-records-" + std::to_string(getpid());
-    for (const std::uintmax_t size : {80, 0, 75, 160, 100}) {
+    for (const std::uintmax_t size : {80U, 0U, 75U, 160U, 100U}) {
         std::ofstream(name) << std::string(100, 'x');
         InputFile input(name);
         FixedRecordSource source(input, 10);
