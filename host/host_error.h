@@ -49,6 +49,7 @@ class HostError : public std::runtime_error {
 };
 
 // A failed system call: "<what>: <the system's words>; <advice>". `what` names the object too.
+// Where the process has no descriptor left, the advice is about that.
 HostError systemFailure(const std::string& what, int systemError, const std::string& advice = "");
 
 // A request that cannot be met, in words that say what to ask for instead.

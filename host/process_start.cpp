@@ -1,6 +1,7 @@
 #include "host/process_start.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -125,11 +126,28 @@ void becomeProgram(const ChildPlan& plan) {
 
 // The error number that a child could not go on with; 0 when its program runs, which closes the
 // pipe.
-int failureOf(int failureDescriptor) {
-    int error = 0;
-    while (read(failureDescriptor, &error, sizeof error) < 0 && errno == EINTR)
+int failureOf(int failureDescriptor, pid_t id, const ProcessStart& start) {
+    const Deadline deadline(start.timeout);
+    for (;;) {
+        pollfd polled = {failureDescriptor, POLLIN, 0};
+        int error = 0;
+        if (poll(&polled, 1, deadline.sliceMilliseconds()) > 0 &&
+            read(failureDescriptor, &error, sizeof error) >= 0) {
+            return error;
+        }
+        if (start.whileWaiting) start.whileWaiting();
+        if (deadline.hasPassed()) {
+            throw HostError(FailureKind::kTimedOut,
+                            "the sort process " + start.program.string() + " (process " +
+                                std::to_string(id) +
+                                ") let the time run out while it was to start; start it again");
+        }
+    }
+}
+
+void reap(pid_t id) {
+    while (waitpid(id, nullptr, 0) < 0 && errno == EINTR)
         continue;
-    return error;
 }
 
 // No signal comes to a child that still has its parent's handlers.
@@ -179,13 +197,19 @@ pid_t startProcess(const ProcessStart& start, int output) {
     }
     childsFailure.close();
     if (id > 0) {
-        error = failureOf(failure.number());
+        try {
+            error = failureOf(failure.number(), id, start);
+        } catch (...) {
+            kill(id, SIGKILL);
+            reap(id);
+            throw;
+        }
         if (error == 0) return id;
-        while (waitpid(id, nullptr, 0) < 0 && errno == EINTR)
-            continue;
+        reap(id);
     }
-    throw systemFailure("cannot start the sort process " + start.program.string(), error,
-                        "name the built tvsort program");
+    throw systemFailure(
+        "cannot start the sort process " + start.program.string(), error,
+        error == EAGAIN ? "raise the limit of processes" : "name the built tvsort program");
 }
 
 }  // namespace tvsort::host

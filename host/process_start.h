@@ -24,6 +24,8 @@
 #include <string>
 #include <vector>
 
+#include "host/deadline.h"
+
 namespace tvsort::host {
 
 inline constexpr std::int64_t kNoLimit = std::numeric_limits<std::int64_t>::max();
@@ -45,10 +47,13 @@ struct ProcessStart {
     // Inherited under its own number; -1 for none.
     int sharedDescriptor = -1;
     ProcessLimits limits = {};
+    // Until the program runs: a child can be stopped before.
+    Timeout timeout = kNoTimeout;
+    WhileWaiting whileWaiting = {};
 };
 
 // Starts the program with `output` as its standard output; answers the child's id. A program that
-// cannot be run is thrown as kSystemCall.
+// cannot be run is thrown as kSystemCall, one that does not come to run as kTimedOut.
 pid_t startProcess(const ProcessStart& start, int output);
 
 }  // namespace tvsort::host

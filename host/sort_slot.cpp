@@ -88,6 +88,8 @@ ProcessStart SortSlot::processStart() const {
     }
     start.sharedDescriptor = memory_.descriptor();
     start.limits = processLimits(prefix);
+    start.timeout = options_.startTimeout;
+    start.whileWaiting = options_.whileWaiting;
     return start;
 }
 

@@ -209,6 +209,34 @@ TEST(ProcessStart, AProgramIsLookedUpAndWhatCannotRunIsNamed) {
     }
 }
 
+bool stopsChildren = false;
+
+// Stopped before its program runs, a child tells nobody anything.
+TEST(ProcessStart, OfAStoppedChildIsGivenUp) {
+    ASSERT_EQ(pthread_atfork(nullptr, nullptr,
+                             [] {
+                                 if (stopsChildren) raise(SIGSTOP);
+                             }),
+              0);
+    struct GivenUp {};
+    ServerOptions inTime = smallOptions();
+    inTime.startTimeout = Timeout{50};
+    ServerOptions onAsking = smallOptions();
+    onAsking.whileWaiting = [] { throw GivenUp(); };
+    stopsChildren = true;
+    try {
+        const SortServer server(inTime);
+        ADD_FAILURE() << "it has started";
+    } catch (const HostError& error) {
+        EXPECT_EQ(error.kind(), FailureKind::kTimedOut);
+        EXPECT_THAT(error.what(),
+                    ContainsRegex("process [0-9]+. let the time run out while it was"));
+    }
+    EXPECT_THROW(SortServer{onAsking}, GivenUp);
+    stopsChildren = false;
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+}
+
 // Whatever the host ignores or holds back.
 TEST(ProcessStart, HostsNeedNoStandardStreams) {
     constexpr int kServed = 7;

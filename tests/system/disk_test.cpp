@@ -1,23 +1,19 @@
 // A disk that fills up in the middle of a sort, at every block that is still to be written.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
 
 #include "tests/fault/shaped_case.h"
+#include "tests/support/small_disk.h"
 
 namespace tvsort::test {
 namespace {
 
 constexpr std::int32_t kMemoryPages = 20;
-constexpr std::uint64_t kPage = 4096;
 // 1000 records of 400 bytes: 100 pages, of which the first 20 come in frames and are not yet in the
 // file.
 constexpr std::int32_t kScale = 10;
@@ -33,50 +29,6 @@ host::ServerOptions optionsFor(const std::filesystem::path& workDirectory) {
     options.requestTimeout = host::Timeout{20000};
     return options;
 }
-
-// Mounts of its own for this process; as root of a user namespace where it is not root already.
-bool separateMounts() {
-    const uid_t user = getuid();
-    const gid_t group = getgid();
-    if (unshare(CLONE_NEWNS) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-        std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
-        std::ofstream("/proc/self/setgroups") << "deny";
-        std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
-    }
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
-// A file system in memory that is full when it is to be.
-class SmallDisk {
-  public:
-    explicit SmallDisk(const std::filesystem::path& path) : path_(path) {
-        isMounted_ = separateMounts() && mount("small", path.c_str(), "tmpfs", 0, "size=1M") == 0;
-    }
-    ~SmallDisk() { umount2(path_.c_str(), MNT_DETACH); }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-    bool isMounted() const { return isMounted_; }
-    std::uint64_t freePages() const {
-        struct statvfs status = {};
-        EXPECT_EQ(statvfs(path_.c_str(), &status), 0);
-        return status.f_bavail * status.f_bsize / kPage;
-    }
-    void fillUpTo(std::uint64_t pagesLeft) const {
-        const int fd = open(filler().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        EXPECT_EQ(posix_fallocate(fd, 0, static_cast<off_t>((freePages() - pagesLeft) * kPage)), 0);
-        close(fd);
-        EXPECT_EQ(freePages(), pagesLeft);
-    }
-    void makeRoom() const { std::filesystem::remove(filler()); }
-
-  private:
-    std::filesystem::path filler() const { return path_ / "filler"; }
-
-    std::filesystem::path path_;
-    bool isMounted_;
-};
 
 TEST(FullDisk, IsAnErrorAndNeverAMissingRecord) {
     const host::PrivateDirectory directory(host::defaultTempDirectory());
@@ -119,7 +71,8 @@ TEST(FullDisk, AtAFilesSizeLimitIsTheSame) {
     rlimit before = {};
     ASSERT_EQ(prlimit(slot.process().id(), RLIMIT_FSIZE, nullptr, &before), 0);
     for (const host::Geometry& geometry : kGeometries) {
-        for (std::uint64_t limit = 0; limit <= kFilePages * kPage; limit += 3 * kPage + 1024) {
+        for (std::uint64_t limit = 0; limit <= kFilePages * kDiskPage;
+             limit += 3 * kDiskPage + 1024) {
             SCOPED_TRACE(testing::Message() << "a limit of " << limit << " bytes");
             const host::LoadedData loaded = shaped.load(slot, geometry);
             const rlimit small = {limit, before.rlim_max};

@@ -2,13 +2,16 @@
 
 #include <signal.h>
 
+#include <atomic>
 #include <initializer_list>
 
 namespace tvsort::tools {
 
 namespace {
 
-volatile sig_atomic_t receivedSignal = 0;
+// Written by a handler in whatever thread the system has chosen.
+std::atomic<int> receivedSignal = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void noteSignal(int signalNumber) {
     receivedSignal = signalNumber;
@@ -35,7 +38,11 @@ void catchInterrupts() {
 }
 
 void throwIfInterrupted() {
-    if (receivedSignal != 0) throw Interrupted(receivedSignal);
+    if (const int signalNumber = receivedSignal) throw Interrupted(signalNumber);
+}
+
+void wakeIfInterrupted(pthread_t thread) {
+    if (const int signalNumber = receivedSignal) pthread_kill(thread, signalNumber);
 }
 
 }  // namespace tvsort::tools

@@ -6,6 +6,8 @@
 
 #pragma once
 
+#include <pthread.h>
+
 #include <exception>
 
 namespace tvsort::tools {
@@ -26,5 +28,9 @@ void catchInterrupts();
 
 // Throws `Interrupted` when one of the signals has come.
 void throwIfInterrupted();
+
+// When one of the signals has come, ends a call in which this thread waits. The system gives a
+// signal to one thread only.
+void wakeIfInterrupted(pthread_t thread);
 
 }  // namespace tvsort::tools

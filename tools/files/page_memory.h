@@ -25,7 +25,7 @@ class PageMemory {
                                  MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (start == MAP_FAILED) {
             throw host::systemFailure("cannot get " + std::to_string(byteCount) + " bytes", errno,
-                                      "give less --memory");
+                                      "give less --memory or raise the limit of address space");
         }
         start_ = static_cast<char*>(start);
     }

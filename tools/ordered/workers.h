@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <exception>
@@ -10,34 +11,56 @@
 #include <thread>
 #include <vector>
 
+#include "tools/files/interrupt.h"
+#include "tools/run/thread_start.h"
+
 namespace tvsort::tools {
 
 // Another worker has failed: its reason is the one that counts.
 class WorkIsOff {};
 
-// Calls `work` with 0 to count - 1, side by side, and waits for all. When one throws, `callOff` is
-// called, in its thread, for the others to end; what it threw is thrown here.
+// Calls `work` with 0 to count - 1, side by side, and waits for all. When one throws or cannot be
+// started, `callOff` is called for the others to end; what was thrown is thrown here. An interrupt
+// ends a call that waits in any of them.
 inline void workTogether(std::size_t count, const std::function<void(std::size_t)>& work,
                          const std::function<void()>& callOff) {
     if (count == 1) return work(0);
+    constexpr std::chrono::milliseconds kWakeInterval{50};
     std::mutex mutex;
+    std::condition_variable ended;
+    std::size_t endedCount = 0;
     std::exception_ptr failure;
+    const auto attempt = [&](const auto& step) {
+        try {
+            step();
+        } catch (const WorkIsOff&) {
+            // Somebody else has the reason.
+        } catch (...) {
+            {
+                const std::lock_guard lock(mutex);
+                if (failure == nullptr) failure = std::current_exception();
+            }
+            callOff();
+        }
+    };
     {
         std::vector<std::jthread> threads;
-        for (std::size_t i = 0; i < count; ++i) {
-            threads.emplace_back([&, i] {
-                try {
-                    work(i);
-                } catch (const WorkIsOff&) {
-                    // Somebody else has the reason.
-                } catch (...) {
-                    {
-                        const std::lock_guard lock(mutex);
-                        if (failure == nullptr) failure = std::current_exception();
-                    }
-                    callOff();
-                }
-            });
+        attempt([&] {
+            threads.reserve(count);
+            for (std::size_t i = 0; i < count; ++i) {
+                threads.push_back(startThread([&, i] {
+                    attempt([&] { work(i); });
+                    const std::lock_guard lock(mutex);
+                    endedCount += 1;
+                    ended.notify_one();
+                }));
+            }
+        });
+        // Again and again, since one may have looked for the signal's note and not yet wait.
+        std::unique_lock lock(mutex);
+        while (!ended.wait_for(lock, kWakeInterval, [&] { return endedCount == threads.size(); })) {
+            for (std::jthread& thread : threads)
+                wakeIfInterrupted(thread.native_handle());
         }
     }
     if (failure != nullptr) std::rethrow_exception(failure);

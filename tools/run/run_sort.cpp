@@ -10,6 +10,7 @@
 #include "protocol/data_type.h"
 #include "tools/files/interrupt.h"
 #include "tools/run/loser_tree.h"
+#include "tools/run/thread_start.h"
 
 namespace tvsort::tools {
 
@@ -249,7 +250,7 @@ std::size_t RunSort::takeAhead(Byte* target, std::size_t recordsMax) {
 void RunSort::startSorting(std::size_t slotIndex, const host::RequestBuilder& request) {
     Load& load = loads_[slotIndex];
     load.failure = nullptr;
-    load.sorting = std::jthread([this, slotIndex, request, &load] {
+    load.sorting = startThread([this, slotIndex, request, &load] {
         try {
             host::SortSlot& slot = slotOf(slotIndex);
             load.before = slot.process().usage();

@@ -50,11 +50,11 @@ class RunSort {
         std::size_t runNumber = 0;
         host::LoadedData data;
         bool isFull = false;
-        std::jthread sorting;
         std::exception_ptr failure;
         SortReply reply = {};
         host::ProcessUsage before;
         host::ProcessUsage after;
+        std::jthread sorting;  // last, for it writes the others until it is joined
     };
     struct Run {
         std::size_t slotIndex = 0;  // where it is in a slot

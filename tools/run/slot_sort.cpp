@@ -8,6 +8,7 @@
 
 #include "protocol/messages.h"
 #include "tools/files/interrupt.h"
+#include "tools/run/thread_start.h"
 
 namespace tvsort::tools {
 
@@ -125,13 +126,13 @@ void SlotSort::ask() {
     {
         std::vector<std::jthread> threads;
         for (std::size_t i = 0; i < parts_.size(); ++i) {
-            threads.emplace_back([this, i, &failures] {
+            threads.push_back(startThread([this, i, &failures] {
                 try {
                     askPart(i);
                 } catch (...) {
                     failures[i] = std::current_exception();
                 }
-            });
+            }));
         }
     }
     for (const std::exception_ptr& failure : failures) {

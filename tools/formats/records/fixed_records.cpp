@@ -34,12 +34,17 @@ LevelReader levelFieldReader(const std::string& level, std::uint16_t recordLengt
 }  // namespace
 
 FixedRecordSource::FixedRecordSource(InputFile& input, std::uint16_t recordLength)
-    : Operand(input.displayName(), "record"), input_(input), recordLength_(recordLength) {
-    if (const auto bytes = input.fileBytes(); bytes.has_value()) checkWhole(*bytes);
+    : Operand(input.displayName(), "record"),
+      input_(input),
+      fileBytes_(input.fileBytes()),
+      recordLength_(recordLength) {
+    if (fileBytes_.has_value()) checkWhole(*fileBytes_);
 }
 
 std::size_t FixedRecordSource::readRecords(Byte* target, std::size_t recordsMax) {
     const std::size_t read = input_.read(target, recordsMax * recordLength_);
+    if (read < recordsMax * recordLength_ && input_.fileBytes() != fileBytes_)
+        throw changedWhileRead(input_.displayName());
     if (read % recordLength_ != 0) {
         checkWhole(recordCount() * recordLength_ + static_cast<std::int64_t>(read));
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "tools/files/input_file.h"
@@ -17,7 +18,8 @@ namespace tvsort::tools {
 class FixedRecordSource : public Operand {
   public:
     // Throws when the size of a regular file shows that its last record is short. Needs the input
-    // as long as it reads. An input that ends inside a record is thrown when it is read.
+    // as long as it reads. An input that ends inside a record is thrown when it is read, and so is
+    // a file that has got another size since.
     FixedRecordSource(InputFile& input, std::uint16_t recordLength);
 
   private:
@@ -25,6 +27,7 @@ class FixedRecordSource : public Operand {
     void checkWhole(std::int64_t inputBytes) const;
 
     InputFile& input_;
+    std::optional<std::int64_t> fileBytes_;
     std::uint16_t recordLength_;
 };
 
