@@ -36,7 +36,9 @@ std::string shownText(std::string_view text) {
 }
 
 HostError badValue(std::string_view text, const std::string& wanted, const std::string& reason) {
-    return badUse("\"" + shownText(text) + "\" is no " + wanted + ": " + reason);
+    std::string said = "\"";
+    said.append(shownText(text)).append("\" is no ").append(wanted).append(": ").append(reason);
+    return badUse(said);
 }
 
 ValueEncoder::ValueEncoder(const ValueFormat& format) : format_(format) {
