@@ -17,7 +17,7 @@ distributed = pytest.importorskip("distributed")
 
 import tvsort
 from tvsort import Key, cluster
-from tvsort.cluster import _command, _engine, _ranges, _records, _run, _text
+from tvsort.cluster import _command, _engine, _ranges, _records, _run, _shares, _text
 
 
 @pytest.fixture(scope="module")
@@ -67,10 +67,18 @@ def csv_files(rng, folder, odd_rows=()):
     return [str(name) for name in names]
 
 
-@pytest.mark.parametrize("seed", range(12))
-def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path):
+def divide(monkeypatch, share_bytes):
+    """Inputs into shares of about so many bytes, for however small they are."""
+    real = _shares.shares_of
+    monkeypatch.setattr(_shares, "shares_of", lambda size, _: real(size, share_bytes))
+
+
+@pytest.mark.parametrize("seed", range(18))
+def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path, monkeypatch):
     rng = random.Random(seed)
-    odd = ["a,x,1", 'a"b,1,2', "short", '"open,1,2', ',"",3'] if seed % 3 else []
+    if seed >= 6:
+        divide(monkeypatch, rng.choice([7, 40, 300]) if seed % 2 else 2000)
+    odd = ["a,x,1", 'a"b,1,2', "short", '"open,1,2', ',"",3', ""] if seed % 3 else []
     policy = {0: "stop", 1: "skip", 2: "last"}[seed % 3]
     names = csv_files(rng, tmp_path, odd)
     keys = rng.choice([["name", "number:int:desc"], ["number:int"], ["name:text:nocase:desc"],
@@ -102,7 +110,10 @@ def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path):
     (b"long" * 60000 + b"\nlong" + b"long" * 60000 + b"x\na\n", None, {"lines": True}),
     (b"\xff\xfe,1\n\x80,2\n", ["1"], {"format": "csv", "no_header": True, "on_error": "skip"}),
 ], ids=map(str, range(10)))
-def test_other_words_do_as_the_command_does(content, order, options, client, tmp_path):
+@pytest.mark.parametrize("shares", [1, 9])
+def test_other_words_do_as_the_command_does(shares, content, order, options, client, tmp_path,
+                                            monkeypatch):
+    divide(monkeypatch, len(content) // shares + 1)
     names = [str(tmp_path / name) for name in ("one", "-two", "empty")]
     for name in names:
         with open(name, "wb") as file:
@@ -118,7 +129,52 @@ def test_other_words_do_as_the_command_does(content, order, options, client, tmp
     assert contents(manifest) == alone(names, words, tmp_path / "alone")[2]
 
 
-def test_a_heavy_key_has_a_range_of_its_own(client, tmp_path):
+@pytest.mark.parametrize("storage", ["shared", "moved"])
+def test_a_share_that_guessed_its_begin_wrong_is_split_again(storage, client, tmp_path, monkeypatch):
+    """Texts in quotes look like rows, good ones and bad ones, until somebody knows where they begin."""
+    begun = []
+    real = _run._Sort.split_all
+
+    def split_all(self, tasks):
+        begun.append([task.call[-2].begins_row for task in tasks])
+        return real(self, tasks)
+
+    monkeypatch.setattr(_run._Sort, "split_all", split_all)
+    rng = random.Random(8)
+    lie = '1,"' + "\n5,no\nx,,\n7,yes" * 9 + '"\n'
+    rows = [rng.choice([lie, f"{rng.randrange(99)},\r\n", ",\n", "\n", f"3,{'y' * 120}\n"])
+            for _ in range(120)]
+    divide(monkeypatch, 150)
+    for policy, odd in [("stop", ""), ("stop", "bad,\n"), ("skip", "bad,\n"), ("last", '4,"x"y\n')]:
+        name = tmp_path / f"{policy}{len(odd)}"
+        name.write_text("n,t\n" + "".join(rows).replace("\n\n", "\n") + odd + "".join(rows[:9]) + "8,",
+                        newline="")
+        begun.clear()
+        words = ["--format=csv", "--key=n:int", f"--on-error={policy}"]
+        status, said, expected = alone([name], words, tmp_path / f"alone{name.name}")
+        out = tmp_path / f"out{name.name}"
+        if status == 2:
+            with pytest.raises(cluster.ClusterError) as error:
+                cluster.sort(name, out, "n:int", client=client, format="csv", storage=storage)
+            assert f"tvsort-host: {error.value}\n" == said
+        else:
+            manifest = cluster.sort(name, out, "n:int", client=client, format="csv", partitions=5,
+                                    on_error=policy, storage=storage)
+            assert contents(manifest) == expected
+            assert list(manifest.problems) == said.splitlines()[:-1]
+        assert not any(begun[0]) and len(begun) > 1 and all(map(all, begun[1:]))
+
+
+def test_inputs_are_divided_that_are_large_beside_the_others():
+    for size, share_bytes, begins in [(0, 10, [0]), (30, 10, [0]), (31, 10, [0, 10, 20]),
+                                      (39, 10, [0, 13, 26])]:
+        shares = _shares.shares_of(size, share_bytes)
+        assert [share.begin for share in shares] == begins
+        assert [share.end for share in shares] == [*begins[1:], None]
+
+
+def test_a_heavy_key_has_a_range_of_its_own(client, tmp_path, monkeypatch):
+    divide(monkeypatch, 200_000)
     rng = random.Random(5)
     rows = ["m" * 30] * 30000 + [f"m{'n' * 30}{rng.randrange(10 ** 6)}" for _ in range(30000)]
     rng.shuffle(rows)
@@ -133,7 +189,8 @@ def test_a_heavy_key_has_a_range_of_its_own(client, tmp_path):
 @pytest.mark.parametrize("storage", ["shared", "moved"])
 def test_ranges_that_a_poor_sample_made_too_large_are_split_again(storage, client, tmp_path,
                                                                   monkeypatch):
-    monkeypatch.setattr(_run, "_SAMPLES_PER_RANGE", 0)  # 16 keys of each, for 100 ranges
+    for name in ("_SAMPLES_PER_RANGE", "_SAMPLES_FIRST"):
+        monkeypatch.setattr(_run, name, 0)  # 16 keys of each, for 100 ranges
     rng = random.Random(6)
     names = [str(tmp_path / "a.csv"), str(tmp_path / "b.csv")]
     for name in names:
@@ -152,7 +209,7 @@ RECORD = numpy.dtype([("a", "f4"), ("b", ">i2"), ("c", "S2"), ("d", "U1"), ("e",
 
 
 @pytest.mark.parametrize("storage", ["shared", "moved"])
-def test_records_are_those_of_sort_file(storage, client, tmp_path):
+def test_records_are_those_of_sort_file(storage, client, tmp_path, monkeypatch):
     rng = numpy.random.default_rng(3)
     names, count = [], 0
     for i, rows in enumerate((4000, 0, 1, 900)):
@@ -170,6 +227,8 @@ def test_records_are_those_of_sort_file(storage, client, tmp_path):
     for n, order in enumerate((["a", Key("b", descending=True)], [Key("d", True), "c"], "c",
                                [Key("e", True, "first"), Key("a", nulls="first")])):
         tvsort.sort_file(tmp_path / "all", RECORD, order, tmp_path / "sorted")
+        if n == 2:
+            divide(monkeypatch, 1001)
         manifest = cluster.sort(names, tmp_path / f"out{n}", order, client=client, dtype=RECORD,
                                 partitions=9, storage=storage)
         assert contents(manifest) == (tmp_path / "sorted").read_bytes()

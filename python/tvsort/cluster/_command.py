@@ -36,7 +36,7 @@ def program():
 
 
 def run(words, alive):
-    """Its standard output, and its standard error. Ends it when `alive()` no longer holds.
+    """Its standard output. Ends it when `alive()` no longer holds.
 
     The command ends with the thread that waits for it, so that a worker that is killed leaves no
     sort behind.
@@ -65,7 +65,7 @@ def run(words, alive):
         if child.returncode not in (0, _SKIPPED):
             words = said.strip().removeprefix("tvsort-host: ")
             raise CommandFailed(words or f"tvsort-host ended with status {child.returncode}")
-        return out.read(), said
+        return out.read()
 
 
 def _wait(child, alive):
@@ -81,8 +81,7 @@ def _wait(child, alive):
 
 
 def run_json(words, alive):
-    out, said = run(words, alive)
-    return json.loads(out), said
+    return json.loads(run(words, alive))
 
 
 def settle(remove, seconds):

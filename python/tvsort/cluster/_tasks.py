@@ -19,6 +19,7 @@ import distributed
 from .._errors import SortError
 from . import _command
 from ._errors import TaskFailed
+from ._shares import WHOLE
 
 _COPY_BYTES = 1 << 20
 
@@ -85,37 +86,53 @@ def attempt(task, *arguments):
     try:
         return task(*arguments)
     except (OSError, ValueError, SortError, _command.CommandFailed, _command.Abandoned) as error:
-        raise TaskFailed(str(error), distributed.get_worker().address) from None
+        said = f"{error.filename}: {error.strerror}" if getattr(error, "filename", None) else str(error)
+        raise TaskFailed(said, distributed.get_worker().address) from None
 
 
-def sample(form, place, source, count, first):
+def state_of(path):
+    """What another task, or another host, has to find again; of a copy elsewhere the first number."""
+    status = os.stat(path)
+    return [status.st_size, status.st_mtime_ns]
+
+
+def sample(form, place, source, count, first, share=WHOLE):
     with _folder(place) as folder:
-        return form.sample(_named(source, folder), count, place.alive, first)
+        path = _named(source, folder)
+        state = state_of(path)
+        return {**form.sample(path, count, place.alive, first, share), "state": state}
 
 
 @dataclasses.dataclass(frozen=True)
 class Split:
     rows: tuple  # of each range
     bytes: tuple
+    begin: int  # of the first row
+    end: int  # of the row behind the last one
+    lines: int
     skipped: int
-    problems: tuple  # in words, the first few
+    problems: tuple  # the first few: words, the line's number in the share, words
     pieces: tuple  # sources
     worker: str
 
 
-def split(form, place, source, splitters, name, first):
+def split(form, place, source, splitters, name, first, share=WHOLE, state=()):
     with _folder(place) as folder:
         path = _named(source, folder)
         prefix = os.path.join(folder if place.travels else place.folder, f"{name}-")
-        pieces, skipped, problems = form.split(path, splitters, prefix, folder, place.alive,
-                                               first)
+        report = form.split(path, splitters, prefix, folder, place.alive, first, share)
+        if state and state_of(path)[:len(state)] != state:
+            raise OSError(f"{path} was changed while it was sorted, or is not the same on all hosts")
+        pieces = report["pieces"]
         paths = [f"{prefix}{i:05}" for i in range(len(pieces))]
         if place.travels:
             sources = tuple(_take(path) for path in paths)
         else:
             sources = tuple(paths)
-        return Split(tuple(rows for rows, _ in pieces), tuple(size for _, size in pieces), skipped,
-                     tuple(problems), sources, distributed.get_worker().address)
+        return Split(tuple(piece["rows"] for piece in pieces),
+                     tuple(piece["bytes"] for piece in pieces), report["begin"], report["end"],
+                     report["lines"], report["skipped"], tuple(report["problems"]), sources,
+                     distributed.get_worker().address)
 
 
 def _take(path):
