@@ -17,7 +17,7 @@ distributed = pytest.importorskip("distributed")
 
 import tvsort
 from tvsort import Key, cluster
-from tvsort.cluster import _command, _engine, _ranges, _records, _run, _shares, _text
+from tvsort.cluster import _command, _engine, _ranges, _records, _run, _shares, _tasks, _text
 
 
 @pytest.fixture(scope="module")
@@ -235,6 +235,14 @@ def test_records_are_those_of_sort_file(storage, client, tmp_path, monkeypatch):
         assert len(manifest.parts) > 2
 
 
+def test_records_are_sampled_all_over_the_file(tmp_path):
+    numpy.arange(9000, dtype=">u2").tofile(tmp_path / "in")
+    form = _records.RecordForm(numpy.dtype(">u2"), (), "1000000")
+    for share, begin, end in [(_shares.WHOLE, 0, 9000), (_shares.Share(5999, 8001), 3000, 4001)]:
+        keys = [int(key, 16) for key in form.sample(tmp_path / "in", 100, None, True, share)["samples"]]
+        assert keys == [begin + (end - begin) * i // 100 for i in range(100)]
+
+
 @pytest.mark.parametrize("key", [Key("a"), Key("a", True), Key("a", nulls="first"), Key("d", True),
                                  Key("e", nulls="first")])
 def test_key_bytes_stand_in_the_order_of_the_values(key):
@@ -277,10 +285,13 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
             ("r", None, {"dtype": "i1", "lines": True}, "lines is for lines and rows"),
             ([], "id", {}, "name one input"),
             ("a.csv", "id", {"memory": "much"}, "64M"),
+            ("a.csv", "id", {"memory": "0M"}, "64M"),
+            ("a.csv", "id", {"temp_dir": "-none"}, "-none/tvsort-cluster.*: No such file"),
             ("a.csv", "id", {"storage": "tape"}, "shared"),
             ("a.csv", "id", {"timeout": 0.0}, "time that was given"),
             ("bad.csv", "id:int", {}, r'bad.csv, line 3, column id: "y" is no integer'),
-            ("a.csv", "id", {"output": "full"}, "no empty folder|not an empty folder"),
+            ("a.csv", "id", {"output": "full"}, "not an empty folder"),
+            ("a.csv", "id", {"output": "r"}, "not an empty folder"),
             ("a.csv", "id", {"output": "none/out"}, "No such file")]:
         output = options.pop("output", "out")
         with pytest.raises(cluster.ClusterError, match=words):
@@ -312,7 +323,67 @@ def test_a_command_that_is_killed_is_started_again(deaths, is_enough, client, tm
         assert not (tmp_path / "out").exists()
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("change", ["echo zz >>in", "touch in", "echo 'b\nc' >in"])
+def test_an_input_that_is_changed_meanwhile_ends_the_run(change, client, tmp_path, monkeypatch):
+    monkeypatch.setenv("TVSORT_HOST", script_before_command(tmp_path, f"[ $1 != split ] || {change}"))
+    (tmp_path / "in").write_text("b\na\n")
+    with pytest.raises(cluster.ClusterError, match="in was changed while it was sorted"):
+        cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True)
+    assert not (tmp_path / "out").exists()
+
+
+@pytest.mark.parametrize("storage", ["shared", "moved"])
+def test_an_output_that_another_run_has_just_taken_is_left_to_it(storage, client, tmp_path,
+                                                                monkeypatch):
+    (tmp_path / "in").write_text("b\na\n")
+    theirs = tmp_path / "out" / "part-00000"
+    real = _run._prepare
+
+    def prepare(output):
+        made = real(output)
+        theirs.write_text("theirs")
+        return made
+
+    monkeypatch.setattr(_run, "_prepare", prepare)
+    with pytest.raises(cluster.ClusterError, match="is not empty, it has part-00000"):
+        cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True, storage=storage)
+    assert theirs.read_text() == "theirs" and os.listdir(tmp_path / "out") == ["part-00000"]
+
+
+def test_a_task_that_fails_leaves_no_half_file(tmp_path):
+    numpy.arange(5, dtype="i4").tofile(tmp_path / "in")
+    form = _records.RecordForm(numpy.dtype("i4"), (), "1000000")
+    with pytest.raises(tvsort.SortError, match="run has ended"):
+        form.split(tmp_path / "in", [], str(tmp_path / "p"), tmp_path, lambda: False)
+    with pytest.raises(FileNotFoundError):
+        _tasks._join([tmp_path / "in", tmp_path / "gone"], str(tmp_path / "joined"))
+    assert os.listdir(tmp_path) == ["in"]
+
+
+def test_without_rows_the_result_is_that_of_one_process(client, tmp_path):
+    for name in "ab":
+        (tmp_path / name).write_text("n,t\r\n", newline="")
+        (tmp_path / f"{name}.i4").write_bytes(b"")
+    for storage in ("shared", "moved"):
+        manifest = cluster.sort([tmp_path / "a", tmp_path / "b"], tmp_path / storage, "n:int",
+                                client=client, format="csv", partitions=1000, storage=storage)
+        assert (contents(manifest), manifest.rows) == (b"n,t\r\n", 0)
+    manifest = cluster.sort([tmp_path / "a.i4", tmp_path / "b.i4"], tmp_path / "i4", client=client,
+                            dtype="i4", partitions=5)
+    assert contents(manifest) == b"" and cluster.verify(tmp_path / "i4").rows == 0
+
+
+def test_a_range_has_thousands_of_pieces(tmp_path):
+    names = [str(tmp_path / f"{i}") for i in range(3000)]
+    for i, name in enumerate(names):
+        Path(name).write_text(f"n\n{i * 7919 % 3000}\n{i % 2}\n")
+    form = _text.TextForm(("--format=csv",), ("n:int",), "64M", format="csv")
+    form.sort(names, str(tmp_path / "out"), lambda: True, True)
+    numbers = [int(line) for line in (tmp_path / "out").read_text().splitlines()[1:]]
+    assert numbers == sorted([*range(3000), *[0, 1] * 1500])
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_an_interrupt_ends_the_tasks_and_leaves_nothing(number, tmp_path):
     environment = {**os.environ, "TVSORT_HOST": script_before_command(
         tmp_path, "[ $1 != sort ] || { echo $$ >begun; sleep 60; }")}
@@ -358,8 +429,15 @@ def test_a_manifest_tells_every_change(client, tmp_path):
     content["parts"][0]["rows"] += 1
     (out / "manifest.json").write_text(json.dumps(content))
     damaged("rows")
-    (out / "manifest.json").write_text("{")
-    damaged("no manifest")
+    moved = json.loads((out / "manifest.json").read_text())
+    moved["storage"], moved["parts"][0]["worker"] = "moved", "tcp://192.0.2.9:9"
+    (out / "manifest.json").write_text(json.dumps(moved))
+    with pytest.raises(cluster.ClusterError, match="no worker on 192.0.2.9"):
+        cluster.verify(out, client, patience=0.5)
+    del content["parts"][0]["name"]
+    for text in ("{", "[]", "7", json.dumps(content)):
+        (out / "manifest.json").write_text(text)
+        damaged("no manifest")
     (out / "manifest.json").unlink()
     damaged("missing")
 

@@ -168,7 +168,9 @@ def _end(number, _frame):
 
 def main():
     words = _words().parse_args()
-    signal.signal(signal.SIGTERM, _end)
+    for number in signal.SIGTERM, signal.SIGHUP:
+        if signal.getsignal(number) != signal.SIG_IGN:
+            signal.signal(number, _end)
     # What goes wrong in the engine is said once, in the words of the sort.
     logging.disable(logging.CRITICAL)
     try:

@@ -9,6 +9,8 @@ import tempfile
 import time
 from pathlib import Path
 
+ENDED = "the run has ended, or this worker does not see the folder of its output"
+
 _WAIT_SECONDS = 0.2
 _END_SECONDS = 10
 _SKIPPED = 3  # exit status: rows could not be read, and the rest is as it should be
@@ -76,7 +78,7 @@ def _wait(child, alive):
             return
         except subprocess.TimeoutExpired:
             if not alive():
-                raise Abandoned("the run has ended") from None
+                raise Abandoned(ENDED) from None
         wait = min(2 * wait, _WAIT_SECONDS)
 
 

@@ -2,12 +2,13 @@
 
 import dataclasses
 import os
-import uuid
 
 import numpy
 
 from .. import _keys, _streams
 from .._errors import BadUse
+from ._command import ENDED
+from ._files import named_when_whole
 from ._shares import WHOLE
 
 _PIECE_BYTES = 4 << 20
@@ -120,10 +121,8 @@ class RecordForm:
         columns = self.columns
         borders = numpy.array(splitters, dtype=f"S{max(map(len, splitters), default=1)}")
         names = [f"{prefix}{i:05}" for i in range(len(splitters) + 1)]
-        own = f".{uuid.uuid4().hex}"  # the same may be done elsewhere meanwhile
-        files = [open(name + own, "wb") for name in names]
         rows = numpy.zeros(len(names), numpy.int64)
-        try:
+        with named_when_whole(names) as files:
             for piece in self._pieces(path, share):
                 keys = key_bytes(piece, columns)
                 keys = keys.view(f"S{keys.shape[1]}")[:, 0]
@@ -135,12 +134,7 @@ class RecordForm:
                     files[i].write(piece[order[ends[i] - counts[i]:ends[i]]].tobytes())
                 rows += counts
                 if not alive():
-                    raise BadUse("the run has ended")
-        finally:
-            for file in files:
-                file.close()
-        for name in names:
-            os.rename(name + own, name)
+                    raise BadUse(ENDED)
         begin, end = self._rows_of(share, os.path.getsize(path))
         return {"pieces": [{"rows": int(n), "bytes": int(n) * self.dtype.itemsize} for n in rows],
                 "skipped": 0, "problems": [], "begin": begin, "end": end, "lines": 0}
@@ -148,16 +142,14 @@ class RecordForm:
     def sort(self, paths, out, alive, first):
         def watch(stage, done, total):
             if not alive():
-                raise BadUse("the run has ended")
+                raise BadUse(ENDED)
 
         options = {"directory": self.temp_dir} if self.temp_dir else {}
         pieces = (piece for path in paths for piece in self._pieces(path))
-        made = f"{out}.{uuid.uuid4().hex}"
-        with open(made, "wb") as file:
+        with named_when_whole([out]) as (file,):
             for rows in _streams.sort_arrays(pieces, list(self.order) or None, memory=self.memory,
                                              progress=watch, processes=1, **options):
                 file.write(rows.tobytes())
-        os.rename(made, out)
 
     @staticmethod
     def head_bytes(path):

@@ -23,7 +23,7 @@ import numpy
 from .._errors import SortError
 from . import _ranges, _shares, _tasks
 from ._engine import REMOVE_SECONDS, Task, Tasks, bounded
-from ._errors import ClusterError
+from ._errors import ClusterError, words_of
 from ._manifest import Manifest
 from ._records import RecordForm
 from ._text import FLAGS, VALUES, TextForm
@@ -44,7 +44,7 @@ _UNITS = {"": 1, "K": 1 << 10, "M": 1 << 20, "G": 1 << 30, "T": 1 << 40}
 
 def bytes_of(text):
     found = re.fullmatch(r"(\d+)([KMGT]?)(i?B)?", str(text).strip(), re.IGNORECASE)
-    if not found:
+    if not found or int(found[1]) == 0:
         raise ClusterError(f"memory={text!r}: write bytes, or 64M, or 2G")
     return int(found[1]) * _UNITS[found[2].upper()]
 
@@ -83,7 +83,7 @@ class _Sort:
         with self.phase("sample"):
             samples = self.sample_inputs()
         total = self.input_bytes = sum(sample["bytes"] for sample in samples)
-        slots = sum(self.tasks.client.nthreads().values())
+        slots = self.tasks.slots
         wanted = self.partitions or max(1, min(max(2 * slots, -(-total // memory_bytes)),
                                                total // _RANGE_BYTES_MIN))
         self.range_bytes = max(1, total // wanted)
@@ -340,7 +340,11 @@ def _prepare(output):
         pass
     except OSError as error:
         raise ClusterError(f"cannot create the folder {output}: {error.strerror}") from None
-    if not os.path.isdir(output) or os.listdir(output):
+    try:
+        is_empty = not os.listdir(output)
+    except OSError:
+        is_empty = False
+    if not is_empty:
         raise ClusterError(f"{output} is not an empty folder; name one that is empty or is not there")
     return False
 
@@ -379,8 +383,10 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
     published = []
     try:
         os.mkdir(place.folder)
+        _tasks.check_alone(place)
         parts = work.run(memory_bytes)
         with work.phase("publish"):
+            _tasks.check_alone(place)
             published += [part["name"] for part in parts]
             _publish(tasks, place, output, parts)
         work.seconds["all"] = round(time.monotonic() - begin, 3)
@@ -390,10 +396,12 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
                             [str(key) for key in _keys_of(order)], work.skipped,
                             tuple(work.problems), storage, work.seconds)
         manifest.write()
-    except BaseException:
+    except BaseException as error:
         tasks.give_up()
         _remove(client, place, output, published, made)
-        raise
+        if isinstance(error, ClusterError) or not isinstance(error, Exception):
+            raise
+        raise ClusterError(words_of(error)) from error
     _remove(client, place, "", [], False)
     return manifest
 

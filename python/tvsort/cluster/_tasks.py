@@ -12,13 +12,13 @@ import os
 import shutil
 import socket
 import tempfile
-import uuid
 
 import distributed
 
 from .._errors import SortError
 from . import _command
-from ._errors import TaskFailed
+from ._errors import ClusterError, TaskFailed, words_of
+from ._files import named_when_whole
 from ._shares import WHOLE
 
 _COPY_BYTES = 1 << 20
@@ -81,13 +81,23 @@ def _named(source, folder):
     return path
 
 
+def check_alone(place):
+    """The folder of the output has nothing but what the run makes: nothing is overwritten, and no two
+    runs go into one folder."""
+    output, own = os.path.split(place.folder)
+    others = sorted(set(os.listdir(output)) - {own})
+    if others:
+        raise ClusterError(f"{output} on {socket.gethostname()} is not empty, it has {others[0]}; "
+                           "name a folder for this run alone")
+
+
 def attempt(task, *arguments):
     """The task's result; what fails says where."""
     try:
         return task(*arguments)
-    except (OSError, ValueError, SortError, _command.CommandFailed, _command.Abandoned) as error:
-        said = f"{error.filename}: {error.strerror}" if getattr(error, "filename", None) else str(error)
-        raise TaskFailed(said, distributed.get_worker().address) from None
+    except (OSError, ValueError, MemoryError, SortError, _command.CommandFailed,
+            _command.Abandoned) as error:
+        raise TaskFailed(words_of(error), distributed.get_worker().address) from None
 
 
 def state_of(path):
@@ -167,6 +177,7 @@ def sort_given(form, place, name, first, is_one_key, wanted_bytes, *sources):
     target = os.path.join(place.folder, name)
     if place.travels:
         os.makedirs(place.folder, exist_ok=True)
+        check_alone(place)
     with _folder(place) as folder:
         paths = [_named(source, folder) for source in sources]
         if is_one_key:
@@ -183,12 +194,10 @@ def sort_given(form, place, name, first, is_one_key, wanted_bytes, *sources):
 
 
 def _join(paths, target):
-    made = f"{target}.{uuid.uuid4().hex}"
-    with open(made, "wb") as out:
+    with named_when_whole([target]) as (out,):
         for path in paths:
             with open(path, "rb") as piece:
                 shutil.copyfileobj(piece, out, _COPY_BYTES)
-    os.rename(made, target)
 
 
 def sha256_of(path):

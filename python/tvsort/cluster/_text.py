@@ -45,7 +45,8 @@ class TextForm:
         return words + [f"--key={key}" for key in keys]
 
     def _resources(self):
-        return ["--memory", self.memory] + (["--temp-dir", self.temp_dir] if self.temp_dir else [])
+        return ["--memory", self.memory] + (
+            [f"--temp-dir={self.temp_dir}"] if self.temp_dir else [])
 
     @property
     def stops(self):
