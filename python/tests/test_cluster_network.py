@@ -271,13 +271,13 @@ def test_a_full_disk_under_the_output_ends_the_run(data, tmp_path):
     """Too small for the pieces, and for the parts beside the pieces."""
     names, expected = data
     with contextlib.ExitStack() as stack:
-        for size in ("1m", "4500k"):
+        for size in ("1m", "3600k"):
             (tmp_path / size).mkdir()
             subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", tmp_path / size],
                            check=True)
             stack.callback(subprocess.run, ["umount", "--lazy", tmp_path / size], check=True)
         network = stack.enter_context(Network(tmp_path))
-        for size, name in (("1m", "piece-"), ("4500k", "part-")):
+        for size, name in (("1m", "piece-"), ("3600k", "part-")):
             sort = network.start_sort(names, tmp_path / size / "out")
             status, said = check_end(sort, network, tmp_path / size / "out", expected)
             assert status == 2 and "No space left" in said and name in said, said
