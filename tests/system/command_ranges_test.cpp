@@ -94,7 +94,7 @@ TEST_F(Ranges, SharesTogetherAreTheWhole) {
             first.substr(0, first.size() - whole["pieces"][0]["bytes"].get<std::size_t>());
         const Json sampled = Json::parse(run("sample in.csv " + words + " --samples 0").output);
         EXPECT_EQ(sampled["head_bytes"], header.size());
-        for (const std::size_t shareBytes : {3, 13, 60}) {
+        for (const std::size_t shareBytes : {3U, 13U, 60U}) {
             Joined all;
             std::uint64_t end = 0;
             std::int64_t lineCount = 0;
@@ -153,7 +153,7 @@ TEST_F(Ranges, KeysAreSampledEvenlyInAFileOfAnySize) {
         run("sample large.csv --key '\"a:b\":int' --samples 2 --share 2000000:2400000").output);
     ASSERT_EQ(share["samples"].size(), 2u);
     for (const std::string key : share["samples"])
-        EXPECT_NEAR(std::stoi(key.substr(4), nullptr, 16), 2'200'000 / 40, 4000) << key;
+        EXPECT_NEAR(std::stoi(key.substr(4), nullptr, 16), 55'000, 4000) << key;
     const Json none = Json::parse(run("sample a.csv --key n:int --samples 2 --share 90:99").output);
     EXPECT_EQ(none["samples"].size(), 0u);
 }

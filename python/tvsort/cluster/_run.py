@@ -296,6 +296,8 @@ def _form(order, dtype, memory, temp_dir, options):
         if options:
             raise ClusterError(f"{sorted(options)[0]} is for lines and rows, and dtype for records")
         dtype = numpy.dtype(dtype)
+        if dtype.subdtype is not None:  # of which numpy makes arrays of more dimensions
+            dtype = numpy.dtype([("", dtype)])
         form = RecordForm(dtype, tuple(_keys_of(order)), memory, temp_dir)
         if dtype.hasobject or dtype.itemsize == 0:
             raise ClusterError(f"rows of type {dtype} cannot be stored")
