@@ -1,7 +1,7 @@
 // The rows of one input that begin in a share of its bytes, so that several may read one input.
 //
 //     input     [ a,b | c,"d ⏎ e" | f,g ... ]
-//     shares    [ 0:7    ][ 7:14    ][ 14:  ]      ends with the last row that begins before its end
+//     shares    [ 0:7    ][ 7:14    ][ 14:  ]      up to the last row that begins in one
 //
 // Where the first row of a share begins is searched from its first byte on. Of lines that is
 // certain. In a file of rows a line end may stand in quotes, so it is a guess, which holds if the

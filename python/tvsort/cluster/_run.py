@@ -6,8 +6,8 @@
     publish                           the parts' names, and the manifest
 
 A large input has several shares, which are split side by side, and some once more: the share before
-says where one begins. A range of one key is joined and not sorted. What the run makes lies in one folder beside the parts,
-or, where pieces travel, in one on each worker, and goes away with it.
+says where one begins. A range of one key is joined and not sorted. What the run makes lies in one
+folder beside the parts, or, where pieces travel, in one on each worker, and goes away with it.
 """
 
 import contextlib

@@ -24,7 +24,7 @@ WHOLE = Share()
 
 
 def shares_of(size, share_bytes):
-    """Shares of about one size, twice as large at most. What is no larger than three is not divided,
+    """Shares of about one size, a third larger at most. What is no larger than three is not divided,
     for a file that is a part already, as large as the others, is best left so."""
     count = size // share_bytes if size > 3 * share_bytes else 1
     borders = [size * i // count for i in range(count)]
