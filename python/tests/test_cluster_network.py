@@ -182,9 +182,15 @@ class Network:
 
 @pytest.fixture(scope="module")
 def whole_network(tmp_path_factory):
-    """For all that leaves it whole: who kills a worker sees a new one started."""
-    with Network(tmp_path_factory.mktemp("network")) as made:
-        yield made
+    """For all that leaves it whole: who kills a worker sees a new one started. It has two small disks."""
+    folder = tmp_path_factory.mktemp("network")
+    with contextlib.ExitStack() as stack:
+        for size in ("1m", "3600k"):
+            (folder / size).mkdir()
+            subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", folder / size],
+                           check=True)
+            stack.callback(subprocess.run, ["umount", "--lazy", folder / size], check=True)
+        yield stack.enter_context(Network(folder))
 
 
 @pytest.fixture(scope="module")
@@ -266,21 +272,15 @@ def test_a_link_that_is_cut_while_parts_get_their_names_ends_the_run(data, tmp_p
         assert status == 2 and f"no worker on 10.77.0.{place + 1}, for 5 seconds" in said, said
 
 
-def test_a_full_disk_under_the_output_ends_the_run(data, tmp_path):
+@pytest.mark.parametrize("size, name", [("1m", "piece-"), ("3600k", "part-")])
+def test_a_full_disk_under_the_output_ends_the_run(size, name, data, whole_network):
     """Too small for the pieces, and for the parts beside the pieces."""
     names, expected = data
-    with contextlib.ExitStack() as stack:
-        for size in ("1m", "3600k"):
-            (tmp_path / size).mkdir()
-            subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", tmp_path / size],
-                           check=True)
-            stack.callback(subprocess.run, ["umount", "--lazy", tmp_path / size], check=True)
-        network = stack.enter_context(Network(tmp_path))
-        for size, name in (("1m", "piece-"), ("3600k", "part-")):
-            sort = network.start_sort(names, tmp_path / size / "out")
-            status, said = check_end(sort, network, tmp_path / size / "out", expected)
-            assert status == 2 and "No space left" in said and name in said, said
-            assert os.listdir(tmp_path / size) == []
+    disk = whole_network.folder / size
+    sort = whole_network.start_sort(names, disk / "out")
+    status, said = check_end(sort, whole_network, disk / "out", expected)
+    assert status == 2 and "No space left" in said and name in said, said
+    assert os.listdir(disk) == []
 
 
 def test_a_full_disk_is_avoided_and_a_broken_input_is_named(data, tmp_path):
