@@ -17,7 +17,7 @@ distributed = pytest.importorskip("distributed")
 
 import tvsort
 from tvsort import Key, cluster
-from tvsort.cluster import _command, _engine, _ranges, _records, _run, _text
+from tvsort.cluster import _command, _engine, _ranges, _records, _run, _shares, _tasks, _text
 
 
 @pytest.fixture(scope="module", autouse=True)
@@ -77,10 +77,18 @@ def csv_files(rng, folder, odd_rows=()):
     return [str(name) for name in names]
 
 
-@pytest.mark.parametrize("seed", range(12))
-def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path):
+def divide(monkeypatch, share_bytes):
+    """Inputs into shares of about so many bytes, for however small they are."""
+    real = _shares.shares_of
+    monkeypatch.setattr(_shares, "shares_of", lambda size, _: real(size, share_bytes))
+
+
+@pytest.mark.parametrize("seed", range(18))
+def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path, monkeypatch):
     rng = random.Random(seed)
-    odd = ["a,x,1", 'a"b,1,2', "short", '"open,1,2', ',"",3'] if seed % 3 else []
+    if seed >= 6:
+        divide(monkeypatch, rng.choice([7, 40, 300]) if seed % 2 else 2000)
+    odd = ["a,x,1", 'a"b,1,2', "short", '"open,1,2', ',"",3', ""] if seed % 3 else []
     policy = {0: "stop", 1: "skip", 2: "last"}[seed % 3]
     names = csv_files(rng, tmp_path, odd)
     keys = rng.choice([["name", "number:int:desc"], ["number:int"], ["name:text:nocase:desc"],
@@ -112,7 +120,10 @@ def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path):
     (b"long" * 60000 + b"\nlong" + b"long" * 60000 + b"x\na\n", None, {"lines": True}),
     (b"\xff\xfe,1\n\x80,2\n", ["1"], {"format": "csv", "no_header": True, "on_error": "skip"}),
 ], ids=map(str, range(10)))
-def test_other_words_do_as_the_command_does(content, order, options, client, tmp_path):
+@pytest.mark.parametrize("shares", [1, 9])
+def test_other_words_do_as_the_command_does(shares, content, order, options, client, tmp_path,
+                                            monkeypatch):
+    divide(monkeypatch, len(content) // shares + 1)
     names = [str(tmp_path / name) for name in ("one", "-two", "empty")]
     for name in names:
         with open(name, "wb") as file:
@@ -128,7 +139,52 @@ def test_other_words_do_as_the_command_does(content, order, options, client, tmp
     assert contents(manifest) == alone(names, words, tmp_path / "alone")[2]
 
 
-def test_a_heavy_key_has_a_range_of_its_own(client, tmp_path):
+@pytest.mark.parametrize("storage", ["shared", "moved"])
+def test_a_share_that_guessed_its_begin_wrong_is_split_again(storage, client, tmp_path, monkeypatch):
+    """Texts in quotes look like rows, good ones and bad ones, until somebody knows where they begin."""
+    begun = []
+    real = _run._Sort.split_all
+
+    def split_all(self, tasks):
+        begun.append([task.call[-2].begins_row for task in tasks])
+        return real(self, tasks)
+
+    monkeypatch.setattr(_run._Sort, "split_all", split_all)
+    rng = random.Random(8)
+    lie = '1,"' + "\n5,no\nx,,\n7,yes" * 9 + '"\n'
+    rows = [rng.choice([lie, f"{rng.randrange(99)},\r\n", ",\n", "\n", f"3,{'y' * 120}\n"])
+            for _ in range(120)]
+    divide(monkeypatch, 150)
+    for policy, odd in [("stop", ""), ("stop", "bad,\n"), ("skip", "bad,\n"), ("last", '4,"x"y\n')]:
+        name = tmp_path / f"{policy}{len(odd)}"
+        name.write_text("n,t\n" + "".join(rows).replace("\n\n", "\n") + odd + "".join(rows[:9]) + "8,",
+                        newline="")
+        begun.clear()
+        words = ["--format=csv", "--key=n:int", f"--on-error={policy}"]
+        status, said, expected = alone([name], words, tmp_path / f"alone{name.name}")
+        out = tmp_path / f"out{name.name}"
+        if status == 2:
+            with pytest.raises(cluster.ClusterError) as error:
+                cluster.sort(name, out, "n:int", client=client, format="csv", storage=storage)
+            assert f"tvsort-host: {error.value}\n" == said
+        else:
+            manifest = cluster.sort(name, out, "n:int", client=client, format="csv", partitions=5,
+                                    on_error=policy, storage=storage)
+            assert contents(manifest) == expected
+            assert list(manifest.problems) == said.splitlines()[:-1]
+        assert not any(begun[0]) and len(begun) > 1 and all(map(all, begun[1:]))
+
+
+def test_inputs_are_divided_that_are_large_beside_the_others():
+    for size, share_bytes, begins in [(0, 10, [0]), (30, 10, [0]), (31, 10, [0, 10, 20]),
+                                      (39, 10, [0, 13, 26])]:
+        shares = _shares.shares_of(size, share_bytes)
+        assert [share.begin for share in shares] == begins
+        assert [share.end for share in shares] == [*begins[1:], None]
+
+
+def test_a_heavy_key_has_a_range_of_its_own(client, tmp_path, monkeypatch):
+    divide(monkeypatch, 200_000)
     rng = random.Random(5)
     rows = ["m" * 30] * 30000 + [f"m{'n' * 30}{rng.randrange(10 ** 6)}" for _ in range(30000)]
     rng.shuffle(rows)
@@ -143,7 +199,8 @@ def test_a_heavy_key_has_a_range_of_its_own(client, tmp_path):
 @pytest.mark.parametrize("storage", ["shared", "moved"])
 def test_ranges_that_a_poor_sample_made_too_large_are_split_again(storage, client, tmp_path,
                                                                   monkeypatch):
-    monkeypatch.setattr(_run, "_SAMPLES_PER_RANGE", 0)  # 16 keys of each, for 100 ranges
+    for name in ("_SAMPLES_PER_RANGE", "_SAMPLES_FIRST"):
+        monkeypatch.setattr(_run, name, 0)  # 16 keys of each, for 100 ranges
     rng = random.Random(6)
     names = [str(tmp_path / "a.csv"), str(tmp_path / "b.csv")]
     for name in names:
@@ -162,7 +219,7 @@ RECORD = numpy.dtype([("a", "f4"), ("b", ">i2"), ("c", "S2"), ("d", "U1"), ("e",
 
 
 @pytest.mark.parametrize("storage", ["shared", "moved"])
-def test_records_are_those_of_sort_file(storage, client, tmp_path):
+def test_records_are_those_of_sort_file(storage, client, tmp_path, monkeypatch):
     rng = numpy.random.default_rng(3)
     names, count = [], 0
     for i, rows in enumerate((4000, 0, 1, 900)):
@@ -180,10 +237,28 @@ def test_records_are_those_of_sort_file(storage, client, tmp_path):
     for n, order in enumerate((["a", Key("b", descending=True)], [Key("d", True), "c"], "c",
                                [Key("e", True, "first"), Key("a", nulls="first")])):
         tvsort.sort_file(tmp_path / "all", RECORD, order, tmp_path / "sorted")
+        if n == 2:
+            divide(monkeypatch, 1001)
         manifest = cluster.sort(names, tmp_path / f"out{n}", order, client=client, dtype=RECORD,
                                 partitions=9, storage=storage)
         assert contents(manifest) == (tmp_path / "sorted").read_bytes()
         assert len(manifest.parts) > 2
+
+
+def test_records_may_be_small_arrays(client, tmp_path):
+    numpy.random.default_rng(2).integers(0, 9, 900, "i2").tofile(tmp_path / "in")
+    tvsort.sort_file(tmp_path / "in", "(3,)i2", None, tmp_path / "sorted")
+    manifest = cluster.sort(tmp_path / "in", tmp_path / "out", client=client, dtype="(3,)i2",
+                            partitions=3)
+    assert contents(manifest) == (tmp_path / "sorted").read_bytes()
+
+
+def test_records_are_sampled_all_over_the_file(tmp_path):
+    numpy.arange(9000, dtype=">u2").tofile(tmp_path / "in")
+    form = _records.RecordForm(numpy.dtype(">u2"), (), "1000000")
+    for share, begin, end in [(_shares.WHOLE, 0, 9000), (_shares.Share(5999, 8001), 3000, 4001)]:
+        keys = [int(key, 16) for key in form.sample(tmp_path / "in", 100, None, True, share)["samples"]]
+        assert keys == [begin + (end - begin) * i // 100 for i in range(100)]
 
 
 @pytest.mark.parametrize("key", [Key("a"), Key("a", True), Key("a", nulls="first"), Key("d", True),
@@ -228,10 +303,13 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
             ("r", None, {"dtype": "i1", "lines": True}, "lines is for lines and rows"),
             ([], "id", {}, "name one input"),
             ("a.csv", "id", {"memory": "much"}, "64M"),
+            ("a.csv", "id", {"memory": "0M"}, "64M"),
+            ("a.csv", "id", {"temp_dir": "-none"}, "-none/tvsort-cluster.*: No such file"),
             ("a.csv", "id", {"storage": "tape"}, "shared"),
             ("a.csv", "id", {"timeout": 0.0}, "time that was given"),
             ("bad.csv", "id:int", {}, r'bad.csv, line 3, column id: "y" is no integer'),
-            ("a.csv", "id", {"output": "full"}, "no empty folder|not an empty folder"),
+            ("a.csv", "id", {"output": "full"}, "not an empty folder"),
+            ("a.csv", "id", {"output": "r"}, "not an empty folder"),
             ("a.csv", "id", {"output": "none/out"}, "No such file")]:
         output = options.pop("output", "out")
         with pytest.raises(cluster.ClusterError, match=words):
@@ -263,7 +341,67 @@ def test_a_command_that_is_killed_is_started_again(deaths, is_enough, client, tm
         assert not (tmp_path / "out").exists()
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("change", ["echo zz >>in", "touch in", "echo 'b\nc' >in"])
+def test_an_input_that_is_changed_meanwhile_ends_the_run(change, client, tmp_path, monkeypatch):
+    monkeypatch.setenv("TVSORT_HOST", script_before_command(tmp_path, f"[ $1 != split ] || {change}"))
+    (tmp_path / "in").write_text("b\na\n")
+    with pytest.raises(cluster.ClusterError, match="in was changed while it was sorted"):
+        cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True)
+    assert not (tmp_path / "out").exists()
+
+
+@pytest.mark.parametrize("storage", ["shared", "moved"])
+def test_an_output_that_another_run_has_just_taken_is_left_to_it(storage, client, tmp_path,
+                                                                monkeypatch):
+    (tmp_path / "in").write_text("b\na\n")
+    theirs = tmp_path / "out" / "part-00000"
+    real = _run._prepare
+
+    def prepare(output):
+        made = real(output)
+        theirs.write_text("theirs")
+        return made
+
+    monkeypatch.setattr(_run, "_prepare", prepare)
+    with pytest.raises(cluster.ClusterError, match="is not empty, it has part-00000"):
+        cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True, storage=storage)
+    assert theirs.read_text() == "theirs" and os.listdir(tmp_path / "out") == ["part-00000"]
+
+
+def test_a_task_that_fails_leaves_no_half_file(tmp_path):
+    numpy.arange(5, dtype="i4").tofile(tmp_path / "in")
+    form = _records.RecordForm(numpy.dtype("i4"), (), "1000000")
+    with pytest.raises(tvsort.SortError, match="run has ended"):
+        form.split(tmp_path / "in", [], str(tmp_path / "p"), tmp_path, lambda: False)
+    with pytest.raises(FileNotFoundError):
+        _tasks._join([tmp_path / "in", tmp_path / "gone"], str(tmp_path / "joined"))
+    assert os.listdir(tmp_path) == ["in"]
+
+
+def test_without_rows_the_result_is_that_of_one_process(client, tmp_path):
+    for name in "ab":
+        (tmp_path / name).write_text("n,t\r\n", newline="")
+        (tmp_path / f"{name}.i4").write_bytes(b"")
+    for storage in ("shared", "moved"):
+        manifest = cluster.sort([tmp_path / "a", tmp_path / "b"], tmp_path / storage, "n:int",
+                                client=client, format="csv", partitions=1000, storage=storage)
+        assert (contents(manifest), manifest.rows) == (b"n,t\r\n", 0)
+    manifest = cluster.sort([tmp_path / "a.i4", tmp_path / "b.i4"], tmp_path / "i4", client=client,
+                            dtype="i4", partitions=5)
+    assert contents(manifest) == b"" and cluster.verify(tmp_path / "i4").rows == 0
+
+
+def test_a_range_has_thousands_of_pieces(tmp_path):
+    names = [str(tmp_path / f"{i}") for i in range(3000)]
+    for i, name in enumerate(names):
+        Path(name).write_text(f"n\n{i * 7919 % 3000}\n{i % 2}\n")
+    form = _text.TextForm(("--format=csv",), ("n:int",), "64M", format="csv")
+    form.sort(names, str(tmp_path / "out"), lambda: True, True)
+    numbers = [int(line) for line in (tmp_path / "out").read_text().splitlines()[1:]]
+    assert numbers == sorted([*range(3000), *[0, 1] * 1500])
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
 def test_an_interrupt_ends_the_tasks_and_leaves_nothing(number, tmp_path):
     environment = {**os.environ, "TVSORT_HOST": script_before_command(
         tmp_path, "[ $1 != sort ] || { echo $$ >begun; sleep 60; }")}
@@ -275,7 +413,9 @@ def test_an_interrupt_ends_the_tasks_and_leaves_nothing(number, tmp_path):
     while not (tmp_path / "begun").exists() and time.monotonic() < end:
         time.sleep(0.02)
     begin = time.monotonic()
-    child.send_signal(number)
+    for _ in range(10):  # whoever is impatient
+        child.send_signal(number)
+        time.sleep(0.05)
     said = child.communicate(timeout=60)[1]
     assert (child.returncode, time.monotonic() - begin < 30) == (128 + number, True), said
     assert not (tmp_path / "out").exists()
@@ -309,8 +449,15 @@ def test_a_manifest_tells_every_change(client, tmp_path):
     content["parts"][0]["rows"] += 1
     (out / "manifest.json").write_text(json.dumps(content))
     damaged("rows")
-    (out / "manifest.json").write_text("{")
-    damaged("no manifest")
+    moved = json.loads((out / "manifest.json").read_text())
+    moved["storage"], moved["parts"][0]["worker"] = "moved", "tcp://192.0.2.9:9"
+    (out / "manifest.json").write_text(json.dumps(moved))
+    with pytest.raises(cluster.ClusterError, match="no worker on 192.0.2.9"):
+        cluster.verify(out, client, patience=0.5)
+    del content["parts"][0]["name"]
+    for text in ("{", "[]", "7", json.dumps(content)):
+        (out / "manifest.json").write_text(text)
+        damaged("no manifest")
     (out / "manifest.json").unlink()
     damaged("missing")
 

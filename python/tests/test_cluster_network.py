@@ -10,6 +10,7 @@ that a fault hits the step that it is meant for. Every run ends in the right byt
 error, in bounded time, and leaves nothing behind.
 """
 
+import contextlib
 import itertools
 import json
 import os
@@ -19,7 +20,6 @@ import signal
 import subprocess
 import sys
 import time
-from pathlib import Path
 
 import pytest
 
@@ -36,6 +36,19 @@ SCRIPT = """#!/bin/sh
 echo "$1 $PPID $TVSORT_TEST_PLACE" >>"$TVSORT_TEST_LOG"
 sleep "$TVSORT_TEST_WAIT"
 exec "$TVSORT_TEST_COMMAND" "$@"
+"""
+# Read by each worker: it notes and slows the step that is no command.
+PRELOAD = """
+import os, time
+from tvsort.cluster import _tasks
+real = getattr(_tasks, "real_publish", _tasks.publish)  # this is read more than once
+_tasks.real_publish = real
+def publish(*arguments):
+    with open(os.environ["TVSORT_TEST_LOG"], "a") as log:
+        log.write(f"publish {os.getpid()} {os.environ['TVSORT_TEST_PLACE']}\\n")
+    time.sleep(float(os.environ["TVSORT_TEST_WAIT"]))
+    real(*arguments)
+_tasks.publish = publish
 """
 DASK = {"SCHEDULER__WORKER_TTL": "4s", "SCHEDULER__ALLOWED_FAILURES": "8",
         "COMM__TIMEOUTS__CONNECT": "3s", "COMM__TIMEOUTS__TCP": "11s"}
@@ -91,7 +104,7 @@ class Network:
     def start(self):
         (self.folder / "command").write_text(SCRIPT)
         (self.folder / "command").chmod(0o755)
-        self.log.write_text("")
+        (self.folder / "preload.py").write_text(PRELOAD)
         self.add_namespace(self.switch)
         ip("-n", self.switch, "link", "add", "bridge", "type", "bridge")
         ip("-n", self.switch, "link", "set", "bridge", "up")
@@ -110,7 +123,8 @@ class Network:
         for i in range(3):
             self.spawn(i, "-m", "distributed.cli.dask_worker", self.scheduler, "--nworkers", "2",
                        "--nthreads", "1", "--host", f"10.77.0.{i + 1}", "--no-dashboard",
-                       "--memory-limit", "600MB", "--local-directory", str(self.folder / f"dask{i}"))
+                       "--memory-limit", "600MB", "--local-directory", str(self.folder / f"dask{i}"),
+                       "--preload", str(self.folder / "preload.py"))
         done = self.run_at(0, "-c", "import distributed as d, sys; c = d.Client(sys.argv[1], "
                            "timeout=40); c.wait_for_workers(6, 40)", self.scheduler)
         assert done.returncode == 0, done.stderr
@@ -140,6 +154,7 @@ class Network:
                               text=True, timeout=RUN_SECONDS, stdin=subprocess.DEVNULL)
 
     def start_sort(self, inputs, output, *words):
+        self.log.write_text("")
         return subprocess.Popen(
             self.words(0, ["-m", "tvsort.cluster", "sort", *inputs, "--key", "name", "--key",
                            "number:int:desc", "-o", str(output), "--scheduler", self.scheduler,
@@ -163,6 +178,19 @@ class Network:
     def sent_bytes(self):
         return sum(json.loads(ip("-n", place, "-s", "-j", "link", "show", "net"))[0]
                    ["stats64"]["tx"]["bytes"] for place in self.places)
+
+
+@pytest.fixture(scope="module")
+def whole_network(tmp_path_factory):
+    """For all that leaves it whole: who kills a worker sees a new one started. It has two small disks."""
+    folder = tmp_path_factory.mktemp("network")
+    with contextlib.ExitStack() as stack:
+        for size in ("1m", "3600k"):
+            (folder / size).mkdir()
+            subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", folder / size],
+                           check=True)
+            stack.callback(subprocess.run, ["umount", "--lazy", folder / size], check=True)
+        yield stack.enter_context(Network(folder))
 
 
 @pytest.fixture(scope="module")
@@ -204,24 +232,23 @@ def check_end(sort, network, output, expected, lost=()):
 
 
 @pytest.mark.parametrize("storage", ["shared", "moved"])
-def test_a_whole_run_sends_each_byte_once_at_most(storage, data, tmp_path):
+def test_a_whole_run_sends_each_byte_once_at_most(storage, data, whole_network, tmp_path):
     names, expected = data
-    with Network(tmp_path) as network:
-        before = network.sent_bytes()
-        begin = time.monotonic()
-        sort = network.start_sort(names, tmp_path / "out", "--storage", storage)
-        status, said = check_end(sort, network, tmp_path / "out", expected)
-        sent = (network.sent_bytes() - before) / len(expected)
-        print(f"{storage}: {time.monotonic() - begin:.1f} s, {sent:.3f} bytes sent per byte; {said}")
-        assert status == 0 and sent < 1
+    before = whole_network.sent_bytes()
+    begin = time.monotonic()
+    sort = whole_network.start_sort(names, tmp_path / "out", "--storage", storage)
+    status, said = check_end(sort, whole_network, tmp_path / "out", expected)
+    sent = (whole_network.sent_bytes() - before) / len(expected)
+    print(f"{storage}: {time.monotonic() - begin:.1f} s, {sent:.3f} bytes sent per byte; {said}")
+    assert status == 0 and sent < 1
 
 
 @pytest.mark.parametrize("storage", ["shared", "moved"])
 @pytest.mark.parametrize("step", ["sample", "split", "sort"])
 @pytest.mark.parametrize("fault", ["kill", "cut"])
-def test_a_lost_worker_costs_time_alone(fault, step, storage, data, tmp_path):
+def test_a_lost_worker_costs_time_alone(fault, step, storage, data, whole_network, tmp_path):
     names, expected = data
-    with Network(tmp_path) as network:
+    with contextlib.nullcontext(whole_network) if fault == "kill" else Network(tmp_path) as network:
         begin = time.monotonic()
         sort = network.start_sort(names, tmp_path / "out", "--storage", storage)
         worker, place = network.await_step(step, {1, 2})
@@ -233,6 +260,27 @@ def test_a_lost_worker_costs_time_alone(fault, step, storage, data, tmp_path):
                                  {place} if fault == "cut" else ())
         print(f"{fault} {step} {storage}: {time.monotonic() - begin:.1f} s, {said}")
         assert status == 0, said
+
+
+def test_a_link_that_is_cut_while_parts_get_their_names_ends_the_run(data, tmp_path):
+    names, expected = data
+    with Network(tmp_path) as network:
+        sort = network.start_sort(names, tmp_path / "out", "--storage", "moved", "--patience", "5")
+        _, place = network.await_step("publish", {1, 2})
+        network.cut(place)
+        status, said = check_end(sort, network, tmp_path / "out", expected, {place})
+        assert status == 2 and f"no worker on 10.77.0.{place + 1}, for 5 seconds" in said, said
+
+
+@pytest.mark.parametrize("size, name", [("1m", "piece-"), ("3600k", "part-")])
+def test_a_full_disk_under_the_output_ends_the_run(size, name, data, whole_network):
+    """Too small for the pieces, and for the parts beside the pieces."""
+    names, expected = data
+    disk = whole_network.folder / size
+    sort = whole_network.start_sort(names, disk / "out")
+    status, said = check_end(sort, whole_network, disk / "out", expected)
+    assert status == 2 and "No space left" in said and name in said, said
+    assert os.listdir(disk) == []
 
 
 def test_a_full_disk_is_avoided_and_a_broken_input_is_named(data, tmp_path):

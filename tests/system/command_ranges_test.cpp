@@ -68,6 +68,67 @@ TEST_F(Ranges, UnreadableRowsFollowThePolicy) {
     EXPECT_EQ(pieces(), "0=n\n1\n1=3\n2=x\n\"2\n");
 }
 
+// What was split by shares, put together again.
+struct Joined {
+    std::string pieces[2];
+    std::vector<std::int64_t> lines;  // of rows that could not be read
+    int againCount = 0;
+};
+
+TEST_F(Ranges, SharesTogetherAreTheWhole) {
+    write("border", "04\n");  // what cannot be read comes behind
+    const std::string rows = "2,\"x\n7,8\n\"\n1,\n\nz,3\n\"4\n5,6\"\"\n9,\"a\r\n\"\"\"\r\n3,,\n1,2";
+    const std::pair<std::string, std::string> cases[] = {
+        {"--key n:int", "\xef\xbb\xbfn,\"t\nu\"\n" + rows},
+        {"--key 1:int --no-header --format csv", rows + "\n"},
+        {"--lines --as int", "5\n\nx\n-3\r\n" + std::string(70, '1') + "\n4"},
+        {"--lines --as int -z", std::string("5\0\n\0x\0-3\0\0", 10) + std::string(70, '1') + "\n4"},
+    };
+    for (const auto& [words, content] : cases) {
+        write("in.csv", content);
+        const std::string split =
+            "split in.csv " + words + " --on-error=last --splitters border -o P --share ";
+        const Json whole = Json::parse(run(split + "0:").output);
+        const std::string first = read("P00000");
+        const std::string header =
+            first.substr(0, first.size() - whole["pieces"][0]["bytes"].get<std::size_t>());
+        const Json sampled = Json::parse(run("sample in.csv " + words + " --samples 0").output);
+        EXPECT_EQ(sampled["head_bytes"], header.size());
+        for (const std::size_t shareBytes : {3U, 13U, 60U}) {
+            Joined all;
+            std::uint64_t end = 0;
+            std::int64_t lineCount = 0;
+            for (std::size_t at = 0; at < content.size(); at += shareBytes) {
+                const std::string until = ":" + std::to_string(at + shareBytes);
+                Json report = Json::parse(run(split + std::to_string(at) + until).output);
+                if (report["begin"] != end) {
+                    const std::string exact =
+                        std::to_string(end) + ":" +
+                        std::to_string(std::max<std::uint64_t>(end, at + shareBytes));
+                    report = Json::parse(run(split + exact + " --begins-row").output);
+                    all.againCount += 1;
+                }
+                EXPECT_EQ(report["begin"], end);
+                end = report["end"];
+                for (const Json& problem : report["problems"])
+                    all.lines.push_back(lineCount + problem[1].get<std::int64_t>());
+                lineCount += report["lines"].get<std::int64_t>();
+                all.pieces[0] += read("P00000").substr(header.size());
+                all.pieces[1] += read("P00001");
+            }
+            EXPECT_EQ(end, content.size());
+            run(split + "0:");
+            EXPECT_EQ(header + all.pieces[0], first) << shareBytes;
+            EXPECT_EQ(all.pieces[1], read("P00001")) << shareBytes;
+            ASSERT_EQ(all.lines.size(), whole["skipped"]) << content;
+            for (std::size_t i = 0; i < all.lines.size(); ++i)
+                EXPECT_EQ(all.lines[i], whole["problems"][i][1]) << words;
+            EXPECT_EQ(all.againCount > 0, shareBytes < 60 && words.starts_with("--key"))
+                << shareBytes;
+        }
+    }
+}
+
 TEST_F(Ranges, KeysAreSampledEvenlyInAFileOfAnySize) {
     const Json small = Json::parse(run("sample a.csv --key n:int:desc --samples 100").output);
     EXPECT_EQ(small["format"], "csv");
@@ -88,6 +149,13 @@ TEST_F(Ranges, KeysAreSampledEvenlyInAFileOfAnySize) {
         const double number = std::stoi(key.substr(4), nullptr, 16);
         EXPECT_NEAR(number, (static_cast<double>(i) + 0.5) * 200'000 / 9, 5000) << key;
     }
+    const Json share = Json::parse(
+        run("sample large.csv --key '\"a:b\":int' --samples 2 --share 2000000:2400000").output);
+    ASSERT_EQ(share["samples"].size(), 2u);
+    for (const std::string key : share["samples"])
+        EXPECT_NEAR(std::stoi(key.substr(4), nullptr, 16), 55'000, 4000) << key;
+    const Json none = Json::parse(run("sample a.csv --key n:int --samples 2 --share 90:99").output);
+    EXPECT_EQ(none["samples"].size(), 0u);
 }
 
 TEST_F(Ranges, WhatCannotBeSplitIsSaid) {
@@ -106,6 +174,9 @@ TEST_F(Ranges, WhatCannotBeSplitIsSaid) {
         {"sample --record-length 4 --key int32:0 a.csv --samples 1", "lines and rows"},
         {"sample --lines /dev/null --samples 1", "no regular file"},
         {"sample --lines wide --samples 1", "UTF-16"},
+        {"sample a.csv --key n --samples 1 --share 7", "--share 7: write BEGIN:END"},
+        {"split a.csv --key n --splitters borders -o P --share 7:x", "--share 7:x"},
+        {"split a.csv --key n --splitters borders -o P --share 7:6", "--share 7:6"},
     };
     for (const auto& [words, said] : cases) {
         const Outcome outcome = run(words);

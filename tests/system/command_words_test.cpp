@@ -20,6 +20,7 @@ class Words : public CommandTest {
         write("fields", "x  10 b\n\ty 9  a z\nz\n");
         write("a.csv", "id,v,v\n1,b,\n2,a,7\n1,b,\n");
         write("bad.csv", "id,v\n3,x\nq,y\n1\n,w\n2,z\n");
+        write("odd.csv", "n,t\nshort\n\"\",a\nshort\n\"\",b\n1,\n");
         write("ragged.csv", "a,b\n2\n\n1,x,y\n");
         write("null.csv", "n\n2\n\\N\n1\n");
         write("sorted", "1\n2\n10\n");
@@ -50,6 +51,7 @@ TEST_F(Words, MakeWhatTheyMean) {
         {"sort --lines --as int --null c lines --on-error=skip", "c\n", 3},
         {"sort --lines --as int:desc --on-error=last lines sorted", "10\n2\n1\na\na\nb\nc\n", 3},
         {"sort bad.csv --key id:int --on-error=last", "id,v\n2,z\n3,x\n,w\n1\nq,y\n", 3},
+        {"sort odd.csv --key n:int --on-error=last", "n,t\n1,\nshort\n\"\",a\nshort\n\"\",b\n", 3},
         {"sort --lines --check lines", "", 1},
         {"sort --lines -c sorted --as int", ""},
         {"sort a.csv --check --key id:int", "", 1},

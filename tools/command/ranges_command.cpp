@@ -14,6 +14,7 @@
 #include "tools/ranges/key_sample.h"
 #include "tools/ranges/range_input.h"
 #include "tools/ranges/range_split.h"
+#include "tools/ranges/share_rows.h"
 
 namespace tvsort::tools {
 
@@ -39,6 +40,10 @@ void writeJson(const Json& json, const std::string& name) {
     output.finish();
 }
 
+ByteShare shareOf(const RangeOptions& options) {
+    return options.share.empty() ? ByteShare() : parseShare(options.share);
+}
+
 // Names and line ends are any bytes, which JSON's texts are not.
 Json sampleAsJson(const RangeOptions& options, std::size_t sampleCount) {
     const RangeInput input(options);
@@ -46,6 +51,8 @@ Json sampleAsJson(const RangeOptions& options, std::size_t sampleCount) {
     Json json;
     json["format"] = input.options().format.empty() ? "lines" : input.options().format;
     json["bytes"] = rows.places().end() - rows.firstRowOf(0);
+    json["head_bytes"] = rows.firstRowOf(0);
+    json["packed"] = input.wasPacked();
     json["keys"] = rows.keysInWords();
     json["keys_by_number"] = input.keysByNumber();
     json["columns"] = Json::array();
@@ -54,7 +61,7 @@ Json sampleAsJson(const RangeOptions& options, std::size_t sampleCount) {
     json["column_count"] = input.columnCount().has_value() ? Json(*input.columnCount()) : Json();
     json["line_end"] = inHexadecimal(input.form().lineEnd);
     json["samples"] = Json::array();
-    for (const host::KeyBytes& key : sampleKeys(rows, sampleCount))
+    for (const host::KeyBytes& key : sampleKeys(rows, shareOf(options), sampleCount))
         json["samples"].push_back(inHexadecimal(key));
     return json;
 }
@@ -70,23 +77,42 @@ struct SplitOptions {
     std::string splitters;
     std::string prefix;
     std::string lineEnd;
+    bool beginsRow = false;
 };
 
+// What whoever splits one input by shares compares and adds up.
+void addShare(const RangeInput& input, const ShareRows& rows, Json& json) {
+    const LineName name = input.rows().lineName(0);
+    json["begin"] = rows.begin();
+    json["end"] = rows.end();
+    json["lines"] = rows.lineCount();
+    json["problems"] = Json::array();
+    for (const ShareRows::Problem& problem : rows.problems()) {
+        json["problems"].push_back(
+            {harmless(name.before), problem.line, harmless(name.behind + problem.words)});
+    }
+}
+
 int split(const SplitOptions& options) {
+    ByteShare share = shareOf(options.range);
+    share.beginsRow = options.beginsRow;
     const RangeInput input(options.range);
     RowErrors errors(options.range.records.onError);
+    ShareRows rows(input.rows(), share, errors);
     const std::string lineEnd = options.lineEnd == "crlf" ? "\r\n"
                                 : options.lineEnd == "lf" ? "\n"
                                                           : "";
     Json json;
     json["pieces"] = Json::array();
     for (const RangePiece& piece :
-         splitRanges(input, readSplitters(options.splitters), options.prefix, lineEnd, errors)) {
+         splitRanges(input, rows, readSplitters(options.splitters), options.prefix, lineEnd)) {
         json["pieces"].push_back({{"rows", piece.rowCount}, {"bytes", piece.byteCount}});
     }
     json["skipped"] = errors.skippedCount();
+    const bool isShare = !options.range.share.empty();
+    if (isShare) addShare(input, rows, json);
     writeJson(json, "");
-    speak(errors.report());
+    if (!isShare) speak(errors.report());
     return errors.skippedCount() > 0 ? kStatusSkipped : kStatusSuccess;
 }
 
@@ -126,6 +152,9 @@ void addSplitCommand(CLI::App& app, int& exitStatus) {
                     "What a last row gets that lacks its end: lf or crlf; as the first row has it "
                     "without this")
         ->check(CLI::IsMember({"lf", "crlf"}));
+    command.add_flag("--begins-row", options->beginsRow,
+                     "A row begins at BEGIN of --share; without this the first one is searched, "
+                     "which inside quotes of a CSV file may find what is none");
     command.callback([options, &exitStatus] { exitStatus = split(*options); });
 }
 

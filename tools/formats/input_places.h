@@ -19,6 +19,7 @@ class InputPlaces {
     explicit InputPlaces(const std::vector<InputFile>& inputs, char lineEnd = '\n');
 
     std::size_t inputCount() const { return inputs_.size(); }
+    char lineEnd() const { return lineEnd_; }
     const InputFile& input(std::size_t index) const { return inputs_[index]; }
     // Of an input, and of all.
     std::uint64_t startOf(std::size_t index) const { return starts_[index]; }

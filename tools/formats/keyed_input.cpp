@@ -12,6 +12,10 @@ constexpr std::size_t kStreamKeyBytes = 4096;
 
 }  // namespace
 
+std::string KeyedInput::nameOf(std::uint64_t offset) const {
+    return lineName(places().indexOf(offset)).of(places().lineNumberOf(offset));
+}
+
 RowStream::RowStream(const KeyedInput& input, RowErrors& errors)
     : input_(input),
       errors_(errors),

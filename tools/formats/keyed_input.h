@@ -78,6 +78,14 @@ class RowReader {
                             host::KeyBytes& part) = 0;
 };
 
+// What stands before and behind the number in the name of a line, for messages.
+struct LineName {
+    std::string before;
+    std::string behind;
+
+    std::string of(std::int64_t number) const { return before + std::to_string(number) + behind; }
+};
+
 class KeyedInput {
   public:
     virtual ~KeyedInput() = default;
@@ -91,8 +99,9 @@ class KeyedInput {
     virtual bool isKeyOfStart() const = 0;
     // A longer row is refused, or found by its place.
     virtual std::size_t rowBytesMax() const = 0;
-    // "line 3 of b.txt", or as this kind of input has it.
-    virtual std::string nameOf(std::uint64_t offset) const = 0;
+    virtual LineName lineName(std::size_t inputIndex) const = 0;
+    // "line 3 of b.txt", or as this kind of input has it. Reads the input up to there.
+    std::string nameOf(std::uint64_t offset) const;
     // What the keys are, for people: "name text, born date desc".
     virtual std::string keysInWords() const = 0;
 };

@@ -43,6 +43,8 @@ void RowKeys::append(Column& column, const RowField& field, host::KeyBytes& key,
                                         : fmt::format("column {}: {}", column.name, error.what());
         if (!rules_.keepsUnreadable) throw host::badUse(problem);
         if (outcome.problem.empty()) outcome.problem = problem;
+        // The key is that of a malformed row, and rows of one key agree in this.
+        if (field.text.empty()) outcome.hasNull = true;
         host::OrderedKey::appendUnreadable(field.text, key);
     }
 }

@@ -62,7 +62,9 @@ class LevelledInput : public KeyedInput {
     }
     bool isKeyOfStart() const override { return input_->isKeyOfStart(); }
     std::size_t rowBytesMax() const override { return input_->rowBytesMax(); }
-    std::string nameOf(std::uint64_t offset) const override { return input_->nameOf(offset); }
+    LineName lineName(std::size_t inputIndex) const override {
+        return input_->lineName(inputIndex);
+    }
     std::string keysInWords() const override { return input_->keysInWords(); }
 
   private:

@@ -24,7 +24,9 @@ class ShuffledInput : public KeyedInput {
     }
     bool isKeyOfStart() const override { return false; }
     std::size_t rowBytesMax() const override { return input_->rowBytesMax(); }
-    std::string nameOf(std::uint64_t offset) const override { return input_->nameOf(offset); }
+    LineName lineName(std::size_t inputIndex) const override {
+        return input_->lineName(inputIndex);
+    }
     std::string keysInWords() const override { return "chance"; }
 
   private:

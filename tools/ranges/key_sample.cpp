@@ -18,12 +18,17 @@ host::KeyBytes cut(const host::KeyBytes& key) {
     return {key.begin(), key.begin() + count};
 }
 
+std::uint64_t firstPlace(const KeyedInput& input, const ByteShare& share) {
+    return std::max(share.begin, input.firstRowOf(0));
+}
+
 // Of all rows, those that lie at the places.
-std::vector<host::KeyBytes> sampleStream(const KeyedInput& input, std::uint64_t step) {
+std::vector<host::KeyBytes> sampleStream(const KeyedInput& input, const ByteShare& share,
+                                         std::uint64_t step) {
     RowErrors passedOver(kSkipOnError);
-    RowStream rows(input, passedOver);
+    ShareRows rows(input, share, passedOver);
     std::vector<host::KeyBytes> keys;
-    std::uint64_t place = input.firstRowOf(0) + step / 2;
+    std::uint64_t place = firstPlace(input, share) + step / 2;
     for (KeyedRow row; rows.next(row);) {
         throwIfInterrupted();
         const std::uint64_t end = row.place.offset + row.place.byteCount;
@@ -33,13 +38,14 @@ std::vector<host::KeyBytes> sampleStream(const KeyedInput& input, std::uint64_t 
     return keys;
 }
 
-std::vector<host::KeyBytes> samplePlaces(const KeyedInput& input, std::uint64_t step) {
+std::vector<host::KeyBytes> samplePlaces(const KeyedInput& input, const ByteShare& share,
+                                         std::uint64_t step) {
     const InputPlaces& places = input.places();
     const std::unique_ptr<RowReader> reader = input.reader(kSampleKeyBytesMax);
     std::vector<host::KeyBytes> keys;
     std::string window;
-    for (std::uint64_t place = input.firstRowOf(0) + step / 2; place < places.end();
-         place += step) {
+    const std::uint64_t end = std::min(share.end, places.end());
+    for (std::uint64_t place = firstPlace(input, share) + step / 2; place < end; place += step) {
         throwIfInterrupted();
         window.resize(std::min<std::uint64_t>(kWindowBytes, places.end() - place));
         places.readAt(place, reinterpret_cast<Byte*>(window.data()), window.size());
@@ -57,12 +63,14 @@ std::vector<host::KeyBytes> samplePlaces(const KeyedInput& input, std::uint64_t 
 
 }  // namespace
 
-std::vector<host::KeyBytes> sampleKeys(const KeyedInput& input, std::size_t sampleCount) {
-    const InputPlaces& places = input.places();
-    const std::uint64_t bytes = places.end() - input.firstRowOf(0);
-    if (bytes == 0 || sampleCount == 0) return {};
-    const std::uint64_t step = std::max<std::uint64_t>(bytes / sampleCount, 1);
-    return step <= kWindowBytes ? sampleStream(input, step) : samplePlaces(input, step);
+std::vector<host::KeyBytes> sampleKeys(const KeyedInput& input, const ByteShare& share,
+                                       std::size_t sampleCount) {
+    const std::uint64_t begin = firstPlace(input, share);
+    const std::uint64_t end = std::min(share.end, input.places().end());
+    if (begin >= end || sampleCount == 0) return {};
+    const std::uint64_t step = std::max<std::uint64_t>((end - begin) / sampleCount, 1);
+    return step <= kWindowBytes ? sampleStream(input, share, step)
+                                : samplePlaces(input, share, step);
 }
 
 }  // namespace tvsort::tools

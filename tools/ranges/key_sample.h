@@ -13,13 +13,16 @@
 
 #include "host/keys/ordered_bytes.h"
 #include "tools/formats/keyed_input.h"
+#include "tools/ranges/share_rows.h"
 
 namespace tvsort::tools {
 
 // Longer keys are cut to it: ranges between cut keys are ranges as well.
 inline constexpr std::size_t kSampleKeyBytesMax = 1024;
 
-// Up to `sampleCount` keys, in the order of reading. Rows that cannot be read are passed over.
-std::vector<host::KeyBytes> sampleKeys(const KeyedInput& input, std::size_t sampleCount);
+// Up to `sampleCount` keys of the share, in the order of reading. Rows that cannot be read are
+// passed over.
+std::vector<host::KeyBytes> sampleKeys(const KeyedInput& input, const ByteShare& share,
+                                       std::size_t sampleCount);
 
 }  // namespace tvsort::tools

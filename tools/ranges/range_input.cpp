@@ -56,28 +56,6 @@ void checkTypes(const RecordOptions& records) {
     }
 }
 
-std::vector<InputFile> openPlain(const RangeOptions& options) {
-    const std::filesystem::path tempDirectory = options.tempDirectory.empty()
-                                                    ? host::defaultTempDirectory()
-                                                    : std::filesystem::path(options.tempDirectory);
-    InputFile input(options.input);
-    if (!input.fileBytes().has_value()) {
-        throw host::badUse(fmt::format("{} is no regular file, and ranges are made of files alone",
-                                       input.displayName()));
-    }
-    const Compression compression = compressionMarked(firstBytes(input));
-    if (compression != Compression::kNone) {
-        Progress silent(true);
-        SpoolFile plain(tempDirectory);
-        unpack(compression, input, plain, silent);
-        input = plain.takeAsInput(input.displayName());
-    }
-    refuseWideText(input);
-    std::vector<InputFile> inputs;
-    inputs.push_back(std::move(input));
-    return inputs;
-}
-
 // What stands behind the column in a key's text.
 std::string behindColumn(const std::string& text, const std::string& column) {
     if (!text.starts_with('"')) return text.substr(column.size());
@@ -99,16 +77,41 @@ void addRangeOptions(CLI::App& command, RangeOptions& options) {
         ->default_str("64M");
     command.add_option("--temp-dir", options.tempDirectory,
                        "Directory for an input that is unpacked; TMPDIR or /tmp without it");
+    command.add_option("--share", options.share,
+                       "BEGIN:END, bytes of the input, or BEGIN: to its end: only rows that begin "
+                       "there. A split ends with the last one that does, and reports where it and "
+                       "the next one begin, how many lines ended, and rows that it could not read");
 }
 
 RangeInput::RangeInput(const RangeOptions& options)
     : options_(understood(options)), nowhere_("/dev/null") {
     checkTypes(options_);
-    files_ = openPlain(options);
+    open(options);
     const bool isOfRows = inputKindOf(options_) == InputKind::kRows;
     flow_ = isOfRows ? csvOrderedFlow(options_, {}, files_, options.memoryBytes, nowhere_)
                      : lineOrderedFlow(options_, {}, files_, options.memoryBytes, nowhere_);
     if (isOfRows) readColumns();
+}
+
+void RangeInput::open(const RangeOptions& options) {
+    const std::filesystem::path tempDirectory = options.tempDirectory.empty()
+                                                    ? host::defaultTempDirectory()
+                                                    : std::filesystem::path(options.tempDirectory);
+    InputFile input(options.input);
+    if (!input.fileBytes().has_value()) {
+        throw host::badUse(fmt::format("{} is no regular file, and ranges are made of files alone",
+                                       input.displayName()));
+    }
+    const Compression compression = compressionMarked(firstBytes(input));
+    wasPacked_ = compression != Compression::kNone;
+    if (wasPacked_) {
+        Progress silent(true);
+        SpoolFile plain(tempDirectory);
+        unpack(compression, input, plain, silent);
+        input = plain.takeAsInput(input.displayName());
+    }
+    refuseWideText(input);
+    files_.push_back(std::move(input));
 }
 
 void RangeInput::readColumns() {

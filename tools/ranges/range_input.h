@@ -27,6 +27,7 @@ struct RangeOptions {
     std::string input;
     std::uint64_t memoryBytes = std::uint64_t{64} * 1024 * 1024;
     std::string tempDirectory;
+    std::string share;  // BEGIN:END
 };
 
 // Adds the options that both commands of ranges have.
@@ -44,6 +45,8 @@ class RangeInput {
     const std::vector<InputFile>& files() const { return files_; }
     // With the format recognised.
     const RecordOptions& options() const { return options_; }
+    // The input was unpacked, as a whole.
+    bool wasPacked() const { return wasPacked_; }
     // Of a header; none without one.
     const std::vector<std::string>& columns() const { return columns_; }
     // How many a row has; none of other inputs than rows, and of ragged ones.
@@ -52,11 +55,13 @@ class RangeInput {
     std::vector<std::string> keysByNumber() const;
 
   private:
+    void open(const RangeOptions& options);
     void readColumns();
 
     RecordOptions options_;
     std::vector<InputFile> files_;  // one
-    OutputFile nowhere_;            // a flow wants one; nothing is written to it
+    bool wasPacked_ = false;
+    OutputFile nowhere_;  // a flow wants one; nothing is written to it
     OrderedFlow flow_;
     std::vector<std::string> columns_;
     std::optional<std::size_t> columnCount_;

@@ -125,10 +125,9 @@ std::size_t rangeOf(const host::KeyBytes& key, const std::vector<host::KeyBytes>
     return static_cast<std::size_t>(above - splitters.begin());
 }
 
-std::vector<RangePiece> splitRanges(const RangeInput& input,
+std::vector<RangePiece> splitRanges(const RangeInput& input, ShareRows& rows,
                                     const std::vector<host::KeyBytes>& splitters,
-                                    const std::string& prefix, const std::string& lineEnd,
-                                    RowErrors& errors) {
+                                    const std::string& prefix, const std::string& lineEnd) {
     RowWriter::Form form = input.form();
     if (!lineEnd.empty()) form.lineEnd = lineEnd;
     const std::size_t rangeCount = splitters.size() + 1;
@@ -139,7 +138,6 @@ std::vector<RangePiece> splitRanges(const RangeInput& input,
             std::make_unique<PieceFile>(fmt::format("{}{:05}", prefix, i), form, input));
         form.head.clear();
     }
-    RowStream rows(input.rows(), errors);
     for (KeyedRow row; rows.next(row);) {
         throwIfInterrupted();
         pieces[rangeOf(*row.key, splitters)]->write(row);

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "host/keys/ordered_bytes.h"
-#include "tools/options/row_errors.h"
 #include "tools/ranges/range_input.h"
+#include "tools/ranges/share_rows.h"
 
 namespace tvsort::tools {
 
@@ -35,11 +35,11 @@ struct RangePiece {
     std::uint64_t byteCount = 0;  // of the rows, with their ends
 };
 
-// Writes PREFIX00000 and so on, one for each range, and answers what is in each. `lineEnd` is for a
+// Writes PREFIX00000 and so on, one for each range, of the rows that `rows` gives, and answers what
+// is in each. The first one gets the input's header, whatever share it is of. `lineEnd` is for a
 // last row that lacks its end; empty: as the input has it.
-std::vector<RangePiece> splitRanges(const RangeInput& input,
+std::vector<RangePiece> splitRanges(const RangeInput& input, ShareRows& rows,
                                     const std::vector<host::KeyBytes>& splitters,
-                                    const std::string& prefix, const std::string& lineEnd,
-                                    RowErrors& errors);
+                                    const std::string& prefix, const std::string& lineEnd);
 
 }  // namespace tvsort::tools

@@ -23,6 +23,7 @@ from . import _command, sort, verify
 from ._text import FLAGS, VALUES
 
 _SUCCESS, _DAMAGED, _FAILURE, _SKIPPED = 0, 1, 2, 3
+_ENDS = signal.SIGINT, signal.SIGTERM, signal.SIGHUP
 _DEMO_ROWS = 400_000
 _CONNECT_SECONDS = 30
 
@@ -163,12 +164,16 @@ def _say(text):
 
 
 def _end(number, _frame):
+    for one in _ENDS:
+        signal.signal(one, signal.SIG_IGN)  # one is enough, and what it takes is bounded
     raise KeyboardInterrupt(number)
 
 
 def main():
     words = _words().parse_args()
-    signal.signal(signal.SIGTERM, _end)
+    for number in _ENDS:
+        if signal.getsignal(number) != signal.SIG_IGN:
+            signal.signal(number, _end)
     # What goes wrong in the engine is said once, in the words of the sort.
     logging.disable(logging.CRITICAL)
     try:

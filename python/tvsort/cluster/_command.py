@@ -9,6 +9,8 @@ import tempfile
 import time
 from pathlib import Path
 
+ENDED = "the run has ended, or this worker does not see the folder of its output"
+
 _WAIT_SECONDS = 0.2
 _END_SECONDS = 10
 _SKIPPED = 3  # exit status: rows could not be read, and the rest is as it should be
@@ -36,7 +38,7 @@ def program():
 
 
 def run(words, alive):
-    """Its standard output, and its standard error. Ends it when `alive()` no longer holds.
+    """Its standard output. Ends it when `alive()` no longer holds.
 
     The command ends with the thread that waits for it, so that a worker that is killed leaves no
     sort behind.
@@ -65,7 +67,7 @@ def run(words, alive):
         if child.returncode not in (0, _SKIPPED):
             words = said.strip().removeprefix("tvsort-host: ")
             raise CommandFailed(words or f"tvsort-host ended with status {child.returncode}")
-        return out.read(), said
+        return out.read()
 
 
 def _wait(child, alive):
@@ -76,13 +78,12 @@ def _wait(child, alive):
             return
         except subprocess.TimeoutExpired:
             if not alive():
-                raise Abandoned("the run has ended") from None
+                raise Abandoned(ENDED) from None
         wait = min(2 * wait, _WAIT_SECONDS)
 
 
 def run_json(words, alive):
-    out, said = run(words, alive)
-    return json.loads(out), said
+    return json.loads(run(words, alive))
 
 
 def settle(remove, seconds):

@@ -51,6 +51,7 @@ class Tasks:
         self.heard = self.able = time.monotonic()
         self.looked = 0.0
         self.known = ()
+        self.slots = 0
         self.pending = {}
 
     def all(self, tasks, gathers=True, on_done=None):
@@ -115,6 +116,7 @@ class Tasks:
         try:
             info = self.client.sync(self.client.scheduler.identity, callback_timeout=5)
             self.known = tuple(info["workers"])
+            self.slots = sum(worker["nthreads"] for worker in info["workers"].values())
             self.heard = now
         except Exception:
             if now - self.heard > self.patience:

@@ -3,6 +3,13 @@
 from .._errors import SortError
 
 
+def words_of(error):
+    """For people; an exception of the system names a file and the trouble, of others nothing perhaps."""
+    if getattr(error, "filename", None) and getattr(error, "strerror", None):
+        return f"{error.filename}: {error.strerror}"
+    return str(error) or type(error).__name__
+
+
 class ClusterError(SortError):
     """The sort has failed, and nothing of it is left."""
 

@@ -3,12 +3,13 @@
 import dataclasses
 import json
 import os
-import tempfile
 from pathlib import Path
 from typing import Optional
 
 from . import _tasks
+from ._engine import Task, Tasks
 from ._errors import Damaged
+from ._files import named_when_whole
 
 NAME = "manifest.json"
 _VERSION = 1
@@ -37,12 +38,8 @@ class Manifest:
     def write(self):
         content = {"tvsort_cluster": _VERSION, **dataclasses.asdict(self)}
         del content["folder"]
-        with tempfile.NamedTemporaryFile("w", dir=self.folder, prefix=".manifest-",
-                                         delete=False) as file:
-            json.dump(content, file, indent=1)
-            file.write("\n")
-        os.chmod(file.name, 0o644)
-        os.rename(file.name, os.path.join(self.folder, NAME))
+        with named_when_whole([os.path.join(self.folder, NAME)]) as (file,):
+            file.write(json.dumps(content, indent=1).encode() + b"\n")
 
     @classmethod
     def read(cls, folder):
@@ -51,11 +48,13 @@ class Manifest:
             content = json.loads(path.read_text())
             if content.pop("tvsort_cluster") != _VERSION:
                 raise Damaged(f"{path} is of another version")
+            for part in content["parts"]:
+                part["name"], part["rows"], part["bytes"], part["sha256"], part["worker"]
             return cls(folder=os.fspath(folder), **content)
         except FileNotFoundError:
             raise Damaged(f"{path} is missing: the sort has not ended, or its result lies "
                           "elsewhere") from None
-        except (KeyError, TypeError, ValueError) as error:
+        except (AttributeError, KeyError, TypeError, ValueError) as error:
             raise Damaged(f"{path} is no manifest: {error}") from None
 
 
@@ -73,20 +72,20 @@ def check_part(folder, part):
     return ""
 
 
-def verify(folder, client=None):
+def verify(folder, client=None, patience=120.0):
     """The manifest, when all parts are there as they were made; else Damaged is raised.
 
-    With a client the workers read the parts, each those on its own disk.
+    With a client the workers read the parts, each those on its own disk; a worker that is away for
+    `patience` seconds is a ClusterError.
     """
     manifest = Manifest.read(folder)
     if client is None:
         faults = [check_part(manifest.folder, part) for part in manifest.parts]
     else:
         moved = manifest.storage == "moved"
-        futures = [client.submit(check_part, os.path.abspath(folder), part, pure=False,
-                                 workers=[_tasks.host_of(part["worker"])] if moved else None)
-                   for part in manifest.parts]
-        faults = client.gather(futures)
+        faults = Tasks(client, None, patience).all(
+            Task((check_part, os.path.abspath(folder), part),
+                 (_tasks.host_of(part["worker"]),) if moved else ()) for part in manifest.parts)
     for name in ("rows", "bytes"):
         total = sum(part[name] for part in manifest.parts)
         if total != getattr(manifest, name):

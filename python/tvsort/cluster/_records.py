@@ -2,12 +2,14 @@
 
 import dataclasses
 import os
-import uuid
 
 import numpy
 
 from .. import _keys, _streams
 from .._errors import BadUse
+from ._command import ENDED
+from ._files import named_when_whole
+from ._shares import WHOLE
 
 _PIECE_BYTES = 4 << 20
 
@@ -58,37 +60,50 @@ class RecordForm:
     memory: str
     temp_dir: str = ""
     has_header = False
+    stops = True  # at what cannot be read, of which there is nothing
 
     @property
     def columns(self):
         return _keys.columns_of(self.dtype, list(self.order) or None)
 
-    def _pieces(self, path):
+    def _pieces(self, path, share=WHOLE):
         with open(path, "rb", buffering=0) as file:
             size = os.fstat(file.fileno()).st_size
             self._check_size(path, size)
             rows = max(1, _PIECE_BYTES // self.dtype.itemsize)
+            begin, end = self._rows_of(share, size)
+            file.seek(begin)
+            size = end - begin
             while size > 0:
                 piece = numpy.empty(min(rows, size // self.dtype.itemsize), self.dtype)
                 _streams._fill(file, memoryview(piece.view(numpy.uint8)), path)
                 size -= piece.nbytes
                 yield piece
 
+    def _rows_of(self, share, size):
+        """Bytes where the share's rows begin and end."""
+        row = self.dtype.itemsize
+        return [min(size, -(-at // row) * row)
+                for at in (share.begin, size if share.end is None else share.end)]
+
     def _check_size(self, path, size):
         if size % self.dtype.itemsize != 0:
             raise BadUse(f"{path} has {size} bytes, which is no multiple of the "
                          f"{self.dtype.itemsize} bytes of a row")
 
-    def sample(self, path, count, alive, first=True):
+    def sample(self, path, count, alive, first=True, share=WHOLE):
         size = os.path.getsize(path)
         self._check_size(path, size)
-        columns = self.columns
-        with open(path, "rb") as file:
-            total = size // self.dtype.itemsize
-            sample = _streams._file_sample(file, self.dtype, min(total, count)) if total else \
-                numpy.empty(0, self.dtype)
-        keys = key_bytes(sample, columns) if len(sample) else ()
-        return {"bytes": size, "samples": [key.tobytes().hex() for key in keys]}
+        begin, end = (at // self.dtype.itemsize for at in self._rows_of(share, size))
+        count = min(end - begin, count)
+        rows = numpy.empty(count, self.dtype)
+        with open(path, "rb", buffering=0) as file:
+            for i in range(count):
+                file.seek((begin + (end - begin) * i // count) * self.dtype.itemsize)
+                _streams._fill(file, memoryview(rows[i:i + 1].view(numpy.uint8)), path)
+        keys = key_bytes(rows, self.columns) if count else ()
+        return {"bytes": size, "head_bytes": 0, "packed": False,
+                "samples": [key.tobytes().hex() for key in keys]}
 
     def learn(self, names, samples):
         return self
@@ -102,15 +117,13 @@ class RecordForm:
         following = int.from_bytes(key, "big") + 1
         return following.to_bytes(len(key), "big") if following < 256 ** len(key) else None
 
-    def split(self, path, splitters, prefix, folder, alive, first=True):
+    def split(self, path, splitters, prefix, folder, alive, first=True, share=WHOLE):
         columns = self.columns
         borders = numpy.array(splitters, dtype=f"S{max(map(len, splitters), default=1)}")
         names = [f"{prefix}{i:05}" for i in range(len(splitters) + 1)]
-        own = f".{uuid.uuid4().hex}"  # the same may be done elsewhere meanwhile
-        files = [open(name + own, "wb") for name in names]
         rows = numpy.zeros(len(names), numpy.int64)
-        try:
-            for piece in self._pieces(path):
+        with named_when_whole(names) as files:
+            for piece in self._pieces(path, share):
                 keys = key_bytes(piece, columns)
                 keys = keys.view(f"S{keys.shape[1]}")[:, 0]
                 ranges = numpy.searchsorted(borders, keys, side="right")
@@ -121,27 +134,22 @@ class RecordForm:
                     files[i].write(piece[order[ends[i] - counts[i]:ends[i]]].tobytes())
                 rows += counts
                 if not alive():
-                    raise BadUse("the run has ended")
-        finally:
-            for file in files:
-                file.close()
-        for name in names:
-            os.rename(name + own, name)
-        return [(int(n), int(n) * self.dtype.itemsize) for n in rows], 0, []
+                    raise BadUse(ENDED)
+        begin, end = self._rows_of(share, os.path.getsize(path))
+        return {"pieces": [{"rows": int(n), "bytes": int(n) * self.dtype.itemsize} for n in rows],
+                "skipped": 0, "problems": [], "begin": begin, "end": end, "lines": 0}
 
     def sort(self, paths, out, alive, first):
         def watch(stage, done, total):
             if not alive():
-                raise BadUse("the run has ended")
+                raise BadUse(ENDED)
 
         options = {"directory": self.temp_dir} if self.temp_dir else {}
         pieces = (piece for path in paths for piece in self._pieces(path))
-        made = f"{out}.{uuid.uuid4().hex}"
-        with open(made, "wb") as file:
+        with named_when_whole([out]) as (file,):
             for rows in _streams.sort_arrays(pieces, list(self.order) or None, memory=self.memory,
                                              progress=watch, processes=1, **options):
                 file.write(rows.tobytes())
-        os.rename(made, out)
 
     @staticmethod
     def head_bytes(path):

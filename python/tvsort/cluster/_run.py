@@ -1,12 +1,13 @@
 """A sort, from the first sample to the manifest: which tasks there are, and what becomes of them.
 
     sample   every input              keys, and whether the inputs fit one another
-    split    every input              a piece for each range; a range that is too large once more
+    split    every share of an input  a piece for each range; a range that is too large once more
     sort     every range              its pieces, in the order of the inputs, to a part
     publish                           the parts' names, and the manifest
 
-A range of one key is joined and not sorted. What the run makes lies in one folder beside the parts,
-or, where pieces travel, in one on each worker, and goes away with it.
+A large input has several shares, which are split side by side, and some once more: the share before
+says where one begins. A range of one key is joined and not sorted. What the run makes lies in one
+folder beside the parts, or, where pieces travel, in one on each worker, and goes away with it.
 """
 
 import contextlib
@@ -20,27 +21,30 @@ import uuid
 import numpy
 
 from .._errors import SortError
-from . import _ranges, _tasks
+from . import _ranges, _shares, _tasks
 from ._engine import REMOVE_SECONDS, Task, Tasks, bounded
-from ._errors import ClusterError
+from ._errors import ClusterError, words_of
 from ._manifest import Manifest
 from ._records import RecordForm
 from ._text import FLAGS, VALUES, TextForm
 
 _SAMPLES_PER_RANGE = 64
+_SAMPLES_FIRST = 1024  # of all inputs, while nobody knows how large they are
 _RANGES_MAX = 900  # at once; a split allows a little more
 _SKEW = 2  # a range this many times too large is split again
 _RESPLITS_MAX = 3
 _ATTEMPTS_MAX = 4
 _RANGE_BYTES_MIN = 1 << 20
 _PROBLEMS_MAX = 10
+_SHARE_BYTES_MIN = 32 << 20
+_SHARE_BYTES_MAX = 1 << 30  # where a worker has all pieces of one in its memory
 
 _UNITS = {"": 1, "K": 1 << 10, "M": 1 << 20, "G": 1 << 30, "T": 1 << 40}
 
 
 def bytes_of(text):
     found = re.fullmatch(r"(\d+)([KMGT]?)(i?B)?", str(text).strip(), re.IGNORECASE)
-    if not found:
+    if not found or int(found[1]) == 0:
         raise ClusterError(f"memory={text!r}: write bytes, or 64M, or 2G")
     return int(found[1]) * _UNITS[found[2].upper()]
 
@@ -79,25 +83,25 @@ class _Sort:
         with self.phase("sample"):
             samples = self.sample_inputs()
         total = self.input_bytes = sum(sample["bytes"] for sample in samples)
-        slots = sum(self.tasks.client.nthreads().values())
+        slots = self.tasks.slots
         wanted = self.partitions or max(1, min(max(2 * slots, -(-total // memory_bytes)),
                                                total // _RANGE_BYTES_MIN))
         self.range_bytes = max(1, total // wanted)
-        weighted = _weighted(samples, [sample["bytes"] for sample in samples])
-        splitters = _ranges.joined(
-            _ranges.splitters_of(weighted, min(wanted, _RANGES_MAX), self.form),
-            self.form.fixed_splitters())
+        shares = self.shares_of_inputs(samples, total // max(2 * slots, 1))
+        wanted = min(wanted, _RANGES_MAX)
+        with self.phase("sample"):
+            weighted = self.weighted_keys(samples, shares, total, wanted)
+        splitters = _ranges.joined(_ranges.splitters_of(weighted, wanted, self.form),
+                                   self.form.fixed_splitters())
         with self.phase("split"):
-            whole = _Range(None, None, True, 0, total, list(self.names))
-            ranges = self.split_ranges([whole], [splitters], self.pins, counts_problems=True)[0]
+            ranges = self.split_inputs(samples, shares, splitters)
         with self.phase("split again"):
             ranges = self.split_skewed(ranges)
         with self.phase("sort"):
             return self.sort_ranges([one for one in ranges if one.rows or one.first])
 
     def sample_inputs(self):
-        count = _SAMPLES_PER_RANGE * min(self.partitions or 16, _RANGES_MAX)
-        count = max(16, count // min(len(self.names), 64))
+        count = max(16, _SAMPLES_FIRST // min(len(self.names), 64))
         samples = self.tasks.all(
             Task((_tasks.sample, self.form, self.place, name, count, True), workers)
             for name, workers in zip(self.names, self.pins))
@@ -107,29 +111,90 @@ class _Sort:
             raise ClusterError(str(error)) from None
         return samples
 
-    def split_ranges(self, ranges, splitters, pins=None, counts_problems=False):
-        """For each range those into which it falls at its splitters; all are split side by side."""
-        calls = [Task((_tasks.split, self.form, self.place, source, borders,
-                       f"piece-{next(self.file_number):05}", one.first), pins[i] if pins else ())
-                 for one, borders in zip(ranges, splitters) for i, source in enumerate(one.sources)]
+    def shares_of_inputs(self, samples, share_bytes):
+        """Of each input. One that was unpacked would be so by each task, and as a whole."""
+        share_bytes = max(share_bytes, _SHARE_BYTES_MIN)
         if self.place.travels:
-            futures = self.tasks.all(calls, gathers=False)
-            splits = self.tasks.all(Task((_tasks.without_pieces, future)) for future in futures)
-            pieces = [[self.piece_of(future, i, split.worker) for i in range(len(split.rows))]
-                      for future, split in zip(futures, splits)]
-        else:
-            splits = self.tasks.all(calls)
-            pieces = [split.pieces for split in splits]
-        if counts_problems:
-            for split in splits:
-                self.skipped += split.skipped
-                self.problems += split.problems[:_PROBLEMS_MAX - len(self.problems)]
+            share_bytes = min(share_bytes, _SHARE_BYTES_MAX)
+        return [[_shares.WHOLE] if sample["packed"] else
+                _shares.shares_of(sample["head_bytes"] + sample["bytes"], share_bytes)
+                for sample in samples]
+
+    def weighted_keys(self, samples, shares, total, wanted):
+        """From the samples of the inputs, or from larger ones where there are so many ranges."""
+        wanted_keys = _SAMPLES_PER_RANGE * wanted
+        weights = [sample["bytes"] for sample in samples]
+        keys = sum(len(sample["samples"]) for sample in samples)
+        if wanted_keys > 2 * max(keys, _SAMPLES_FIRST):
+            parts = [(name, pin, share, weight / len(own)) for name, pin, own, weight in
+                     zip(self.names, self.pins, shares, weights) for share in own]
+            weights = [weight for *_, weight in parts]
+            samples = self.tasks.all(
+                Task((_tasks.sample, self.form, self.place, name,
+                      max(16, int(wanted_keys * weight / max(total, 1))), True, share), pin)
+                for name, pin, share, weight in parts)
+        return _weighted(samples, weights)
+
+    def split_inputs(self, samples, shares, splitters):
+        """The ranges of all inputs."""
+        parts = []
+        for name, pin, sample, own in zip(self.names, self.pins, samples, shares):
+            # Elsewhere may be a copy of the input.
+            state = sample["state"] if pin or not self.place.travels else sample["state"][:1]
+            parts += [(name, share, state, pin) for share in own]
+        splits = self.split_all([self.split_task(name, splitters, True, *how)
+                                 for name, *how in parts])
+        # A share that starts its input begins at its first byte, and each round finds one more that
+        # begins right at least, and nearly always all.
+        while wrong := [i for i in range(1, len(parts)) if parts[i][1].begin > 0 and
+                        splits[i].begin != splits[i - 1].end]:
+            for i in wrong:
+                self.forget_files(splits[i].pieces)
+            again = self.split_all([self.split_task(
+                name, splitters, True, _shares.Share(splits[i - 1].end, share.end, True), *how)
+                for i, (name, share, *how) in ((i, parts[i]) for i in wrong)])
+            for i, split in zip(wrong, again):
+                splits[i] = split
+        self.count_problems(splits, [share.begin == 0 for _, share, *_ in parts])
+        edges = [None, *splitters, None]
+        return [self.range_of(splits, i, edges[i], edges[i + 1], True)
+                for i in range(len(splitters) + 1)]
+
+    def count_problems(self, splits, start_input):
+        lines = 0
+        for split, starts_input in zip(splits, start_input):
+            lines = 0 if starts_input else lines
+            self.skipped += split.skipped
+            self.problems += [self.form.complaint(problem, lines) for problem in split.problems][
+                :_PROBLEMS_MAX - len(self.problems)]
+            lines += split.lines
+        if self.skipped and self.form.stops:
+            raise ClusterError(self.problems[0])
+
+    def split_task(self, source, splitters, first, share=_shares.WHOLE, state=(), workers=()):
+        return Task((_tasks.split, self.form, self.place, source, splitters,
+                     f"piece-{next(self.file_number):05}", first, share, state), workers)
+
+    def split_all(self, tasks):
+        """What they answer, with sources as pieces."""
+        if not self.place.travels:
+            return self.tasks.all(tasks)
+        futures = self.tasks.all(tasks, gathers=False)
+        splits = self.tasks.all(Task((_tasks.without_pieces, future)) for future in futures)
+        return [dataclasses.replace(split, pieces=[self.piece_of(future, i, split.worker)
+                                                   for i in range(len(split.rows))])
+                for future, split in zip(futures, splits)]
+
+    def split_ranges(self, ranges, splitters):
+        """For each range those into which it falls at its splitters; all are split side by side."""
+        splits = iter(self.split_all([self.split_task(source, borders, one.first)
+                                      for one, borders in zip(ranges, splitters)
+                                      for source in one.sources]))
         finer = []
-        each = iter(zip(splits, pieces))
         for one, borders in zip(ranges, splitters):
-            own = list(itertools.islice(each, len(one.sources)))
+            own = list(itertools.islice(splits, len(one.sources)))
             edges = [one.low, *borders, one.high]
-            finer.append([self.range_of(own, i, edges[i], edges[i + 1], one)
+            finer.append([self.range_of(own, i, edges[i], edges[i + 1], one.first)
                           for i in range(len(borders) + 1)])
         return finer
 
@@ -141,13 +206,13 @@ class _Sort:
                                         key=f"split-shuffle-{uuid.uuid4().hex}")
 
     @staticmethod
-    def range_of(own, i, low, high, parent):
-        first = parent.first and i == 0
+    def range_of(splits, i, low, high, first):
+        first = first and i == 0
         # The first piece of all has the header.
-        sources = [pieces[i] for n, (split, pieces) in enumerate(own)
+        sources = [split.pieces[i] for n, split in enumerate(splits)
                    if split.rows[i] or (first and n == 0)]
-        return _Range(low, high, first, sum(split.rows[i] for split, _ in own),
-                      sum(split.bytes[i] for split, _ in own), sources)
+        return _Range(low, high, first, sum(split.rows[i] for split in splits),
+                      sum(split.bytes[i] for split in splits), sources)
 
     def split_skewed(self, ranges):
         """Splits what is too large by what it has itself, until that is of no more use."""
@@ -161,7 +226,7 @@ class _Sort:
             finer = self.split_ranges(large, [borders for borders in splitters if borders])
             by_range = {id(one): parts for one, parts in zip(large, finer)}
             for one in large:
-                self.forget(one)
+                self.forget_files(one.sources)
             ranges = [part for one in ranges for part in by_range.get(id(one), [one])]
         return ranges
 
@@ -181,12 +246,11 @@ class _Sort:
                           and (one.high is None or key < one.high)])
         return found
 
-    def forget(self, one):
+    def forget_files(self, pieces):
         if not self.place.travels:
-            for path in one.sources:
-                if path not in self.names:
-                    with contextlib.suppress(FileNotFoundError):
-                        os.remove(path)
+            for path in pieces:
+                with contextlib.suppress(FileNotFoundError):
+                    os.remove(path)
 
     def sort_ranges(self, ranges):
         parts = [None] * len(ranges)
@@ -194,7 +258,8 @@ class _Sort:
         for _ in range(_ATTEMPTS_MAX):
             tasks = [self.sort_task(ranges[i], f"part-{i:05}") for i in left]
             # What is sorted and heard of is not asked for again, so its pieces can go.
-            on_done = None if self.place.travels else lambda n: self.forget(ranges[left[n]])
+            on_done = None if self.place.travels else lambda n: self.forget_files(
+                ranges[left[n]].sources)
             for i, part in zip(left, self.tasks.all(tasks, on_done=on_done)):
                 parts[i] = part
             if not self.place.travels:
@@ -231,6 +296,8 @@ def _form(order, dtype, memory, temp_dir, options):
         if options:
             raise ClusterError(f"{sorted(options)[0]} is for lines and rows, and dtype for records")
         dtype = numpy.dtype(dtype)
+        if dtype.subdtype is not None:  # of which numpy makes arrays of more dimensions
+            dtype = numpy.dtype([("", dtype)])
         form = RecordForm(dtype, tuple(_keys_of(order)), memory, temp_dir)
         if dtype.hasobject or dtype.itemsize == 0:
             raise ClusterError(f"rows of type {dtype} cannot be stored")
@@ -275,7 +342,11 @@ def _prepare(output):
         pass
     except OSError as error:
         raise ClusterError(f"cannot create the folder {output}: {error.strerror}") from None
-    if not os.path.isdir(output) or os.listdir(output):
+    try:
+        is_empty = not os.listdir(output)
+    except OSError:
+        is_empty = False
+    if not is_empty:
         raise ClusterError(f"{output} is not an empty folder; name one that is empty or is not there")
     return False
 
@@ -314,8 +385,10 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
     published = []
     try:
         os.mkdir(place.folder)
+        _tasks.check_alone(place)
         parts = work.run(memory_bytes)
         with work.phase("publish"):
+            _tasks.check_alone(place)
             published += [part["name"] for part in parts]
             _publish(tasks, place, output, parts)
         work.seconds["all"] = round(time.monotonic() - begin, 3)
@@ -325,10 +398,12 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
                             [str(key) for key in _keys_of(order)], work.skipped,
                             tuple(work.problems), storage, work.seconds)
         manifest.write()
-    except BaseException:
+    except BaseException as error:
         tasks.give_up()
         _remove(client, place, output, published, made)
-        raise
+        if isinstance(error, ClusterError) or not isinstance(error, Exception):
+            raise
+        raise ClusterError(words_of(error)) from error
     _remove(client, place, "", [], False)
     return manifest
 

@@ -12,13 +12,14 @@ import os
 import shutil
 import socket
 import tempfile
-import uuid
 
 import distributed
 
 from .._errors import SortError
 from . import _command
-from ._errors import TaskFailed
+from ._errors import ClusterError, TaskFailed, words_of
+from ._files import named_when_whole
+from ._shares import WHOLE
 
 _COPY_BYTES = 1 << 20
 
@@ -80,42 +81,68 @@ def _named(source, folder):
     return path
 
 
+def check_alone(place):
+    """The folder of the output has nothing but what the run makes: nothing is overwritten, and no two
+    runs go into one folder."""
+    output, own = os.path.split(place.folder)
+    others = sorted(set(os.listdir(output)) - {own})
+    if others:
+        raise ClusterError(f"{output} on {socket.gethostname()} is not empty, it has {others[0]}; "
+                           "name a folder for this run alone")
+
+
 def attempt(task, *arguments):
     """The task's result; what fails says where."""
     try:
         return task(*arguments)
-    except (OSError, ValueError, SortError, _command.CommandFailed, _command.Abandoned) as error:
-        raise TaskFailed(str(error), distributed.get_worker().address) from None
+    except (OSError, ValueError, MemoryError, SortError, _command.CommandFailed,
+            _command.Abandoned) as error:
+        raise TaskFailed(words_of(error), distributed.get_worker().address) from None
 
 
-def sample(form, place, source, count, first):
+def state_of(path):
+    """What another task, or another host, has to find again; of a copy elsewhere the first number."""
+    status = os.stat(path)
+    return [status.st_size, status.st_mtime_ns]
+
+
+def sample(form, place, source, count, first, share=WHOLE):
     with _folder(place) as folder:
-        return form.sample(_named(source, folder), count, place.alive, first)
+        path = _named(source, folder)
+        state = state_of(path)
+        return {**form.sample(path, count, place.alive, first, share), "state": state}
 
 
 @dataclasses.dataclass(frozen=True)
 class Split:
     rows: tuple  # of each range
     bytes: tuple
+    begin: int  # of the first row
+    end: int  # of the row behind the last one
+    lines: int
     skipped: int
-    problems: tuple  # in words, the first few
+    problems: tuple  # the first few: words, the line's number in the share, words
     pieces: tuple  # sources
     worker: str
 
 
-def split(form, place, source, splitters, name, first):
+def split(form, place, source, splitters, name, first, share=WHOLE, state=()):
     with _folder(place) as folder:
         path = _named(source, folder)
         prefix = os.path.join(folder if place.travels else place.folder, f"{name}-")
-        pieces, skipped, problems = form.split(path, splitters, prefix, folder, place.alive,
-                                               first)
+        report = form.split(path, splitters, prefix, folder, place.alive, first, share)
+        if state and state_of(path)[:len(state)] != state:
+            raise OSError(f"{path} was changed while it was sorted, or is not the same on all hosts")
+        pieces = report["pieces"]
         paths = [f"{prefix}{i:05}" for i in range(len(pieces))]
         if place.travels:
             sources = tuple(_take(path) for path in paths)
         else:
             sources = tuple(paths)
-        return Split(tuple(rows for rows, _ in pieces), tuple(size for _, size in pieces), skipped,
-                     tuple(problems), sources, distributed.get_worker().address)
+        return Split(tuple(piece["rows"] for piece in pieces),
+                     tuple(piece["bytes"] for piece in pieces), report["begin"], report["end"],
+                     report["lines"], report["skipped"], tuple(report["problems"]), sources,
+                     distributed.get_worker().address)
 
 
 def _take(path):
@@ -150,6 +177,7 @@ def sort_given(form, place, name, first, is_one_key, wanted_bytes, *sources):
     target = os.path.join(place.folder, name)
     if place.travels:
         os.makedirs(place.folder, exist_ok=True)
+        check_alone(place)
     with _folder(place) as folder:
         paths = [_named(source, folder) for source in sources]
         if is_one_key:
@@ -166,12 +194,10 @@ def sort_given(form, place, name, first, is_one_key, wanted_bytes, *sources):
 
 
 def _join(paths, target):
-    made = f"{target}.{uuid.uuid4().hex}"
-    with open(made, "wb") as out:
+    with named_when_whole([target]) as (out,):
         for path in paths:
             with open(path, "rb") as piece:
                 shutil.copyfileobj(piece, out, _COPY_BYTES)
-    os.rename(made, target)
 
 
 def sha256_of(path):

@@ -4,6 +4,7 @@ import dataclasses
 import os
 
 from . import _command
+from ._shares import WHOLE
 
 # Words that a sort by ranges has in common with `tvsort-host sort`, as options of sort().
 FLAGS = {"lines": "--lines", "no_header": "--no-header", "ragged": "--ragged",
@@ -44,11 +45,18 @@ class TextForm:
         return words + [f"--key={key}" for key in keys]
 
     def _resources(self):
-        return ["--memory", self.memory] + (["--temp-dir", self.temp_dir] if self.temp_dir else [])
+        return ["--memory", self.memory] + (
+            [f"--temp-dir={self.temp_dir}"] if self.temp_dir else [])
 
-    def sample(self, path, count, alive, first=True):
+    @property
+    def stops(self):
+        """At the first row that cannot be read."""
+        return not {"--on-error=skip", "--on-error=last"} & set(self.words)
+
+    def sample(self, path, count, alive, first=True, share=WHOLE):
+        words = share.words() if share != WHOLE else []
         return _command.run_json(["sample", *self._words(first), *self._resources(), "--samples",
-                                  str(count), "--", path], alive)[0]
+                                  str(count), *words, "--", path], alive)
 
     def learn(self, names, samples):
         """The form with what the samples say; ValueError where the inputs do not fit one another."""
@@ -83,18 +91,27 @@ class TextForm:
         """The least key above this one."""
         return key + b"\x00"
 
-    def split(self, path, splitters, prefix, folder, alive, first=True):
-        """Pieces as rows and bytes; how many rows were skipped, and the words about them."""
+    def split(self, path, splitters, prefix, folder, alive, first=True, share=WHOLE):
+        """What the command reports."""
         borders = os.path.join(folder, "splitters")
         with open(borders, "w") as file:
             file.writelines(key.hex() + "\n" for key in splitters)
         words = ["split", *self._words(first), *self._resources(), "--splitters", borders, "-o",
-                 prefix]
+                 prefix, *share.words()]
+        if share.begin > 0 and self.stops:
+            # What cannot be read may be none of the rows, until the share is known to begin right.
+            words = [word for word in words if word != "--on-error=stop"] + ["--on-error=skip"]
         if self.line_end and self.format in ("csv", "tsv"):
             words += ["--line-end", self.line_end]
-        report, said = _command.run_json([*words, "--", path], alive)
-        pieces = [(piece["rows"], piece["bytes"]) for piece in report["pieces"]]
-        return pieces, report["skipped"], said.splitlines()[:-1]
+        return _command.run_json([*words, "--", path], alive)
+
+    def complaint(self, problem, lines_before):
+        """About a row that could not be read, as the command has it."""
+        before, line, behind = problem
+        words = f"{before}{lines_before + line}{behind}"
+        if self.stops:
+            return f"{words}; correct it, or leave such rows out with --on-error=skip"
+        return ("unreadable: " if "--on-error=last" in self.words else "skipped: ") + words
 
     def sort(self, paths, out, alive, first):
         _command.run(["sort", *self._words(first), *self._resources(), "--processes", "1", "-o", out,

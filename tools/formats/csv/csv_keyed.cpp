@@ -74,11 +74,6 @@ std::unique_ptr<RowReader> CsvKeyedInput::reader(std::size_t) const {
     return std::make_unique<CsvReader>(*this);
 }
 
-std::string CsvKeyedInput::nameOf(std::uint64_t offset) const {
-    return fmt::format("{}, line {}", places_.input(places_.indexOf(offset)).displayName(),
-                       places_.lineNumberOf(offset));
-}
-
 void CsvKeyedInput::guessTypes(std::vector<InputFile>& inputs) {
     std::vector<RowKeyColumn*> wanted;
     for (RowKeyColumn& column : columns_) {

@@ -28,7 +28,9 @@ class CsvKeyedInput : public KeyedInput {
     }
     bool isKeyOfStart() const override { return false; }
     std::size_t rowBytesMax() const override { return table_->rowBytesMax; }
-    std::string nameOf(std::uint64_t offset) const override;
+    LineName lineName(std::size_t inputIndex) const override {
+        return {places_.input(inputIndex).displayName() + ", line ", ""};
+    }
     std::string keysInWords() const override { return inWords(columns_); }
 
   private:

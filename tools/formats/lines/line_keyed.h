@@ -47,7 +47,9 @@ class LineKeyedInput : public KeyedInput {
     }
     bool isKeyOfStart() const override { return isPlainText_; }
     std::size_t rowBytesMax() const override;
-    std::string nameOf(std::uint64_t offset) const override { return places_.nameOf(offset); }
+    LineName lineName(std::size_t inputIndex) const override {
+        return {"line ", " of " + places_.input(inputIndex).displayName()};
+    }
     std::string keysInWords() const override { return inWords(form_.columns); }
 
   private:
