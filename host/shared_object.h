@@ -1,12 +1,13 @@
 // The object in memory that a server shares with its sort processes, in pages of 4 KiB or of 2 MiB.
 //
-// In small pages it is a memory file with its size sealed: a process that cut it would end this side
-// by signal at the next look at a page that is gone. So it is in huge pages where the system lets
-// shared memory ask for them (`advise` in /sys/kernel/mm/transparent_hugepage/shmem_enabled).
-// Elsewhere huge pages are had from a tmpfs mounted with `huge=always`, which nobody else sees: a
-// child makes it in a user and a mount namespace of its own, which takes no right, and leaves its one
-// file, without name, to this side. Such a file cannot be sealed; what keeps a process from cutting
-// it is that it gives up the descriptor when it has mapped it, and may open no other.
+// In small pages it is a memory file with its size sealed: a process that cut it would end this
+// side by signal at the next look at a page that is gone. So it is in huge pages where the system
+// lets shared memory ask for them (`advise` in
+// /sys/kernel/mm/transparent_hugepage/shmem_enabled). Elsewhere huge pages are had from a tmpfs
+// mounted with `huge=always`, which nobody else sees: a child makes it in a user and a mount
+// namespace of its own, which takes no right, and leaves its one file, without name, to this side.
+// Such a file cannot be sealed; what keeps a process from cutting it is that it gives up the
+// descriptor when it has mapped it, and may open no other.
 //
 // Reserved huge pages (hugetlb) are not used: a slot's length is no multiple of theirs.
 
