@@ -110,7 +110,8 @@ FileDescriptor fileInHugePages(std::size_t byteCount) {
     if (child == 0) _exit(maker.run() ? 0 : 1);
     if (child < 0) return {};
     int status = -1;
-    while (waitpid(static_cast<pid_t>(child), &status, __WCLONE) < 0 && errno == EINTR) {
+    while (waitpid(static_cast<pid_t>(child), &status, static_cast<int>(__WCLONE)) < 0 &&
+           errno == EINTR) {
     }
     if (status != 0 || ftruncate(file.number(), static_cast<off_t>(byteCount)) != 0) return {};
     return file;
