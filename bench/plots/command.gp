@@ -4,6 +4,7 @@ set terminal svg size 1000,820 dynamic noenhanced font "sans-serif,12" backgroun
 set output target
 set multiplot layout 2,2 title "From file to file: seconds by program, memory, threads or processes"
 set logscale y 2
+set yrange [0.015625:128]
 set ylabel "seconds"
 set xtics rotate by -40
 set boxwidth 0.8

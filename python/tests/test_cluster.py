@@ -253,6 +253,15 @@ def test_records_may_be_small_arrays(client, tmp_path):
     assert contents(manifest) == (tmp_path / "sorted").read_bytes()
 
 
+def test_records_keep_what_no_field_names(client, tmp_path):
+    padded = numpy.dtype({"names": ["a"], "formats": ["<i4"], "offsets": [4], "itemsize": 12})
+    numpy.random.default_rng(2).integers(0, 256, 12 * 900, "u1").tofile(tmp_path / "in")
+    tvsort.sort_file(tmp_path / "in", padded, None, tmp_path / "sorted")
+    manifest = cluster.sort(tmp_path / "in", tmp_path / "out", client=client, dtype=padded,
+                            partitions=5)
+    assert contents(manifest) == (tmp_path / "sorted").read_bytes()
+
+
 def test_records_are_sampled_all_over_the_file(tmp_path):
     numpy.arange(9000, dtype=">u2").tofile(tmp_path / "in")
     form = _records.RecordForm(numpy.dtype(">u2"), (), "1000000")
@@ -277,9 +286,12 @@ def test_key_bytes_stand_in_the_order_of_the_values(key):
 def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
     files = {"a.csv": "id,name\n1,x\n", "b.csv": "id,nom\n1,x\n", "c.csv": "1,x,2\n", "e.csv": "",
-             "bad.csv": "id,name\n1,x\ny,z\n", "r": "12345", "wide.csv": "1,2\n"}
+             "bad.csv": "id,name\n1,x\ny,z\n", "r": "12345", "wide.csv": "1,2\n",
+             "t.tsv": "id\tname\n", "mark.csv": "\ufeffb,1\na,2\n",
+             "row.csv": "t,n\na,1\nb,2\nc,3\nd,4\n\ufeffz,8\ne,9\nf,7\ng,6\nh,5\n"}
     for name, content in files.items():
         Path(name).write_text(content)
+    Path("zip").write_bytes(b"\x20\n" * 9 + b"\x1f\x8b\x08\n" + b"\x10\n" * 9)
     Path("full").mkdir()
     os.mkfifo("pipe")
     Path("full/thing").write_text("")
@@ -290,6 +302,11 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
             (["a.csv", "e.csv"], "id", {}, "e.csv is empty"),
             (["a.csv", "full"], "id", {"format": "csv"}, "full is no regular file"),
             ("pipe", None, {"lines": True}, "pipe is no regular file"),
+            (["a.csv", "b.csv"], "id", {"ragged": True}, "b.csv has the columns id, nom and"),
+            (["a.csv", "t.tsv"], "#1", {"ragged": True}, "t.tsv is taken for tsv and .*a.csv for csv"),
+            ("mark.csv", "1", {"no_header": True}, "mark.csv begins with a byte order mark"),
+            ("row.csv", "n:int", {"partitions": 2}, "row.csv has a row that begins as an encoded"),
+            ("zip", None, {"lines": True, "reverse": True, "partitions": 2}, "zip has a row that begins"),
             ("a.csv", "nix", {}, 'there is no column "nix"; the columns are id, name'),
             ("a.csv", "id:wkt", {}, "have no ordered bytes"),
             ("a.csv", "id:auto", {}, "name the type that is meant"),
@@ -455,7 +472,8 @@ def test_a_manifest_tells_every_change(client, tmp_path):
     with pytest.raises(cluster.ClusterError, match="no worker on 192.0.2.9"):
         cluster.verify(out, client, patience=0.5)
     del content["parts"][0]["name"]
-    for text in ("{", "[]", "7", json.dumps(content)):
+    wrong = json.dumps({**content, "parts": [{**content["parts"][1], "rows": "7"}]})
+    for text in ("{", "[]", "7", wrong, json.dumps(content)):
         (out / "manifest.json").write_text(text)
         damaged("no manifest")
     (out / "manifest.json").unlink()

@@ -13,6 +13,7 @@ from ._files import named_when_whole
 
 NAME = "manifest.json"
 _VERSION = 1
+_PART = {"name": str, "rows": int, "bytes": int, "sha256": str, "worker": str}
 
 
 @dataclasses.dataclass(frozen=True)
@@ -49,9 +50,11 @@ class Manifest:
             if content.pop("tvsort_cluster") != _VERSION:
                 raise Damaged(f"{path} is of another version")
             for part in content["parts"]:
-                part["name"], part["rows"], part["bytes"], part["sha256"], part["worker"]
+                for name, kind in _PART.items():
+                    if not isinstance(part[name], kind):
+                        raise TypeError(f"a part's {name} is {part[name]!r}")
             return cls(folder=os.fspath(folder), **content)
-        except FileNotFoundError:
+        except (FileNotFoundError, NotADirectoryError):
             raise Damaged(f"{path} is missing: the sort has not ended, or its result lies "
                           "elsewhere") from None
         except (AttributeError, KeyError, TypeError, ValueError) as error:

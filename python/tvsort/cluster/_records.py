@@ -130,8 +130,10 @@ class RecordForm:
                 order = numpy.argsort(ranges, kind="stable")
                 counts = numpy.bincount(ranges, minlength=len(names))
                 ends = numpy.cumsum(counts)
+                # Field by field numpy would leave out what lies between them.
+                raw = piece.view(numpy.uint8).reshape(len(piece), -1)
                 for i in numpy.flatnonzero(counts):
-                    files[i].write(piece[order[ends[i] - counts[i]:ends[i]]].tobytes())
+                    files[i].write(raw[order[ends[i] - counts[i]:ends[i]]])
                 rows += counts
                 if not alive():
                     raise BadUse(ENDED)
@@ -149,7 +151,7 @@ class RecordForm:
         with named_when_whole([out]) as (file,):
             for rows in _streams.sort_arrays(pieces, list(self.order) or None, memory=self.memory,
                                              progress=watch, processes=1, **options):
-                file.write(rows.tobytes())
+                file.write(rows.view(numpy.uint8))
 
     @staticmethod
     def head_bytes(path):

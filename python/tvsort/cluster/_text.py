@@ -12,6 +12,10 @@ FLAGS = {"lines": "--lines", "no_header": "--no-header", "ragged": "--ragged",
 VALUES = {"format": "--format", "as_": "--as", "delimiter": "--delimiter", "null": "--null",
           "on_error": "--on-error"}
 
+# What a file of text begins with is taken for a mark of its encoding, or of its compression.
+_FILE_MARKS = (b"\x1f\x8b\x08", b"\x28\xb5\x2f\xfd", b"\xff\xfe", b"\xfe\xff")
+_BYTE_ORDER_MARK = b"\xef\xbb\xbf"
+
 # The key of a malformed row, which --on-error=last puts behind all that can be read.
 _MALFORMED = b"\x04\x00"
 
@@ -60,11 +64,16 @@ class TextForm:
 
     def learn(self, names, samples):
         """The form with what the samples say; ValueError where the inputs do not fit one another."""
+        is_ragged = "--ragged" in self.words
         like = 0
         for i, sample in enumerate(samples):
-            if samples[like]["column_count"] is None:
-                like = i  # one without rows says nothing
             first = samples[like]
+            if first["column_count"] is None and not (is_ragged and first["bytes"] > 0):
+                like = i  # one without rows says nothing
+                first = sample
+            if sample["head_bytes"] > 0 and "--no-header" in self.words:
+                raise ValueError(f"{names[i]} begins with a byte order mark, and has no header to stay "
+                                 "with; take the mark away")
             if sample["format"] != first["format"]:
                 raise ValueError(f"{names[i]} is taken for {sample['format']} and {names[like]} for "
                                  f"{first['format']}; say which with --format")
@@ -103,7 +112,19 @@ class TextForm:
             words = [word for word in words if word != "--on-error=stop"] + ["--on-error=skip"]
         if self.line_end and self.format in ("csv", "tsv"):
             words += ["--line-end", self.line_end]
-        return _command.run_json([*words, "--", path], alive)
+        report = _command.run_json([*words, "--", path], alive)
+        self._check_begins(path, [f"{prefix}{i:05}" for i in range(len(report["pieces"]))], first)
+        return report
+
+    def _check_begins(self, path, pieces, first):
+        """Refuses rows that at the start of a piece would be no row any more."""
+        marks = _FILE_MARKS + (_BYTE_ORDER_MARK,) * (self.format in ("csv", "tsv"))
+        for i, piece in enumerate(pieces):
+            with open(piece, "rb") as file:
+                begin = file.read(4)
+            if begin.startswith(marks) and not (first and i == 0 and self.has_header):
+                raise ValueError(f"{path} has a row that begins as an encoded or compressed file does, "
+                                 f"with the bytes {begin.hex()}; sort it on one machine")
 
     def complaint(self, problem, lines_before):
         """About a row that could not be read, as the command has it."""
