@@ -31,7 +31,9 @@ host::ServerOptions serverOptions(SortSetup& setup) {
     server.memoryPages = setup.memoryPlan().pages;
     server.pagesPerBlock = setup.memoryPlan().blockPages;
     server.slotCount = setup.processCount();
-    server.hugePages = options.hugePages;
+    server.hugePages = options.hugePages == "on"    ? host::HugePages::kOn
+                       : options.hugePages == "try" ? host::HugePages::kTry
+                                                    : host::HugePages::kOff;
     server.tempDirectory = tempDirectoryOf(options);
     if (options.timeoutSeconds.has_value()) {
         server.requestTimeout = host::Timeout{std::llround(*options.timeoutSeconds * 1000)};

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
 #include <utility>
 
 #include "host/host_error.h"
@@ -336,10 +335,7 @@ void addSortOptions(CLI::App& command, SortOptions& options) {
         .add_option("--huge-pages", options.hugePages,
                     "Memory in pages of 2 MiB: try, off, or on, which fails where they cannot be "
                     "had")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, host::HugePages>{{"off", host::HugePages::kOff},
-                                                   {"try", host::HugePages::kTry},
-                                                   {"on", host::HugePages::kOn}}))
+        ->check(CLI::IsMember({"off", "try", "on"}))
         ->default_str("off");
     command.add_option("--process", options.process, "The tvsort program to use");
     command

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "host/key_ranges.h"
-#include "host/shared_object.h"
 #include "tools/files/input_file.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
@@ -39,7 +38,7 @@ struct SortOptions {
     std::string process;
     std::string stats;  // empty, "text" or "json"
     std::optional<int> processCount;
-    host::HugePages hugePages = host::HugePages::kOff;
+    std::string hugePages = "off";
     std::optional<std::uint64_t> randomSeed;
     std::string
         check;  // kOnlyCheck: nothing is sorted; kNoCheck: nor is the order of merged inputs
