@@ -29,8 +29,7 @@ bool RowStream::next(KeyedRow& row) {
         const TextPart rest = window_.rest();
         const RowReader::Found found = reader_->next(rest, row);
         if (found.outcome == RowReader::Outcome::kNeedsMore) {
-            if (window_.isFull()) window_.makeRoom();
-            window_.readMore(std::max(rest.bytes.size(), kReadBytes));
+            window_.readOn();
             continue;
         }
         if (found.outcome == RowReader::Outcome::kEnd) {

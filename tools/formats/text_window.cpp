@@ -28,6 +28,13 @@ bool TextWindow::readMore(std::size_t byteCount) {
     return true;
 }
 
+void TextWindow::readOn() {
+    constexpr std::size_t kReadBytes = std::size_t{256} * 1024;
+    const std::size_t restBytes = filled_ - taken_;
+    if (isFull()) makeRoom();
+    readMore(std::max(restBytes, kReadBytes));
+}
+
 TextPart TextWindow::rest() const {
     return {offset_ + taken_, {memory_.data() + taken_, filled_ - taken_}, endsInput()};
 }

@@ -30,6 +30,9 @@ class TextWindow {
     void start(std::size_t inputIndex, std::uint64_t offset);
     // Up to so many more bytes at the end. False, where there is no room, or nothing left to read.
     bool readMore(std::size_t byteCount);
+    // So much more behind the rest that a row of any length is read in a few steps; where there is
+    // no room, in that of what was taken.
+    void readOn();
     TextPart rest() const;
     void take(std::size_t byteCount) { taken_ += byteCount; }
     // Forgets what was taken. False where nothing was.

@@ -72,8 +72,7 @@ bool ShareRows::next(KeyedRow& row) {
         if (rest.offset >= share_.end) return false;
         const RowReader::Found found = reader_->next(rest, row);
         if (found.outcome == RowReader::Outcome::kNeedsMore) {
-            if (window_.isFull()) window_.makeRoom();
-            window_.readMore(std::max(rest.bytes.size(), kReadBytes));
+            window_.readOn();
             continue;
         }
         if (found.outcome == RowReader::Outcome::kEnd) {
