@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <string>
 #include <vector>
 
 #include "host/host_error.h"
@@ -32,6 +34,20 @@ std::ptrdiff_t openDescriptors() {
 std::string mounts() {
     std::ifstream file("/proc/self/mountinfo");
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// That a process has of the object.
+int descriptorsOf(pid_t id, const SlotMemory& memory) {
+    struct stat object = {};
+    EXPECT_EQ(fstat(memory.descriptor(), &object), 0);
+    int count = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(id) + "/fd")) {
+        struct stat found = {};
+        if (stat(entry.path().c_str(), &found) != 0) continue;
+        if (found.st_dev == object.st_dev && found.st_ino == object.st_ino) count += 1;
+    }
+    return count;
 }
 
 bool canHaveHugePages() {
@@ -121,6 +137,7 @@ TEST(SharedObject, HoldsTheSlotsOfProcesses) {
                     ASSERT_EQ(loadAs<std::int32_t>(records + i * kGeometry.recordLength), next++);
             });
             EXPECT_EQ(next, kCount + 1);
+            EXPECT_EQ(descriptorsOf(server.slot(number).process().id(), server.memory()), 0);
         }
         server.memory().release();
         EXPECT_EQ(server.memory().frames(2)[0], 0);
