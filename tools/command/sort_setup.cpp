@@ -97,7 +97,8 @@ SortSetup::SortSetup(const SortOptions& options)
     readCost_ = clock.lap();
     const std::optional<SlotPlan> own = sort_->slotPlan();
     processCount_ = own.has_value() ? own->slotCount : chooseProcesses();
-    memoryPlan_ = own.has_value() ? own->memory : planMemory(memoryRequest());
+    memoryPlan_ =
+        own.has_value() ? own->memory : withinSlots(planMemory(memoryRequest()), processCount_);
 }
 
 // Of typed records. More than one only where nothing changes by it but the time.

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "host/data_set.h"
-#include "protocol/bytes.h"
+#include "protocol/slot_layout.h"
 
 namespace tvsort::tools {
 
@@ -32,6 +32,17 @@ MemoryPlan planMemory(const MemoryRequest& request) {
         std::min<std::uint64_t>(pages, std::numeric_limits<std::int32_t>::max()));
     plan.blockPages =
         request.blockPages.value_or(defaultBlockPages(request.recordLength, plan.pages));
+    return plan;
+}
+
+MemoryPlan withinSlots(MemoryPlan plan, int processCount) {
+    // A spare block, two pages of messages, one that the arrays end in, and 28 bytes for each page
+    // (protocol/slot_layout.h).
+    constexpr std::int64_t kBytesBesides = 28;
+    constexpr std::int64_t kPagesBesides = 3;
+    const std::int64_t pagesMax = kFrameAreaBytesMax / processCount / (kPageBytes + kBytesBesides) -
+                                  plan.blockPages - kPagesBesides;
+    plan.pages = static_cast<std::int32_t>(std::clamp<std::int64_t>(pagesMax, 0, plan.pages));
     return plan;
 }
 

@@ -22,6 +22,10 @@ struct MemoryPlan {
 
 MemoryPlan planMemory(const MemoryRequest& request);
 
+// The plan with no more pages than all slots have together, whose places have 32 bits: what is
+// granted beyond 4 GiB is left to the system, which keeps files with it.
+MemoryPlan withinSlots(MemoryPlan plan, int processCount);
+
 // Pages per block for records of this length where nobody has chosen: as large as a block can be
 // used, but small enough that the memory makes a pool of many frames.
 std::int32_t defaultBlockPages(std::uint16_t recordLength, std::int64_t memoryPages);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "protocol/slot_layout.h"
+
 namespace tvsort::tools {
 namespace {
 
@@ -35,6 +37,20 @@ TEST(MemoryPlan, BlocksAreLargeButThePoolHasManyFrames) {
         const MemoryPlan plan = planMemory(each.request);
         EXPECT_EQ(plan.pages, each.plan.pages) << each.why;
         EXPECT_EQ(plan.blockPages, each.plan.blockPages) << each.why;
+    }
+}
+
+// What the host would refuse is cut, and what it would take is not.
+TEST(MemoryPlan, AllSlotsHaveFourGigabytesTogether) {
+    for (const int processes : {1, 2, 3, 64}) {
+        for (const std::int32_t blockPages : {1, 16, 1000}) {
+            const MemoryPlan vast = withinSlots({2147483647, blockPages}, processes);
+            const SlotLayout layout = {vast.pages / blockPages, blockPages};
+            EXPECT_LE(layout.slotBytes() * processes, std::int64_t{1} << 32);
+            EXPECT_GT(layout.slotBytes() * processes,
+                      (std::int64_t{1} << 32) - std::int64_t{64} * 3 * blockPages * kPageBytes);
+            EXPECT_EQ(withinSlots({400, blockPages}, processes).pages, 400);
+        }
     }
 }
 
