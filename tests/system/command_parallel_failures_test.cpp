@@ -116,11 +116,12 @@ struct Way {
 };
 
 // What came of the rounds of a loop, by when they were disturbed: 0 and 1 in the first and second
-// half of the time that the command needs, 2 later.
+// half of the time that the command needs, 2 later. How many fall into each half is the machine's:
+// a fast one has few sort processes left in the second.
 struct Tally {
     int failed[3] = {};
     int succeeded = 0;
-    bool hasAll() const { return failed[0] > 0 && failed[1] > 0 && succeeded > 0; }
+    bool hasBoth() const { return failed[0] + failed[1] > 0 && succeeded > 0; }
 };
 
 class ParallelFailures : public CommandTest {
@@ -214,9 +215,9 @@ class ParallelFailures : public CommandTest {
             EXPECT_FALSE(entry.path().filename().string().starts_with(".out.")) << entry.path();
     }
 
-    // Calls `round` with a seed for each, and until every kind of end was met.
+    // Calls `round` with a seed for each, and until both kinds of end were met.
     void loop(int count, Tally& tally, const std::function<void(std::mt19937&)>& round) {
-        for (int i = 0; i < count || (i < 4 * count && !tally.hasAll()); ++i) {
+        for (int i = 0; i < count || (i < 4 * count && !tally.hasBoth()); ++i) {
             SCOPED_TRACE("seed " + std::to_string(i));
             std::mt19937 random(static_cast<unsigned>(i));
             round(random);
@@ -224,7 +225,7 @@ class ParallelFailures : public CommandTest {
         }
         std::printf("failed %d, %d and %d times, succeeded %d times\n", tally.failed[0],
                     tally.failed[1], tally.failed[2], tally.succeeded);
-        EXPECT_TRUE(tally.hasAll());
+        EXPECT_TRUE(tally.hasBoth());
     }
 
     // Disturbs a sort at a random moment.
