@@ -34,7 +34,7 @@ class Ranges : public CommandTest {
 TEST_F(Ranges, EachRowGoesBehindTheBordersThatAreNotGreater) {
     const Outcome outcome = run("split a.csv --key n:int --splitters borders -o P");
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
-    EXPECT_EQ(pieces(), "0=\xef\xbb\xbfn,t\r\n1=1,a\r\n2=3,c\r\n2,b\r\n3=,\"x\r\ny\"\r\n");
+    EXPECT_EQ(pieces(), "0=1=1,a\r\n2=3,c\r\n2,b\r\n3=,\"x\r\ny\"\r\n");
     const Json report = Json::parse(outcome.output);
     EXPECT_EQ(report["pieces"].dump(),
               R"([{"bytes":0,"rows":0},{"bytes":5,"rows":1},{"bytes":10,"rows":2},)"
@@ -63,9 +63,9 @@ TEST_F(Ranges, UnreadableRowsFollowThePolicy) {
         run("split bad.csv --key n:int --splitters border -o P --on-error=skip");
     EXPECT_EQ(skipped.status, 3);
     EXPECT_EQ(Json::parse(skipped.output)["skipped"], 2);
-    EXPECT_EQ(pieces(), "0=n\n1\n1=3\n2=");
+    EXPECT_EQ(pieces(), "0=1\n1=3\n2=");
     EXPECT_EQ(run("split bad.csv --key n:int --splitters border -o P --on-error=last").status, 3);
-    EXPECT_EQ(pieces(), "0=n\n1\n1=3\n2=x\n\"2\n");
+    EXPECT_EQ(pieces(), "0=1\n1=3\n2=x\n\"2\n");
 }
 
 // What was split by shares, put together again.
@@ -90,10 +90,7 @@ TEST_F(Ranges, SharesTogetherAreTheWhole) {
             "split in.csv " + words + " --on-error=last --splitters border -o P --share ";
         const Json whole = Json::parse(run(split + "0:").output);
         const std::string first = read("P00000");
-        const std::string header =
-            first.substr(0, first.size() - whole["pieces"][0]["bytes"].get<std::size_t>());
-        const Json sampled = Json::parse(run("sample in.csv " + words + " --samples 0").output);
-        EXPECT_EQ(sampled["head_bytes"], header.size());
+        EXPECT_EQ(first.size(), whole["pieces"][0]["bytes"]);
         for (const std::size_t shareBytes : {3U, 13U, 60U}) {
             Joined all;
             std::uint64_t end = 0;
@@ -113,12 +110,12 @@ TEST_F(Ranges, SharesTogetherAreTheWhole) {
                 for (const Json& problem : report["problems"])
                     all.lines.push_back(lineCount + problem[1].get<std::int64_t>());
                 lineCount += report["lines"].get<std::int64_t>();
-                all.pieces[0] += read("P00000").substr(header.size());
+                all.pieces[0] += read("P00000");
                 all.pieces[1] += read("P00001");
             }
             EXPECT_EQ(end, content.size());
             run(split + "0:");
-            EXPECT_EQ(header + all.pieces[0], first) << shareBytes;
+            EXPECT_EQ(all.pieces[0], first) << shareBytes;
             EXPECT_EQ(all.pieces[1], read("P00001")) << shareBytes;
             ASSERT_EQ(all.lines.size(), whole["skipped"]) << content;
             for (std::size_t i = 0; i < all.lines.size(); ++i)
@@ -129,6 +126,41 @@ TEST_F(Ranges, SharesTogetherAreTheWhole) {
     }
 }
 
+// What a piece begins with says nothing, and its first row may be any.
+TEST_F(Ranges, PiecesAreReadAsTheyStand) {
+    for (const std::string mark :
+         {"\xef\xbb\xbf", "\x1f\x8b\x08", "\x28\xb5\x2f\xfd", "\xff\xfe"}) {
+        const std::string rows = mark + ",2\n" + mark + ",1\n";
+        write("P.csv", rows);
+        write("L", mark + "b\n" + mark + "a\n");
+        for (const char* const memory : {"64M", "100K"}) {
+            const std::string words = std::string(" --plain --memory ") + memory;
+            EXPECT_EQ(run("sort P.csv --no-header --key 2:int" + words).output,
+                      mark + ",1\n" + mark + ",2\n");
+            EXPECT_EQ(run("sort - --lines <L" + words).output, mark + "a\n" + mark + "b\n");
+        }
+        EXPECT_EQ(run("verify L -r --lines --plain").status, 0);
+        write("border", "06\n");
+        EXPECT_EQ(
+            run("split P.csv --no-header --key 1:text:desc --plain --splitters border -o P").status,
+            0);
+        EXPECT_EQ(pieces(), "0=" + rows + "1=");
+    }
+    EXPECT_EQ(run("sort --plain --record-length 1 --key bytes:0:1 L").status, 2);
+}
+
+TEST_F(Ranges, RowsWithoutAHeaderMayBeCountedElsewhere) {
+    write("later.csv", "\"x\"y,1\n1\n2,b\n1,a\n");
+    write("border", "028102\n04\n");
+    const std::string words = "later.csv --no-header --key 1:int --on-error=last --columns 2 ";
+    const Outcome outcome = run("split " + words + "--splitters border -o P --share 0:");
+    EXPECT_EQ(outcome.status, 3) << outcome.errors;
+    EXPECT_EQ(pieces(), "0=1,a\n1=2,b\n2=\"x\"y,1\n1\n");
+    EXPECT_EQ(Json::parse(run("sample " + words + "--samples 9").output)["column_count"], 2);
+    EXPECT_EQ(run("sample later.csv --no-header --key 1:int --on-error=last --samples 9").status,
+              2);
+}
+
 TEST_F(Ranges, KeysAreSampledEvenlyInAFileOfAnySize) {
     const Json small = Json::parse(run("sample a.csv --key n:int:desc --samples 100").output);
     EXPECT_EQ(small["format"], "csv");
@@ -136,6 +168,8 @@ TEST_F(Ranges, KeysAreSampledEvenlyInAFileOfAnySize) {
     EXPECT_EQ(small["columns"].dump(), R"(["6e","74"])");
     EXPECT_EQ(small["line_end"], "0d0a");
     EXPECT_EQ(small["bytes"], 22);
+    EXPECT_EQ(small["head"], "efbbbf6e2c740d0a");
+    EXPECT_EQ(small["head_bytes"], 8);
     std::string rows = "\"a:b\",x\n";
     for (int i = 0; i < 200'000; ++i)
         rows += std::to_string(i) + ",\"two\nlines of a row, long enough\"\n";

@@ -52,6 +52,7 @@ Json sampleAsJson(const RangeOptions& options, std::size_t sampleCount) {
     json["format"] = input.options().format.empty() ? "lines" : input.options().format;
     json["bytes"] = rows.places().end() - rows.firstRowOf(0);
     json["head_bytes"] = rows.firstRowOf(0);
+    json["head"] = inHexadecimal(input.form().head);
     json["packed"] = input.wasPacked();
     json["keys"] = rows.keysInWords();
     json["keys_by_number"] = input.keysByNumber();
@@ -144,8 +145,8 @@ void addSplitCommand(CLI::App& app, int& exitStatus) {
         ->required();
     command
         .add_option("-o,--output", options->prefix,
-                    "Where the files go: this and five digits, the number of the range; the first "
-                    "one has the header")
+                    "Where the files go: this and five digits, the number of the range; rows "
+                    "alone, without a header")
         ->required();
     command
         .add_option("--line-end", options->lineEnd,

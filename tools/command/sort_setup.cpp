@@ -31,11 +31,15 @@ constexpr int kProcessesMax = 64;
 constexpr double kTimeoutSecondsMin = 0.001;
 constexpr double kTimeoutSecondsMax = 1e9;
 
-std::vector<InputFile> openInputs(const std::vector<std::string>& names) {
+std::vector<InputFile> openInputs(const SortOptions& options) {
+    const std::vector<std::string>& names = options.inputs;
     if (std::count(names.begin(), names.end(), kStandardStream) > 1) {
         throw host::badUse("standard input (-) can be read once only; give the other input a name");
     }
-    return {names.begin(), names.end()};
+    std::vector<InputFile> inputs(names.begin(), names.end());
+    for (InputFile& input : inputs)
+        if (options.records.isPlain) input.takeAsPlain();
+    return inputs;
 }
 
 // Lines must be measured before they are sorted; what is not unique is read again to be named.
@@ -83,7 +87,7 @@ std::filesystem::path tempDirectoryOf(const SortOptions& options) {
 
 SortSetup::SortSetup(const SortOptions& options)
     : options_(understood(options)),
-      inputs_(openInputs(options.inputs)),
+      inputs_(openInputs(options)),
       output_(options.output),
       progress_(writesToTerminal(options.output)),
       errors_(options.records.onError) {

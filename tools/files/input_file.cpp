@@ -58,7 +58,9 @@ InputFile InputFile::duplicate() const {
     host::FileDescriptor copy(fcntl(file_.number(), F_DUPFD_CLOEXEC, 0));
     if (!copy.isOpen())
         throw host::systemFailure("cannot open the input " + displayName_ + " once more", errno);
-    return {std::move(copy), displayName_};
+    InputFile same(std::move(copy), displayName_);
+    same.isPlain_ = isPlain_;
+    return same;
 }
 
 std::optional<std::int64_t> InputFile::fileBytes() const {

@@ -29,6 +29,9 @@ class InputFile {
     InputFile duplicate() const;
     // For messages.
     const std::string& displayName() const { return displayName_; }
+    // Nothing at its start is taken for the mark of an encoding or of a compression.
+    void takeAsPlain() { isPlain_ = true; }
+    bool isPlain() const { return isPlain_; }
     // Bytes of a regular file; nothing for pipes and devices.
     std::optional<std::int64_t> fileBytes() const;
 
@@ -46,6 +49,7 @@ class InputFile {
   private:
     host::FileDescriptor file_;
     std::string displayName_;
+    bool isPlain_ = false;
 };
 
 }  // namespace tvsort::tools

@@ -94,7 +94,9 @@ InputFile makeRereadable(InputFile input, const std::filesystem::path& tempDirec
         copy.write(piece.data(), read);
         progress.advanceBytes(read);
     }
-    return copy.takeAsInput(input.displayName());
+    InputFile same = copy.takeAsInput(input.displayName());
+    if (input.isPlain()) same.takeAsPlain();
+    return same;
 }
 
 }  // namespace tvsort::tools

@@ -7,6 +7,7 @@
 namespace tvsort::tools {
 
 std::string firstBytes(const InputFile& input) {
+    if (input.isPlain()) return "";
     constexpr std::int64_t kMarkBytes = 4;
     std::string bytes(static_cast<std::size_t>(std::min(input.fileBytes().value_or(0), kMarkBytes)),
                       '\0');

@@ -8,7 +8,7 @@
 
 namespace tvsort::tools {
 
-// Up to four bytes of a regular file, wherever it has been read to.
+// Up to four bytes of a regular file, wherever it has been read to; none of a plain one.
 std::string firstBytes(const InputFile& input);
 
 // Text in UTF-16 is bad use, with how to convert it.

@@ -45,6 +45,7 @@ constexpr OptionKinds kOptionKinds[] = {
     {"--weights", kCsv | kRecords},
     {"--on-error", kCsv | kFields | kLines},
     {"--zero-terminated", kFields | kLines},
+    {"--plain", kCsv | kFields | kLines},
     {"--null", kCsv | kFields | kLines},
     {"--random", kCsv | kFields | kLines},
     {"--format", kCsv | kFields},

@@ -134,6 +134,9 @@ void addTextOptions(CLI::App& command, RecordOptions& options) {
                      "Every key the other way round; equal records stay as they were read");
     command.add_flag("-z,--zero-terminated", options.zeroTerminated,
                      "Lines end with a zero byte instead of a newline");
+    command.add_flag("--plain", options.isPlain,
+                     "Inputs are text from their first byte on: none is unpacked, and what looks "
+                     "like the mark of an encoding belongs to the first line");
     command.add_option("--null", options.nullWord,
                        "A value that stands for null, such as \\N, besides the empty one");
 }
@@ -185,10 +188,11 @@ void checkRecordOptions(const RecordOptions& options) {
         throw host::badUse("--as says what text lines are; add --lines, or say --key instead");
     }
     if (options.lines) return;
-    if (options.zeroTerminated || options.nullWord.has_value() || !options.onError.empty()) {
+    if (options.zeroTerminated || options.isPlain || options.nullWord.has_value() ||
+        !options.onError.empty()) {
         throw host::badUse(
-            "--zero-terminated, --null and --on-error are for lines and rows: add --lines, or "
-            "--format");
+            "--zero-terminated, --plain, --null and --on-error are for lines and rows: add "
+            "--lines, or --format");
     }
     if (!options.recordLength.has_value()) {
         throw host::badUse(

@@ -29,6 +29,8 @@ struct RecordOptions {
     bool noHeader = false;
     bool isRagged = false;
     bool zeroTerminated = false;
+    bool isPlain = false;                    // marks at an input's start are text
+    std::optional<std::size_t> columnCount;  // without a header; none: as the first row has
     bool isReversed = false;
     std::optional<std::string> nullWord;
     std::string onError;

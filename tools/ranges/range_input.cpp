@@ -77,6 +77,10 @@ void addRangeOptions(CLI::App& command, RangeOptions& options) {
         ->default_str("64M");
     command.add_option("--temp-dir", options.tempDirectory,
                        "Directory for an input that is unpacked; TMPDIR or /tmp without it");
+    command
+        .add_option("--columns", options.records.columnCount,
+                    "With --no-header: rows have so many fields; as the first has without this")
+        ->check(CLI::Range(std::size_t{1}, kColumnsOfNothing));
     command.add_option("--share", options.share,
                        "BEGIN:END, bytes of the input, or BEGIN: to its end: only rows that begin "
                        "there. A split ends with the last one that does, and reports where it and "
@@ -98,6 +102,7 @@ void RangeInput::open(const RangeOptions& options) {
                                                     ? host::defaultTempDirectory()
                                                     : std::filesystem::path(options.tempDirectory);
     InputFile input(options.input);
+    if (options_.isPlain) input.takeAsPlain();
     if (!input.fileBytes().has_value()) {
         throw host::badUse(fmt::format("{} is no regular file, and ranges are made of files alone",
                                        input.displayName()));
@@ -115,11 +120,11 @@ void RangeInput::open(const RangeOptions& options) {
 }
 
 void RangeInput::readColumns() {
-    const CsvTable table =
-        readTable(delimiterOf(options_), !options_.noHeader, rows().rowBytesMax(), files_);
+    const CsvTable table = readTable(delimiterOf(options_), !options_.noHeader,
+                                     rows().rowBytesMax(), files_, options_.columnCount);
     columns_ = table.names;
-    const bool hasRows = files_[0].fileBytes().value_or(0) > 0;
-    if (hasRows && !options_.isRagged) columnCount_ = table.columnCount;
+    const bool isCounted = !columns_.empty() || rows().places().end() > rows().firstRowOf(0);
+    if (isCounted && !options_.isRagged) columnCount_ = table.columnCount;
 }
 
 std::vector<std::string> RangeInput::keysByNumber() const {

@@ -2,11 +2,8 @@
 //
 // Several machines share a sort by ranges: each range of keys is sorted by itself, of all inputs
 // together. What one input takes part in that with is here: its rows with their ordered keys, and
-// how they are written.
-//
-//     header, first range      as the input has it, so that the first part begins like the output
-//                              of one sort
-//     other ranges             rows alone; columns go by number there (`keysByNumber`)
+// how they are written: rows alone, whose columns go by number (`keysByNumber`). What the output of
+// one sort has before them, a header say, is the head of `form`.
 
 #pragma once
 
@@ -40,7 +37,6 @@ class RangeInput {
     explicit RangeInput(const RangeOptions& options);
 
     const KeyedInput& rows() const { return *flow_.input; }
-    // With the header as its head.
     const RowWriter::Form& form() const { return flow_.writer->form(); }
     const std::vector<InputFile>& files() const { return files_; }
     // With the format recognised.

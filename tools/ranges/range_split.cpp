@@ -129,6 +129,7 @@ std::vector<RangePiece> splitRanges(const RangeInput& input, ShareRows& rows,
                                     const std::vector<host::KeyBytes>& splitters,
                                     const std::string& prefix, const std::string& lineEnd) {
     RowWriter::Form form = input.form();
+    form.head.clear();
     if (!lineEnd.empty()) form.lineEnd = lineEnd;
     const std::size_t rangeCount = splitters.size() + 1;
     allowFiles(2 * rangeCount + kFilesBeside);
@@ -136,7 +137,6 @@ std::vector<RangePiece> splitRanges(const RangeInput& input, ShareRows& rows,
     for (std::size_t i = 0; i < rangeCount; ++i) {
         pieces.push_back(
             std::make_unique<PieceFile>(fmt::format("{}{:05}", prefix, i), form, input));
-        form.head.clear();
     }
     for (KeyedRow row; rows.next(row);) {
         throwIfInterrupted();

@@ -36,8 +36,7 @@ struct RangePiece {
 };
 
 // Writes PREFIX00000 and so on, one for each range, of the rows that `rows` gives, and answers what
-// is in each. The first one gets the input's header, whatever share it is of. `lineEnd` is for a
-// last row that lacks its end; empty: as the input has it.
+// is in each. `lineEnd` is for a last row that lacks its end; empty: as the input has it.
 std::vector<RangePiece> splitRanges(const RangeInput& input, ShareRows& rows,
                                     const std::vector<host::KeyBytes>& splitters,
                                     const std::string& prefix, const std::string& lineEnd);

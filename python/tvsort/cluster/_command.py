@@ -37,8 +37,8 @@ def program():
                         "TVSORT_HOST")
 
 
-def run(words, alive):
-    """Its standard output. Ends it when `alive()` no longer holds.
+def run(words, alive, output=None):
+    """Its standard output, if no file is given that it goes to. Ends it when `alive()` no longer holds.
 
     The command ends with the thread that waits for it, so that a worker that is killed leaves no
     sort behind.
@@ -47,7 +47,8 @@ def run(words, alive):
     resource.setrlimit(resource.RLIMIT_NOFILE, (files_max, files_max))  # one for each input
     command = ["setpriv", "--pdeathsig", "TERM", program(), *words]
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as errors:
-        with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=out, stderr=errors) as child:
+        with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output or out,
+                              stderr=errors) as child:
             try:
                 _wait(child, alive)
             except BaseException:

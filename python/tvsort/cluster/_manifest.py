@@ -16,6 +16,10 @@ _VERSION = 1
 _PART = {"name": str, "rows": int, "bytes": int, "sha256": str, "worker": str}
 
 
+def part_name(number):
+    return f"part-{number:05}"
+
+
 @dataclasses.dataclass(frozen=True)
 class Manifest:
     """Parts are dicts: name, rows, bytes, sha256, from (the least key possible, in hexadecimal) and
@@ -49,10 +53,12 @@ class Manifest:
             content = json.loads(path.read_text())
             if content.pop("tvsort_cluster") != _VERSION:
                 raise Damaged(f"{path} is of another version")
-            for part in content["parts"]:
+            for i, part in enumerate(content["parts"]):
                 for name, kind in _PART.items():
                     if not isinstance(part[name], kind):
                         raise TypeError(f"a part's {name} is {part[name]!r}")
+                if part["name"] != part_name(i):
+                    raise ValueError(f"part {i} is called {part['name']}")
             return cls(folder=os.fspath(folder), **content)
         except (FileNotFoundError, NotADirectoryError):
             raise Damaged(f"{path} is missing: the sort has not ended, or its result lies "

@@ -59,7 +59,8 @@ class RecordForm:
     order: tuple
     memory: str
     temp_dir: str = ""
-    has_header = False
+    head = b""  # before all rows
+    awaits_rows = False  # to know how inputs are read
     stops = True  # at what cannot be read, of which there is nothing
 
     @property
@@ -91,7 +92,7 @@ class RecordForm:
             raise BadUse(f"{path} has {size} bytes, which is no multiple of the "
                          f"{self.dtype.itemsize} bytes of a row")
 
-    def sample(self, path, count, alive, first=True, share=WHOLE):
+    def sample(self, path, count, alive, is_piece=False, share=WHOLE):
         size = os.path.getsize(path)
         self._check_size(path, size)
         begin, end = (at // self.dtype.itemsize for at in self._rows_of(share, size))
@@ -117,7 +118,7 @@ class RecordForm:
         following = int.from_bytes(key, "big") + 1
         return following.to_bytes(len(key), "big") if following < 256 ** len(key) else None
 
-    def split(self, path, splitters, prefix, folder, alive, first=True, share=WHOLE):
+    def split(self, path, splitters, prefix, folder, alive, is_piece=False, share=WHOLE):
         columns = self.columns
         borders = numpy.array(splitters, dtype=f"S{max(map(len, splitters), default=1)}")
         names = [f"{prefix}{i:05}" for i in range(len(splitters) + 1)]
@@ -141,18 +142,13 @@ class RecordForm:
         return {"pieces": [{"rows": int(n), "bytes": int(n) * self.dtype.itemsize} for n in rows],
                 "skipped": 0, "problems": [], "begin": begin, "end": end, "lines": 0}
 
-    def sort(self, paths, out, alive, first):
+    def sort(self, paths, out, alive):
         def watch(stage, done, total):
             if not alive():
                 raise BadUse(ENDED)
 
         options = {"directory": self.temp_dir} if self.temp_dir else {}
         pieces = (piece for path in paths for piece in self._pieces(path))
-        with named_when_whole([out]) as (file,):
-            for rows in _streams.sort_arrays(pieces, list(self.order) or None, memory=self.memory,
-                                             progress=watch, processes=1, **options):
-                file.write(rows.view(numpy.uint8))
-
-    @staticmethod
-    def head_bytes(path):
-        return 0
+        for rows in _streams.sort_arrays(pieces, list(self.order) or None, memory=self.memory,
+                                         progress=watch, processes=1, **options):
+            out.write(rows.view(numpy.uint8))

@@ -24,7 +24,7 @@ from .._errors import SortError
 from . import _ranges, _shares, _tasks
 from ._engine import REMOVE_SECONDS, Task, Tasks, bounded
 from ._errors import ClusterError, words_of
-from ._manifest import Manifest
+from ._manifest import Manifest, part_name
 from ._records import RecordForm
 from ._text import FLAGS, VALUES, TextForm
 
@@ -53,7 +53,6 @@ def bytes_of(text):
 class _Range:
     low: bytes  # None: from the least key on
     high: bytes  # None: to the greatest one
-    first: bool
     rows: int
     bytes: int
     sources: list  # of pieces: paths or futures, in the order of the inputs
@@ -98,13 +97,19 @@ class _Sort:
         with self.phase("split again"):
             ranges = self.split_skewed(ranges)
         with self.phase("sort"):
-            return self.sort_ranges([one for one in ranges if one.rows or one.first])
+            return self.sort_ranges([one for one in ranges if one.rows] or ranges[:1])
 
     def sample_inputs(self):
         count = max(16, _SAMPLES_FIRST // min(len(self.names), 64))
-        samples = self.tasks.all(
-            Task((_tasks.sample, self.form, self.place, name, count, True), workers)
-            for name, workers in zip(self.names, self.pins))
+        samples = []
+        while len(samples) < len(self.names):
+            n = len(samples)
+            of = slice(n, n + 1 if self.form.awaits_rows else None)
+            samples += self.tasks.all(
+                Task((_tasks.sample, self.form, self.place, name, count, False), workers)
+                for name, workers in zip(self.names[of], self.pins[of]))
+            if self.form.awaits_rows:
+                self.form = self.form.taught(samples[-1])
         try:
             self.form = self.form.learn(self.names, samples)
         except ValueError as error:
@@ -131,7 +136,7 @@ class _Sort:
             weights = [weight for *_, weight in parts]
             samples = self.tasks.all(
                 Task((_tasks.sample, self.form, self.place, name,
-                      max(16, int(wanted_keys * weight / max(total, 1))), True, share), pin)
+                      max(16, int(wanted_keys * weight / max(total, 1))), False, share), pin)
                 for name, pin, share, weight in parts)
         return _weighted(samples, weights)
 
@@ -142,7 +147,7 @@ class _Sort:
             # Elsewhere may be a copy of the input.
             state = sample["state"] if pin or not self.place.travels else sample["state"][:1]
             parts += [(name, share, state, pin) for share in own]
-        splits = self.split_all([self.split_task(name, splitters, True, *how)
+        splits = self.split_all([self.split_task(name, splitters, False, *how)
                                  for name, *how in parts])
         # A share that starts its input begins at its first byte, and each round finds one more that
         # begins right at least, and nearly always all.
@@ -151,13 +156,13 @@ class _Sort:
             for i in wrong:
                 self.forget_files(splits[i].pieces)
             again = self.split_all([self.split_task(
-                name, splitters, True, _shares.Share(splits[i - 1].end, share.end, True), *how)
+                name, splitters, False, _shares.Share(splits[i - 1].end, share.end, True), *how)
                 for i, (name, share, *how) in ((i, parts[i]) for i in wrong)])
             for i, split in zip(wrong, again):
                 splits[i] = split
         self.count_problems(splits, [share.begin == 0 for _, share, *_ in parts])
         edges = [None, *splitters, None]
-        return [self.range_of(splits, i, edges[i], edges[i + 1], True)
+        return [self.range_of(splits, i, edges[i], edges[i + 1])
                 for i in range(len(splitters) + 1)]
 
     def count_problems(self, splits, start_input):
@@ -171,9 +176,9 @@ class _Sort:
         if self.skipped and self.form.stops:
             raise ClusterError(self.problems[0])
 
-    def split_task(self, source, splitters, first, share=_shares.WHOLE, state=(), workers=()):
+    def split_task(self, source, splitters, is_piece, share=_shares.WHOLE, state=(), workers=()):
         return Task((_tasks.split, self.form, self.place, source, splitters,
-                     f"piece-{next(self.file_number):05}", first, share, state), workers)
+                     f"piece-{next(self.file_number):05}", is_piece, share, state), workers)
 
     def split_all(self, tasks):
         """What they answer, with sources as pieces."""
@@ -187,14 +192,14 @@ class _Sort:
 
     def split_ranges(self, ranges, splitters):
         """For each range those into which it falls at its splitters; all are split side by side."""
-        splits = iter(self.split_all([self.split_task(source, borders, one.first)
+        splits = iter(self.split_all([self.split_task(source, borders, True)
                                       for one, borders in zip(ranges, splitters)
                                       for source in one.sources]))
         finer = []
         for one, borders in zip(ranges, splitters):
             own = list(itertools.islice(splits, len(one.sources)))
             edges = [one.low, *borders, one.high]
-            finer.append([self.range_of(own, i, edges[i], edges[i + 1], one.first)
+            finer.append([self.range_of(own, i, edges[i], edges[i + 1])
                           for i in range(len(borders) + 1)])
         return finer
 
@@ -206,13 +211,10 @@ class _Sort:
                                         key=f"split-shuffle-{uuid.uuid4().hex}")
 
     @staticmethod
-    def range_of(splits, i, low, high, first):
-        first = first and i == 0
-        # The first piece of all has the header.
-        sources = [split.pieces[i] for n, split in enumerate(splits)
-                   if split.rows[i] or (first and n == 0)]
-        return _Range(low, high, first, sum(split.rows[i] for split in splits),
-                      sum(split.bytes[i] for split in splits), sources)
+    def range_of(splits, i, low, high):
+        return _Range(low, high, sum(split.rows[i] for split in splits),
+                      sum(split.bytes[i] for split in splits),
+                      [split.pieces[i] for split in splits if split.rows[i]])
 
     def split_skewed(self, ranges):
         """Splits what is too large by what it has itself, until that is of no more use."""
@@ -235,7 +237,7 @@ class _Sort:
         counts = [min(-(-one.bytes // self.range_bytes), _RANGES_MAX) for one in ranges]
         samples = iter(self.tasks.all(
             Task((_tasks.sample, self.form, self.place, source,
-                  max(16, _SAMPLES_PER_RANGE * count // len(one.sources)), one.first))
+                  max(16, _SAMPLES_PER_RANGE * count // len(one.sources)), True))
             for one, count in zip(ranges, counts) for source in one.sources))
         found = []
         for one, count in zip(ranges, counts):
@@ -256,7 +258,7 @@ class _Sort:
         parts = [None] * len(ranges)
         left = list(range(len(ranges)))
         for _ in range(_ATTEMPTS_MAX):
-            tasks = [self.sort_task(ranges[i], f"part-{i:05}") for i in left]
+            tasks = [self.sort_task(ranges[i], i) for i in left]
             # What is sorted and heard of is not asked for again, so its pieces can go.
             on_done = None if self.place.travels else lambda n: self.forget_files(
                 ranges[left[n]].sources)
@@ -277,10 +279,10 @@ class _Sort:
                  "from": one.low.hex() if one.low else "", "host": part.host,
                  "worker": part.worker} for one, part in zip(ranges, parts)]
 
-    def sort_task(self, one, name):
-        is_one_key = _ranges.is_one_key(one.low, one.high, self.form) and not one.first
-        return Task((_tasks.sort_given, self.form, self.place, name, one.first, is_one_key,
-                      one.bytes, *one.sources))
+    def sort_task(self, one, number):
+        is_one_key = _ranges.is_one_key(one.low, one.high, self.form)
+        return Task((_tasks.sort_given, self.form, self.place, part_name(number),
+                     self.form.head if number == 0 else b"", is_one_key, one.bytes, *one.sources))
 
 
 def _weighted(samples, weights):
@@ -322,12 +324,12 @@ def _keys_of(order):
 
 def _inputs(inputs):
     """Pairs of an absolute path and the hosts that alone have it."""
-    if isinstance(inputs, (str, os.PathLike)):
+    if isinstance(inputs, (str, bytes, os.PathLike)):
         inputs = [inputs]
     pairs = []
     for one in inputs:
         host, path = one if isinstance(one, tuple) else (None, one)
-        pairs.append((os.path.abspath(os.fspath(path)), (host,) if host else ()))
+        pairs.append((os.path.abspath(os.fsdecode(path)), (host,) if host else ()))
     if not pairs:
         raise ClusterError("name one input at least")
     return pairs
@@ -374,7 +376,7 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
         raise ClusterError(f"partitions={partitions!r}: one at least")
     form = _form(order, dtype, str(memory_bytes), os.fspath(temp_dir), options)
     pairs = _inputs(inputs)
-    output = os.path.abspath(output_folder)
+    output = os.path.abspath(os.fsdecode(output_folder))
     begin = time.monotonic()
     tasks = Tasks(client, None if timeout is None else begin + timeout, patience)
     made = _prepare(output)

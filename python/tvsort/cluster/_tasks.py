@@ -106,11 +106,11 @@ def state_of(path):
     return [status.st_size, status.st_mtime_ns]
 
 
-def sample(form, place, source, count, first, share=WHOLE):
+def sample(form, place, source, count, is_piece, share=WHOLE):
     with _folder(place) as folder:
         path = _named(source, folder)
         state = state_of(path)
-        return {**form.sample(path, count, place.alive, first, share), "state": state}
+        return {**form.sample(path, count, place.alive, is_piece, share), "state": state}
 
 
 @dataclasses.dataclass(frozen=True)
@@ -126,11 +126,11 @@ class Split:
     worker: str
 
 
-def split(form, place, source, splitters, name, first, share=WHOLE, state=()):
+def split(form, place, source, splitters, name, is_piece, share=WHOLE, state=()):
     with _folder(place) as folder:
         path = _named(source, folder)
         prefix = os.path.join(folder if place.travels else place.folder, f"{name}-")
-        report = form.split(path, splitters, prefix, folder, place.alive, first, share)
+        report = form.split(path, splitters, prefix, folder, place.alive, is_piece, share)
         if state and state_of(path)[:len(state)] != state:
             raise OSError(f"{path} was changed while it was sorted, or is not the same on all hosts")
         pieces = report["pieces"]
@@ -169,8 +169,9 @@ class Part:
     worker: str
 
 
-def sort_given(form, place, name, first, is_one_key, wanted_bytes, *sources):
-    """One range of all inputs, in the folder of the run. Rows of one key are in order as they come.
+def sort_given(form, place, name, head, is_one_key, wanted_bytes, *sources):
+    """One range of all inputs, in the folder of the run, behind what comes before all rows. Rows of one
+    key are in order as they come.
 
     Sources stand last and by themselves: Dask looks for what has to travel among the arguments.
     """
@@ -180,24 +181,25 @@ def sort_given(form, place, name, first, is_one_key, wanted_bytes, *sources):
         check_alone(place)
     with _folder(place) as folder:
         paths = [_named(source, folder) for source in sources]
-        if is_one_key:
-            _join(paths, target)
-        else:
-            form.sort(paths, target, place.alive, first)
-    head_bytes = form.head_bytes(target) if first else 0
+        with named_when_whole([target]) as (file,):
+            file.write(head)
+            file.flush()  # whoever sorts may write to it by its number
+            if is_one_key or not paths:
+                _join(paths, file)
+            else:
+                form.sort(paths, file, place.alive)
     size = os.path.getsize(target)
-    if size != wanted_bytes + head_bytes:
-        raise OSError(f"{name} has {size - head_bytes} bytes of rows where its pieces had "
+    if size != len(head) + wanted_bytes:
+        raise OSError(f"{name} has {size - len(head)} bytes of rows where its pieces had "
                       f"{wanted_bytes}; a file was changed meanwhile")
     return Part(name, size, sha256_of(target), socket.gethostname(),
                 distributed.get_worker().address)
 
 
-def _join(paths, target):
-    with named_when_whole([target]) as (out,):
-        for path in paths:
-            with open(path, "rb") as piece:
-                shutil.copyfileobj(piece, out, _COPY_BYTES)
+def _join(paths, out):
+    for path in paths:
+        with open(path, "rb") as piece:
+            shutil.copyfileobj(piece, out, _COPY_BYTES)
 
 
 def sha256_of(path):

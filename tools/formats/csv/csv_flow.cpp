@@ -150,8 +150,9 @@ std::string headOf(const CsvTable& table, const ModeOptions& mode) {
 std::shared_ptr<const CsvTable> openTable(const RecordOptions& options,
                                           std::vector<InputFile>& inputs,
                                           std::uint64_t memoryBytes) {
-    CsvTable table = readTable(delimiterOf(options), !options.noHeader,
-                               std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs);
+    CsvTable table =
+        readTable(delimiterOf(options), !options.noHeader,
+                  std::max(memoryBytes / kFetchShare, kRowBytesMin), inputs, options.columnCount);
     table.isRagged = options.isRagged;
     // Where nobody names the columns, any row may have the most of them.
     if (table.isRagged && !table.hasHeader) table.columnCount = kColumnsOfNothing;

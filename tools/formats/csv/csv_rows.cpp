@@ -170,7 +170,7 @@ void CsvRows::passMark() {
     started_ = true;
     while (window_.bytes().size() < kByteOrderMark.size() && window_.readMore()) {
     }
-    hasMark_ = window_.bytes().starts_with(kByteOrderMark);
+    hasMark_ = !input_.isPlain() && window_.bytes().starts_with(kByteOrderMark);
     if (!hasMark_) return;
     window_.take(kByteOrderMark.size());
     offset_ = static_cast<std::int64_t>(kByteOrderMark.size());

@@ -88,7 +88,7 @@ std::string CsvTableRows::nameOf(const CsvRow& row) const {
 }
 
 CsvTable readTable(char delimiter, bool hasHeader, std::size_t rowBytesMax,
-                   std::vector<InputFile>& inputs) {
+                   std::vector<InputFile>& inputs, std::optional<std::size_t> columnCount) {
     CsvTable table;
     table.delimiter = delimiter;
     table.hasHeader = hasHeader;
@@ -104,7 +104,8 @@ CsvTable readTable(char delimiter, bool hasHeader, std::size_t rowBytesMax,
                                " is empty, and its first row was to name the columns; leave it "
                                "out, or say --no-header");
         }
-        if (any && !row.problem.empty() && (hasHeader || first == nullptr)) {
+        const bool namesColumns = hasHeader || (first == nullptr && !columnCount.has_value());
+        if (any && !row.problem.empty() && namesColumns) {
             throw host::badUse(
                 fmt::format("{}, line 1: the row {}", input.displayName(), row.problem));
         }
@@ -119,6 +120,7 @@ CsvTable readTable(char delimiter, bool hasHeader, std::size_t rowBytesMax,
                                       : static_cast<std::uint64_t>(input.fileBytes().value_or(0)));
         input.rewind();
     }
+    if (!hasHeader && columnCount.has_value()) table.columnCount = *columnCount;
     return table;
 }
 

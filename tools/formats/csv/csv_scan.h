@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,9 +53,10 @@ class CsvTableRows {
 };
 
 // Reads the first row of each input, and rewinds. Throws when the inputs do not have the same
-// columns.
+// columns. Without a header, `columnCount` says how many there are, whatever the first row has.
 CsvTable readTable(char delimiter, bool hasHeader, std::size_t rowBytesMax,
-                   std::vector<InputFile>& inputs);
+                   std::vector<InputFile>& inputs,
+                   std::optional<std::size_t> columnCount = std::nullopt);
 
 struct CsvExtent {
     std::int64_t rowCount = 0;
