@@ -165,6 +165,10 @@ TEST_F(Words, PackedFilesAreReadAndWritten) {
     ASSERT_EQ(run("generate --records 100 -o records.gz").status, 0);
     const std::string words = "sort --record-length 100 --key bytes:0:10 ";
     EXPECT_EQ(run(words + "records.gz").output.size(), 10000);
+    ASSERT_EQ(run(words + "records.gz -o ordered.zst").status, 0);
+    for (const char* const checked : {"--record-length 100 --key bytes:0:10 ordered.zst",
+                                      "--lines --as ucs2 whole.gz", "--lines whole.zst"})
+        EXPECT_EQ(run(std::string("verify ") + checked).status, 0) << checked;
     write("wide.csv",
           "\xff\xfe"
           "a");

@@ -276,11 +276,7 @@ void SortSetup::makeInputsRereadable() {
         // Fixed-length records may begin with any bytes.
         const Compression compression =
             isText ? compressionMarked(begin) : compressionNamed(options_.inputs[i]);
-        if (compression != Compression::kNone) {
-            SpoolFile plain(tempDirectoryOf(options_));
-            unpack(compression, input, plain, progress_);
-            input = plain.takeAsInput(input.displayName());
-        }
+        input = unpacked(compression, std::move(input), tempDirectoryOf(options_), progress_);
         if (isCopied || compression != Compression::kNone)
             copiedBytes_ += input.fileBytes().value_or(0);
         if (isText) refuseWideText(input);

@@ -8,15 +8,17 @@
 #include <vector>
 
 #include "host/host_error.h"
+#include "host/private_directory.h"
 #include "host/record_order.h"
 #include "tools/command/checksum.h"
 #include "tools/command/sort_setup.h"
 #include "tools/command/subcommands.h"
+#include "tools/files/compression.h"
 #include "tools/files/input_file.h"
 #include "tools/files/interrupt.h"
 #include "tools/files/output_file.h"
 #include "tools/files/progress.h"
-#include "tools/formats/lines/line_input.h"
+#include "tools/files/text_marks.h"
 #include "tools/formats/lines/value_line.h"
 #include "tools/formats/records/fixed_records.h"
 #include "tools/ordered/order_check.h"
@@ -53,17 +55,6 @@ class Verifier {
     RecordChecksum checksum_;
     Progress progress_;
 };
-
-void verifyLines(InputFile& input, Verifier& verifier) {
-    LineInput lines(input);
-    std::string previous;
-    for (std::string_view line; lines.next(line);) {
-        // Compares bytes as unsigned, the shorter of two that begin alike first.
-        verifier.take(reinterpret_cast<const Byte*>(line.data()), line.size(),
-                      [&] { return previous <= line; });
-        previous.assign(line);
-    }
-}
 
 // The largest values and lines that a record could hold, one at a time.
 constexpr ValueLineExtent kAnyLine = {host::kPrefixedValueBytesMax, 32763};
@@ -126,16 +117,25 @@ void verifyRecords(InputFile& input, const RecordOptions& options, Verifier& ver
     }
 }
 
-// Lines by their bytes are told from the order here without any key.
 bool isOrdered(const RecordOptions& options) {
     if (inputKindOf(options) == InputKind::kRecords) return false;
-    if (options.lines && options.as.empty() && !options.isReversed && !options.zeroTerminated)
-        return false;
     const bool isOfWholeLines = options.lines;
     if (isOfWholeLines) return lineKey(options).ordered.has_value();
     return std::all_of(options.keys.begin(), options.keys.end(), [](const std::string& text) {
         return parseKey(text, host::ValuePlace::kColumn).ordered.has_value();
     });
+}
+
+// As a sort reads it: lines may be packed by what they begin with, records by their name.
+InputFile openTyped(const VerifyOptions& options, Progress& progress) {
+    InputFile input(options.input);
+    if (options.records.isPlain) input.takeAsPlain();
+    const bool isText = inputKindOf(options.records) == InputKind::kLines;
+    const Compression compression =
+        isText ? compressionMarked(firstBytes(input)) : compressionNamed(options.input);
+    input = unpacked(compression, std::move(input), host::defaultTempDirectory(), progress);
+    if (isText) refuseWideText(input);
+    return input;
 }
 
 std::string describe(const VerifyReport& report, const char* unit) {
@@ -165,12 +165,10 @@ VerifyReport verifyFile(VerifyOptions options) {
             "rows are verified by types that become ordered bytes; the others stand "
             "last in sort --help");
     }
-    InputFile input(options.input);
+    InputFile input = openTyped(options, verifier.progress());
     verifier.progress().begin("verifying " + input.displayName());
     if (!options.records.as.empty()) {
         verifyValueLines(input, options.records.as, verifier);
-    } else if (options.records.lines) {
-        verifyLines(input, verifier);
     } else {
         verifyRecords(input, options.records, verifier);
     }

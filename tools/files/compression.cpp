@@ -148,9 +148,13 @@ Compression compressionMarked(std::string_view bytes) {
     return bytes.starts_with("\x28\xb5\x2f\xfd") ? Compression::kZstd : Compression::kNone;
 }
 
-void unpack(Compression compression, InputFile& input, SpoolFile& target, Progress& progress) {
-    if (compression == Compression::kGzip) unpackGzip(input, target, progress);
-    if (compression == Compression::kZstd) unpackZstd(input, target, progress);
+InputFile unpacked(Compression compression, InputFile input,
+                   const std::filesystem::path& tempDirectory, Progress& progress) {
+    if (compression == Compression::kNone) return input;
+    SpoolFile plain(tempDirectory);
+    if (compression == Compression::kGzip) unpackGzip(input, plain, progress);
+    if (compression == Compression::kZstd) unpackZstd(input, plain, progress);
+    return plain.takeAsInput(input.displayName());
 }
 
 std::unique_ptr<Packer> makePacker(Compression compression) {

@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -23,9 +24,10 @@ Compression compressionNamed(std::string_view fileName);
 // Of a file with these first bytes, four or more.
 Compression compressionMarked(std::string_view bytes);
 
-// Unpacks the whole input; several packed parts may stand one behind the other. What is damaged or
-// cut short is bad use that names the input.
-void unpack(Compression compression, InputFile& input, SpoolFile& target, Progress& progress);
+// The input, or where it is packed a temporary file with all that it holds; several packed parts
+// may stand one behind the other. What is damaged or cut short is bad use that names the input.
+InputFile unpacked(Compression compression, InputFile input,
+                   const std::filesystem::path& tempDirectory, Progress& progress);
 
 class Packer {
   public:

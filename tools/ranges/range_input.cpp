@@ -9,7 +9,6 @@
 #include "host/private_directory.h"
 #include "tools/files/compression.h"
 #include "tools/files/progress.h"
-#include "tools/files/spool_file.h"
 #include "tools/files/text_marks.h"
 #include "tools/formats/csv/csv_flow.h"
 #include "tools/formats/csv/csv_scan.h"
@@ -109,12 +108,8 @@ void RangeInput::open(const RangeOptions& options) {
     }
     const Compression compression = compressionMarked(firstBytes(input));
     wasPacked_ = compression != Compression::kNone;
-    if (wasPacked_) {
-        Progress silent(true);
-        SpoolFile plain(tempDirectory);
-        unpack(compression, input, plain, silent);
-        input = plain.takeAsInput(input.displayName());
-    }
+    Progress silent(true);
+    input = unpacked(compression, std::move(input), tempDirectory, silent);
     refuseWideText(input);
     files_.push_back(std::move(input));
 }
