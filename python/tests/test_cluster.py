@@ -520,6 +520,22 @@ def test_a_manifest_tells_every_change(client, tmp_path):
     damaged("missing")
 
 
+def test_a_loop_that_hangs_ends_the_run(client, tmp_path, monkeypatch):
+    for name in ("_LOOK_SECONDS", "_ANSWER_SECONDS"):
+        monkeypatch.setattr(_engine, name, 0.2)
+    (tmp_path / "in").write_text("b\na\n")
+    real = _run._Sort.split_all
+
+    def split_all(self, tasks):
+        client.loop.add_callback(time.sleep, 4)
+        return real(self, tasks)
+
+    monkeypatch.setattr(_run._Sort, "split_all", split_all)
+    with pytest.raises(cluster.ClusterError, match="has not answered for 0.5 seconds"):
+        cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True, patience=0.5)
+    assert not (tmp_path / "out").exists()
+
+
 def test_what_has_failed_is_tried_on_another_host():
     tasks = _engine.Tasks(None, None, 0)
     tasks.known = ("tcp://a:1", "tcp://a:2", "tcp://b:1")

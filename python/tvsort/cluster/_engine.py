@@ -19,6 +19,7 @@ from ._errors import ClusterError, TaskFailed
 
 _ATTEMPTS_MAX = 4
 _LOOK_SECONDS = 2.0
+_ANSWER_SECONDS = 5.0
 REMOVE_SECONDS = 30.0
 
 
@@ -39,6 +40,10 @@ def bounded(call, seconds):
     thread = threading.Thread(target=quietly, daemon=True)
     thread.start()
     thread.join(seconds)
+
+
+async def _await_one(futures):
+    await distributed.wait(futures, timeout=_LOOK_SECONDS, return_when="FIRST_COMPLETED")
 
 
 class Tasks:
@@ -94,8 +99,9 @@ class Tasks:
     def some_done(self):
         """Those of the pending futures that have ended, after some time perhaps none."""
         try:
-            distributed.wait(list(self.pending), timeout=_LOOK_SECONDS,
-                             return_when="FIRST_COMPLETED")
+            # The client's own loop may hang as well.
+            self.client.sync(_await_one, list(self.pending),
+                             callback_timeout=_LOOK_SECONDS + _ANSWER_SECONDS)
         except distributed.TimeoutError:
             pass
         except Exception:
@@ -114,7 +120,7 @@ class Tasks:
         if now - self.looked < _LOOK_SECONDS:
             return
         try:
-            info = self.client.sync(self.client.scheduler.identity, callback_timeout=5)
+            info = self.client.sync(self.client.scheduler.identity, callback_timeout=_ANSWER_SECONDS)
             self.known = tuple(info["workers"])
             self.slots = sum(worker["nthreads"] for worker in info["workers"].values())
             self.heard = now
@@ -134,7 +140,7 @@ class Tasks:
 
     def once_more(self, task, future):
         """The task for another attempt, if one may help."""
-        error = future.exception()
+        error = future.exception(self.patience)
         if isinstance(error, distributed.KilledWorker):
             raise ClusterError(f"workers were lost again and again in the task {error.task}: more "
                                "memory than they have, or a fault; the scheduler gave it up")
