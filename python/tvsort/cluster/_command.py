@@ -67,6 +67,8 @@ def run(words, alive, output=None):
                                 f"{child.pid}; the system may lack memory")
         if child.returncode not in (0, _SKIPPED):
             words = said.strip().removeprefix("tvsort-host: ")
+            if output is not None:  # by the name that it is to get
+                words = words.replace("standard output", os.path.splitext(output.name)[0])
             raise CommandFailed(words or f"tvsort-host ended with status {child.returncode}")
         return out.read()
 
