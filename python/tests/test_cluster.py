@@ -115,11 +115,12 @@ def test_rows_are_the_bytes_of_one_process(seed, client, tmp_path, monkeypatch):
     (b"x  3\ny 20 \n z\n" * 9, ["2:int"], {"format": "fields"}),
     (b"b;1\na;2\nb;0", ["1:text:desc"], {"format": "csv", "delimiter": ";", "no_header": True}),
     (b"a\tb\n1\t\\N\n2\n3\t4\t5\n", ["b:int"], {"format": "tsv", "ragged": True, "null": "\\N"}),
+    (b"null,1\n,2\nx,3\n", ["1"], {"format": "csv", "no_header": True, "null": ""}),
     (b"same,1\nsame,2\n" * 3000, ["1"], {"format": "csv", "no_header": True}),
     (b"", ["1"], {"format": "csv", "no_header": True}),
     (b"long" * 60000 + b"\nlong" + b"long" * 60000 + b"x\na\n", None, {"lines": True}),
     (b"\xff\xfe,1\n\x80,2\n", ["1"], {"format": "csv", "no_header": True, "on_error": "skip"}),
-], ids=map(str, range(10)))
+], ids=map(str, range(11)))
 @pytest.mark.parametrize("shares", [1, 9])
 def test_other_words_do_as_the_command_does(shares, content, order, options, client, tmp_path,
                                             monkeypatch):
@@ -303,6 +304,31 @@ def test_records_keep_what_no_field_names(client, tmp_path):
     assert contents(manifest) == (tmp_path / "sorted").read_bytes()
 
 
+def test_records_may_have_long_keys_alike_and_unlike(client, tmp_path, monkeypatch):
+    monkeypatch.setattr(_run, "_RANGE_BYTES_MIN", 1)
+    rng = numpy.random.default_rng(2)
+    records = numpy.zeros(600, "S3000")
+    for i in range(600):
+        records[i] = b"a" * int(rng.choice([0, 5, 1500, 2990])) + bytes(rng.integers(1, 4, 9, "u1"))
+    records.tofile(tmp_path / "in")
+    tvsort.sort_file(tmp_path / "in", "S3000", None, tmp_path / "sorted")
+    manifest = cluster.sort(tmp_path / "in", tmp_path / "out", client=client, dtype="S3000",
+                            partitions=40)
+    assert contents(manifest) == (tmp_path / "sorted").read_bytes()
+    assert len(manifest.parts) > 10
+
+
+def test_ranges_are_no_more_than_can_be_open(client, tmp_path, monkeypatch):
+    monkeypatch.setattr(_run, "_RANGE_BYTES_MIN", 1)
+    lines = [f"{i:04}" for i in range(520)] * 40
+    random.Random(3).shuffle(lines)
+    (tmp_path / "in").write_text("\n".join(lines) + "\n")
+    manifest = cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True,
+                            partitions=600)
+    assert contents(manifest).decode().split() == sorted(lines)
+    assert len(_ranges.thinned(list(range(1041)), 900)) == 900
+
+
 def test_records_are_sampled_all_over_the_file(tmp_path):
     numpy.arange(9000, dtype=">u2").tofile(tmp_path / "in")
     form = _records.RecordForm(numpy.dtype(">u2"), (), "1000000")
@@ -328,9 +354,11 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
     monkeypatch.chdir(tmp_path)
     files = {"a.csv": "id,name\n1,x\n", "b.csv": "id,nom\n1,x\n", "c.csv": "1,x,2\n", "e.csv": "",
              "bad.csv": "id,name\n1,x\ny,z\n", "r": "12345", "wide.csv": "1,2\n",
-             "t.tsv": "id\tname\n"}
+             "t.tsv": "id\tname\n", "h0.csv": "b,a\n", "h1.csv": "x,y\n2,1\n"}
     for name, content in files.items():
         Path(name).write_text(content)
+    numpy.array([0x110007, 97] * 50, "u4").tofile("u")
+    monkeypatch.setattr(_run, "_RANGE_BYTES_MIN", 1)
     Path("full").mkdir()
     os.mkfifo("pipe")
     Path("full/thing").write_text("")
@@ -354,6 +382,12 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
             ("r", "f", {"dtype": [("f", "c8")]}, "has no order"),
             ("r", "g", {"dtype": [("f", "i1")]}, "no field 'g'"),
             ("r", None, {"dtype": "i1", "lines": True}, "lines is for lines and rows"),
+            ("r", None, {"dtype": "foo"}, "foo"),
+            ("r", None, {"dtype": "S40000"}, "a record of 80004 bytes"),
+            ("u", None, {"dtype": "U1", "partitions": 2}, "no code point"),
+            (["h0.csv", "h1.csv"], "#1", {"ragged": True}, "h1.csv has the columns x, y"),
+            ("a.csv", "id", {"patience": 0}, "give seconds above 0"),
+            ("a.csv", "id", {"delimiter": ""}, "--delimiter : name one"),
             ([], "id", {}, "name one input"),
             ("a.csv", "id", {"memory": "much"}, "64M"),
             ("a.csv", "id", {"memory": "0M"}, "64M"),
@@ -408,14 +442,13 @@ def test_an_output_that_another_run_has_just_taken_is_left_to_it(storage, client
                                                                 monkeypatch):
     (tmp_path / "in").write_text("b\na\n")
     theirs = tmp_path / "out" / "part-00000"
-    real = _run._prepare
+    real = _tasks.make_folder
 
-    def prepare(output):
-        made = real(output)
+    def make_folder(place):
+        real(place)
         theirs.write_text("theirs")
-        return made
 
-    monkeypatch.setattr(_run, "_prepare", prepare)
+    monkeypatch.setattr(_tasks, "make_folder", make_folder)
     with pytest.raises(cluster.ClusterError, match="is not empty, it has part-00000"):
         cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True, storage=storage)
     assert theirs.read_text() == "theirs" and os.listdir(tmp_path / "out") == ["part-00000"]
@@ -513,11 +546,14 @@ def test_a_manifest_tells_every_change(client, tmp_path):
     damaged("part 0 is called part-00003")
     del content["parts"][0]["name"]
     wrong = json.dumps({**content, "parts": [{**content["parts"][1], "rows": "7"}]})
-    for text in ("{", "[]", "7", wrong, json.dumps(content)):
+    odd = json.dumps({**content, "parts": [], "rows": 2.0})
+    for text in ("{", "[]", "7", "[" * 10 ** 5, wrong, odd, json.dumps(content)):
         (out / "manifest.json").write_text(text)
         damaged("no manifest")
     (out / "manifest.json").unlink()
     damaged("missing")
+    (out / "manifest.json").mkdir()
+    damaged("Is a directory")
 
 
 def test_a_loop_that_hangs_ends_the_run(client, tmp_path, monkeypatch):

@@ -218,7 +218,7 @@ TEST_F(FailingCommand, AProcessThatDiesOrHangsIsNamedAndLeavesNothing) {
     for (const Case& c : cases) {
         write("process-id", "");
         Running command(folder(),
-                        std::string("sort - -o out --timeout 0.2 --process ./process ") + kByKey);
+                        std::string("sort - -o out --timeout 3 --process ./process ") + kByKey);
         command.send(read("records"));
         signalProcess(c.signalNumber);
         command.endInput();

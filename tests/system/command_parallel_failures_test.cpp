@@ -235,7 +235,7 @@ class ParallelFailures : public CommandTest {
         loop(count, tally, [&](std::mt19937& random) {
             const Way& chosen = way(random);
             const double part = static_cast<double>(random() % 1200) / 1000;
-            Job job(folder(), chosen.words + " --timeout 0.5 -o out");
+            Job job(folder(), chosen.words + " --timeout 2 -o out");
             std::this_thread::sleep_for(chosen.time * part);
             fault(job, random);
             if (hasFailed(job, chosen, statuses, words)) {

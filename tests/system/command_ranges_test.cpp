@@ -188,6 +188,13 @@ TEST_F(Ranges, KeysAreSampledEvenlyInAFileOfAnySize) {
     ASSERT_EQ(share["samples"].size(), 2u);
     for (const std::string key : share["samples"])
         EXPECT_NEAR(std::stoi(key.substr(4), nullptr, 16), 55'000, 4000) << key;
+    write("row", std::string(90, 'r'));
+    for (const char* const part : {"", " --share 0:1", " --share 0:7"})
+        for (const std::size_t count : {1U, 4U, 60U}) {
+            const std::string words =
+                "sample --lines row --samples " + std::to_string(count) + part;
+            EXPECT_LE(Json::parse(run(words).output)["samples"].size(), count) << words;
+        }
     const Json none = Json::parse(run("sample a.csv --key n:int --samples 2 --share 90:99").output);
     EXPECT_EQ(none["samples"].size(), 0u);
 }
@@ -211,6 +218,8 @@ TEST_F(Ranges, WhatCannotBeSplitIsSaid) {
         {"sample a.csv --key n --samples 1 --share 7", "--share 7: write BEGIN:END"},
         {"split a.csv --key n --splitters borders -o P --share 7:x", "--share 7:x"},
         {"split a.csv --key n --splitters borders -o P --share 7:6", "--share 7:6"},
+        {"split a.csv --key n --splitters borders -o P --begins-row", "it goes with --share"},
+        {"sample a.csv --key n --samples 1 --columns 2", "it goes with --no-header"},
     };
     for (const auto& [words, said] : cases) {
         const Outcome outcome = run(words);

@@ -217,7 +217,9 @@ TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
         {"a.csv --key '#4'", "\"#4\" is no column; by number, name one of the columns #1 to 3"},
         {"--lines --ragged lines", "are for CSV files"},
         {"a.csv --key id --delimiter ''", "--delimiter : name one character"},
+        {"a.csv --key id --delimiter= --key v", "--delimiter : name one character"},
         {"--lines --limit x lines", "--limit x: write a number from 1 to 2147483647"},
+        {"--lines --timeout 0 lines", "--timeout 0: write a number from 0.001 to 1000000000;"},
         {"--lines --memory 5Q lines", "write one such as 512K, 64M or 2G"},
         {"--lines --nulls x lines", "--nulls x: write a number"},
         {"--lines --limit 1 --limit 2 lines", "--limit is said more than once; say it once"},
@@ -229,6 +231,13 @@ TEST_F(Words, ThatDoNotGoTogetherAreRefused) {
         EXPECT_EQ(outcome.status, 2) << words;
         EXPECT_THAT(outcome.errors, HasSubstr(error)) << words;
     }
+}
+
+// What follows is a word of its own.
+TEST_F(Words, MayBeEmpty) {
+    std::filesystem::copy_file(folder() / "a.csv", folder() / "--key=");
+    EXPECT_EQ(run("sort --format csv --null= --key=id -- --key=").output,
+              run("sort --null '' --key id a.csv").output);
 }
 
 TEST_F(Words, OfAFileReachNoTerminal) {

@@ -8,12 +8,16 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
 #include <new>
+#include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "host/host_error.h"
 #include "tools/command/parse_words.h"
@@ -48,6 +52,21 @@ std::string describeParseError(const CLI::App*, const CLI::Error& error) {
                        tvsort::tools::ownWords(error.what()));
 }
 
+// Behind `--option=` the parser would take the next word for the value, which is empty.
+std::vector<std::string> separated(int argumentCount, char** arguments) {
+    std::vector<std::string> words;
+    bool areOptions = true;
+    for (const std::string_view word :
+         std::span(arguments, static_cast<std::size_t>(argumentCount))) {
+        if (word == "--") areOptions = false;
+        const bool isValueless =
+            areOptions && word.starts_with("--") && word.find('=') == word.size() - 1;
+        words.emplace_back(word.substr(0, word.size() - (isValueless ? 1 : 0)));
+        if (isValueless) words.emplace_back();
+    }
+    return words;
+}
+
 int run(int argumentCount, char** arguments) {
     using namespace tvsort::tools;
     int exitStatus = kStatusSuccess;
@@ -72,7 +91,11 @@ int run(int argumentCount, char** arguments) {
             fitHelp(*command, topic);
     }
     try {
-        app.parse(argumentCount, arguments);
+        std::vector<std::string> words = separated(argumentCount, arguments);
+        // The parser takes them from the end, and without the program's name.
+        std::reverse(words.begin(), words.end());
+        words.pop_back();
+        app.parse(std::move(words));
         if (app.get_subcommands().empty())
             return fail("say what to do; --help lists the subcommands");
     } catch (const CLI::ParseError& error) {

@@ -7,7 +7,9 @@ namespace tvsort::tools {
 
 std::string ownWords(const std::string& parserWords) {
     static const std::pair<std::regex, const char*> kWords[] = {
-        {std::regex("(-[^ ]*): Value (.*) not in range (.*?)\\.?0* to (.*?)(\\.0+)?"),
+        // Numbers with a point have zeros behind them.
+        {std::regex("(-[^ ]*): Value (.*) not in range (\\d+(?:\\.\\d*[1-9])?)\\.?0* to "
+                    "(\\d+(?:\\.\\d*[1-9])?)\\.?0*"),
          "$1 $2: write a number from $3 to $4"},
         {std::regex("(-[^ ]*): (.*) unit not recognized.*"),
          "$1: $2 is no unit of a size; write one such as 512K, 64M or 2G"},

@@ -97,6 +97,8 @@ void addShare(const RangeInput& input, const ShareRows& rows, Json& json) {
 int split(const SplitOptions& options) {
     ByteShare share = shareOf(options.range);
     share.beginsRow = options.beginsRow;
+    if (share.beginsRow && options.range.share.empty())
+        throw host::badUse("--begins-row says how a share begins; it goes with --share");
     const RangeInput input(options.range);
     RowErrors errors(options.range.records.onError);
     ShareRows rows(input.rows(), share, errors);

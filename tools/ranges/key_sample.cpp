@@ -29,9 +29,10 @@ std::vector<host::KeyBytes> sampleStream(const KeyedInput& input, const ByteShar
     ShareRows rows(input, share, passedOver);
     std::vector<host::KeyBytes> keys;
     std::uint64_t place = firstPlace(input, share) + step / 2;
+    const std::uint64_t shareEnd = std::min(share.end, input.places().end());
     for (KeyedRow row; rows.next(row);) {
         throwIfInterrupted();
-        const std::uint64_t end = row.place.offset + row.place.byteCount;
+        const std::uint64_t end = std::min(row.place.offset + row.place.byteCount, shareEnd - 1);
         for (; place <= end; place += step)
             keys.push_back(cut(*row.key));
     }
@@ -68,7 +69,7 @@ std::vector<host::KeyBytes> sampleKeys(const KeyedInput& input, const ByteShare&
     const std::uint64_t begin = firstPlace(input, share);
     const std::uint64_t end = std::min(share.end, input.places().end());
     if (begin >= end || sampleCount == 0) return {};
-    const std::uint64_t step = std::max<std::uint64_t>((end - begin) / sampleCount, 1);
+    const std::uint64_t step = (end - begin + sampleCount - 1) / sampleCount;
     return step <= kWindowBytes ? sampleStream(input, share, step)
                                 : samplePlaces(input, share, step);
 }

@@ -41,6 +41,11 @@ std::vector<KeyText> keysOf(const RecordOptions& records) {
     return keys;
 }
 
+void checkColumns(const RecordOptions& records) {
+    if (!records.columnCount.has_value() || records.noHeader) return;
+    throw host::badUse("--columns says what a header would; it goes with --no-header");
+}
+
 void checkTypes(const RecordOptions& records) {
     for (const KeyText& key : keysOf(records)) {
         if (!key.ordered.has_value()) {
@@ -88,6 +93,7 @@ void addRangeOptions(CLI::App& command, RangeOptions& options) {
 
 RangeInput::RangeInput(const RangeOptions& options)
     : options_(understood(options)), nowhere_("/dev/null") {
+    checkColumns(options_);
     checkTypes(options_);
     open(options);
     const bool isOfRows = inputKindOf(options_) == InputKind::kRows;

@@ -74,16 +74,17 @@ def _cluster_words(parser):
 def _client(address, workers, patience=_CONNECT_SECONDS):
     if address:
         try:
-            client = distributed.Client(address, timeout=min(patience, _CONNECT_SECONDS))
-        except OSError as error:
+            client = distributed.Client(address, timeout=max(min(patience, _CONNECT_SECONDS), 0.1))
+        except (OSError, ValueError) as error:
             raise SortError(f"no scheduler answers at {address}: {error}") from None
         with client:
             yield client
         return
-    with distributed.LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=None,
-                                  silence_logs=50) as cluster:
-        with distributed.Client(cluster) as client:
-            yield client
+    with tempfile.TemporaryDirectory(prefix="tvsort-workers-", ignore_cleanup_errors=True) as folder:
+        with distributed.LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=None,
+                                      silence_logs=50, local_directory=folder) as cluster:
+            with distributed.Client(cluster) as client:
+                yield client
 
 
 def _record_keys(texts):
@@ -100,7 +101,11 @@ def _record_keys(texts):
 
 
 def _sort(words):
-    options = {name: getattr(words, name) for name in (*FLAGS, *VALUES) if getattr(words, name)}
+    options = {name: getattr(words, name) for name in FLAGS}
+    options.update((name, getattr(words, name)) for name in VALUES
+                   if getattr(words, name) is not None)
+    if words.dtype:
+        options = {name: given for name, given in options.items() if given is not False}
     order = _record_keys(words.key) if words.dtype else words.key
     with _client(words.scheduler, words.workers, words.patience) as client:
         manifest = sort(words.inputs, words.output, order, client=client, dtype=words.dtype,

@@ -2,12 +2,13 @@
 
 import json
 import os
-import resource
 import shutil
 import subprocess
 import tempfile
 import time
 from pathlib import Path
+
+from ._files import allow_files
 
 ENDED = "the run has ended, or this worker does not see the folder of its output"
 
@@ -43,8 +44,7 @@ def run(words, alive, output=None):
     The command ends with the thread that waits for it, so that a worker that is killed leaves no
     sort behind.
     """
-    _, files_max = resource.getrlimit(resource.RLIMIT_NOFILE)
-    resource.setrlimit(resource.RLIMIT_NOFILE, (files_max, files_max))  # one for each input
+    allow_files()
     command = ["setpriv", "--pdeathsig", "TERM", program(), *words]
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as errors:
         with subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output or out,

@@ -2,7 +2,14 @@
 
 import contextlib
 import os
+import resource
 import uuid
+
+
+def allow_files():
+    """As many open files as the system lets a process have: one for each piece."""
+    _, files_max = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (files_max, files_max))
 
 
 @contextlib.contextmanager

@@ -13,7 +13,14 @@ from ._files import named_when_whole
 
 NAME = "manifest.json"
 _VERSION = 1
+_WHOLE = {"parts": list, "inputs": list, "rows": int, "bytes": int, "keys": list, "storage": str}
 _PART = {"name": str, "rows": int, "bytes": int, "sha256": str, "worker": str}
+
+
+def _check_types(content, types):
+    for name, kind in types.items():
+        if not isinstance(content[name], kind) or content[name] is True:
+            raise TypeError(f"{name} is {content[name]!r}")
 
 
 def part_name(number):
@@ -53,18 +60,19 @@ class Manifest:
             content = json.loads(path.read_text())
             if content.pop("tvsort_cluster") != _VERSION:
                 raise Damaged(f"{path} is of another version")
+            _check_types(content, _WHOLE)
             for i, part in enumerate(content["parts"]):
-                for name, kind in _PART.items():
-                    if not isinstance(part[name], kind):
-                        raise TypeError(f"a part's {name} is {part[name]!r}")
+                _check_types(part, _PART)
                 if part["name"] != part_name(i):
                     raise ValueError(f"part {i} is called {part['name']}")
             return cls(folder=os.fspath(folder), **content)
         except (FileNotFoundError, NotADirectoryError):
             raise Damaged(f"{path} is missing: the sort has not ended, or its result lies "
                           "elsewhere") from None
-        except (AttributeError, KeyError, TypeError, ValueError) as error:
+        except (AttributeError, KeyError, TypeError, ValueError, RecursionError) as error:
             raise Damaged(f"{path} is no manifest: {error}") from None
+        except OSError as error:
+            raise Damaged(f"{path}: {error.strerror}") from None
 
 
 def check_part(folder, part):
@@ -87,14 +95,19 @@ def verify(folder, client=None, patience=120.0):
     With a client the workers read the parts, each those on its own disk; a worker that is away for
     `patience` seconds is a ClusterError.
     """
+    folder = os.path.abspath(os.fsdecode(folder))
     manifest = Manifest.read(folder)
     if client is None:
         faults = [check_part(manifest.folder, part) for part in manifest.parts]
     else:
         moved = manifest.storage == "moved"
+        try:
+            hosts = [_tasks.host_of(part["worker"]) if moved else None for part in manifest.parts]
+        except ValueError as error:
+            raise Damaged(f"a part lies on no worker: {error}") from None
         faults = Tasks(client, None, patience).all(
-            Task((check_part, os.path.abspath(folder), part),
-                 (_tasks.host_of(part["worker"]),) if moved else ()) for part in manifest.parts)
+            Task((check_part, folder, part), (host,) if host else ())
+            for part, host in zip(manifest.parts, hosts))
     for name in ("rows", "bytes"):
         total = sum(part[name] for part in manifest.parts)
         if total != getattr(manifest, name):

@@ -31,6 +31,13 @@ def splitters_of(samples, count, form):
     return sorted(chosen)
 
 
+def thinned(splitters, count):
+    """So many of them at most. A range that is too large then is split again."""
+    if len(splitters) <= count:
+        return splitters
+    return [splitters[i * len(splitters) // count] for i in range(count)]
+
+
 def joined(*lists):
     return sorted(set().union(*lists))
 

@@ -8,10 +8,11 @@ import numpy
 from .. import _keys, _streams
 from .._errors import BadUse
 from ._command import ENDED
-from ._files import named_when_whole
+from ._files import allow_files, named_when_whole
 from ._shares import WHOLE
 
 _PIECE_BYTES = 4 << 20
+_SAMPLE_KEY_BYTES_MAX = 1024  # ranges between cut keys are ranges as well
 
 
 def key_bytes(rows, columns):
@@ -60,6 +61,7 @@ class RecordForm:
     memory: str
     temp_dir: str = ""
     head = b""  # before all rows
+    joins_one_key = False  # the sort also looks for values that have no order
     awaits_rows = False  # to know how inputs are read
     stops = True  # at what cannot be read, of which there is nothing
 
@@ -104,7 +106,7 @@ class RecordForm:
                 _streams._fill(file, memoryview(rows[i:i + 1].view(numpy.uint8)), path)
         keys = key_bytes(rows, self.columns) if count else ()
         return {"bytes": size, "head_bytes": 0, "packed": False,
-                "samples": [key.tobytes().hex() for key in keys]}
+                "samples": [key[:_SAMPLE_KEY_BYTES_MAX].tobytes().hex() for key in keys]}
 
     def learn(self, names, samples):
         return self
@@ -113,16 +115,20 @@ class RecordForm:
     def fixed_splitters():
         return []
 
-    @staticmethod
-    def successor(key):
+    def successor(self, key):
+        """None where there is none, or many keys begin so."""
+        whole = key_bytes(numpy.zeros(1, self.dtype), self.columns).shape[1]
         following = int.from_bytes(key, "big") + 1
-        return following.to_bytes(len(key), "big") if following < 256 ** len(key) else None
+        if len(key) < whole or following >= 256 ** len(key):
+            return None
+        return following.to_bytes(len(key), "big")
 
     def split(self, path, splitters, prefix, folder, alive, is_piece=False, share=WHOLE):
         columns = self.columns
         borders = numpy.array(splitters, dtype=f"S{max(map(len, splitters), default=1)}")
         names = [f"{prefix}{i:05}" for i in range(len(splitters) + 1)]
         rows = numpy.zeros(len(names), numpy.int64)
+        allow_files()
         with named_when_whole(names) as files:
             for piece in self._pieces(path, share):
                 keys = key_bytes(piece, columns)

@@ -13,6 +13,7 @@ folder beside the parts, or, where pieces travel, in one on each worker, and goe
 import contextlib
 import dataclasses
 import itertools
+import operator
 import os
 import re
 import time
@@ -20,6 +21,7 @@ import uuid
 
 import numpy
 
+from .. import _rows
 from .._errors import SortError
 from . import _ranges, _shares, _tasks
 from ._engine import REMOVE_SECONDS, Task, Tasks, bounded
@@ -29,6 +31,7 @@ from ._records import RecordForm
 from ._text import FLAGS, VALUES, TextForm
 
 _SAMPLES_PER_RANGE = 64
+_SAMPLE_BYTES = 8 << 10  # of rows for each key, which may have a kilobyte
 _SAMPLES_FIRST = 1024  # of all inputs, while nobody knows how large they are
 _RANGES_MAX = 900  # at once; a split allows a little more
 _SKEW = 2  # a range this many times too large is split again
@@ -90,8 +93,9 @@ class _Sort:
         wanted = min(wanted, _RANGES_MAX)
         with self.phase("sample"):
             weighted = self.weighted_keys(samples, shares, total, wanted)
-        splitters = _ranges.joined(_ranges.splitters_of(weighted, wanted, self.form),
-                                   self.form.fixed_splitters())
+        splitters = _ranges.joined(_ranges.thinned(
+            _ranges.splitters_of(weighted, wanted, self.form), _RANGES_MAX),
+            self.form.fixed_splitters())
         with self.phase("split"):
             ranges = self.split_inputs(samples, shares, splitters)
         with self.phase("split again"):
@@ -127,7 +131,7 @@ class _Sort:
 
     def weighted_keys(self, samples, shares, total, wanted):
         """From the samples of the inputs, or from larger ones where there are so many ranges."""
-        wanted_keys = _SAMPLES_PER_RANGE * wanted
+        wanted_keys = min(_SAMPLES_PER_RANGE * wanted, total // _SAMPLE_BYTES)
         weights = [sample["bytes"] for sample in samples]
         keys = sum(len(sample["samples"]) for sample in samples)
         if wanted_keys > 2 * max(keys, _SAMPLES_FIRST):
@@ -235,16 +239,18 @@ class _Sort:
     def own_splitters(self, ranges):
         """For each range borders inside it, none where its sample has none."""
         counts = [min(-(-one.bytes // self.range_bytes), _RANGES_MAX) for one in ranges]
+        wanted = [min(_SAMPLES_PER_RANGE * count, one.bytes // _SAMPLE_BYTES)
+                  for one, count in zip(ranges, counts)]
         samples = iter(self.tasks.all(
             Task((_tasks.sample, self.form, self.place, source,
-                  max(16, _SAMPLES_PER_RANGE * count // len(one.sources)), True))
-            for one, count in zip(ranges, counts) for source in one.sources))
+                  max(16, keys // len(one.sources)), True))
+            for one, keys in zip(ranges, wanted) for source in one.sources))
         found = []
         for one, count in zip(ranges, counts):
             own = list(itertools.islice(samples, len(one.sources)))
             keys = _ranges.splitters_of(_weighted(own, [sample["bytes"] for sample in own]), count,
                                         self.form)
-            found.append([key for key in keys if (one.low is None or key > one.low)
+            found.append([key for key in _ranges.thinned(keys, _RANGES_MAX) if (one.low is None or key > one.low)
                           and (one.high is None or key < one.high)])
         return found
 
@@ -280,7 +286,7 @@ class _Sort:
                  "worker": part.worker} for one, part in zip(ranges, parts)]
 
     def sort_task(self, one, number):
-        is_one_key = _ranges.is_one_key(one.low, one.high, self.form)
+        is_one_key = self.form.joins_one_key and _ranges.is_one_key(one.low, one.high, self.form)
         return Task((_tasks.sort_given, self.form, self.place, part_name(number),
                      self.form.head if number == 0 else b"", is_one_key, one.bytes, *one.sources))
 
@@ -297,7 +303,10 @@ def _form(order, dtype, memory, temp_dir, options):
     if dtype is not None:
         if options:
             raise ClusterError(f"{sorted(options)[0]} is for lines and rows, and dtype for records")
-        dtype = numpy.dtype(dtype)
+        try:
+            dtype = numpy.dtype(dtype)
+        except (TypeError, ValueError) as error:
+            raise ClusterError(f"dtype={dtype!r}: {error}") from None
         if dtype.subdtype is not None:  # of which numpy makes arrays of more dimensions
             dtype = numpy.dtype([("", dtype)])
         form = RecordForm(dtype, tuple(_keys_of(order)), memory, temp_dir)
@@ -306,6 +315,7 @@ def _form(order, dtype, memory, temp_dir, options):
         try:
             if not sum(column.value_bytes for column in form.columns):
                 raise ClusterError("the keys have no bytes; name others")
+            _rows._check_lengths(form.columns, dtype.itemsize)
         except SortError as error:
             raise ClusterError(str(error)) from None
         return form
@@ -335,22 +345,16 @@ def _inputs(inputs):
     return pairs
 
 
-def _prepare(output):
-    """Whether the folder was made for it."""
-    try:
-        os.mkdir(output)
-        return True
-    except FileExistsError:
-        pass
-    except OSError as error:
-        raise ClusterError(f"cannot create the folder {output}: {error.strerror}") from None
+def _check_output(output):
+    """An empty folder, or none."""
     try:
         is_empty = not os.listdir(output)
-    except OSError:
+    except FileNotFoundError:
+        is_empty = True
+    except (OSError, ValueError):
         is_empty = False
     if not is_empty:
         raise ClusterError(f"{output} is not an empty folder; name one that is empty or is not there")
-    return False
 
 
 def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=None, memory="64M",
@@ -372,21 +376,23 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
     memory_bytes = bytes_of(memory)
     if storage not in ("shared", "moved"):
         raise ClusterError(f'storage={storage!r}: "shared" or "moved"')
-    if partitions is not None and partitions < 1:
+    if partitions is not None and operator.index(partitions) < 1:
         raise ClusterError(f"partitions={partitions!r}: one at least")
-    form = _form(order, dtype, str(memory_bytes), os.fspath(temp_dir), options)
+    if not patience > 0:
+        raise ClusterError(f"patience={patience!r}: give seconds above 0")
+    temp_dir = os.path.abspath(os.fsdecode(temp_dir)) if temp_dir else ""
+    form = _form(order, dtype, str(memory_bytes), temp_dir, options)
     pairs = _inputs(inputs)
     output = os.path.abspath(os.fsdecode(output_folder))
     begin = time.monotonic()
     tasks = Tasks(client, None if timeout is None else begin + timeout, patience)
-    made = _prepare(output)
+    _check_output(output)
     run = uuid.uuid4().hex
-    place = _tasks.Place(run, os.path.join(output, f".tvsort-{run}"), storage == "moved",
-                         os.fspath(temp_dir))
+    place = _tasks.Place(run, os.path.join(output, f".tvsort-{run}"), storage == "moved", temp_dir)
     work = _Sort(tasks, form, place, pairs, partitions)
     published = []
     try:
-        os.mkdir(place.folder)
+        _tasks.make_folder(place)
         _tasks.check_alone(place)
         parts = work.run(memory_bytes)
         with work.phase("publish"):
@@ -402,11 +408,11 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
         manifest.write()
     except BaseException as error:
         tasks.give_up()
-        _remove(client, place, output, published, made)
+        _remove(client, place, output, published)
         if isinstance(error, ClusterError) or not isinstance(error, Exception):
             raise
         raise ClusterError(words_of(error)) from error
-    _remove(client, place, "", [], False)
+    _remove(client, place)
     return manifest
 
 
@@ -421,9 +427,10 @@ def _publish(tasks, place, output, parts):
               for host, of_host in names.items())
 
 
-def _remove(client, place, output, published, made):
-    """Everything of the run, here and on every worker that answers; with names, of its result too."""
+def _remove(client, place, output="", published=()):
+    """Everything of the run, here and on every worker that answers; with an output, of its result
+    too."""
     with contextlib.suppress(OSError):
-        _tasks.remove(place, output, published, made)
-    call = (_tasks.remove, place, output if place.travels else "", published, made)
+        _tasks.remove(place, output, published)
+    call = (_tasks.remove, place, output if place.travels else "", published)
     bounded(lambda: client.run(*call, on_error="ignore"), REMOVE_SECONDS)

@@ -15,6 +15,7 @@ import tempfile
 
 import distributed
 
+from .. import _servers
 from .._errors import SortError
 from . import _command
 from ._errors import ClusterError, TaskFailed, words_of
@@ -22,6 +23,8 @@ from ._files import named_when_whole
 from ._shares import WHOLE
 
 _COPY_BYTES = 1 << 20
+_SWEEP_MEMORY = "1M"
+_MADE = ".made"  # in the run's folder, where the run has made that of the output
 
 
 @dataclasses.dataclass(frozen=True)
@@ -81,11 +84,24 @@ def _named(source, folder):
     return path
 
 
+def make_folder(place):
+    """The run's folder, in that of the output, which goes away with a run that has made it."""
+    made = False
+    with contextlib.suppress(FileExistsError):
+        os.mkdir(os.path.dirname(place.folder))
+        made = True
+    with contextlib.suppress(FileExistsError):
+        os.mkdir(place.folder)
+    if made:
+        open(os.path.join(place.folder, _MADE), "x").close()
+
+
 def check_alone(place):
     """The folder of the output has nothing but what the run makes: nothing is overwritten, and no two
     runs go into one folder."""
-    output, own = os.path.split(place.folder)
-    others = sorted(set(os.listdir(output)) - {own})
+    output = os.path.dirname(place.folder)
+    others = sorted(set(os.listdir(output)) - {os.path.basename(place.folder),
+                                               os.path.basename(place.own)})
     if others:
         raise ClusterError(f"{output} on {socket.gethostname()} is not empty, it has {others[0]}; "
                            "name a folder for this run alone")
@@ -177,7 +193,7 @@ def sort_given(form, place, name, head, is_one_key, wanted_bytes, *sources):
     """
     target = os.path.join(place.folder, name)
     if place.travels:
-        os.makedirs(place.folder, exist_ok=True)
+        make_folder(place)
         check_alone(place)
     with _folder(place) as folder:
         paths = [_named(source, folder) for source in sources]
@@ -218,12 +234,13 @@ def publish(place, output, names):
             os.rename(source, target)
 
 
-def remove(place, output="", published=(), made=False, seconds=30.0):
+def remove(place, output="", published=(), seconds=30.0):
     """Takes away what the run has made on this machine. Those who still write find their folder gone
     and end. With an output, its parts go, and itself where it was made for them."""
     for name in published if output else ():
         with contextlib.suppress(FileNotFoundError):
             os.remove(os.path.join(output, name))
+    made = os.path.exists(os.path.join(place.folder, _MADE))
     for folder in (place.folder, place.own):
         gone = f"{folder}-gone"
         with contextlib.suppress(FileNotFoundError):
@@ -232,3 +249,12 @@ def remove(place, output="", published=(), made=False, seconds=30.0):
     if output and made:
         with contextlib.suppress(OSError):
             os.rmdir(output)
+    _forget_servers(place)
+
+
+def _forget_servers(place):
+    """Ends the process that waits for more records of this worker, and takes away what those of killed
+    workers have left, as each start does."""
+    with contextlib.suppress(Exception):
+        _servers.close()
+        _servers.acquire(_SWEEP_MEMORY, None, None, place.scratch or None, None).close()

@@ -32,6 +32,7 @@ class TextForm:
     keys_by_number: tuple = ()
     columns: int = 0  # of rows without a header, where unreadable ones are kept or left out
     head: bytes = b""  # before all rows: a byte order mark, a header
+    joins_one_key = True  # a range of one key needs no sort
 
     @property
     def has_header(self):
@@ -80,22 +81,18 @@ class TextForm:
 
     def learn(self, names, samples):
         """The form with what the samples say; ValueError where the inputs do not fit one another."""
-        is_ragged = "--ragged" in self.words
-        like = 0
+        # Without header and rows an input says nothing about columns.
+        tells = [bool(sample["columns"] or sample["bytes"]) for sample in samples]
+        like = tells.index(True) if any(tells) else 0
+        first = samples[like]
         for i, sample in enumerate(samples):
-            first = samples[like]
-            if first["column_count"] is None and not (is_ragged and first["bytes"] > 0):
-                like = i  # one without rows says nothing
-                first = sample
             if sample["format"] != first["format"]:
                 raise ValueError(f"{names[i]} is taken for {sample['format']} and {names[like]} for "
                                  f"{first['format']}; say which with --format")
-            if sample["columns"] != first["columns"] or (
-                    None not in (sample["column_count"], first["column_count"])
-                    and sample["column_count"] != first["column_count"]):
+            if tells[i] and [sample[name] for name in ("columns", "column_count")] != [
+                    first[name] for name in ("columns", "column_count")]:
                 raise ValueError(f"{names[i]} has the columns {_shown(sample)} and {names[like]} "
                                  f"has {_shown(first)}; sort files of one kind")
-        first = samples[like]
         ends = {b"\n": "lf", b"\r\n": "crlf"}
         heads = [sample["head"] for sample in samples if sample["head"] or sample["bytes"] > 0]
         return dataclasses.replace(
