@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "host/host_error.h"
@@ -108,16 +109,24 @@ SortSetup::SortSetup(const SortOptions& options)
 // Of typed records. More than one only where nothing changes by it but the time.
 int SortSetup::chooseProcesses() const {
     if (options_.processCount.has_value()) return *options_.processCount;
-    const bool isPlain =
-        operationOf(options_.mode) == Operation::kOrder && !options_.mode.limitCount.has_value();
-    if (!isPlain || !host::splitHindrance(userRequest_, !options_.collation.empty()).empty())
-        return 1;
+    if (!isPlainOrder() || !canBeMerged()) return 1;
     return static_cast<int>(workersFor(static_cast<std::uint64_t>(inputBytes())));
 }
 
+bool SortSetup::isPlainOrder() const {
+    return operationOf(options_.mode) == Operation::kOrder && !options_.mode.limitCount.has_value();
+}
+
+bool SortSetup::canBeMerged() const {
+    return host::splitHindrance(userRequest_, !options_.collation.empty()).empty();
+}
+
+// One process sorts in one request what a request can count.
 bool SortSetup::sortsTypedRuns() const {
-    return orderedSort_ == nullptr && processCount_ > 1 &&
-           operationOf(options_.mode) == Operation::kOrder && !options_.mode.limitCount.has_value();
+    constexpr std::int64_t kRecordsMax = std::numeric_limits<std::int32_t>::max();
+    if (orderedSort_ != nullptr || !isPlainOrder()) return false;
+    const std::int64_t recordBytes = std::max<std::int64_t>(userRecordLength(), 1);
+    return processCount_ > 1 || (inputBytes() / recordBytes > kRecordsMax && canBeMerged());
 }
 
 bool SortSetup::isOrdered() const {

@@ -96,6 +96,9 @@ class SortSetup {
   private:
     void makeInputsRereadable();
     int chooseProcesses() const;
+    bool isPlainOrder() const;
+    // Sorted runs of typed records can be.
+    bool canBeMerged() const;
     Progress::Position inputPosition() const;
     // Whether keys are made into ordered bytes, and not compared by the process one by one.
     bool isOrdered() const;
