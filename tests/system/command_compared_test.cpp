@@ -73,7 +73,7 @@ as=''
 [ "$(id -u)" != 0 ] || as='runuser -u postgres --'
 folder=$PWD
 cd /
-place=$($as mktemp -d)
+place=$($as mktemp -d -p /tmp)
 trap '$as $bin/pg_ctl -D $place/data -m immediate stop >/dev/null 2>&1; rm -rf $place' EXIT
 $as $bin/initdb -D $place/data -U tester --auth=trust -E UTF8 --locale=C.UTF-8 -N >/dev/null
 $as $bin/pg_ctl -D $place/data -l $place/log -o "-k $place -h ''" -w start >/dev/null
