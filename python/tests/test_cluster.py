@@ -386,14 +386,15 @@ def test_what_is_wrong_is_said_before_anything_is_made(client, tmp_path, monkeyp
             ("r", None, {"dtype": "S40000"}, "a record of 80004 bytes"),
             ("u", None, {"dtype": "U1", "partitions": 2}, "no code point"),
             (["h0.csv", "h1.csv"], "#1", {"ragged": True}, "h1.csv has the columns x, y"),
-            ("a.csv", "id", {"patience": 0}, "give seconds above 0"),
+            ("a.csv", "id", {"patience": 0}, "patience=0: give seconds above 0"),
+            ("a.csv", "id", {"timeout": float("nan")}, "timeout=nan: give"),
             ("a.csv", "id", {"delimiter": ""}, "--delimiter : name one"),
             ([], "id", {}, "name one input"),
             ("a.csv", "id", {"memory": "much"}, "64M"),
             ("a.csv", "id", {"memory": "0M"}, "64M"),
             ("a.csv", "id", {"temp_dir": "-none"}, "-none/tvsort-cluster.*: No such file"),
             ("a.csv", "id", {"storage": "tape"}, "shared"),
-            ("a.csv", "id", {"timeout": 0.0}, "time that was given"),
+            ("a.csv", "id", {"timeout": 1e-9}, "time that was given"),
             ("bad.csv", "id:int", {}, r'bad.csv, line 3, column id: "y" is no integer'),
             ("a.csv", "id", {"output": "full"}, "not an empty folder"),
             ("a.csv", "id", {"output": "r"}, "not an empty folder"),
@@ -556,6 +557,29 @@ def test_a_manifest_tells_every_change(client, tmp_path):
     damaged("Is a directory")
 
 
+def test_the_client_need_not_be_the_one_that_dask_takes(client, tmp_path):
+    (tmp_path / "in").write_text("b\na\n")
+    with distributed.Client(client.scheduler.address, set_as_default=False) as other:
+        for storage in ("shared", "moved"):
+            cluster.sort(tmp_path / "in", tmp_path / storage, client=other, lines=True,
+                         storage=storage)
+            assert cluster.verify(tmp_path / storage, other).rows == 2
+
+
+def test_a_host_without_the_run_loses_nothing(tmp_path):
+    place = _tasks.Place("run", str(tmp_path / "out" / ".tvsort-run"), True, str(tmp_path))
+    (tmp_path / "out").mkdir()
+    (tmp_path / "out" / "part-00000").write_text("theirs")
+    _tasks.remove(place, str(tmp_path / "out"), ["part-00000"])
+    assert (tmp_path / "out" / "part-00000").read_text() == "theirs"
+    with pytest.raises(OSError, match="No space left.*name"):
+        with _files.named_when_whole([str(tmp_path / "name")]) as (file,):
+            with open("/dev/full", "wb") as full:
+                os.dup2(full.fileno(), file.fileno())
+            file.write(b"x")
+    assert not list(tmp_path.glob("name*"))
+
+
 def test_a_loop_that_hangs_ends_the_run(client, tmp_path, monkeypatch):
     for name in ("_LOOK_SECONDS", "_ANSWER_SECONDS"):
         monkeypatch.setattr(_engine, name, 0.2)
@@ -611,5 +635,10 @@ def test_the_command_line(tmp_path):
     status, said = run("sort", "in.csv", "--scheduler", "tcp://127.0.0.1:1", "--patience", "1",
                        "-o", "new", "--key", "n")
     assert (status, "no scheduler answers" in said) == (2, True) and not (tmp_path / "new").exists()
+    for words, wrong in [(("--scheduler", ""), "no scheduler answers"), (("--workers", "0"), "--workers"),
+                         (("--workers", "1", "--patience", "nan"), "patience=nan"),
+                         (("--workers", "1", "--dtype", ""), "dtype=''")]:
+        status, said = run("sort", "in.csv", "-o", "new", "--key", "n", *words)
+        assert (status, wrong in said) == (2, True) and not (tmp_path / "new").exists(), said
     status, said = run("demo", "--rows", "4000")
     assert status == 0 and "byte by byte" in said, said

@@ -81,18 +81,10 @@ class Job {
     Job& operator=(const Job&) = delete;
 
     void sendSignal(int number) const { kill(id_, number); }
-    // Of its sort processes, one of those that run.
+    // Of its sort processes, one of those that run, or the first one that does soon.
     void signalChild(int number, std::mt19937& random) const {
-        std::vector<pid_t> found;
-        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-            std::string name;
-            std::string state;
-            pid_t id = 0;
-            pid_t parent = 0;
-            std::ifstream(entry.path() / "stat") >> id >> name >> state >> parent;
-            if (parent == id_ && state != "Z") found.push_back(id);
-        }
-        if (!found.empty()) kill(found[random() % found.size()], number);
+        for (int i = 0; i < 100 && !signalOne(number, random); ++i)
+            usleep(1000);
     }
     // The signal's number below zero where one has ended it.
     int end() {
@@ -103,6 +95,19 @@ class Job {
     }
 
   private:
+    bool signalOne(int number, std::mt19937& random) const {
+        std::vector<pid_t> found;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+            std::string name;
+            std::string state;
+            pid_t id = 0;
+            pid_t parent = 0;
+            std::ifstream(entry.path() / "stat") >> id >> name >> state >> parent;
+            if (parent == id_ && state != "Z") found.push_back(id);
+        }
+        return !found.empty() && kill(found[random() % found.size()], number) == 0;
+    }
+
     pid_t id_ = -1;
     bool hasEnded_ = false;
 };

@@ -238,6 +238,7 @@ TEST_F(Words, MayBeEmpty) {
     std::filesystem::copy_file(folder() / "a.csv", folder() / "--key=");
     EXPECT_EQ(run("sort --format csv --null= --key=id -- --key=").output,
               run("sort --null '' --key id a.csv").output);
+    EXPECT_EQ(run("sort a.csv --key id -o --x=").status, 0);
 }
 
 TEST_F(Words, OfAFileReachNoTerminal) {

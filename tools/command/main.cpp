@@ -53,16 +53,25 @@ std::string describeParseError(const CLI::App*, const CLI::Error& error) {
 }
 
 // Behind `--option=` the parser would take the next word for the value, which is empty.
-std::vector<std::string> separated(int argumentCount, char** arguments) {
+std::vector<std::string> separated(CLI::App& app, std::span<char*> arguments) {
     std::vector<std::string> words;
+    const auto isOptionWithValue = [&](const std::string& name) {
+        const auto commands = app.get_subcommands([&](CLI::App* command) {
+            return arguments.size() > 1 && command->get_name() == arguments[1];
+        });
+        return std::any_of(commands.begin(), commands.end(), [&](CLI::App* command) {
+            const CLI::Option* const option = command->get_option_no_throw(name);
+            return option != nullptr && option->get_items_expected_max() > 0;
+        });
+    };
     bool areOptions = true;
-    for (const std::string_view word :
-         std::span(arguments, static_cast<std::size_t>(argumentCount))) {
+    for (const std::string_view word : arguments) {
         if (word == "--") areOptions = false;
-        const bool isValueless =
-            areOptions && word.starts_with("--") && word.find('=') == word.size() - 1;
-        words.emplace_back(word.substr(0, word.size() - (isValueless ? 1 : 0)));
-        if (isValueless) words.emplace_back();
+        const std::string name(word.substr(0, std::max<std::size_t>(word.size(), 1) - 1));
+        const bool isEmpty =
+            areOptions && word.starts_with("--") && word.ends_with('=') && isOptionWithValue(name);
+        words.emplace_back(isEmpty ? name : word);
+        if (isEmpty) words.emplace_back();
     }
     return words;
 }
@@ -91,7 +100,8 @@ int run(int argumentCount, char** arguments) {
             fitHelp(*command, topic);
     }
     try {
-        std::vector<std::string> words = separated(argumentCount, arguments);
+        std::vector<std::string> words =
+            separated(app, std::span(arguments, static_cast<std::size_t>(argumentCount)));
         // The parser takes them from the end, and without the program's name.
         std::reverse(words.begin(), words.end());
         words.pop_back();

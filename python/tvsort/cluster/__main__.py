@@ -20,6 +20,7 @@ import distributed
 from .. import Key
 from .._errors import SortError
 from . import _command, sort, verify
+from ._engine import seconds_of
 from ._text import FLAGS, VALUES
 
 _SUCCESS, _DAMAGED, _FAILURE, _SKIPPED = 0, 1, 2, 3
@@ -64,17 +65,23 @@ def _words():
     return parser
 
 
+def _count(text):
+    if int(text) < 1:
+        raise ValueError(text)
+    return int(text)
+
+
 def _cluster_words(parser):
     where = parser.add_mutually_exclusive_group(required=True)
     where.add_argument("--scheduler", metavar="ADDRESS", help="of Dask, such as tcp://10.0.0.1:8786")
-    where.add_argument("--workers", type=int, metavar="N", help="start so many here, for this sort")
+    where.add_argument("--workers", type=_count, metavar="N", help="start so many here, for this sort")
 
 
 @contextlib.contextmanager
 def _client(address, workers, patience=_CONNECT_SECONDS):
-    if address:
+    if address is not None:
         try:
-            client = distributed.Client(address, timeout=max(min(patience, _CONNECT_SECONDS), 0.1))
+            client = distributed.Client(address or "none", timeout=min(patience, _CONNECT_SECONDS))
         except (OSError, ValueError) as error:
             raise SortError(f"no scheduler answers at {address}: {error}") from None
         with client:
@@ -104,13 +111,14 @@ def _sort(words):
     options = {name: getattr(words, name) for name in FLAGS}
     options.update((name, getattr(words, name)) for name in VALUES
                    if getattr(words, name) is not None)
-    if words.dtype:
+    if words.dtype is not None:
         options = {name: given for name, given in options.items() if given is not False}
-    order = _record_keys(words.key) if words.dtype else words.key
-    with _client(words.scheduler, words.workers, words.patience) as client:
+    order = words.key if words.dtype is None else _record_keys(words.key)
+    patience = seconds_of("patience", words.patience)
+    with _client(words.scheduler, words.workers, patience) as client:
         manifest = sort(words.inputs, words.output, order, client=client, dtype=words.dtype,
                         partitions=words.partitions, memory=words.memory, storage=words.storage,
-                        temp_dir=words.temp_dir, timeout=words.timeout, patience=words.patience,
+                        temp_dir=words.temp_dir, timeout=words.timeout, patience=patience,
                         **options)
     if manifest.skipped:
         for problem in manifest.problems:
@@ -135,7 +143,7 @@ def _demo(words):
                                 f"{chance.random() * 100:.2f}\n" for _ in range(words.rows // 4))
         keys = ["town", "price:decimal:desc", "number:int"]
         output = os.path.join(folder, "sorted")
-        with _client("", 2) as client:
+        with _client(None, 2) as client:
             manifest = sort(names, output, keys, client=client, partitions=8)
         print(f"{manifest.rows} rows of 4 files, {manifest.bytes} bytes, sorted by 2 workers into "
               f"{len(manifest.parts)} parts in {manifest.seconds['all']:.1f} seconds")

@@ -8,6 +8,7 @@ not come back and a scheduler that is silent, ends the run.
 
 import contextlib
 import dataclasses
+import math
 import threading
 import time
 import uuid
@@ -20,6 +21,7 @@ from ._errors import ClusterError, TaskFailed
 _ATTEMPTS_MAX = 4
 _LOOK_SECONDS = 2.0
 _ANSWER_SECONDS = 5.0
+_SECONDS_MAX = 1e9
 REMOVE_SECONDS = 30.0
 
 
@@ -42,8 +44,20 @@ def bounded(call, seconds):
     thread.join(seconds)
 
 
-async def _await_one(futures):
-    await distributed.wait(futures, timeout=_LOOK_SECONDS, return_when="FIRST_COMPLETED")
+def seconds_of(name, given):
+    """A span of time within what clocks can count."""
+    try:
+        seconds = float(given)
+    except (TypeError, ValueError):
+        seconds = math.nan
+    if not seconds > 0:
+        raise ClusterError(f"{name}={given!r}: give seconds above 0")
+    return min(seconds, _SECONDS_MAX)
+
+
+async def _await_one(client, futures):
+    with client.as_current():  # it may not be the one that Dask takes by itself
+        await distributed.wait(futures, timeout=_LOOK_SECONDS, return_when="FIRST_COMPLETED")
 
 
 class Tasks:
@@ -100,7 +114,7 @@ class Tasks:
         """Those of the pending futures that have ended, after some time perhaps none."""
         try:
             # The client's own loop may hang as well.
-            self.client.sync(_await_one, list(self.pending),
+            self.client.sync(_await_one, self.client, list(self.pending),
                              callback_timeout=_LOOK_SECONDS + _ANSWER_SECONDS)
         except distributed.TimeoutError:
             pass

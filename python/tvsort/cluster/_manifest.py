@@ -7,7 +7,7 @@ from pathlib import Path
 from typing import Optional
 
 from . import _tasks
-from ._engine import Task, Tasks
+from ._engine import Task, Tasks, seconds_of
 from ._errors import Damaged
 from ._files import named_when_whole
 
@@ -105,7 +105,7 @@ def verify(folder, client=None, patience=120.0):
             hosts = [_tasks.host_of(part["worker"]) if moved else None for part in manifest.parts]
         except ValueError as error:
             raise Damaged(f"a part lies on no worker: {error}") from None
-        faults = Tasks(client, None, patience).all(
+        faults = Tasks(client, None, seconds_of("patience", patience)).all(
             Task((check_part, folder, part), (host,) if host else ())
             for part, host in zip(manifest.parts, hosts))
     for name in ("rows", "bytes"):

@@ -24,7 +24,7 @@ import numpy
 from .. import _rows
 from .._errors import SortError
 from . import _ranges, _shares, _tasks
-from ._engine import REMOVE_SECONDS, Task, Tasks, bounded
+from ._engine import REMOVE_SECONDS, Task, Tasks, bounded, seconds_of
 from ._errors import ClusterError, words_of
 from ._manifest import Manifest, part_name
 from ._records import RecordForm
@@ -378,8 +378,8 @@ def sort(inputs, output_folder, order=None, *, client, dtype=None, partitions=No
         raise ClusterError(f'storage={storage!r}: "shared" or "moved"')
     if partitions is not None and operator.index(partitions) < 1:
         raise ClusterError(f"partitions={partitions!r}: one at least")
-    if not patience > 0:
-        raise ClusterError(f"patience={patience!r}: give seconds above 0")
+    patience = seconds_of("patience", patience)
+    timeout = None if timeout is None else seconds_of("timeout", timeout)
     temp_dir = os.path.abspath(os.fsdecode(temp_dir)) if temp_dir else ""
     form = _form(order, dtype, str(memory_bytes), temp_dir, options)
     pairs = _inputs(inputs)

@@ -19,7 +19,7 @@ from .. import _servers
 from .._errors import SortError
 from . import _command
 from ._errors import ClusterError, TaskFailed, words_of
-from ._files import named_when_whole
+from ._files import named_when_whole, naming
 from ._shares import WHOLE
 
 _COPY_BYTES = 1 << 20
@@ -79,7 +79,7 @@ def _named(source, folder):
             raise ValueError(f"{source} is no regular file; copy what it gives to one")
         return source
     handle, path = tempfile.mkstemp(dir=folder)
-    with open(handle, "wb") as file:
+    with naming(path), open(handle, "wb") as file:
         file.write(source)
     return path
 
@@ -237,10 +237,11 @@ def publish(place, output, names):
 def remove(place, output="", published=(), seconds=30.0):
     """Takes away what the run has made on this machine. Those who still write find their folder gone
     and end. With an output, its parts go, and itself where it was made for them."""
-    for name in published if output else ():
+    is_here = os.path.isdir(place.folder)
+    made = os.path.exists(os.path.join(place.folder, _MADE))
+    for name in published if output and is_here else ():
         with contextlib.suppress(FileNotFoundError):
             os.remove(os.path.join(output, name))
-    made = os.path.exists(os.path.join(place.folder, _MADE))
     for folder in (place.folder, place.own):
         gone = f"{folder}-gone"
         with contextlib.suppress(FileNotFoundError):
