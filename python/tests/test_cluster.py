@@ -326,7 +326,8 @@ def test_ranges_are_no_more_than_can_be_open(client, tmp_path, monkeypatch):
     manifest = cluster.sort(tmp_path / "in", tmp_path / "out", client=client, lines=True,
                             partitions=600)
     assert contents(manifest).decode().split() == sorted(lines)
-    assert len(_ranges.thinned(list(range(1041)), 900)) == 900
+    heavy = [(b"%04d" % i, 1.0) for i in range(520)]
+    assert len(_ranges.splitters_of(heavy, 600, _text.TextForm)) == 900
 
 
 def test_records_are_sampled_all_over_the_file(tmp_path):

@@ -52,24 +52,28 @@ std::string describeParseError(const CLI::App*, const CLI::Error& error) {
                        tvsort::tools::ownWords(error.what()));
 }
 
+// Null where there is none of the name.
+CLI::App* commandNamed(CLI::App& app, std::string_view name) {
+    const auto commands =
+        app.get_subcommands([&](CLI::App* command) { return command->get_name() == name; });
+    return commands.empty() ? nullptr : commands.front();
+}
+
 // Behind `--option=` the parser would take the next word for the value, which is empty.
 std::vector<std::string> separated(CLI::App& app, std::span<char*> arguments) {
     std::vector<std::string> words;
-    const auto isOptionWithValue = [&](const std::string& name) {
-        const auto commands = app.get_subcommands([&](CLI::App* command) {
-            return arguments.size() > 1 && command->get_name() == arguments[1];
-        });
-        return std::any_of(commands.begin(), commands.end(), [&](CLI::App* command) {
-            const CLI::Option* const option = command->get_option_no_throw(name);
-            return option != nullptr && option->get_items_expected_max() > 0;
-        });
+    CLI::App* const command = arguments.size() > 1 ? commandNamed(app, arguments[1]) : nullptr;
+    const auto takesValue = [command](const std::string& name) {
+        const CLI::Option* const option =
+            command != nullptr ? command->get_option_no_throw(name) : nullptr;
+        return option != nullptr && option->get_items_expected_max() > 0;
     };
     bool areOptions = true;
     for (const std::string_view word : arguments) {
         if (word == "--") areOptions = false;
         const std::string name(word.substr(0, std::max<std::size_t>(word.size(), 1) - 1));
         const bool isEmpty =
-            areOptions && word.starts_with("--") && word.ends_with('=') && isOptionWithValue(name);
+            areOptions && word.starts_with("--") && word.ends_with('=') && takesValue(name);
         words.emplace_back(isEmpty ? name : word);
         if (isEmpty) words.emplace_back();
     }
@@ -92,11 +96,8 @@ int run(int argumentCount, char** arguments) {
         addSubcommand(app, exitStatus);
     if (argumentCount > 2) {
         const std::string topic = helpTopicOf({arguments + 2, arguments + argumentCount});
-        const auto commands = app.get_subcommands([&](CLI::App* command) {
-            return command->get_name() == arguments[1] &&
-                   command->get_option_no_throw("--lines") != nullptr;
-        });
-        for (CLI::App* const command : commands)
+        CLI::App* const command = commandNamed(app, arguments[1]);
+        if (command != nullptr && command->get_option_no_throw("--lines") != nullptr)
             fitHelp(*command, topic);
     }
     try {

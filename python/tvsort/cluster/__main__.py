@@ -80,8 +80,10 @@ def _cluster_words(parser):
 @contextlib.contextmanager
 def _client(address, workers, patience=_CONNECT_SECONDS):
     if address is not None:
+        if not address:  # for which Dask would start workers of its own
+            raise SortError("no scheduler answers where none is named; give --scheduler an address")
         try:
-            client = distributed.Client(address or "none", timeout=min(patience, _CONNECT_SECONDS))
+            client = distributed.Client(address, timeout=min(patience, _CONNECT_SECONDS))
         except (OSError, ValueError) as error:
             raise SortError(f"no scheduler answers at {address}: {error}") from None
         with client:
@@ -108,11 +110,8 @@ def _record_keys(texts):
 
 
 def _sort(words):
-    options = {name: getattr(words, name) for name in FLAGS}
-    options.update((name, getattr(words, name)) for name in VALUES
-                   if getattr(words, name) is not None)
-    if words.dtype is not None:
-        options = {name: given for name, given in options.items() if given is not False}
+    options = {name: getattr(words, name) for name in (*FLAGS, *VALUES)
+               if getattr(words, name) not in (None, False)}
     order = words.key if words.dtype is None else _record_keys(words.key)
     patience = seconds_of("patience", words.patience)
     with _client(words.scheduler, words.workers, patience) as client:

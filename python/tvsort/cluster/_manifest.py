@@ -19,7 +19,7 @@ _PART = {"name": str, "rows": int, "bytes": int, "sha256": str, "worker": str}
 
 def _check_types(content, types):
     for name, kind in types.items():
-        if not isinstance(content[name], kind) or content[name] is True:
+        if type(content[name]) is not kind:
             raise TypeError(f"{name} is {content[name]!r}")
 
 

@@ -1,10 +1,13 @@
 """Splitters: where the ranges of keys begin."""
 
+RANGES_MAX = 900  # at once; a split allows a little more
+
 
 def splitters_of(samples, count, form):
     """Keys that divide weighted samples, (key, weight) pairs, into `count` ranges of about one weight.
 
-    A key that alone has more than a range's weight gets a range of its own.
+    A key that alone has more than a range's weight gets a range of its own, while there are no more
+    than RANGES_MAX splitters; a range that is too large then is split again.
     """
     samples = sorted(samples)
     total = sum(weight for _, weight in samples)
@@ -28,14 +31,8 @@ def splitters_of(samples, count, form):
             chosen.add(key)
         while reached * count >= border * total:
             border += 1
-    return sorted(chosen)
-
-
-def thinned(splitters, count):
-    """So many of them at most. A range that is too large then is split again."""
-    if len(splitters) <= count:
-        return splitters
-    return [splitters[i * len(splitters) // count] for i in range(count)]
+    splitters, most = sorted(chosen), min(len(chosen), RANGES_MAX)
+    return [splitters[i * len(splitters) // most] for i in range(most)]
 
 
 def joined(*lists):

@@ -33,7 +33,6 @@ from ._text import FLAGS, VALUES, TextForm
 _SAMPLES_PER_RANGE = 64
 _SAMPLE_BYTES = 8 << 10  # of rows for each key, which may have a kilobyte
 _SAMPLES_FIRST = 1024  # of all inputs, while nobody knows how large they are
-_RANGES_MAX = 900  # at once; a split allows a little more
 _SKEW = 2  # a range this many times too large is split again
 _RESPLITS_MAX = 3
 _ATTEMPTS_MAX = 4
@@ -90,12 +89,11 @@ class _Sort:
                                                total // _RANGE_BYTES_MIN))
         self.range_bytes = max(1, total // wanted)
         shares = self.shares_of_inputs(samples, total // max(2 * slots, 1))
-        wanted = min(wanted, _RANGES_MAX)
+        wanted = min(wanted, _ranges.RANGES_MAX)
         with self.phase("sample"):
             weighted = self.weighted_keys(samples, shares, total, wanted)
-        splitters = _ranges.joined(_ranges.thinned(
-            _ranges.splitters_of(weighted, wanted, self.form), _RANGES_MAX),
-            self.form.fixed_splitters())
+        splitters = _ranges.joined(_ranges.splitters_of(weighted, wanted, self.form),
+                                   self.form.fixed_splitters())
         with self.phase("split"):
             ranges = self.split_inputs(samples, shares, splitters)
         with self.phase("split again"):
@@ -238,7 +236,7 @@ class _Sort:
 
     def own_splitters(self, ranges):
         """For each range borders inside it, none where its sample has none."""
-        counts = [min(-(-one.bytes // self.range_bytes), _RANGES_MAX) for one in ranges]
+        counts = [min(-(-one.bytes // self.range_bytes), _ranges.RANGES_MAX) for one in ranges]
         wanted = [min(_SAMPLES_PER_RANGE * count, one.bytes // _SAMPLE_BYTES)
                   for one, count in zip(ranges, counts)]
         samples = iter(self.tasks.all(
@@ -250,7 +248,7 @@ class _Sort:
             own = list(itertools.islice(samples, len(one.sources)))
             keys = _ranges.splitters_of(_weighted(own, [sample["bytes"] for sample in own]), count,
                                         self.form)
-            found.append([key for key in _ranges.thinned(keys, _RANGES_MAX) if (one.low is None or key > one.low)
+            found.append([key for key in keys if (one.low is None or key > one.low)
                           and (one.high is None or key < one.high)])
         return found
 
@@ -432,5 +430,5 @@ def _remove(client, place, output="", published=()):
     too."""
     with contextlib.suppress(OSError):
         _tasks.remove(place, output, published)
-    call = (_tasks.remove, place, output if place.travels else "", published)
+    call = (_tasks.remove_from_worker, place, output if place.travels else "", published)
     bounded(lambda: client.run(*call, on_error="ignore"), REMOVE_SECONDS)

@@ -86,14 +86,21 @@ def _named(source, folder):
 
 def make_folder(place):
     """The run's folder, in that of the output, which goes away with a run that has made it."""
+    output = os.path.dirname(place.folder)
     made = False
     with contextlib.suppress(FileExistsError):
-        os.mkdir(os.path.dirname(place.folder))
+        os.mkdir(output)
         made = True
-    with contextlib.suppress(FileExistsError):
-        os.mkdir(place.folder)
-    if made:
-        open(os.path.join(place.folder, _MADE), "x").close()
+    try:
+        with contextlib.suppress(FileExistsError):
+            os.mkdir(place.folder)
+        if made:
+            open(os.path.join(place.folder, _MADE), "x").close()
+    except OSError:  # nothing tells who has made the output then
+        for folder in (place.folder, output) if made else ():
+            with contextlib.suppress(OSError):
+                os.rmdir(folder)
+        raise
 
 
 def check_alone(place):
@@ -250,12 +257,12 @@ def remove(place, output="", published=(), seconds=30.0):
     if output and made:
         with contextlib.suppress(OSError):
             os.rmdir(output)
-    _forget_servers(place)
 
 
-def _forget_servers(place):
-    """Ends the process that waits for more records of this worker, and takes away what those of killed
-    workers have left, as each start does."""
+def remove_from_worker(place, output, published):
+    """The same, and the process that waits for more records, and what those of killed workers have
+    left, which each start sweeps."""
+    remove(place, output, published)
     with contextlib.suppress(Exception):
         _servers.close()
         _servers.acquire(_SWEEP_MEMORY, None, None, place.scratch or None, None).close()
